@@ -1,4 +1,21 @@
 option(SHADERMACHINE_WERROR "Treat warnings as errors" OFF)
+set(SHADERMACHINE_SANITIZE "" CACHE STRING
+    "Sanitizers to build everything with, for example address,undefined")
+
+if(SHADERMACHINE_SANITIZE)
+  add_compile_options(-fsanitize=${SHADERMACHINE_SANITIZE} -fno-sanitize-recover=all
+                      -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=${SHADERMACHINE_SANITIZE})
+else()
+  # What Debian gives its packages. Control-flow protection is left out: the fast engine jumps
+  # indirectly at every instruction.
+  add_compile_options(
+    $<$<CONFIG:Release>:-fstack-protector-strong>
+    $<$<CONFIG:Release>:-fstack-clash-protection>
+    $<$<CONFIG:Release>:-U_FORTIFY_SOURCE>
+    $<$<CONFIG:Release>:-D_FORTIFY_SOURCE=2>)
+  add_link_options(-Wl,-z,relro -Wl,-z,now -Wl,-z,noexecstack)
+endif()
 
 # Warnings for every target of the project; call once per target.
 function(shadermachine_warnings target)

@@ -1,0 +1,33 @@
+# What is installed, in three components: runtime (the library), dev (headers, the tools library and
+# package files) and tools (the program).
+include(CMakePackageConfigHelpers)
+set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/shadermachine)
+
+install(TARGETS shadermachine EXPORT shadermachine-targets
+  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_COMPONENT dev)
+install(DIRECTORY include/shadermachine DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT dev)
+install(EXPORT shadermachine-targets NAMESPACE shadermachine:: DESTINATION ${package_dir}
+  COMPONENT dev)
+
+configure_package_config_file(cmake/shadermachine-config.cmake.in shadermachine-config.cmake
+  INSTALL_DESTINATION ${package_dir} NO_SET_AND_CHECK_MACRO)
+write_basic_package_version_file(shadermachine-config-version.cmake
+  COMPATIBILITY SameMajorVersion)
+install(FILES ${PROJECT_BINARY_DIR}/shadermachine-config.cmake
+              ${PROJECT_BINARY_DIR}/shadermachine-config-version.cmake
+  DESTINATION ${package_dir} COMPONENT dev)
+
+# Relative to its own folder, so that an installed tree can be moved.
+file(RELATIVE_PATH SHADERMACHINE_PC_PREFIX /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
+configure_file(cmake/shadermachine.pc.in shadermachine.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/shadermachine.pc
+  DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT dev)
+
+if(SHADERMACHINE_BUILD_TOOLS)
+  install(TARGETS shadermachine-tools EXPORT shadermachine-tools-targets
+    ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT dev)
+  install(DIRECTORY tools/include/shadermachine-tools DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
+    COMPONENT dev)
+  install(EXPORT shadermachine-tools-targets NAMESPACE shadermachine:: DESTINATION ${package_dir}
+    COMPONENT dev)
+endif()

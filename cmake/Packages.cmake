@@ -1,0 +1,42 @@
+# cpack -G DEB: the library, its development files and the program as three packages.
+set(CPACK_PACKAGE_VENDOR "the shadermachine developers")
+set(CPACK_PACKAGE_CONTACT "the shadermachine developers <shadermachine@localhost>")
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY ${PROJECT_DESCRIPTION})
+set(CPACK_RESOURCE_FILE_LICENSE ${PROJECT_SOURCE_DIR}/LICENSE)
+set(CPACK_STRIP_FILES ON)
+
+set(CPACK_DEB_COMPONENT_INSTALL ON)
+set(CPACK_COMPONENTS_GROUPING IGNORE)
+set(CPACK_COMPONENTS_ALL runtime dev)
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_ENABLE_COMPONENT_DEPENDS ON)
+set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
+find_program(DPKG_SHLIBDEPS dpkg-shlibdeps)
+if(DPKG_SHLIBDEPS)
+  set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+endif()
+
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME libshadermachine${PROJECT_VERSION_MAJOR})
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
+set(CPACK_COMPONENT_RUNTIME_DESCRIPTION "shared library")
+
+set(CPACK_DEBIAN_DEV_PACKAGE_NAME libshadermachine-dev)
+set(CPACK_DEBIAN_DEV_PACKAGE_SECTION libdevel)
+set(CPACK_COMPONENT_DEV_DESCRIPTION "headers and the tools library")
+set(CPACK_COMPONENT_DEV_DEPENDS runtime)
+
+if(SHADERMACHINE_BUILD_TOOLS)
+  list(APPEND CPACK_COMPONENTS_ALL tools)
+  set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME shadermachine-tools)
+  set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION devel)
+  set(CPACK_COMPONENT_TOOLS_DESCRIPTION "assembler, disassembler, validator and renderer")
+endif()
+
+foreach(component runtime dev tools)
+  string(TOUPPER ${component} key)
+  if(CPACK_DEBIAN_${key}_PACKAGE_NAME)
+    install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${CPACK_DEBIAN_${key}_PACKAGE_NAME}
+      RENAME copyright COMPONENT ${component})
+  endif()
+endforeach()
+include(CPack)

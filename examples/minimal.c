@@ -1,0 +1,88 @@
+/* The smallest host: builds a shader by hand and runs it for three fragments.
+ *
+ * The shader is what a compiler would make of
+ *     in vec2 position;  out vec4 colour;
+ *     void main() { colour = vec4(position, 0.5, 1.0); }
+ */
+#include <inttypes.h>
+#include <shadermachine/opcodes.h>
+#include <shadermachine/shadermachine.h>
+#include <stdio.h>
+#include <string.h>
+
+enum { COLOUR, POSITION, GLOBAL_COUNT };
+
+/* 16-bit operand and float literal, little-endian as the bytecode wants them. */
+#define U16(value) (value) & 0xff, (value) >> 8
+#define HALF 0, 0, 0, 0x3f
+
+/* clang-format off */
+static const uint8_t code[] = {
+    VM_OP_LOAD_GLOBAL,  U16(POSITION),   /* asks the host for the position */
+    VM_OP_PUSH_U32,     HALF,            /* blue */
+    VM_OP_PUSH_1_F,                      /* alpha */
+    VM_OP_CTOR_VEC4_A,  U16(3), 2, 1, 1, /* of three operands with 2, 1 and 1 components */
+    VM_OP_STORE_GLOBAL, U16(COLOUR),
+    VM_OP_RETURN,
+};
+/* clang-format on */
+
+static const VarInfo globals[GLOBAL_COUNT] = {
+    {.type = VM_TYPE_VEC4, .byteSize = 16, .name = "colour"},
+    {.type = VM_TYPE_VEC2, .flags = VM_VAR_HOST_0, .byteSize = 8, .name = "position"},
+};
+
+static const ShaderFunction entry = {.codeLength = sizeof code};
+static const ShaderFunction* const functions[] = {&entry};
+
+/* Everything a shader may be bound to is bound to nothing, except its colour. */
+static CompiledShader makeShader(void) {
+  CompiledShader shader = {.version = 1,
+                           .functionCount = 1,
+                           .functions = functions,
+                           .code = code,
+                           .globalCount = GLOBAL_COUNT,
+                           .globals = globals,
+                           .outputGlobal0 = COLOUR,
+                           .outputGlobal1 = -1,
+                           .hostFunctionA = -1,
+                           .hostFunctionBase = -1,
+                           .hostFunctionB = -1,
+                           .hostFunctionAType = -1,
+                           .builtinGlobal300 = -1,
+                           .builtinGlobal303 = -1,
+                           .builtinGlobal304 = -1};
+  memset(shader.builtinGlobals, 0xff, sizeof shader.builtinGlobals);
+  return shader;
+}
+
+/* userData is whatever the host put into StartupInfo: here the fragment's number. */
+static void provideVariable(const HostVariableRequest* request) {
+  const float position[2] = {(float)request->userData, 0.25f};
+  if (request->index == POSITION) memcpy(request->data, position, sizeof position);
+}
+
+static void takeColour(const void* value, uint64_t userData) {
+  float colour[4];
+  memcpy(colour, value, sizeof colour);
+  printf("fragment %" PRIu64 ": %.2f %.2f %.2f %.2f\n", userData, (double)colour[0],
+         (double)colour[1], (double)colour[2], (double)colour[3]);
+}
+
+int main(void) {
+  const HostCallbacks callbacks = {.output0 = takeColour, .hostVariable = provideVariable};
+  const MachineCreateInfo info = {&callbacks};
+  const CompiledShader shader = makeShader();
+  vmInitialize();
+  ShaderMachine* machine = vmShaderMachineCreate(&info);
+  if (!machine) return 1;
+  VmError error = VM_OK;
+  for (uint64_t fragment = 0; fragment < 3 && error == VM_OK; ++fragment) {
+    const StartupInfo startup = {.userData = fragment};
+    error = vmShaderMachineExecuteShader(machine, &shader, &startup);
+  }
+  if (error != VM_OK) fprintf(stderr, "error: %s\n", vmGetErrorString(error));
+  vmShaderMachineDestroy(machine);
+  vmFinalize();
+  return error == VM_OK ? 0 : 1;
+}

@@ -1,0 +1,92 @@
+# Sourced by ./demo, ./test and .ci/run: finds and installs what the build needs, and builds.
+# shellcheck shell=bash
+
+# Package:probe, the probe being a command or a file that shows that the package is there, or "="
+# for asking dpkg.
+build_packages=(
+  g++:g++
+  make:make
+  cmake:cmake
+  pkg-config:pkg-config
+  dpkg-dev:dpkg-shlibdeps
+  libcli11-dev:/usr/include/CLI/CLI.hpp
+  libpng-dev:/usr/include/png.h
+  libgtest-dev:/usr/include/gtest/gtest.h
+  libbenchmark-dev:/usr/include/benchmark/benchmark.h
+)
+check_packages=(
+  clang:clang++
+  clang-format:clang-format
+  clang-tidy:clang-tidy
+  cppcheck:cppcheck
+  libclang-rt-14-dev:=
+  ninja-build:ninja
+)
+
+is_present() {  # PACKAGE PROBE
+  case $2 in
+    =) dpkg-query -W -f '${Status}' "$1" 2>/dev/null | grep -q '^install ok installed' ;;
+    /*) [ -e "$2" ] ;;
+    *) command -v "$2" >/dev/null ;;
+  esac
+}
+
+as_root() {
+  if [ "$(id -u)" = 0 ]; then
+    "$@"
+  else
+    sudo -n "$@"
+  fi
+}
+
+can_install() {
+  command -v apt-get >/dev/null || return 1
+  [ "$(id -u)" = 0 ] || { command -v sudo >/dev/null && sudo -n true 2>/dev/null; }
+}
+
+# require PACKAGE:PROBE...: installs what is missing, or says what to install and exits.
+require() {
+  local entry missing=()
+  for entry in "$@"; do
+    is_present "${entry%%:*}" "${entry#*:}" || missing+=("${entry%%:*}")
+  done
+  [ ${#missing[@]} -gt 0 ] || return 0
+  if ! can_install; then
+    echo "These Debian packages are needed and missing: ${missing[*]}" >&2
+    echo "Install them as root:  apt-get install ${missing[*]}" >&2
+    exit 1
+  fi
+  echo "Installing with apt-get: ${missing[*]}"
+  local log
+  log=$(mktemp)
+  if ! { as_root apt-get update -q &&
+    as_root env DEBIAN_FRONTEND=noninteractive apt-get install -y -q --no-install-recommends \
+      "${missing[@]}"; } >"$log" 2>&1 </dev/null; then
+    tail -n 20 "$log" >&2
+    echo "apt-get failed; its whole output is in $log" >&2
+    exit 1
+  fi
+  rm -f "$log"
+}
+
+# build PRESET [CMAKE-BUILD-ARGUMENT...]: configures and builds build/PRESET; silent unless it fails
+# or has something to do.
+build() {
+  local preset=$1 log
+  shift
+  if [ ! -e "build/$preset/CMakeCache.txt" ] && [ -z "${CMAKE_GENERATOR:-}" ] &&
+    command -v ninja >/dev/null; then
+    export CMAKE_GENERATOR=Ninja
+  fi
+  mkdir -p "build/$preset"
+  log=build/$preset/build.log
+  [ -e "build/$preset/.built" ] || echo "Building in build/$preset (the first time takes minutes)"
+  rm -f "build/$preset/.built"
+  if ! { cmake --preset "$preset" && cmake --build "build/$preset" --parallel "$(nproc)" "$@"; } \
+    >"$log" 2>&1 </dev/null; then
+    grep -E -A 12 'error|Error|FAILED' "$log" | head -n 60 >&2 || tail -n 40 "$log" >&2
+    echo "The build failed; its whole output is in $log" >&2
+    exit 1
+  fi
+  touch "build/$preset/.built"
+}
