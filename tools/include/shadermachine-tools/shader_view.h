@@ -1,4 +1,4 @@
-// A compiled shader with the two sizes that its record lacks.
+// A compiled shader with what its record lacks: two sizes, and optionally names.
 #pragma once
 
 #include <shadermachine/shadermachine.h>
@@ -12,6 +12,10 @@ struct ShaderView {
   const CompiledShader* shader = nullptr;
   uint32_t structCount = 0;  // entries of shader->structTypes
   uint32_t codeSize = 0;     // bytes at shader->code
+
+  // Names for messages and listings, which the record itself has no room for; null when unknown.
+  const char* const* functionNames = nullptr;  // shader->functionCount entries
+  const char* const* structNames = nullptr;    // structCount entries
 };
 
 }  // namespace shadermachine::tools

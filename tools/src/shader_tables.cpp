@@ -1,0 +1,76 @@
+#include "shader_tables.h"
+
+#include <shadermachine-tools/shader_builder.h>
+
+#include <algorithm>
+#include <array>
+#include <iterator>
+
+namespace shadermachine::tools {
+namespace {
+
+constexpr std::array<uint8_t, 23> kBasicSizes = {
+    4,  4,  4,                         // bool, int, float
+    8,  12, 16, 8, 12, 16, 8, 12, 16,  // vectors of float, int, bool
+    16, 36, 64,                        // matrices
+    8,  8,  8,  8, 8,  8,  8, 8,       // samplers
+};
+
+template <class T>
+const T* dataOrNull(const std::vector<T>& table) {
+  return table.empty() ? nullptr : table.data();
+}
+
+}  // namespace
+
+uint32_t basicTypeSize(TypeCode type) {
+  const int index = type - VM_TYPE_BOOL;
+  const bool isBasic = index >= 0 && index < static_cast<int>(kBasicSizes.size());
+  return isBasic ? kBasicSizes[static_cast<size_t>(index)] : 0;
+}
+
+ShaderTables::ShaderTables() {
+  record.version = 1;
+  std::fill(std::begin(record.builtinGlobals), std::end(record.builtinGlobals), -1);
+  for (int32_t* field :
+       {&record.outputGlobal0, &record.outputGlobal1, &record.hostFunctionA,
+        &record.hostFunctionBase, &record.hostFunctionB, &record.hostFunctionAType,
+        &record.builtinGlobal300, &record.builtinGlobal303, &record.builtinGlobal304}) {
+    *field = -1;
+  }
+}
+
+const char* ShaderTables::keepName(std::string_view name) {
+  return names_.emplace_back(name).c_str();
+}
+
+uint32_t ShaderTables::sizeOf(TypeCode type, uint32_t count) const {
+  uint32_t size = basicTypeSize(type);
+  if (type >= 0 && static_cast<size_t>(type) < structs.size()) {
+    size = structs[static_cast<size_t>(type)].info.size;
+  }
+  return count == 0 ? size : size * count;
+}
+
+void ShaderTables::connect() {
+  for (StructTable& table : structs) {
+    table.info.memberCount = static_cast<uint16_t>(table.members.size());
+    table.info.members = dataOrNull(table.members);
+    structPointers.push_back(table.isNull ? nullptr : &table.info);
+    structNames.push_back(table.name);
+  }
+  for (FunctionTable& table : functions) {
+    table.info.localCount = static_cast<uint16_t>(table.locals.size());
+    table.info.locals = dataOrNull(table.locals);
+    functionPointers.push_back(table.isNull ? nullptr : &table.info);
+    functionNames.push_back(table.name);
+  }
+  record.functionCount = static_cast<uint16_t>(functions.size());
+  record.functions = functionPointers.data();
+  record.structTypes = dataOrNull(structPointers);
+  record.code = dataOrNull(code);
+  record.globalCount = static_cast<uint16_t>(globals.size());
+  record.globals = dataOrNull(globals);
+}
+
+}  // namespace shadermachine::tools

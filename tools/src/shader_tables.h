@@ -1,0 +1,54 @@
+// Everything a shader record points to, owned in one place. Nothing in it moves once it is built.
+#pragma once
+
+#include <shadermachine-tools/shader_view.h>
+#include <shadermachine/shadermachine.h>
+
+#include <deque>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace shadermachine::tools {
+
+struct StructTable {
+  StructInfo info{};
+  std::vector<VarInfo> members;
+  const char* name = nullptr;
+  bool isNull = false;
+};
+
+struct FunctionTable {
+  ShaderFunction info{};
+  std::vector<VarInfo> locals;
+  const char* name = nullptr;
+  bool isNull = false;
+};
+
+struct ShaderTables {
+  ShaderTables();
+  ShaderTables(const ShaderTables&) = delete;
+  ShaderTables& operator=(const ShaderTables&) = delete;
+
+  const char* keepName(std::string_view name);
+  uint32_t sizeOf(TypeCode type, uint32_t count) const;
+  // Points the record at the tables, and the tables at each other.
+  void connect();
+
+  CompiledShader record{};
+  std::vector<VarInfo> globals;
+  std::deque<StructTable> structs;
+  std::deque<FunctionTable> functions;
+  std::vector<uint8_t> code;
+
+ private:
+  std::deque<std::string> names_;
+
+ public:
+  std::vector<const StructInfo*> structPointers;
+  std::vector<const ShaderFunction*> functionPointers;
+  std::vector<const char*> structNames;
+  std::vector<const char*> functionNames;
+};
+
+}  // namespace shadermachine::tools
