@@ -1,0 +1,92 @@
+// Geometric functions of float vectors.
+
+#include "instructions/float_operands.h"
+#include "instructions/handlers.h"
+#include "instructions/vector_math.h"
+
+namespace shadermachine {
+
+void length(Machine& machine) {
+  uint32_t n;
+  if (!fetchCount(machine, VM_COMPONENT_COUNT, n)) return;
+  const Floats x(topSlot(machine));
+  const float result = vectorLength(x.c, n);
+  storeFloats(topSlot(machine), &result, 1);
+}
+
+void distance(Machine& machine) {
+  uint32_t n;
+  if (!fetchCount(machine, VM_COMPONENT_COUNT, n)) return;
+  const Floats a(topSlot(machine, 1));
+  const Floats b(topSlot(machine));
+  const float result = vectorDistance(a.c, b.c, n);
+  storeFloats(topSlot(machine, 1), &result, 1);
+  popSlot(machine);
+}
+
+void dot(Machine& machine) {
+  uint32_t n;
+  if (!fetchCount(machine, VM_COMPONENT_COUNT, n)) return;
+  const Floats a(topSlot(machine, 1));
+  const Floats b(topSlot(machine));
+  const float result = dotProduct(a.c, b.c, n);
+  storeFloats(topSlot(machine, 1), &result, 1);
+  popSlot(machine);
+}
+
+void cross(Machine& machine) {
+  const Floats a(topSlot(machine, 1));
+  const Floats b(topSlot(machine));
+  float result[3];
+  crossProduct(result, a.c, b.c);
+  setInline(topSlot(machine, 1), result, 3);
+  popSlot(machine);
+}
+
+void normalize(Machine& machine) {
+  uint32_t n;
+  if (!fetchCount(machine, VM_COMPONENT_COUNT, n)) return;
+  const Floats x(topSlot(machine));
+  float result[VM_COMPONENT_COUNT];
+  normalizeVector(result, x.c, n);
+  storeFloats(topSlot(machine), result, n);
+}
+
+void faceforward(Machine& machine) {
+  uint32_t n;
+  if (!fetchCount(machine, VM_COMPONENT_COUNT, n)) return;
+  Floats normal(topSlot(machine, 2));
+  const Floats incident(topSlot(machine, 1));
+  const Floats reference(topSlot(machine));
+  // A NaN product negates the normal too.
+  if (!(dotProduct(reference.c, incident.c, n) < 0.0f)) {
+    for (uint32_t i = 0; i < n; ++i) normal.c[i] = 0.0f - normal.c[i];
+    storeFloats(topSlot(machine, 2), normal.c, n);
+  }
+  popSlots(machine, 2);
+}
+
+void reflect(Machine& machine) {
+  uint32_t n;
+  if (!fetchCount(machine, VM_COMPONENT_COUNT, n)) return;
+  const Floats incident(topSlot(machine, 1));
+  const Floats normal(topSlot(machine));
+  float result[VM_COMPONENT_COUNT];
+  reflectVector(result, incident.c, normal.c, n);
+  setInline(topSlot(machine, 1), result, n);
+  popSlot(machine);
+}
+
+void refract(Machine& machine) {
+  uint32_t n;
+  if (!fetchCount(machine, VM_COMPONENT_COUNT, n)) return;
+  const Floats incident(topSlot(machine, 2));
+  const Floats normal(topSlot(machine, 1));
+  const Floats eta(topSlot(machine));
+  float result[VM_COMPONENT_COUNT];
+  refractVector(result, incident.c, normal.c, eta.c[0], n);
+  setInline(topSlot(machine, 2), result, n);
+  popSlots(machine, 2);
+}
+
+}  // namespace shadermachine

@@ -1,0 +1,56 @@
+#include "machine/machine.h"
+
+#include <cstdlib>
+
+#include "machine/run_loop.h"
+
+namespace shadermachine {
+
+Machine* createMachine(const HostCallbacks* callbacks) {
+  auto* machine = static_cast<Machine*>(std::calloc(1, sizeof(Machine)));
+  if (machine == nullptr) return nullptr;
+  machine->stackCapacity = VM_STACK_CAPACITY;
+  machine->frameCapacity = VM_FRAME_INCREMENT;
+  machine->frameIndex = -1;
+  machine->indexTop = -1;
+  if (callbacks != nullptr) machine->callbacks = *callbacks;
+  // Zeroed memory is what clears every block reference.
+  machine->stack = static_cast<ValueSlot*>(std::calloc(VM_STACK_CAPACITY, sizeof(ValueSlot)));
+  machine->frames = static_cast<CallFrame*>(std::calloc(VM_FRAME_INCREMENT, sizeof(CallFrame)));
+  if (machine->stack == nullptr || machine->frames == nullptr) {
+    destroyMachine(machine);
+    return nullptr;
+  }
+  return machine;
+}
+
+void destroyMachine(Machine* machine) {
+  if (machine->stack != nullptr) releaseGlobals(*machine);
+  std::free(machine->stack);
+  std::free(machine->frames);
+  std::free(machine);
+}
+
+namespace {
+
+void initBasic(ValueSlot& slot, const VarInfo& info) {
+  const bool isFloatValue = (info.type >= VM_TYPE_FLOAT && info.type <= VM_TYPE_VEC4) ||
+                            (info.type >= VM_TYPE_MAT2 && info.type <= VM_TYPE_MAT4);
+  slot.value.block = nullptr;
+  std::memset(slot.value.words, 0, isFloatValue ? sizeof slot.value.words : inlineByteSize(info));
+}
+
+}  // namespace
+
+void initVariables(Machine& machine, ValueSlot* slots, const VarInfo* entries, uint32_t count) {
+  for (uint32_t i = 0; i < count; ++i) {
+    const VarInfo& info = entries[i];
+    if (isBasicVar(info)) {
+      initBasic(slots[i], info);
+    } else if (!blockAlloc(&slots[i].view, info.byteSize, nullptr) && info.byteSize != 0) {
+      stopRun(machine, VM_ERR_OUT_OF_MEMORY);
+    }
+  }
+}
+
+}  // namespace shadermachine

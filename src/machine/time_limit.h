@@ -1,0 +1,28 @@
+// The time limit of a run.
+#pragma once
+
+#include <cstdint>
+
+namespace shadermachine {
+
+// Checked on backward jumps and calls through a counter, so that straight-line code pays nothing
+// and loops one decrement. The clock is read when the counter reaches 0; the interval adapts so
+// that a loop of slow host calls is stopped as promptly as a tight one.
+struct TimeLimit {
+  uint32_t ticksLeft;
+  uint32_t interval;
+  uint64_t deadline;  // steady clock, nanoseconds; 0 when the run has no limit
+  uint64_t lastRead;
+};
+
+void startTimeLimit(TimeLimit& limit, uint32_t milliseconds);
+
+// Reads the clock and sets the next interval; true when the deadline has passed.
+bool readTimeLimit(TimeLimit& limit);
+
+// One backward jump or call; true when the run is over its time.
+inline bool tickTimeLimit(TimeLimit& limit) {
+  return --limit.ticksLeft == 0 && readTimeLimit(limit);
+}
+
+}  // namespace shadermachine
