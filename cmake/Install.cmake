@@ -24,6 +24,7 @@ install(FILES ${PROJECT_BINARY_DIR}/shadermachine.pc
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT dev)
 
 if(SHADERMACHINE_BUILD_TOOLS)
+  set_target_properties(shadermachine-tools PROPERTIES EXPORT_NAME tools)
   install(TARGETS shadermachine-tools EXPORT shadermachine-tools-targets
     ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT dev)
   install(DIRECTORY tools/include/shadermachine-tools DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
