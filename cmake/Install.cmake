@@ -32,3 +32,6 @@ if(SHADERMACHINE_BUILD_TOOLS)
   install(EXPORT shadermachine-tools-targets NAMESPACE shadermachine:: DESTINATION ${package_dir}
     COMPONENT dev)
 endif()
+if(TARGET shadermachine-program)
+  install(TARGETS shadermachine-program RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
+endif()

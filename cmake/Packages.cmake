@@ -1,6 +1,6 @@
 # cpack -G DEB: the library, its development files and the program as three packages.
 set(CPACK_PACKAGE_VENDOR "the shadermachine developers")
-set(CPACK_PACKAGE_CONTACT "the shadermachine developers <shadermachine@localhost>")
+set(CPACK_PACKAGE_CONTACT "the shadermachine developers <maintainers@shadermachine.invalid>")
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY ${PROJECT_DESCRIPTION})
 set(CPACK_RESOURCE_FILE_LICENSE ${PROJECT_SOURCE_DIR}/LICENSE)
 set(CPACK_STRIP_FILES ON)
@@ -25,7 +25,7 @@ set(CPACK_DEBIAN_DEV_PACKAGE_SECTION libdevel)
 set(CPACK_COMPONENT_DEV_DESCRIPTION "headers and the tools library")
 set(CPACK_COMPONENT_DEV_DEPENDS runtime)
 
-if(SHADERMACHINE_BUILD_TOOLS)
+if(TARGET shadermachine-program)
   list(APPEND CPACK_COMPONENTS_ALL tools)
   set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME shadermachine-tools)
   set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION devel)

@@ -6,7 +6,11 @@ cpack=$1 build=$2 work=$3 source=$4
 
 rm -rf "$work/packages" "$work/root"
 (cd "$build" && "$cpack" -G DEB -B "$work/packages")
-for package in "libshadermachine1" "libshadermachine-dev" "shadermachine-tools"; do
+packages="libshadermachine1 libshadermachine-dev"
+if [ -x "$build/tools/shadermachine" ]; then
+  packages="$packages shadermachine-tools"
+fi
+for package in $packages; do
   file=$(ls "$work/packages/${package}"_*.deb)
   dpkg-deb --info "$file" >/dev/null
   dpkg-deb --extract "$file" "$work/root"
@@ -17,4 +21,6 @@ libdir=$(dirname "$(find "$work/root/usr" -name libshadermachine.so)")
 "${CC:-cc}" -std=c99 -I"$work/root/usr/include" "$source" -L"$libdir" -lshadermachine \
   -o "$work/minimal"
 LD_LIBRARY_PATH=$libdir "$work/minimal" | grep -q '^fragment 2: 2.00 0.25 0.50 1.00$'
-LD_LIBRARY_PATH=$libdir "$work/root/usr/bin/shadermachine" --version
+if [ -x "$build/tools/shadermachine" ]; then
+  LD_LIBRARY_PATH=$libdir "$work/root/usr/bin/shadermachine" --version
+fi
