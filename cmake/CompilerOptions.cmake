@@ -5,6 +5,8 @@ set(SHADERMACHINE_SANITIZE "" CACHE STRING
 if(SHADERMACHINE_SANITIZE)
   add_compile_options(-fsanitize=${SHADERMACHINE_SANITIZE} -fno-sanitize-recover=all
                       -fno-omit-frame-pointer)
+  # Programs in C cannot be linked with this check of clang.
+  add_compile_options($<$<CXX_COMPILER_ID:Clang>:-fno-sanitize=function>)
   add_link_options(-fsanitize=${SHADERMACHINE_SANITIZE})
 else()
   # What Debian gives its packages. Control-flow protection is left out: the fast engine jumps
