@@ -5,7 +5,7 @@ cd "$(dirname "$0")/.."
 source scripts/setup.sh
 
 require "${build_packages[@]}" clang-format:clang-format clang-tidy:clang-tidy cppcheck:cppcheck
-folders=(benchmarks examples fuzz include src tests tools)
+folders=(include src tools examples benchmarks tests)
 mapfile -t sources < <(find "${folders[@]}" -name '*.c' -o -name '*.h' -o -name '*.cpp')
 mapfile -t units < <(find src tools -name '*.cpp')
 

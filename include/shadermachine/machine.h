@@ -15,11 +15,11 @@ extern "C" {
 #endif
 
 enum {
-  VM_STACK_CAPACITY = 2000,       /* value slots of a machine; the stack never grows */
-  VM_FRAME_INCREMENT = 256,       /* frames at creation, and how many are added at a time */
-  VM_FRAME_LIMIT = 1048576,       /* frames at most; a CALL beyond ends the run with code 10 */
+  VM_STACK_CAPACITY = 2000, /* value slots of a machine; the stack never grows */
+  VM_FRAME_INCREMENT = 256, /* frames at creation, and how many are added at a time */
+  VM_FRAME_LIMIT = 1048576, /* frames at most; a CALL beyond ends the run with code 10 */
   VM_INDEX_STACK_CAPACITY = 256,
-  VM_COMPONENT_COUNT = 16         /* 32-bit components of an inline value */
+  VM_COMPONENT_COUNT = 16 /* 32-bit components of an inline value */
 };
 
 /* Reference to (part of) a block. The block's count lies 4 bytes before data - offset. A view with
@@ -50,9 +50,9 @@ typedef union ValueSlot {
 typedef struct CallFrame {
   const ShaderFunction* function;
   const uint8_t* code; /* the function's first instruction */
-  ValueSlot* locals;   /* first local; the parameters come first, temporaries lie above the locals */
-  uint32_t pc;         /* next code byte, from code */
-  int32_t top;         /* top slot, from locals; -1 when the frame holds no slot */
+  ValueSlot* locals; /* first local; the parameters come first, temporaries lie above the locals */
+  uint32_t pc;       /* next code byte, from code */
+  int32_t top;       /* top slot, from locals; -1 when the frame holds no slot */
 } CallFrame;
 
 enum RunState { VM_RUN_IDLE = 0, VM_RUN_RUNNING = 1, VM_RUN_STOPPING = 2 };

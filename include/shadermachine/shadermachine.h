@@ -52,26 +52,26 @@ extern "C" {
 typedef uint32_t VmError;
 
 enum {
-  VM_OK = 0,                          /* the entry function returned */
-  VM_ERR_INVALID_HANDLE = 1,          /* null machine */
-  VM_ERR_INVALID_SHADER = 2,          /* null shader or tables; operands beyond their limits */
-  VM_ERR_INVALID_FUNCTION = 3,        /* CALL of a missing or bodiless function */
-  VM_ERR_NEWER_COMPILER = 4,          /* record version is not 1 */
-  VM_ERR_INVALID_ENTRY = 5,           /* entry index out of range, or null entry function */
-  VM_ERR_ILLEGAL_INSTRUCTION = 6,     /* opcode byte 206 to 255 */
-  VM_ERR_NO_BUILTIN_FUNCTION = 7,     /* not raised */
-  VM_ERR_NO_BUILTIN_VARIABLE = 8,     /* LOAD_BUILTIN: unknown id, or the shader lacks its global */
-  VM_ERR_OUT_OF_MEMORY = 9,           /* a block or the frame stack could not be allocated */
-  VM_ERR_STACK_OVERFLOW = 10,         /* value stack (2,000 slots) or frame stack exhausted */
-  VM_ERR_TIMEOUT = 11,                /* StartupInfo.timeout passed */
-  VM_ERR_INDEX_OUT_OF_BOUNDS = 12,    /* element read outside its array, vector or matrix */
-  VM_ERR_DISCARDED = 13,              /* DISCARD: the fragment delivers nothing */
-  VM_ERR_OUTPUT_WRITE = 14,           /* not raised */
-  VM_ERR_INDEX_STACK_OVERFLOW = 15,   /* more than 256 pending indices */
-  VM_ERR_ALREADY_RUNNING = 16,        /* the machine is inside a run (or one of its callbacks) */
-  VM_ERR_NOT_IMPLEMENTED = 17,        /* reserved opcode, or built-in function without service */
-  VM_ERR_HALTED = 18,                 /* HALT: outputs are delivered, the shader is forgotten */
-  VM_ERR_NO_STARTUP_INFO = 19,        /* null StartupInfo */
+  VM_OK = 0,                        /* the entry function returned */
+  VM_ERR_INVALID_HANDLE = 1,        /* null machine */
+  VM_ERR_INVALID_SHADER = 2,        /* null shader or tables; operands beyond their limits */
+  VM_ERR_INVALID_FUNCTION = 3,      /* CALL of a missing or bodiless function */
+  VM_ERR_NEWER_COMPILER = 4,        /* record version is not 1 */
+  VM_ERR_INVALID_ENTRY = 5,         /* entry index out of range, or null entry function */
+  VM_ERR_ILLEGAL_INSTRUCTION = 6,   /* opcode byte 206 to 255 */
+  VM_ERR_NO_BUILTIN_FUNCTION = 7,   /* not raised */
+  VM_ERR_NO_BUILTIN_VARIABLE = 8,   /* LOAD_BUILTIN: unknown id, or the shader lacks its global */
+  VM_ERR_OUT_OF_MEMORY = 9,         /* a block or the frame stack could not be allocated */
+  VM_ERR_STACK_OVERFLOW = 10,       /* value stack (2,000 slots) or frame stack exhausted */
+  VM_ERR_TIMEOUT = 11,              /* StartupInfo.timeout passed */
+  VM_ERR_INDEX_OUT_OF_BOUNDS = 12,  /* element read outside its array, vector or matrix */
+  VM_ERR_DISCARDED = 13,            /* DISCARD: the fragment delivers nothing */
+  VM_ERR_OUTPUT_WRITE = 14,         /* not raised */
+  VM_ERR_INDEX_STACK_OVERFLOW = 15, /* more than 256 pending indices */
+  VM_ERR_ALREADY_RUNNING = 16,      /* the machine is inside a run (or one of its callbacks) */
+  VM_ERR_NOT_IMPLEMENTED = 17,      /* reserved opcode, or built-in function without service */
+  VM_ERR_HALTED = 18,               /* HALT: outputs are delivered, the shader is forgotten */
+  VM_ERR_NO_STARTUP_INFO = 19,      /* null StartupInfo */
   VM_ERROR_COUNT = 20
 };
 
@@ -299,54 +299,54 @@ typedef void (*VmCall297Callback)(const HostCallRequest297* request);
 /* 80 function pointers, 640 bytes; the number in each comment is the slot. builtinN answers
  * LOAD_BUILTIN N. */
 typedef struct HostCallbacks {
-  VmOutput0Callback output0;               /* 0: end of a run; inline area of outputGlobal0 */
-  VmOutput1Callback output1;               /* 1: end of a run; component 0 of outputGlobal1 */
-  VmBuiltinCallback builtin417;            /* 2 */
-  VmBuiltinCallback builtin416;            /* 3: indexed */
-  VmBuiltinCallback builtin382to395[14];   /* 4 to 17: indexed */
-  VmBuiltinCallback builtin397;            /* 18: 18 to 42 fill the data of a global's block */
-  VmBuiltinCallback builtin399;            /* 19 */
-  VmBuiltinCallback builtin401;            /* 20 */
-  VmBuiltinCallback builtin402;            /* 21 */
-  VmBuiltinCallback builtin405;            /* 22 */
-  VmBuiltinCallback builtin407;            /* 23 */
-  VmBuiltinCallback builtin408;            /* 24 */
-  VmBuiltinCallback builtin411;            /* 25 */
-  VmBuiltinCallback builtin432to435[4];    /* 26 to 29: whole array, count is its length */
-  VmBuiltinCallback builtin436to439[4];    /* 30 to 33: whole array */
-  VmBuiltinCallback builtin440to448[9];    /* 34 to 42: whole array */
-  VmBuiltinCallback builtin412;            /* 43 */
-  VmBuiltinCallback builtin413;            /* 44 */
-  VmBuiltinCallback builtin450;            /* 45: whole array */
-  VmBuiltinCallback builtin415;            /* 46: indexed */
-  VmBuiltinCallback hostUnary[3];          /* 47 to 49: HOST_UNARY_1 to 3, value in place */
-  VmLookupCallback lookup[2];              /* 50, 51: HOST_LOOKUP_1 and 2; 50 also function 277 */
-  VmHostVariableCallback hostVariable;     /* 52: LOAD_GLOBAL of a host variable */
-  VmOverrideACallback overrideA;           /* 53: CALL hostFunctionA; functions 275 and 278 */
-  VmHostFunctionCallback hostFunction;     /* 54: CALL in the host function range */
-  VmCall267Callback call267;               /* 55: CALL_BUILTIN 267 */
-  VmOverrideBCallback overrideB;           /* 56: CALL hostFunctionB; function 276 */
-  VmBuiltinCallback builtin259;            /* 57 */
-  VmBuiltinCallback builtin260;            /* 58 */
-  VmBuiltinCallback builtin261;            /* 59 */
-  VmBuiltinCallback builtin262;            /* 60 */
-  VmBuiltinCallback builtin279;            /* 61 */
-  VmBuiltinCallback builtin263;            /* 62 */
-  VmBuiltinCallback builtin264;            /* 63 */
-  VmBuiltinCallback builtin265;            /* 64 */
-  VmBuiltinCallback builtin266;            /* 65 */
-  VmBuiltinCallback builtin280;            /* 66 */
-  VmBuiltinCallback builtin283;            /* 67 */
-  VmBuiltinCallback builtin284;            /* 68 */
-  VmBuiltinCallback builtin300;            /* 69: data of builtinGlobal300's block, index -1 */
-  VmBuiltinCallback builtin301;            /* 70 */
-  VmBuiltinCallback builtin302;            /* 71 */
-  VmBuiltinCallback builtin303;            /* 72: whole array */
-  VmBuiltinCallback builtin304;            /* 73: whole array */
-  VmCall293Callback call293;               /* 74 */
-  VmCall294Callback call294to296[3];       /* 75 to 77 */
-  VmCall297Callback call297;               /* 78 */
-  VmCall293Callback call298;               /* 79 */
+  VmOutput0Callback output0;             /* 0: end of a run; inline area of outputGlobal0 */
+  VmOutput1Callback output1;             /* 1: end of a run; component 0 of outputGlobal1 */
+  VmBuiltinCallback builtin417;          /* 2 */
+  VmBuiltinCallback builtin416;          /* 3: indexed */
+  VmBuiltinCallback builtin382to395[14]; /* 4 to 17: indexed */
+  VmBuiltinCallback builtin397;          /* 18: 18 to 42 fill the data of a global's block */
+  VmBuiltinCallback builtin399;          /* 19 */
+  VmBuiltinCallback builtin401;          /* 20 */
+  VmBuiltinCallback builtin402;          /* 21 */
+  VmBuiltinCallback builtin405;          /* 22 */
+  VmBuiltinCallback builtin407;          /* 23 */
+  VmBuiltinCallback builtin408;          /* 24 */
+  VmBuiltinCallback builtin411;          /* 25 */
+  VmBuiltinCallback builtin432to435[4];  /* 26 to 29: whole array, count is its length */
+  VmBuiltinCallback builtin436to439[4];  /* 30 to 33: whole array */
+  VmBuiltinCallback builtin440to448[9];  /* 34 to 42: whole array */
+  VmBuiltinCallback builtin412;          /* 43 */
+  VmBuiltinCallback builtin413;          /* 44 */
+  VmBuiltinCallback builtin450;          /* 45: whole array */
+  VmBuiltinCallback builtin415;          /* 46: indexed */
+  VmBuiltinCallback hostUnary[3];        /* 47 to 49: HOST_UNARY_1 to 3, value in place */
+  VmLookupCallback lookup[2];            /* 50, 51: HOST_LOOKUP_1 and 2; 50 also function 277 */
+  VmHostVariableCallback hostVariable;   /* 52: LOAD_GLOBAL of a host variable */
+  VmOverrideACallback overrideA;         /* 53: CALL hostFunctionA; functions 275 and 278 */
+  VmHostFunctionCallback hostFunction;   /* 54: CALL in the host function range */
+  VmCall267Callback call267;             /* 55: CALL_BUILTIN 267 */
+  VmOverrideBCallback overrideB;         /* 56: CALL hostFunctionB; function 276 */
+  VmBuiltinCallback builtin259;          /* 57 */
+  VmBuiltinCallback builtin260;          /* 58 */
+  VmBuiltinCallback builtin261;          /* 59 */
+  VmBuiltinCallback builtin262;          /* 60 */
+  VmBuiltinCallback builtin279;          /* 61 */
+  VmBuiltinCallback builtin263;          /* 62 */
+  VmBuiltinCallback builtin264;          /* 63 */
+  VmBuiltinCallback builtin265;          /* 64 */
+  VmBuiltinCallback builtin266;          /* 65 */
+  VmBuiltinCallback builtin280;          /* 66 */
+  VmBuiltinCallback builtin283;          /* 67 */
+  VmBuiltinCallback builtin284;          /* 68 */
+  VmBuiltinCallback builtin300;          /* 69: data of builtinGlobal300's block, index -1 */
+  VmBuiltinCallback builtin301;          /* 70 */
+  VmBuiltinCallback builtin302;          /* 71 */
+  VmBuiltinCallback builtin303;          /* 72: whole array */
+  VmBuiltinCallback builtin304;          /* 73: whole array */
+  VmCall293Callback call293;             /* 74 */
+  VmCall294Callback call294to296[3];     /* 75 to 77 */
+  VmCall297Callback call297;             /* 78 */
+  VmCall293Callback call298;             /* 79 */
 } HostCallbacks;
 
 /* ------------------------------------------------------------------------------------------------
@@ -362,10 +362,10 @@ typedef struct MachineCreateInfo {
 
 /* Handed to every run. */
 typedef struct StartupInfo {
-  uint64_t userData;    /* passed to every callback of the run */
-  uint32_t builtin258;  /* value of built-in variable 258 for this run */
-  uint32_t timeout;     /* milliseconds until the run ends with VM_ERR_TIMEOUT; 0: no limit */
-  uint32_t reserved16;  /* not read */
+  uint64_t userData;   /* passed to every callback of the run */
+  uint32_t builtin258; /* value of built-in variable 258 for this run */
+  uint32_t timeout;    /* milliseconds until the run ends with VM_ERR_TIMEOUT; 0: no limit */
+  uint32_t reserved16; /* not read */
   uint32_t builtin281;
   uint32_t builtin282;
   uint32_t builtin285;
