@@ -5,8 +5,8 @@ cd "$(dirname "$0")/.."
 source scripts/setup.sh
 
 require "${build_packages[@]}" clang-format:clang-format clang-tidy:clang-tidy cppcheck:cppcheck
-folders=(include src tools examples benchmarks tests)
-mapfile -t sources < <(find "${folders[@]}" -name '*.c' -o -name '*.h' -o -name '*.cpp')
+mapfile -t sources < <(find . \( -path './build*' -o -path ./.git \) -prune -o \
+  \( -name '*.c' -o -name '*.h' -o -name '*.cpp' \) -print)
 mapfile -t units < <(find src tools -name '*.cpp')
 
 clang-format --dry-run --Werror "${sources[@]}"
