@@ -14,6 +14,7 @@
 #include <string>
 
 #include "instructions/opcode_info.h"
+#include "operand_names.h"
 
 namespace shadermachine::tools {
 namespace {
@@ -34,62 +35,14 @@ Headings readHeadings(const std::string& path) {
   return headings;
 }
 
-struct OperandNames {
-  const char* name;
-  const char* meaning;
-};
-
-// In the order of OperandKind.
-constexpr OperandNames kOperandNames[] = {
-    {"", ""},
-    {"local", "number of a local of the current function"},
-    {"global", "number of a global"},
-    {"function", "index of a function"},
-    {"builtin", "id of a built-in variable, 258 to 450"},
-    {"builtin", "id of a built-in function, 267 to 298"},
-    {"offset", "distance from the following instruction, modulo 2^32"},
-    {"n", "component count, at most 16"},
-    {"n", "component count, at most 4"},
-    {"n", "component count, at most 4"},
-    {"n", "component count, at most 4"},
-    {"n", "matrix dimension, at most 4"},
-    {"n", "number of slots"},
-    {"value", "the byte pushed"},
-    {"value", "the word pushed"},
-    {"index", "the index pushed"},
-    {"bound", "number of components, at most 16"},
-    {"component", "component number"},
-    {"mask", "four 2-bit component selectors"},
-    {"struct", "index of a structure type"},
-    {"type", "type code of the elements"},
-    {"count", "number of elements"},
-    {"member", "member number"},
-    {"form", "bits 5-6: argument count, bits 2-4: kind"},
-    {"unused", "without meaning"},
-    {"unused", "without meaning"},
-    {"length", "number of the counts that follow"},
-    {"counts", "one component count per operand"},
-    {"length", "number of steps of the access path"},
-    {"path", "one position or swizzle pattern per step"},
-};
-static_assert(std::size(kOperandNames) == static_cast<size_t>(OperandKind::Path) + 1);
-
-const OperandNames& operandNames(OperandKind kind) {
-  return kOperandNames[static_cast<size_t>(kind)];
-}
-
 bool isSigned(OperandKind kind) {
   return kind == OperandKind::ElementType || kind == OperandKind::Path || kind == OperandKind::Jump;
-}
-
-bool isList(OperandKind kind) {
-  return kind == OperandKind::CountList || kind == OperandKind::Path;
 }
 
 std::string encoding(OperandKind kind) {
   std::string text(1, isSigned(kind) ? 'i' : 'u');
   text += std::to_string(8 * operandWidth(kind));
-  if (isList(kind)) text += "...";
+  if (isOperandList(kind)) text += "...";
   return text;
 }
 
@@ -106,7 +59,7 @@ std::string lengthText(const OpcodeInfo& info) {
   unsigned fixed = 1;
   std::string list;
   for (OperandKind kind : info.operands) {
-    if (isList(kind)) {
+    if (isOperandList(kind)) {
       list = operandWidth(kind) == 1 ? " + length" : " + 2 length";
     } else {
       fixed += operandWidth(kind);
@@ -158,8 +111,8 @@ std::string headerText(const Headings& headings) {
 
 void writeOperandKinds(std::ostream& out) {
   std::map<std::string, std::string> meanings;
-  for (unsigned kind = 1; kind < std::size(kOperandNames); ++kind) {
-    const OperandNames& names = kOperandNames[kind];
+  for (unsigned kind = 1; kind <= static_cast<unsigned>(OperandKind::Path); ++kind) {
+    const OperandNames& names = operandNames(static_cast<OperandKind>(kind));
     std::string& meaning = meanings[names.name];
     if (meaning.find(names.meaning) != std::string::npos) continue;
     meaning += (meaning.empty() ? "" : "; or ") + std::string(names.meaning);

@@ -4,7 +4,9 @@
 #include <bit>
 #include <stdexcept>
 
+#include "assembly/literals.h"
 #include "instructions/opcode_info.h"
+#include "operand_names.h"
 
 namespace shadermachine::tools {
 namespace {
@@ -12,28 +14,12 @@ namespace {
 constexpr uint32_t kUnbound = UINT32_MAX;
 constexpr size_t kMaxListLength = 65535;
 
-constexpr bool isListLength(OperandKind kind, OperandKind next) {
-  return (kind == OperandKind::OperandCount && next == OperandKind::CountList) ||
-         (kind == OperandKind::PathLength && next == OperandKind::Path);
-}
-
-unsigned componentNumber(char letter) {
-  for (std::string_view letters : {"xyzw", "rgba", "stpq"}) {
-    const size_t position = letters.find(letter);
-    if (position != std::string_view::npos) return static_cast<unsigned>(position);
-  }
-  throw std::invalid_argument(std::string("no component is named ") + letter);
-}
-
 }  // namespace
 
 uint8_t swizzleMask(std::string_view components) {
-  if (components.empty() || components.size() > 4) {
-    throw std::invalid_argument("a swizzle selects one to four components");
-  }
-  unsigned mask = 0;
-  for (unsigned i = 0; i < components.size(); ++i) mask |= componentNumber(components[i]) << 2 * i;
-  return static_cast<uint8_t>(mask);
+  const auto swizzle = assembly::parseSwizzle(components);
+  if (!swizzle) throw std::invalid_argument("no swizzle: " + std::string(components));
+  return static_cast<uint8_t>(swizzle->mask);
 }
 
 int16_t swizzleStep(std::string_view components) {
@@ -66,11 +52,11 @@ void FunctionBuilder::emit(VmOpcode opcode, std::span<const int64_t> operands) {
   for (unsigned slot = 0; slot < kMaxOperands && info.operands[slot] != OperandKind::None; ++slot) {
     const OperandKind kind = info.operands[slot];
     const unsigned width = operandWidth(kind);
-    if (slot + 1 < kMaxOperands && isListLength(kind, info.operands[slot + 1])) {
+    if (isListLength(info, slot)) {
       const size_t length = operands.size() - next;
       if (length > kMaxListLength) throw std::length_error("operand list too long");
       appendValue(static_cast<int64_t>(length), width);
-    } else if (kind == OperandKind::CountList || kind == OperandKind::Path) {
+    } else if (isOperandList(kind)) {
       while (next < operands.size()) appendValue(operands[next++], width);
     } else if (next < operands.size()) {
       appendValue(operands[next++], width);

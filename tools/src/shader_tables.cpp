@@ -3,18 +3,12 @@
 #include <shadermachine-tools/shader_builder.h>
 
 #include <algorithm>
-#include <array>
 #include <iterator>
+
+#include "machine/types.h"
 
 namespace shadermachine::tools {
 namespace {
-
-constexpr std::array<uint8_t, 23> kBasicSizes = {
-    4,  4,  4,                         // bool, int, float
-    8,  12, 16, 8, 12, 16, 8, 12, 16,  // vectors of float, int, bool
-    16, 36, 64,                        // matrices
-    8,  8,  8,  8, 8,  8,  8, 8,       // samplers
-};
 
 template <class T>
 const T* dataOrNull(const std::vector<T>& table) {
@@ -23,11 +17,7 @@ const T* dataOrNull(const std::vector<T>& table) {
 
 }  // namespace
 
-uint32_t basicTypeSize(TypeCode type) {
-  const int index = type - VM_TYPE_BOOL;
-  const bool isBasic = index >= 0 && index < static_cast<int>(kBasicSizes.size());
-  return isBasic ? kBasicSizes[static_cast<size_t>(index)] : 0;
-}
+uint32_t basicTypeSize(TypeCode type) { return typeByteSize(type); }
 
 ShaderTables::ShaderTables() {
   record.version = 1;

@@ -1,0 +1,175 @@
+// Structures, globals, and functions with their locals.
+#include <string>
+#include <utility>
+
+#include "assembly/literals.h"
+#include "assembly/scope.h"
+#include "assembly/settings.h"
+
+namespace shadermachine::tools::assembly {
+namespace {
+
+constexpr size_t kMaxEntries = 65535;
+constexpr size_t kMaxStructs = 32768;
+
+// Reports the first entry that does not fit.
+template <class Entry>
+bool fits(Scope& scope, const std::vector<Entry>& entries, size_t limit, const char* what) {
+  if (entries.size() <= limit) return true;
+  scope.error(entries[limit].name, std::string("too many ") + what + ", at most " +
+                                       std::to_string(limit) + " are possible");
+  return false;
+}
+
+bool tablesFit(Scope& scope, const ShaderSyntax& syntax) {
+  bool good = fits(scope, syntax.structs, kMaxStructs, "structures") &&
+              fits(scope, syntax.globals, kMaxEntries, "globals") &&
+              fits(scope, syntax.functions, kMaxEntries, "functions");
+  if (syntax.declarations.size() > kMaxEntries) {
+    scope.error(syntax.declarations[kMaxEntries], "too many functions");
+    good = false;
+  }
+  for (const StructSyntax& structure : syntax.structs) {
+    good = good && fits(scope, structure.members, kMaxEntries, "members");
+  }
+  for (const FunctionSyntax& function : syntax.functions) {
+    good = good && fits(scope, function.params, kMaxEntries, "parameters") &&
+           fits(scope, function.locals, kMaxEntries - function.params.size(), "locals");
+  }
+  return good;
+}
+
+// A variable of unknown type is taken for a float, so that what follows keeps its number.
+Variable makeVariable(Scope& scope, const VariableSyntax& syntax) {
+  const TypeCode type = resolveType(scope, syntax.type).value_or(TypeCode{VM_TYPE_FLOAT});
+  const std::string name = syntax.recordName.value_or(std::string(syntax.name.text));
+  const uint64_t elementSize = scope.builder.sizeOf(type);
+  if (!syntax.size && elementSize * syntax.count > UINT32_MAX) {
+    scope.error(syntax.name, quoted(syntax.name.text) + " is larger than 4 GiB");
+  }
+  return {name, type, syntax.count, syntax.flags};
+}
+
+void applyOverrides(const VariableSyntax& syntax, VarInfo& info) {
+  if (syntax.hasNoRecordName) info.name = nullptr;
+  if (syntax.size) info.byteSize = *syntax.size;
+  if (syntax.offset) info.memberOffset = *syntax.offset;
+}
+
+void refuseOffset(Scope& scope, const VariableSyntax& syntax) {
+  if (syntax.offset) scope.error(syntax.name, "only members of structures have an offset");
+}
+
+void declareStruct(Scope& scope, const StructSyntax& syntax) {
+  if (parseBasicType(syntax.name.text)) {
+    scope.error(syntax.name, quoted(syntax.name.text) + " is a basic type");
+  }
+  SymbolTable& names = scope.members.emplace_back("member");
+  std::vector<Variable> members;
+  for (const VariableSyntax& member : syntax.members) {
+    names.add(member.name, scope.diagnostics);
+    members.push_back(makeVariable(scope, member));
+  }
+  // The name becomes known only now: a structure cannot contain itself.
+  scope.structs.add(syntax.name, scope.diagnostics);
+  if (syntax.isNull) {
+    scope.builder.addNullStruct(syntax.name.text);
+    return;
+  }
+  const TypeCode type = scope.builder.addStruct(syntax.name.text, members);
+  uint64_t offset = 0;
+  for (uint32_t i = 0; i < members.size(); ++i) {
+    VarInfo& info = scope.builder.member(type, i);
+    info.memberOffset = static_cast<uint32_t>(offset);
+    applyOverrides(syntax.members[i], info);
+    offset += info.byteSize;
+  }
+  if (offset > UINT32_MAX && !syntax.size) {
+    scope.error(syntax.name, "structure " + quoted(syntax.name.text) + " is larger than 4 GiB");
+  }
+  scope.builder.info(type).size = syntax.size.value_or(static_cast<uint32_t>(offset));
+}
+
+void declareGlobal(Scope& scope, const VariableSyntax& syntax) {
+  scope.globals.add(syntax.name, scope.diagnostics);
+  refuseOffset(scope, syntax);
+  applyOverrides(syntax, scope.builder.info(scope.builder.addGlobal(makeVariable(scope, syntax))));
+}
+
+void declareLocals(Scope& scope, const FunctionSyntax& syntax, FunctionBuilder& function) {
+  for (const VariableSyntax& param : syntax.params) {
+    refuseOffset(scope, param);
+    applyOverrides(param, function.info(function.addParam(makeVariable(scope, param))));
+  }
+  for (const VariableSyntax& local : syntax.locals) {
+    refuseOffset(scope, local);
+    applyOverrides(local, function.info(function.addLocal(makeVariable(scope, local))));
+  }
+  if (syntax.paramCount) function.setParamCount(static_cast<uint16_t>(*syntax.paramCount));
+}
+
+// Declared names come first, in their order; then the other functions in theirs.
+bool declareFunctions(Scope& scope, const ShaderSyntax& syntax) {
+  for (const Token& name : syntax.declarations) {
+    scope.functions.add(name, scope.diagnostics);
+    scope.builder.addFunction(name.text);
+  }
+  std::vector<bool> isDefined(syntax.declarations.size());
+  for (const FunctionSyntax& function : syntax.functions) {
+    const auto number = scope.functions.find(function.name.text);
+    if (number && *number < isDefined.size() && !isDefined[*number]) {
+      isDefined[*number] = true;
+      scope.functionIds.push_back({static_cast<uint16_t>(*number)});
+      continue;
+    }
+    if (scope.functions.size() >= kMaxEntries) {
+      scope.error(function.name, "too many functions");
+      return false;
+    }
+    scope.functions.add(function.name, scope.diagnostics);
+    scope.functionIds.push_back(scope.builder.addFunction(function.name.text).id());
+  }
+  for (size_t i = 0; i < isDefined.size(); ++i) {
+    const Token& name = syntax.declarations[i];
+    if (!isDefined[i]) scope.error(name, quoted(name.text) + " is declared but has no .function");
+  }
+  return true;
+}
+
+}  // namespace
+
+std::optional<TypeCode> resolveType(Scope& scope, const Token& token) {
+  if (token.is(TokenKind::Integer)) {
+    if (token.number >= INT16_MIN && token.number <= INT16_MAX) {
+      return static_cast<TypeCode>(token.number);
+    }
+    scope.error(token, "type codes go from -32768 to 32767");
+    return std::nullopt;
+  }
+  if (!token.is(TokenKind::Word)) {
+    scope.error(token, "expected a type, found " + quoted(token.text));
+    return std::nullopt;
+  }
+  if (const auto basic = parseBasicType(token.text)) return basic;
+  if (const auto structure = scope.structs.find(token.text)) {
+    return static_cast<TypeCode>(*structure);
+  }
+  const auto names = basicTypeNames();
+  const std::string closest = suggestion(token.text, {names.begin(), names.end()});
+  scope.error(token, "no type is named " + quoted(token.text) + closest);
+  return std::nullopt;
+}
+
+bool declareAll(Scope& scope, const ShaderSyntax& syntax) {
+  if (!tablesFit(scope, syntax)) return false;
+  for (const StructSyntax& structure : syntax.structs) declareStruct(scope, structure);
+  for (const VariableSyntax& global : syntax.globals) declareGlobal(scope, global);
+  if (!declareFunctions(scope, syntax)) return false;
+  for (size_t i = 0; i < syntax.functions.size(); ++i) {
+    declareLocals(scope, syntax.functions[i], scope.builder.function(scope.functionIds[i]));
+  }
+  for (const SettingSyntax& setting : syntax.settings) applySetting(scope, setting);
+  return true;
+}
+
+}  // namespace shadermachine::tools::assembly

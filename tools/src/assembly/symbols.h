@@ -1,0 +1,37 @@
+// Names of one kind and their numbers.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include "assembly/diagnostics.h"
+#include "assembly/lexer.h"
+
+namespace shadermachine::tools::assembly {
+
+class SymbolTable {
+ public:
+  // `what` as in "no local is named x".
+  explicit SymbolTable(const char* what) : what_(what) {}
+
+  // Gives the name the next number. A name that is taken is an error; the number is used up.
+  void add(const Token& name, Diagnostics& diagnostics);
+  std::optional<uint32_t> find(std::string_view name) const;
+  // A missing name is an error.
+  std::optional<uint32_t> require(const Token& name, Diagnostics& diagnostics) const;
+  size_t size() const { return names_.size(); }
+
+ private:
+  const char* what_;
+  std::unordered_map<std::string_view, uint32_t> numbers_;
+  std::vector<std::string_view> names_;
+};
+
+// ", did you mean 'x'?" for the candidate that is at most a few typing errors away, else nothing.
+std::string suggestion(std::string_view name, const std::vector<std::string_view>& candidates);
+
+}  // namespace shadermachine::tools::assembly
