@@ -9,6 +9,7 @@ build_packages=(
   cmake:cmake
   pkg-config:pkg-config
   dpkg-dev:dpkg-shlibdeps
+  file:file
   libcli11-dev:/usr/include/CLI/CLI.hpp
   libpng-dev:/usr/include/png.h
   libgtest-dev:/usr/include/gtest/gtest.h
