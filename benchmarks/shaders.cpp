@@ -1,0 +1,83 @@
+#include "shaders.h"
+
+#include <shadermachine-tools/assembler.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <sstream>
+
+namespace shadermachine::benchmarks {
+namespace {
+
+constexpr Subject kSubjects[] = {
+    {"empty", nativeEmpty, VM_OK, false},
+    {"discard", nativeEmpty, VM_ERR_DISCARDED, false},
+    {"mandelbrot", nativeMandelbrot},
+    {"phong", nativePhong},
+    {"march", nativeMarch},
+    {"lights", nativeLights},
+    {"hash_noise", nativeHashNoise},
+    {"noise", nativeNoise},
+};
+
+struct Input {
+  const char* name;
+  size_t offset;
+};
+
+constexpr Input kInputs[] = {
+    {"coord", offsetof(Inputs, coord)},   {"position", offsetof(Inputs, position)},
+    {"normal", offsetof(Inputs, normal)}, {"direction", offsetof(Inputs, direction)},
+    {"model", offsetof(Inputs, model)},   {"sceneLights", offsetof(Inputs, lights)},
+};
+
+}  // namespace
+
+std::span<const Subject> subjects() { return kSubjects; }
+
+tools::BuiltShader loadShader(const Subject& subject) {
+  const std::string path = std::string(BENCHMARK_SHADERS) + "/" + subject.name + ".sasm";
+  std::ostringstream text;
+  text << std::ifstream(path).rdbuf();
+  tools::AssemblyResult result = tools::assemble(text.str());
+  for (const tools::AssemblyError& error : result.errors) {
+    std::fprintf(stderr, "%s\n", tools::formatError(error, text.str(), path).c_str());
+  }
+  if (!result.shader) std::exit(1);
+  return std::move(*result.shader);
+}
+
+Bench::Bench(const Subject& subject) : shader_(loadShader(subject)) {
+  HostCallbacks callbacks = {};
+  callbacks.hostVariable = fillVariable;
+  callbacks.output0 = takeColor;
+  const MachineCreateInfo info = {&callbacks};
+  machine_ = vmShaderMachineCreate(&info);
+  startup_.userData = reinterpret_cast<uintptr_t>(&fragment_);
+}
+
+Bench::~Bench() { vmShaderMachineDestroy(machine_); }
+
+VmError Bench::run() { return vmShaderMachineExecuteShader(machine_, shader_.record(), &startup_); }
+
+// The lookup by name is what a host does once per shader; here the first letters tell.
+void Bench::fillVariable(const HostVariableRequest* request) {
+  const auto& fragment = *reinterpret_cast<const Fragment*>(request->userData);
+  const auto* inputs = reinterpret_cast<const char*>(&fragment.inputs);
+  for (const Input& input : kInputs) {
+    if (request->varInfo->name[0] != input.name[0] || request->varInfo->name[1] != input.name[1]) {
+      continue;
+    }
+    std::memcpy(request->data, inputs + input.offset, request->varInfo->byteSize);
+    return;
+  }
+}
+
+void Bench::takeColor(const void* inlineArea, uint64_t userData) {
+  auto& fragment = *reinterpret_cast<Fragment*>(userData);
+  std::memcpy(fragment.color.data(), inlineArea, sizeof fragment.color);
+}
+
+}  // namespace shadermachine::benchmarks

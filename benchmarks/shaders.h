@@ -1,0 +1,52 @@
+// The benchmark shaders, each beside its work in plain C++.
+#pragma once
+
+#include <shadermachine-tools/shader_builder.h>
+
+#include <optional>
+#include <span>
+
+#include "machine/machine.h"
+#include "native.h"
+
+namespace shadermachine::benchmarks {
+
+struct Subject {
+  const char* name;  // of the file in benchmarks/shaders
+  NativeShader native;
+  VmError result = VM_OK;
+  bool deliversColor = true;
+};
+
+std::span<const Subject> subjects();
+
+// Assembles the subject's shader; exits with a message when that fails.
+tools::BuiltShader loadShader(const Subject& subject);
+
+// A machine whose host answers from `inputs` and takes the colour.
+class Bench {
+ public:
+  explicit Bench(const Subject& subject);
+  ~Bench();
+  Bench(const Bench&) = delete;
+  Bench& operator=(const Bench&) = delete;
+
+  VmError run();
+  const Color& color() const { return fragment_.color; }
+  Machine& machine() { return *static_cast<Machine*>(machine_); }
+
+ private:
+  struct Fragment {
+    Inputs inputs;
+    Color color = {};
+  };
+  static void fillVariable(const HostVariableRequest* request);
+  static void takeColor(const void* inlineArea, uint64_t userData);
+
+  tools::BuiltShader shader_;
+  Fragment fragment_;
+  StartupInfo startup_ = {};
+  ShaderMachine* machine_;
+};
+
+}  // namespace shadermachine::benchmarks
