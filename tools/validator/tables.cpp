@@ -2,6 +2,8 @@
 
 #include <shadermachine-tools/host_contract.h>
 
+#include "instructions/builtin_variables.h"
+#include "machine/types.h"
 #include "types.h"
 
 namespace shadermachine::tools {
@@ -13,8 +15,8 @@ class TableChecks {
       : view_(view), shader_(*view.shader), types_(view), diagnostics_(diagnostics) {}
 
   void run() {
-    checkRecord();
-    if (diagnostics_.errorCount() != 0) return;  // the tables cannot be walked
+    if (!hasTables()) return;
+    if (shader_.version != 1) error("version is ", shader_.version, ", not 1");
     for (uint32_t i = 0; i < view_.structCount; ++i) checkStructure(i);
     checkRecursion();
     for (uint32_t i = 0; i < shader_.globalCount; ++i) {
@@ -30,17 +32,16 @@ class TableChecks {
     diagnostics_.error(text(parts...));
   }
 
-  void checkRecord() {
-    if (shader_.version != 1) error("version is ", shader_.version, ", not 1");
-    requireTable(shader_.functions, shader_.functionCount, "functions");
-    requireTable(shader_.structTypes, view_.structCount, "structTypes");
-    requireTable(shader_.globals, shader_.globalCount, "globals");
-    requireTable(shader_.code, view_.codeSize, "code");
-    if (shader_.functions == nullptr && shader_.functionCount == 0) error("there are no functions");
+  bool hasTables() {
+    requireTable(shader_.functions, true, "functions");
+    requireTable(shader_.structTypes, view_.structCount != 0, "structTypes");
+    requireTable(shader_.globals, shader_.globalCount != 0, "globals");
+    requireTable(shader_.code, view_.codeSize != 0, "code");
+    return diagnostics_.errorCount() == 0;
   }
 
-  void requireTable(const void* table, uint32_t count, const char* name) {
-    if (table == nullptr && count != 0) error(name, " is null");
+  void requireTable(const void* table, bool needed, const char* name) {
+    if (table == nullptr && needed) error(name, " is null");
   }
 
   void checkStructure(uint32_t index) {
@@ -57,8 +58,8 @@ class TableChecks {
       const std::string memberName = text(name, ", member ", i);
       checkVariable(member, memberName);
       if (member.memberOffset != offset) {
-        error(memberName, ": memberOffset is ", member.memberOffset, ", the members before it end at ",
-              offset);
+        error(memberName, ": memberOffset is ", member.memberOffset,
+              ", the members before it end at ", offset);
       }
       offset += member.byteSize;
     }
@@ -135,7 +136,9 @@ class TableChecks {
     checkEntry();
     checkOutput(shader_.outputGlobal0, "outputGlobal0");
     checkOutput(shader_.outputGlobal1, "outputGlobal1");
-    for (const BuiltinVariable& variable : kBuiltinVariables) checkBackingGlobal(variable);
+    for (uint32_t id = kFirstBuiltinVariable; id <= kLastBuiltinVariable; ++id) {
+      checkBackingGlobal(id);
+    }
     checkFunctionIndex(shader_.hostFunctionA, "hostFunctionA");
     checkFunctionIndex(shader_.hostFunctionB, "hostFunctionB");
     checkFunctionIndex(shader_.hostFunctionBase, "hostFunctionBase");
@@ -166,18 +169,20 @@ class TableChecks {
     }
   }
 
-  void checkBackingGlobal(const BuiltinVariable& variable) {
-    const int32_t index = backingGlobal(shader_, variable);
-    const std::string name = text("built-in variable ", variable.id);
+  void checkBackingGlobal(uint32_t id) {
+    const std::string name = text("built-in variable ", id);
+    const int32_t index = backingGlobal(shader_, id);
     if (!isGlobal(index, name)) return;
     const VarInfo& global = shader_.globals[index];
     if (isBasic(global)) {
       return error(name, ": global ", index, " is inline, the host fills a block");
     }
-    const uint64_t elements = variable.family == BuiltinFamily::GlobalArray ? global.count : 1;
-    const uint64_t bytes = elements * basicTypeBytes(variable.type);
+    const bool wholeArray = builtinVariable(id).family == BuiltinFamily::GlobalArray;
+    const uint64_t elements = wholeArray ? global.count : 1;
+    const uint64_t bytes = elements * typeByteSize(builtinValue(id).type);
     if (global.byteSize < bytes) {
-      error(name, ": global ", index, " has ", global.byteSize, " bytes, the host may write ", bytes);
+      error(name, ": global ", index, " has ", counted(global.byteSize, "byte"),
+            ", the host may write ", bytes);
     }
   }
 

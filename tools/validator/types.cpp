@@ -1,36 +1,12 @@
 #include "types.h"
 
-#include <array>
+#include <cstring>
 
 #include "diagnostics.h"
+#include "instructions/builtin_variables.h"
+#include "machine/types.h"
 
 namespace shadermachine::tools {
-
-uint32_t basicTypeBytes(int32_t type) {
-  static constexpr std::array<uint8_t, VM_TYPE_SAMPLER_7 - VM_TYPE_BOOL + 1> kWords = {
-      1, 1, 1,                 // bool, int, float
-      2, 3, 4,                 // vec
-      2, 3, 4,                 // ivec
-      2, 3, 4,                 // bvec
-      4, 9, 16,                // mat
-      2, 2, 2, 2, 2, 2, 2, 2,  // samplers
-  };
-  if (type < VM_TYPE_BOOL || type > VM_TYPE_SAMPLER_7) return 0;
-  return kWords[static_cast<size_t>(type - VM_TYPE_BOOL)] * kWordBytes;
-}
-
-bool isVector(TypeCode type) { return type >= VM_TYPE_VEC2 && type <= VM_TYPE_BVEC4; }
-bool isMatrix(TypeCode type) { return type >= VM_TYPE_MAT2 && type <= VM_TYPE_MAT4; }
-bool isScalarOrVector(TypeCode type) { return type >= VM_TYPE_BOOL && type <= VM_TYPE_BVEC4; }
-
-TypeCode componentType(TypeCode vector) {
-  if (vector <= VM_TYPE_VEC4) return VM_TYPE_FLOAT;
-  return vector <= VM_TYPE_IVEC4 ? VM_TYPE_INT : VM_TYPE_BOOL;
-}
-
-TypeCode columnType(TypeCode matrix) {
-  return static_cast<TypeCode>(matrix - VM_TYPE_MAT2 + VM_TYPE_VEC2);
-}
 
 const StructInfo* Types::structure(int32_t type) const {
   const CompiledShader& shader = *view_.shader;
@@ -38,8 +14,8 @@ const StructInfo* Types::structure(int32_t type) const {
   return shader.structTypes == nullptr ? nullptr : shader.structTypes[type];
 }
 
-uint32_t Types::elementBytes(int32_t type) const {
-  if (type < 0) return basicTypeBytes(type);
+uint32_t Types::elementBytes(TypeCode type) const {
+  if (type < 0) return typeByteSize(type);
   const StructInfo* info = structure(type);
   return info == nullptr ? 0 : info->size;
 }
@@ -48,9 +24,19 @@ uint64_t Types::variableBytes(TypeCode type, uint32_t count) const {
   return uint64_t{elementBytes(type)} * (count == 0 ? 1 : count);
 }
 
+int32_t backingGlobal(const CompiledShader& shader, uint32_t builtinId) {
+  const BuiltinVariable variable = builtinVariable(builtinId);
+  if (variable.family != BuiltinFamily::GlobalElement &&
+      variable.family != BuiltinFamily::GlobalArray) {
+    return -1;
+  }
+  int32_t index;
+  std::memcpy(&index, reinterpret_cast<const char*>(&shader) + variable.recordOffset, sizeof index);
+  return index;
+}
+
 std::string describeAggregate(TypeCode type, uint32_t count) {
-  const std::string element =
-      type >= 0 ? text("structure ", type) : text("type ", type);
+  const std::string element = type >= 0 ? text("structure ", type) : text("type ", type);
   return count == 0 ? element : text("array of ", count, " of ", element);
 }
 

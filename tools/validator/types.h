@@ -10,17 +10,8 @@ namespace shadermachine::tools {
 
 inline constexpr uint32_t kWordBytes = 4;
 
-// 0 for a code that is no basic type.
-uint32_t basicTypeBytes(int32_t type);
-
 inline bool isBasic(TypeCode type, uint32_t count) { return type < 0 && count == 0; }
 inline bool isBasic(const VarInfo& variable) { return isBasic(variable.type, variable.count); }
-
-bool isVector(TypeCode type);
-bool isMatrix(TypeCode type);
-bool isScalarOrVector(TypeCode type);  // of words; samplers are neither
-TypeCode componentType(TypeCode vector);
-TypeCode columnType(TypeCode matrix);
 
 class Types {
  public:
@@ -29,7 +20,7 @@ class Types {
   // Null when the code names no entry.
   const StructInfo* structure(int32_t type) const;
   // Of one value; 0 when there is no such type.
-  uint32_t elementBytes(int32_t type) const;
+  uint32_t elementBytes(TypeCode type) const;
   // Of a variable; 0 when there is no such type, and never truncated.
   uint64_t variableBytes(TypeCode type, uint32_t count) const;
 
@@ -37,7 +28,10 @@ class Types {
   ShaderView view_;
 };
 
-// "an inline value" never appears here: "a structure 3", "an array of 4 of type -98".
+// The global behind a built-in variable; -1 when it has none.
+int32_t backingGlobal(const CompiledShader& shader, uint32_t builtinId);
+
+// "structure 3", "array of 4 of type -98"
 std::string describeAggregate(TypeCode type, uint32_t count);
 
 }  // namespace shadermachine::tools

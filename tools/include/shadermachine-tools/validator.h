@@ -31,7 +31,7 @@ struct Diagnostic {
   std::string message;
 };
 
-// "function 1, offset 12, ADD_F: error: S0 has 1 defined word, 3 are read"
+// "function 1, offset 12, ADD_F: error: S0 has 1 defined word, 3 needed"
 std::string toString(const Diagnostic& diagnostic);
 
 enum class ReturnKind : uint8_t {
@@ -48,11 +48,11 @@ struct InstructionFacts {
 
 struct FunctionFacts {
   ReturnKind returnKind = ReturnKind::Never;
-  uint32_t returnWords = 0;  // defined words of an inline result
-  TypeCode returnType = 0;   // of an aggregate result: structure or element type
-  uint32_t returnCount = 0;  // and array length
-  uint32_t maximumDepth = 0;  // slots, locals included
-  bool recursive = false;     // can call itself, directly or not
+  uint32_t returnWords = 0;                    // defined words of an inline result
+  TypeCode returnType = 0;                     // of an aggregate result: structure or element type
+  uint32_t returnCount = 0;                    // and array length
+  uint32_t maximumDepth = 0;                   // slots, locals included
+  bool recursive = false;                      // can call itself, directly or not
   std::vector<InstructionFacts> instructions;  // in code order, up to the first undecodable byte
 };
 

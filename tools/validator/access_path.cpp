@@ -1,0 +1,103 @@
+#include "access_path.h"
+
+#include <algorithm>
+
+#include "diagnostics.h"
+#include "machine/types.h"
+
+namespace shadermachine::tools {
+namespace {
+
+constexpr uint32_t kMaxSelectors = 4;
+
+}  // namespace
+
+// A computed index is taken to be a position: where it turns out negative, the machine keeps the
+// store inside the variable.
+bool AccessPath::step(std::optional<int32_t> index) {
+  if (index && *index < 0) {
+    pattern_ = static_cast<uint16_t>(-static_cast<int16_t>(*index));
+    return true;
+  }
+  if (count_ == 0 && type_ >= 0) return stepIntoStructure(index);
+  if (count_ != 0) {
+    stepIntoArray(index);
+  } else if (isVectorType(type_)) {
+    stepIntoVector(index);
+  } else if (isMatrixType(type_)) {
+    stepIntoMatrix(index);
+  }
+  return true;
+}
+
+bool AccessPath::stepIntoStructure(std::optional<int32_t> index) {
+  const StructInfo& info = *types_.structure(type_);
+  if (!index) {
+    problem_ = text("the member of structure ", type_, " is computed, it must be constant");
+  } else if (static_cast<uint32_t>(*index) >= info.memberCount) {
+    problem_ = text("structure ", type_, " has no member ", *index);
+  } else {
+    const VarInfo& member = info.members[*index];
+    type_ = member.type;
+    count_ = member.count;
+    bytes_ = member.byteSize;
+  }
+  return problem_.empty();
+}
+
+void AccessPath::stepIntoArray(std::optional<int32_t> index) {
+  checkBound(index, count_, "elements");
+  bytes_ = types_.elementBytes(type_);
+  count_ = 0;
+}
+
+void AccessPath::stepIntoVector(std::optional<int32_t> index) {
+  const uint32_t components = typeByteSize(type_) / kWordBytes;
+  if (pattern_ == 0) {
+    checkBound(index, components, "components");
+  } else {
+    checkBound(index, kMaxSelectors, "selectors");
+    if (index && *index < static_cast<int32_t>(kMaxSelectors)) {
+      checkBound(static_cast<int32_t>(selector(static_cast<uint32_t>(*index))), components,
+                 "components");
+    }
+    pattern_ = 0;
+  }
+  bytes_ = kWordBytes;
+  type_ = vectorScalarType(type_);
+}
+
+void AccessPath::stepIntoMatrix(std::optional<int32_t> index) {
+  checkBound(index, typeByteSize(type_) / typeStride(type_), "columns");
+  bytes_ = typeStride(type_);
+  type_ = matrixColumnType(type_);
+}
+
+void AccessPath::checkBound(std::optional<int32_t> index, uint32_t bound, const char* noun) {
+  if (index && static_cast<uint32_t>(*index) >= bound && dropped_.empty()) {
+    dropped_ = text("index ", *index, " is outside the ", bound, ' ', noun);
+  }
+}
+
+uint32_t AccessPath::words() const {
+  if (pattern_ == 0) return static_cast<uint32_t>(bytes_ / kWordBytes);
+  return std::min(selectedCount(), kMaxSelectors);
+}
+
+std::string AccessPath::dropReason() const {
+  if (!dropped_.empty() || pattern_ == 0 || isAggregate()) return dropped_;
+  const uint32_t components = typeByteSize(type_) / kWordBytes;
+  if (isMatrixType(type_) || components == 0 || type_ >= VM_TYPE_SAMPLER_0) {
+    return "components are selected of what is no vector";
+  }
+  if (selectedCount() > kMaxSelectors)
+    return text("the pattern selects ", selectedCount(), " components");
+  for (uint32_t i = 0; i < selectedCount(); ++i) {
+    if (selector(i) >= components) {
+      return text("selector ", selector(i), " is outside the ", components, " components");
+    }
+  }
+  return {};
+}
+
+}  // namespace shadermachine::tools

@@ -1,0 +1,40 @@
+#include "effects.h"
+
+#include <array>
+
+namespace shadermachine::tools {
+namespace {
+
+using Effect = void (*)(Step&);
+
+constexpr std::array<Effect, kOpcodeCount> kEffects = {
+#define HANDLER(...) &effects::__VA_ARGS__
+#define KERNEL(shape, kernel) &effects::shape
+#define OPCODE(number, mnemonic, handler, ...) handler,
+#include "instructions/opcodes.def"
+#undef OPCODE
+#undef KERNEL
+#undef HANDLER
+};
+
+// An instruction whose operands are wrong has been reported; go on as if it had worked, where the
+// table says how many slots it takes and gives.
+void skipUnsound(Step& step) {
+  const OpcodeInfo& info = step.instruction.info();
+  const bool isCall = step.instruction.opcode == Opcode::CALL;
+  const bool isJump = step.instruction.opcode == Opcode::JUMP;
+  if (isCall || isJump || info.pops == kVaries || info.pushes == kVaries) return step.end();
+  step.stack.drop(static_cast<uint32_t>(info.pops));
+  for (int8_t i = 0; i < info.pushes; ++i) step.push(unknownSlot());
+}
+
+}  // namespace
+
+void Step::apply() {
+  const int8_t pops = instruction.info().pops;
+  if (pops != kVaries && !needDepth(static_cast<uint32_t>(pops))) return;
+  if (!instruction.isSound) return skipUnsound(*this);
+  kEffects[static_cast<unsigned>(instruction.opcode)](*this);
+}
+
+}  // namespace shadermachine::tools

@@ -1,0 +1,259 @@
+// Control flow, calls of the shader's functions and of the host's.
+
+#include <shadermachine-tools/host_contract.h>
+
+#include "effects.h"
+
+namespace shadermachine::tools::effects {
+namespace {
+
+// Every view left above the locals, besides the result, would lose its reference.
+void needNothingOwned(Step& step, uint32_t firstLeft) {
+  for (uint32_t k = firstLeft; k < step.stack.size(); ++k) {
+    const Slot& slot = step.stack.below(k);
+    if (slot.isView()) {
+      step.error("S", k, " is ", describe(slot), " and is left without release at the return");
+    }
+  }
+}
+
+void finishReturn(Step& step, const ReturnSummary& summary) {
+  const ReturnSummary& known = step.program.returns[step.functionIndex];
+  if (known.isMixed && known.disagreesWith(summary)) {
+    step.error("returns ", describe(summary), ", another return of the function ", describe(known));
+  }
+  step.returned = summary;
+  step.end();
+}
+
+}  // namespace
+
+// The target is the caller's business.
+void jump(Step& step) { step.end(); }
+
+void jumpIfFalse(Step& step) {
+  step.needWords(0, 1);
+  step.stack.drop(1);
+}
+
+void returnVoid(Step& step) {
+  needNothingOwned(step, 0);
+  ReturnSummary summary;
+  summary.kind = ReturnKind::Nothing;
+  finishReturn(step, summary);
+}
+
+void returnValue(Step& step) {
+  const Slot& slot = step.stack.below(0);
+  ReturnSummary summary;
+  summary.kind = ReturnKind::Inline;
+  summary.words = slot.isKnown() ? slot.words : uint8_t{VM_COMPONENT_COUNT};
+  if (slot.isView()) {
+    summary = {ReturnKind::Aggregate, false, 0, slot.type, slot.count};
+    step.needSole(0);
+    if (step.functionIndex == step.program.shader.entryIndex) {
+      step.error("the entry function returns ", describe(slot), ", which nobody releases");
+    }
+  }
+  needNothingOwned(step, 1);
+  finishReturn(step, summary);
+}
+
+void discard(Step& step) { step.end(); }
+void halt(Step& step) { step.end(); }
+
+void reserved(Step& step) { step.stops(VM_ERR_NOT_IMPLEMENTED, "reserved instruction"); }
+void reservedSkip1(Step& step) { reserved(step); }
+void reservedSkip2(Step& step) { reserved(step); }
+
+// CALL --------------------------------------------------------------------------------------------
+
+namespace {
+
+// A CALL may be answered by the host or by the function's own code; which one is known only when it
+// runs. What holds afterwards holds whoever answers.
+class Call {
+ public:
+  explicit Call(Step& step)
+      : step_(step),
+        shader_(step.program.shader),
+        index_(static_cast<int32_t>(step.operand(0))),
+        callee_(shader_.functions[index_]),
+        before_(step.stack) {}
+
+  void run() {
+    if (!checkArguments()) return;
+    if (isInHostRange()) answerByHostFunction();
+    if (index_ == shader_.hostFunctionB) answerByOverrideB();
+    if (index_ == shader_.hostFunctionA) answerByOverrideA();
+    if (callee_ != nullptr && callee_->codeLength != 0) answerByCode();
+    if (step_.hasEnded()) return;
+    if (!isAnswered_ && hasNoCode()) {
+      return step_.stops(VM_ERR_INVALID_FUNCTION, "function ", index_, " has no code");
+    }
+    if (!isAnswered_) return step_.end();  // the function never returns
+    finish();
+  }
+
+ private:
+  bool hasNoCode() const { return callee_ == nullptr || callee_->codeLength == 0; }
+
+  bool isInHostRange() const {
+    const int64_t offset = int64_t{index_} - shader_.hostFunctionBase;
+    return shader_.hostFunctionBase != -1 && offset >= 0 && offset < shader_.hostFunctionCount;
+  }
+
+  // The declared parameters hold for the host's answer as well.
+  bool checkArguments() {
+    if (callee_ == nullptr) return true;
+    const uint32_t count = callee_->paramCount;
+    if (!step_.needDepth(count)) return false;
+    for (uint32_t i = 0; i < count; ++i) {
+      const uint32_t k = count - 1 - i;
+      step_.needValueOf(k, callee_->locals[i]);
+      forgetConstant(k);  // parameters are variables of the callee
+    }
+    before_ = step_.stack;
+    return true;
+  }
+
+  void forgetConstant(uint32_t k) { step_.stack.below(k).constant.reset(); }
+
+  void answerByHostFunction() {
+    if (!step_.needDepth(3)) return;
+    step_.needWords(2, 0);
+    step_.needWords(1, 0);
+    step_.write(2, kHostFunctionWords);
+    step_.write(1, 0);
+    recordAnswer();
+  }
+
+  void answerByOverrideB() {
+    if (!step_.needDepth(2)) return;
+    step_.needView(0);
+    step_.needWords(1, 0);
+    step_.write(1, kOverrideBWords);
+    recordAnswer();
+  }
+
+  void answerByOverrideA() {
+    constexpr uint32_t kWordFromBlock = 6;
+    if (!step_.needDepth(3)) return;
+    if (shader_.hostStructMode == kWordFromBlock) {
+      needFirstWord(1);
+    } else {
+      step_.needWords(1, 1);
+    }
+    step_.needWords(0, 1);
+    step_.needWords(2, 0);
+    step_.write(0, 0);
+    step_.write(2, kOverrideAWords);
+    recordAnswer();
+  }
+
+  void needFirstWord(uint32_t k) {
+    step_.needView(k);
+    const Slot& slot = step_.stack.below(k);
+    if (slot.isView() && step_.program.types.variableBytes(slot.type, slot.count) < kWordBytes) {
+      step_.error("S", k, " is ", describe(slot), ", which has less than a word");
+    }
+  }
+
+  void answerByCode() {
+    const ReturnSummary& summary = step_.program.returns[static_cast<size_t>(index_)];
+    if (summary.kind == ReturnKind::Never) return;
+    if (summary.kind != ReturnKind::Nothing && !setResult(summary)) return;
+    recordAnswer();
+  }
+
+  bool setResult(const ReturnSummary& summary) {
+    const uint32_t k = callee_->paramCount;
+    if (!step_.needDepth(k + 1)) return false;
+    const Slot& slot = step_.stack.below(k);
+    if (slot.isView()) {
+      step_.error("S", k, " receives the result but is ", describe(slot));
+    }
+    Slot result = inlineSlot(summary.words);
+    if (summary.kind == ReturnKind::Aggregate) result = viewSlot(summary.type, summary.count);
+    step_.stack.set(k, summary.isMixed ? unknownSlot() : result);
+    return true;
+  }
+
+  // Keeps what the stack is after this answer and goes back to before the call.
+  void recordAnswer() {
+    if (isAnswered_) {
+      after_.mergeWith(step_.stack);
+    } else {
+      after_ = step_.stack;
+    }
+    isAnswered_ = true;
+    step_.stack = before_;
+  }
+
+  void finish() {
+    step_.stack = after_;
+    for (uint32_t k = 0; k < step_.stack.size(); ++k) {
+      if (step_.stack.below(k).kind == SlotKind::Conflict &&
+          before_.below(k).kind != SlotKind::Conflict) {
+        step_.error("S", k, " is a view or inline, depending on whether the host takes the call");
+      }
+    }
+  }
+
+  Step& step_;
+  const CompiledShader& shader_;
+  const int32_t index_;
+  const ShaderFunction* callee_;
+  AbstractStack before_;
+  AbstractStack after_;
+  bool isAnswered_ = false;
+};
+
+}  // namespace
+
+void call(Step& step) { Call(step).run(); }
+
+// Functions of the host ---------------------------------------------------------------------------
+
+void callBuiltin(Step& step) {
+  const uint32_t id = step.operand(0);
+  const BuiltinFunction* function = findBuiltinFunction(id);
+  if (function == nullptr) {
+    return step.stops(VM_ERR_NOT_IMPLEMENTED, "there is no built-in function ", id);
+  }
+  if (!step.needDepth(function->operandCount)) return;
+  bool releasesTop = false;
+  for (uint32_t i = 0; i < function->operandCount; ++i) {
+    const uint32_t k = function->operandCount - 1u - i;
+    const int8_t words = function->reads[i];
+    if (words == kReadsBlock) {
+      step.needView(k);
+      step.needSole(k);
+      releasesTop = true;
+    } else {
+      step.needWords(k, static_cast<uint32_t>(words));
+    }
+  }
+  if (releasesTop) step.stack.set(0, inlineSlot(0));
+  step.stack.drop(function->pops);
+  if (function->writes != 0) step.write(0, function->writes);
+}
+
+void callHostUnary(Step& step) {
+  step.needWords(0, 1);
+  step.write(0, 1);
+}
+
+void callHostLookup(Step& step) {
+  const uint32_t form = step.operand(0);
+  const uint32_t arguments = (form >> 5) & 3;
+  if (arguments < 2) return;
+  if (!step.needDepth(arguments)) return;
+  step.needWords(arguments - 1, kSamplerWords);
+  step.needWords(arguments - 2, kLookupKinds[(form >> 2) & 7].coordinates);
+  if (arguments == 3) step.needWords(0, 1);
+  step.stack.drop(arguments - 1);
+  step.write(0, kLookupResultWords);
+}
+
+}  // namespace shadermachine::tools::effects

@@ -1,0 +1,118 @@
+#include "flow.h"
+
+#include <algorithm>
+
+namespace shadermachine::tools {
+namespace {
+
+constexpr uint32_t kNoBlock = UINT32_MAX;
+
+// Units of work: an instruction on a small stack is one, and so is a saved slot.
+uint64_t costOfStep(const AbstractStack& stack) { return 1 + stack.size() / 64; }
+uint64_t costOfMerge(const AbstractStack& stack) { return 1 + stack.size() / 16; }
+uint64_t costOfCopy(const AbstractStack& stack) { return 1 + stack.size(); }
+
+}  // namespace
+
+FunctionFlow::FunctionFlow(const Program& program, uint32_t function,
+                           const DecodedFunction& decoded)
+    : program_(program), function_(function), decoded_(decoded) {
+  const size_t count = decoded.instructions.size();
+  blockAt_.assign(count, kNoBlock);
+  for (uint32_t i = 0; i < count; ++i) {
+    if (i != 0 && !decoded.isJumpTarget[i]) continue;
+    blockAt_[i] = static_cast<uint32_t>(starts_.size());
+    starts_.push_back(i);
+  }
+  blocks_.resize(starts_.size());
+  if (!blocks_.empty()) blocks_[0].isReached = true;
+}
+
+bool FunctionFlow::isBlockStart(uint32_t index) const { return blockAt_[index] != kNoBlock; }
+
+void FunctionFlow::search(Budget& budget) {
+  for (uint32_t i = 0; i < blocks_.size(); ++i) {
+    if (blocks_[i].isReached) pending_.insert(i);
+  }
+  while (!pending_.empty() && !budget.isSpent()) {
+    const uint32_t block = *pending_.begin();
+    pending_.erase(pending_.begin());
+    walkBlock(starts_[block], &budget, nullptr);
+  }
+}
+
+void FunctionFlow::report(Diagnostics& diagnostics, FunctionFacts& facts) {
+  Reporting reporting = {diagnostics, facts};
+  facts.returnKind = summary_.kind;
+  facts.returnWords = summary_.words;
+  facts.returnType = summary_.type;
+  facts.returnCount = summary_.count;
+  for (uint32_t i = 0; i < blocks_.size(); ++i) {
+    if (blocks_[i].isReached) walkBlock(starts_[i], nullptr, &reporting);
+  }
+}
+
+void FunctionFlow::walkBlock(uint32_t index, Budget* budget, Reporting* reporting) {
+  AbstractStack stack = blocks_[blockAt_[index]].stack;
+  const uint32_t locals = program_.shader.functions[function_]->localCount;
+  while (budget == nullptr || budget->spend(costOfStep(stack))) {
+    const Instruction& instruction = decoded_.instructions[index];
+    if (reporting != nullptr) {
+      reporting->facts.instructions[index].depth = static_cast<int32_t>(locals + stack.size());
+    }
+    Step step(program_, function_, instruction, stack,
+              reporting == nullptr ? nullptr : &reporting->diagnostics);
+    step.apply();
+    if (budget != nullptr) summary_.mergeWith(step.returned);
+    if (reporting != nullptr) {
+      uint32_t& maximum = reporting->facts.maximumDepth;
+      maximum = std::max(maximum, locals + stack.size());
+    }
+    if (instruction.target != kNoTarget) {
+      flowTo(instruction.target, stack, instruction, budget, reporting);
+    }
+    if (step.hasEnded()) return;
+    if (++index == decoded_.instructions.size()) {
+      if (decoded_.isComplete) step.error("control runs off the end of the code");
+      return;
+    }
+    if (isBlockStart(index)) return flowTo(index, stack, instruction, budget, reporting);
+  }
+}
+
+void FunctionFlow::flowTo(uint32_t target, const AbstractStack& stack, const Instruction& from,
+                          Budget* budget, Reporting* reporting) {
+  const uint32_t number = blockAt_[target];
+  Block& block = blocks_[number];
+  if (reporting != nullptr) {
+    return reportJoin(block, stack, from, decoded_.instructions[target].offset,
+                      reporting->diagnostics);
+  }
+  if (!budget->spend(block.isReached ? costOfMerge(stack) : costOfCopy(stack))) return;
+  if (!block.isReached) {
+    block.isReached = true;
+    block.stack = stack;
+    pending_.insert(number);
+  } else if (block.stack.size() == stack.size() && block.stack.mergeWith(stack)) {
+    pending_.insert(number);
+  }
+}
+
+void FunctionFlow::reportJoin(Block& block, const AbstractStack& stack, const Instruction& from,
+                              uint32_t targetOffset, Diagnostics& diagnostics) {
+  const auto error = [&](const std::string& message) {
+    diagnostics.error(message, static_cast<int32_t>(function_), from.offset, from.info().mnemonic);
+  };
+  if (block.stack.size() != stack.size()) {
+    return error(text("reaches offset ", targetOffset, " with ", counted(stack.size(), "value"),
+                      " above the locals, another path with ", block.stack.size()));
+  }
+  for (uint32_t k = 0; k < stack.size(); ++k) {
+    if (block.stack.below(k).kind != SlotKind::Conflict || !stack.below(k).isKnown()) continue;
+    error(text("reaches offset ", targetOffset, " with S", k, " as ", describe(stack.below(k)),
+               ", another path with something else"));
+    block.stack.set(k, unknownSlot());  // once is enough
+  }
+}
+
+}  // namespace shadermachine::tools
