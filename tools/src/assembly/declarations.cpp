@@ -154,8 +154,9 @@ std::optional<TypeCode> resolveType(Scope& scope, const Token& token) {
   if (const auto structure = scope.structs.find(token.text)) {
     return static_cast<TypeCode>(*structure);
   }
-  const auto names = basicTypeNames();
-  const std::string closest = suggestion(token.text, {names.begin(), names.end()});
+  std::vector<std::string_view> names = scope.structs.names();
+  names.insert(names.end(), basicTypeNames().begin(), basicTypeNames().end());
+  const std::string closest = suggestion(token.text, names);
   scope.error(token, "no type is named " + quoted(token.text) + closest);
   return std::nullopt;
 }

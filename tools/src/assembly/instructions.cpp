@@ -35,15 +35,32 @@ std::vector<std::string_view> allMnemonics() {
   return mnemonics;
 }
 
+// How an operand is shown in the form of an instruction; empty when it is left out.
+std::string operandForm(const OpcodeInfo& info, unsigned slot) {
+  using enum OperandKind;
+  switch (info.operands[slot]) {
+    case Skip8:
+    case Skip16:
+    case Mask:
+      return "";
+    case SwizzleCount:
+      return ".xyz";
+    case LookupForm:
+      return "arguments, kind";
+    default:
+      return isListLength(info, slot) ? "" : operandNames(info.operands[slot]).name;
+  }
+}
+
 // What the text of an instruction looks like, as in "LOAD_LOCAL local".
 std::string usage(const OpcodeInfo& info) {
   std::string text = info.mnemonic;
+  const char* separator = " ";
   for (unsigned slot = 0; slot < kMaxOperands; ++slot) {
-    const OperandKind kind = info.operands[slot];
-    if (kind == OperandKind::None) break;
-    if (isListLength(info, slot)) continue;
-    text += (slot == 0 || text == info.mnemonic ? " " : ", ") +
-            std::string(operandNames(kind).name) + (isOperandList(kind) ? "..." : "");
+    const std::string form = operandForm(info, slot);
+    if (form.empty()) continue;
+    text += separator + form + (isOperandList(info.operands[slot]) ? "..." : "");
+    separator = ", ";
   }
   return text;
 }

@@ -96,9 +96,9 @@ Number parseNumber(std::string_view text) {
 }
 
 std::string formatWord(uint32_t word) {
-  // Words that are integers of up to 23 bits are no useful floats: they would be subnormal or NaN.
+  // Such a word is no useful float: it would be subnormal, or a NaN other than the usual ones.
   const auto integer = std::bit_cast<int32_t>(word);
-  if (std::abs(int64_t{integer}) < 1 << 23) return std::to_string(integer);
+  if (std::abs(int64_t{integer}) < 1 << 22) return std::to_string(integer);
   const auto value = std::bit_cast<float>(word);
   const float magnitude = std::fabs(value);
   if (!(magnitude == 0 || (magnitude > 1e-9f && magnitude < 1e12f))) return "0x" + hex(word, 8);

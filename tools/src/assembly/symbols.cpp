@@ -55,7 +55,7 @@ std::optional<uint32_t> SymbolTable::require(const Token& name, Diagnostics& dia
 
 std::string suggestion(std::string_view name, const std::vector<std::string_view>& candidates) {
   if (name.size() > kMaxComparedLength) return "";
-  size_t best = 1 + name.size() / 3;  // worse matches would only confuse
+  size_t best = name.size() < 4 ? 1 + name.size() / 3 : 3;  // worse matches would only confuse
   std::string_view closest;
   for (size_t i = 0; i < std::min(candidates.size(), kMaxCandidates); ++i) {
     const std::string_view candidate = candidates[i];

@@ -24,6 +24,7 @@ class SymbolTable {
   // A missing name is an error.
   std::optional<uint32_t> require(const Token& name, Diagnostics& diagnostics) const;
   size_t size() const { return names_.size(); }
+  const std::vector<std::string_view>& names() const { return names_; }
 
  private:
   const char* what_;

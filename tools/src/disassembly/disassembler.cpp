@@ -41,6 +41,7 @@ class Disassembler {
       writeVariable(record_.globals()[i], handles_.globals[i], record_.structCount());
       text_ += '\n';
     }
+    if (!record_.globals().empty()) text_ += '\n';
     writeSettings();
     writeFunctions();
     return std::move(text_);
@@ -88,7 +89,10 @@ class Disassembler {
     if (variable.count != 0) text_ += '[' + std::to_string(variable.count) + ']';
     if (variable.flags & VM_VAR_HOST_0) text_ += " host";
     const int otherFlags = variable.flags & ~VM_VAR_HOST_0;
-    if (otherFlags != 0) text_ += " flags " + std::to_string(otherFlags);
+    if (otherFlags != 0) {
+      text_ += " flags 0x" + hexByte(static_cast<uint8_t>(otherFlags >> 8)) +
+               hexByte(static_cast<uint8_t>(otherFlags));
+    }
     if (!variable.name) {
       text_ += " unnamed";
     } else if (variable.name != handle) {
@@ -188,9 +192,11 @@ class Disassembler {
   }
 
   void writeDeclarations() {
+    text_ += "\n.declare ";
     for (size_t i = 0; i < record_.functionCount(); ++i) {
-      writeSetting(".declare", handles_.functions[i]);
+      text_ += (i ? ", " : "") + handles_.functions[i];
     }
+    text_ += '\n';
   }
 
   void writeLooseBytes(std::span<const uint8_t> bytes) {

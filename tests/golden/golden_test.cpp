@@ -1,0 +1,146 @@
+// Assembles every .sasm file of this folder and compares what comes of it with the end of the file:
+//
+//   ;;; errors         the messages of the assembler, or
+//   ;;; disassembly    the annotated listing, and
+//   ;;; result         how a run ended and its outputs, in files whose first line is "; run"
+//
+// With SHADERMACHINE_REBASE=1 in the environment the ends of the files are rewritten instead.
+#include <gtest/gtest.h>
+#include <shadermachine-tools/assembler.h>
+#include <shadermachine-tools/disassembler.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+#include "support/record_difference.h"
+
+namespace shadermachine::tools {
+namespace {
+
+namespace fs = std::filesystem;
+
+std::string readFile(const fs::path& path) {
+  std::ifstream file(path, std::ios::binary);
+  std::ostringstream content;
+  content << file.rdbuf();
+  return content.str();
+}
+
+// What stands before the expectations.
+std::string sourceOf(const std::string& content) {
+  const size_t end = content.find("\n;;; ");
+  return content.substr(0, end == std::string::npos ? content.size() : end + 1);
+}
+
+std::string section(const std::string& title, const std::string& text) {
+  std::string result = ";;; " + title + "\n";
+  std::istringstream lines(text);
+  for (std::string line; std::getline(lines, line);) {
+    result += line.empty() ? ";\n" : "; " + line + "\n";
+  }
+  return result;
+}
+
+struct Outputs {
+  std::string text;
+  const VarInfo* global0;
+};
+
+// The components of the value, by the type of its global.
+void writeOutput0(const void* inlineArea, uint64_t userData) {
+  auto& outputs = *reinterpret_cast<Outputs*>(userData);
+  const bool isFloat =
+      outputs.global0->type >= VM_TYPE_FLOAT && outputs.global0->type <= VM_TYPE_VEC4;
+  std::ostringstream text;
+  for (uint32_t i = 0; i < outputs.global0->byteSize / 4; ++i) {
+    uint32_t word = 0;
+    std::memcpy(&word, static_cast<const char*>(inlineArea) + 4 * i, 4);
+    float value = 0;
+    std::memcpy(&value, &word, 4);
+    text << ' ';
+    if (isFloat) {
+      text << value;
+    } else {
+      text << static_cast<int32_t>(word);
+    }
+  }
+  outputs.text += "output0:" + text.str() + "\n";
+}
+
+void writeOutput1(float component0, uint64_t userData) {
+  std::ostringstream text;
+  text << "output1: " << component0 << "\n";
+  reinterpret_cast<Outputs*>(userData)->text += text.str();
+}
+
+std::string runShader(const CompiledShader& shader) {
+  vmInitialize();
+  HostCallbacks callbacks = {};
+  callbacks.output0 = writeOutput0;
+  callbacks.output1 = writeOutput1;
+  const MachineCreateInfo info = {&callbacks};
+  ShaderMachine* machine = vmShaderMachineCreate(&info);
+  Outputs outputs = {"",
+                     shader.outputGlobal0 < 0 ? nullptr : &shader.globals[shader.outputGlobal0]};
+  StartupInfo startup = {};
+  startup.userData = reinterpret_cast<uint64_t>(&outputs);
+  const VmError error = vmShaderMachineExecuteShader(machine, &shader, &startup);
+  vmShaderMachineDestroy(machine);
+  return vmGetErrorString(error) + ("\n" + outputs.text);
+}
+
+std::string describe(const std::string& source, const std::string& fileName) {
+  const AssemblyResult result = assemble(source);
+  std::string errors;
+  for (const AssemblyError& error : result.errors) errors += formatError(error, source, fileName);
+  if (!result.shader) return section("errors", errors);
+  std::string text = section("disassembly", disassemble(result.shader->view(), {.annotate = true}));
+  if (source.starts_with("; run\n")) {
+    text += section("result", runShader(*result.shader->record()));
+  }
+  return text;
+}
+
+std::vector<fs::path> goldenFiles() {
+  std::vector<fs::path> files;
+  for (const auto& entry : fs::directory_iterator(GOLDEN_FOLDER)) {
+    if (entry.path().extension() == ".sasm") files.push_back(entry.path());
+  }
+  std::sort(files.begin(), files.end());
+  return files;
+}
+
+class Golden : public ::testing::TestWithParam<fs::path> {};
+
+TEST_P(Golden, MatchesItsEnd) {
+  const std::string content = readFile(GetParam());
+  const std::string source = sourceOf(content);
+  const std::string described = source + describe(source, GetParam().filename().string());
+  if (std::getenv("SHADERMACHINE_REBASE")) {
+    std::ofstream(GetParam(), std::ios::binary) << described;
+  } else {
+    EXPECT_EQ(content, described);
+  }
+}
+
+TEST_P(Golden, SurvivesTheRoundTrip) {
+  const AssemblyResult first = assemble(readFile(GetParam()));
+  if (!first.shader) GTEST_SKIP() << "has errors on purpose";
+  const std::string text = disassemble(first.shader->view());
+  const AssemblyResult second = assemble(text);
+  ASSERT_TRUE(second.shader) << text;
+  EXPECT_EQ(shadermachine::testing::recordDifference(first.shader->view(), second.shader->view()),
+            "");
+}
+
+INSTANTIATE_TEST_SUITE_P(Files, Golden, ::testing::ValuesIn(goldenFiles()),
+                         [](const ::testing::TestParamInfo<fs::path>& file) {
+                           return file.param.stem().string();
+                         });
+
+}  // namespace
+}  // namespace shadermachine::tools
