@@ -4,8 +4,6 @@
 #include <cmath>
 #include <cstdint>
 
-#include "noise/evaluation.h"
-
 namespace shadermachine::benchmarks {
 namespace {
 
@@ -128,10 +126,4 @@ void nativeHashNoise(const Inputs& inputs, Color& color) {
   }
   color.fill(sum);
 }
-
-// The noise generator itself, called directly.
-void nativeNoise(const Inputs& inputs, Color& color) {
-  color.fill(noiseScalar(inputs.position, 3));
-}
-
 }  // namespace shadermachine::benchmarks

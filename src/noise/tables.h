@@ -8,7 +8,8 @@ namespace shadermachine {
 
 inline constexpr unsigned kNoiseTableSize = 256;
 
-struct NoiseGradient {
+// Padded to a vector register.
+struct alignas(16) NoiseGradient {
   float x, y, z;
 };
 
