@@ -1,0 +1,165 @@
+// Joins of paths, returns over the call graph, and the facts.
+
+#include "support.h"
+
+namespace shadermachine::tools {
+namespace {
+
+// if (scalar) first; else second; then both meet.
+template <class First, class Second>
+void branch(FunctionBuilder& code, First first, Second second) {
+  const Label otherwise = code.newLabel();
+  const Label end = code.newLabel();
+  code.emit(VM_OP_PUSH_1);
+  code.jumpIfFalse(otherwise);
+  first(code);
+  code.jump(end);
+  code.bind(otherwise);
+  second(code);
+  code.bind(end);
+}
+
+template <VmOpcode opcode>
+void emit(FunctionBuilder& code) {
+  code.emit(opcode);
+}
+void nothing(FunctionBuilder&) {}
+template <int64_t local>
+void load(FunctionBuilder& code) {
+  code.emit(VM_OP_LOAD_LOCAL, {local});
+}
+template <int64_t local>
+void loadTwice(FunctionBuilder& code) {
+  load<local>(code);
+  load<local>(code);
+}
+template <int64_t local>
+void loadTwins(FunctionBuilder& code) {
+  load<local>(code);
+  code.emit(VM_OP_DUP);
+}
+
+TEST(ValidatorFlow, KeepsWhatBothPathsDefine) {
+  Scene scene;
+  branch(scene.main, load<kVector>, load<kScalar>);
+  scene.write({{VM_OP_SIN, {2}}, {VM_OP_POP}});
+  EXPECT_EQ(findings(scene), "SIN: error: S0 has 1 defined word, 2 needed");
+}
+
+TEST(ValidatorFlow, RejectsDifferentDepths) {
+  Scene scene;
+  branch(scene.main, emit<VM_OP_PUSH_0>, nothing);
+  EXPECT_EQ(findings(scene),
+            "JUMP: error: reaches offset 12 with 1 value above the locals, another path with 0");
+}
+
+TEST(ValidatorFlow, RejectsViewAgainstInlineOnce) {
+  Scene scene;
+  branch(scene.main, load<kPair>, load<kScalar>);
+  scene.write({{VM_OP_POP_RELEASE}});
+  EXPECT_EQ(findings(scene),
+            "JUMP: error: reaches offset 17 with S0 as a view of structure 0, another path with "
+            "something else");
+}
+
+TEST(ValidatorFlow, RejectsDifferentOwnership) {
+  Scene scene;
+  branch(scene.main, loadTwins<kPair>, loadTwice<kPair>);
+  scene.write({{VM_OP_POP}, {VM_OP_POP_RELEASE}});
+  EXPECT_EQ(findings(scene),
+            "JUMP: error: reaches offset 21 with S0 as a view of structure 0, another path with "
+            "something else");
+}
+
+TEST(ValidatorFlow, RejectsALoopThatGrowsTheStack) {
+  Scene scene;
+  const Label top = scene.main.newLabel();
+  scene.main.bind(top);
+  scene.write({{VM_OP_PUSH_0}, {VM_OP_PUSH_1}});
+  scene.main.jumpIfFalse(top);
+  EXPECT_EQ(findings(scene),
+            "JUMP_IF_FALSE: error: reaches offset 0 with 1 value above the locals, another path "
+            "with 0");
+}
+
+TEST(ValidatorFlow, FindsWordsLostInALaterRound) {
+  Scene scene;
+  const Label top = scene.main.newLabel();
+  scene.write({{VM_OP_LOAD_LOCAL, {kVector}}});
+  scene.main.bind(top);
+  scene.write({{VM_OP_LENGTH, {4}}, {VM_OP_SWIZZLE, {0, 1, 0}}, {VM_OP_PUSH_1}});
+  scene.main.jumpIfFalse(top);
+  scene.write({{VM_OP_POP}});
+  EXPECT_EQ(findings(scene), "LENGTH: error: S0 has 1 defined word, 4 needed");
+}
+
+TEST(ValidatorFlow, RejectsRunningOffTheEnd) {
+  Scene scene;
+  scene.shader.addFunction("open").emit(VM_OP_NOP);
+  EXPECT_EQ(findings(scene),
+            "function 6, offset 0, NOP: error: control runs off the end of the code");
+}
+
+TEST(ValidatorFlow, DoesNotTypeUnreachableCode) {
+  Scene scene;
+  scene.write({{VM_OP_DISCARD}, {VM_OP_POP}, {VM_OP_ADD_F, {4}}});
+  EXPECT_EQ(findings(scene), "");
+}
+
+TEST(ValidatorFlow, RejectsMixedReturns) {
+  Scene scene;
+  FunctionBuilder& mixed = scene.shader.addFunction("mixed");
+  branch(mixed, emit<VM_OP_RETURN>, nothing);
+  mixed.emit(VM_OP_PUSH_0);
+  mixed.emit(VM_OP_RETURN_VALUE);
+  EXPECT_EQ(findings(scene),
+            "function 6, offset 13, RETURN_VALUE: error: returns an inline value, another return "
+            "of the function nothing");
+}
+
+TEST(ValidatorFlow, InfersReturnsThroughRecursion) {
+  Scene scene;
+  FunctionBuilder& even = scene.shader.addFunction("even");
+  FunctionBuilder& odd = scene.shader.addFunction("odd");
+  even.emit(VM_OP_PUSH_EMPTY);
+  even.call(odd.id());
+  even.emit(VM_OP_RETURN_VALUE);
+  branch(odd, emit<VM_OP_PUSH_ZERO4>, [&](FunctionBuilder& code) {
+    code.emit(VM_OP_PUSH_EMPTY);
+    code.call(even.id());
+    code.emit(VM_OP_SWIZZLE, {0, 3, 0});
+  });
+  odd.emit(VM_OP_RETURN_VALUE);
+  const ValidationResult result = scene.validate();
+  EXPECT_EQ(findings(result),
+            "function 6, offset 0: warning: the function can call itself\n"
+            "function 7, offset 0: warning: the function can call itself");
+  EXPECT_TRUE(result.valid());
+  for (int function : {6, 7}) {
+    EXPECT_EQ(result.functions[function].returnKind, ReturnKind::Inline);
+    EXPECT_EQ(result.functions[function].returnWords, 3u);
+    EXPECT_TRUE(result.functions[function].recursive);
+  }
+}
+
+TEST(ValidatorFlow, GivesFacts) {
+  Scene scene;
+  scene.write({{VM_OP_PUSH_0}, {VM_OP_PUSH_1}, {VM_OP_POP_N, {2}}, {VM_OP_HALT}, {VM_OP_NOP}});
+  const ValidationResult result = scene.validate();
+  const FunctionFacts& entry = result.functions[0];
+  EXPECT_EQ(entry.returnKind, ReturnKind::Never);
+  EXPECT_EQ(entry.maximumDepth, 10u);
+  EXPECT_FALSE(entry.recursive);
+  std::vector<std::pair<uint32_t, int32_t>> depths;
+  for (const InstructionFacts& at : entry.instructions) depths.emplace_back(at.offset, at.depth);
+  EXPECT_EQ(depths, (std::vector<std::pair<uint32_t, int32_t>>{
+                        {0, 8}, {1, 9}, {2, 10}, {4, 8}, {5, -1}, {6, -1}}));
+  EXPECT_EQ(result.functions[kNothing].returnKind, ReturnKind::Nothing);
+  EXPECT_EQ(result.functions[kGivesVec3].returnWords, 3u);
+  EXPECT_EQ(result.functions[kGivesPair].returnKind, ReturnKind::Aggregate);
+  EXPECT_EQ(result.functions[kGivesPair].returnType, 0);
+  EXPECT_EQ(result.functions[kEndless].returnKind, ReturnKind::Never);
+}
+
+}  // namespace
+}  // namespace shadermachine::tools
