@@ -1,0 +1,340 @@
+// Branches, calls, returns and the host's part in calls.
+#include <gtest/gtest.h>
+
+#include <numeric>
+
+#include "support/allocations.h"
+#include "support/program.h"
+
+namespace shadermachine::tests {
+namespace {
+
+using Code = FunctionBuilder;
+using Tables = ShaderBuilder;
+
+Body branchOn(uint32_t word) {
+  return [=](Tables&, Code& code) {
+    const Label otherwise = code.newLabel(), end = code.newLabel();
+    code.emit(VM_OP_PUSH_U32, {word});
+    code.jumpIfFalse(otherwise);
+    code.pushInt(1);
+    code.jump(end);
+    code.bind(otherwise);
+    code.pushInt(0);
+    code.bind(end);
+  };
+}
+
+// Sums 1 to 10 in a loop.
+void sumLoop(Tables&, Code& code) {
+  const LocalId i = code.addLocal({.name = "i", .type = VM_TYPE_INT});
+  const LocalId sum = code.addLocal({.name = "sum", .type = VM_TYPE_INT});
+  const Label loop = code.newLabel(), end = code.newLabel();
+  code.bind(loop);
+  code.load(i);
+  code.emit(VM_OP_PUSH_U8, {10});
+  code.emit(VM_OP_LT_I);
+  code.jumpIfFalse(end);
+  code.load(i);
+  code.emit(VM_OP_INC_I, {1});
+  code.emit(VM_OP_STORE_LOCAL_KEEP, {i.index});
+  code.load(sum);
+  code.emit(VM_OP_ADD_I, {1});
+  code.store(sum);
+  code.jump(loop);
+  code.bind(end);
+  code.load(sum);
+}
+
+// f(a, b) = b - a with an array as third local and leftovers on its stack.
+FunctionId addDifference(Tables& shader, VmOpcode returnOpcode) {
+  Code& f = shader.addFunction("difference");
+  const LocalId a = f.addParam({.name = "a", .type = VM_TYPE_INT});
+  const LocalId b = f.addParam({.name = "b", .type = VM_TYPE_INT});
+  f.addLocal({.name = "array", .type = VM_TYPE_VEC4, .count = 5});
+  f.pushInt(9);
+  f.load(b);
+  f.load(a);
+  f.emit(VM_OP_SUB_I, {1});
+  f.emit(returnOpcode);
+  return f.id();
+}
+
+Body callDifference(VmOpcode returnOpcode) {
+  return [=](Tables& shader, Code& code) {
+    const FunctionId f = addDifference(shader, returnOpcode);
+    code.pushInt(3);
+    code.emit(VM_OP_PUSH_EMPTY);
+    code.pushInt(2);
+    code.pushInt(8);
+    code.call(f);
+    code.emit(VM_OP_POP_N, {2});
+  };
+}
+
+Body callNumber(int64_t function) {
+  return [=](Tables& shader, Code& code) {
+    shader.addFunction("bodiless");
+    shader.addFunction("null").setNull();
+    code.emit(VM_OP_CALL, {function});
+  };
+}
+
+// Stops inside a called function while blocks are on both stacks.
+Body stoppingInside(VmOpcode opcode) {
+  return [=](Tables& shader, Code& code) {
+    Code& f = shader.addFunction("f");
+    f.addLocal({.name = "array", .type = VM_TYPE_INT, .count = 4});
+    f.emit(VM_OP_LOAD_LOCAL, {0});
+    f.emit(VM_OP_DUP);
+    f.emit(opcode);
+    code.addLocal({.name = "array", .type = VM_TYPE_INT, .count = 4});
+    code.emit(VM_OP_LOAD_LOCAL, {0});
+    code.call(f.id());
+  };
+}
+
+TEST(ControlFlow, ReturnValueInTheEntryFunctionReleasesItsLocals) {
+  const int64_t liveBefore = liveAllocations();
+  for (VmOpcode opcode : {VM_OP_RETURN, VM_OP_RETURN_VALUE, VM_OP_RETURN_VALUE_2}) {
+    Rig rig;
+    const BuiltShader shader = buildShader([&](Tables&, Code& code) {
+      code.addParam({.name = "parameter", .type = VM_TYPE_INT, .count = 4});
+      code.addLocal({.name = "local", .type = VM_TYPE_INT, .count = 4});
+      code.pushInt(1);
+      code.emit(opcode);
+    });
+    EXPECT_EQ(rig.run(shader), VM_OK);
+    EXPECT_EQ(rig.run(shader), VM_OK);
+  }
+  EXPECT_EQ(liveAllocations(), liveBefore);
+}
+
+// A function that calls itself `depth` deep; with a local it takes a value slot per call.
+BuiltShader recursion(int32_t depth, bool withLocal) {
+  return buildShader([&](Tables& shader, Code& code) {
+    const GlobalId left = shader.addGlobal({.name = "left", .type = VM_TYPE_INT});
+    Code& f = shader.addFunction("f");
+    if (withLocal) f.addLocal({.name = "x", .type = VM_TYPE_INT});
+    const Label end = f.newLabel();
+    f.load(left);
+    f.emit(VM_OP_DEC_I, {1});
+    f.store(left);
+    f.load(left);
+    f.jumpIfFalse(end);
+    f.call(f.id());
+    f.bind(end);
+    f.emit(VM_OP_RETURN);
+    code.pushInt(depth);
+    code.store(left);
+    code.call(f.id());
+    code.emit(VM_OP_RETURN);
+  });
+}
+
+TEST(ControlFlow, RecursionGrowsTheFrameStack) {
+  Rig rig;
+  EXPECT_EQ(rig.run(recursion(255, true)), VM_OK);
+  EXPECT_EQ(rig.machine->frameCapacity, 256);
+  EXPECT_EQ(rig.run(recursion(256, true)), VM_OK);
+  EXPECT_EQ(rig.machine->frameCapacity, 512);
+  EXPECT_EQ(rig.run(recursion(5000, false)), VM_OK);
+  EXPECT_EQ(rig.machine->frameCapacity, 5120);
+  EXPECT_EQ(rig.run(recursion(1998, true)), VM_OK);  // slots 1 to 1998, and one for its temporary
+  EXPECT_EQ(rig.run(recursion(2000, true)), VM_ERR_STACK_OVERFLOW);
+}
+
+#if defined(__SANITIZE_ADDRESS__)
+constexpr bool kReallocCopies = true;
+#elif defined(__has_feature)
+constexpr bool kReallocCopies = __has_feature(address_sanitizer);
+#else
+constexpr bool kReallocCopies = false;
+#endif
+
+TEST(ControlFlow, EndlessRecursionEndsAtTheFrameLimit) {
+  if (kReallocCopies) GTEST_SKIP() << "4,096 copies of a growing frame stack take too long";
+  Rig rig;
+  EXPECT_EQ(rig.run(recursion(0, false)), VM_ERR_STACK_OVERFLOW);
+  EXPECT_EQ(rig.machine->frameIndex, VM_FRAME_LIMIT - 1);
+  EXPECT_EQ(rig.run(recursion(10, false)), VM_OK);
+}
+
+TEST(ControlFlow, FrameStackWithoutMemory) {
+  Rig rig;
+  const BuiltShader shader = recursion(300, false);
+  {
+    const AllocationFailure failure(0);
+    EXPECT_EQ(rig.run(shader), VM_ERR_OUT_OF_MEMORY);
+  }
+  EXPECT_EQ(rig.machine->frameIndex, 255);
+  EXPECT_EQ(rig.machine->frameCapacity, 256);
+  EXPECT_EQ(rig.run(shader), VM_OK);
+}
+
+TEST(ControlFlow, CalleesLocalsMustFit) {
+  for (int locals : {1998, 1999}) {  // above one global and one argument
+    Rig rig;
+    const BuiltShader shader = buildShader([&](Tables& tables, Code& code) {
+      tables.addGlobal({.name = "g", .type = VM_TYPE_INT});
+      Code& f = tables.addFunction("f");
+      f.addParam({.name = "p", .type = VM_TYPE_INT});
+      for (int i = 0; i < locals; ++i) f.addLocal({.name = "v", .type = VM_TYPE_INT});
+      code.pushInt(1);
+      f.emit(VM_OP_RETURN);
+      code.call(f.id());
+      code.emit(VM_OP_RETURN);
+    });
+    EXPECT_EQ(rig.run(shader), locals == 1998 ? VM_OK : VM_ERR_STACK_OVERFLOW);
+    EXPECT_EQ(rig.machine->frameIndex, 0);
+  }
+}
+
+// Calls `function` of a shader whose functions 5 and 6 are in the host range, 7 and 8 overridden,
+// on the words 1, 2, 3; every function's body sets the top of its caller to 99.
+struct HostCalls {
+  explicit HostCalls(std::initializer_list<unsigned> nullSlots = {}) : rig(nullSlots) {
+    rig.overrideResult = 0x1234;
+    rig.reply = [](const HostCall& call, void* target) {
+      if (call.slot == kOverrideB)
+        std::iota(static_cast<uint32_t*>(target), static_cast<uint32_t*>(target) + 3, 70u);
+    };
+  }
+
+  // Words from `firstBlock` on are passed in arrays of one element.
+  VmError call(int64_t function, int firstBlock = 4, uint32_t structMode = 0) {
+    shader = std::make_unique<BuiltShader>(buildShader([&](Tables& tables, Code& code) {
+      const TypeCode type = tables.addStruct("S", {{.name = "m", .type = VM_TYPE_INT}});
+      code.addLocal({.name = "plain", .type = VM_TYPE_INT});
+      code.addLocal({.name = "s", .type = type});
+      for (int i = 1; i < 10; ++i) addBody(tables);
+      for (int word = 1; word <= 3; ++word) {
+        code.pushInt(word);
+        if (word >= firstBlock) code.emit(VM_OP_CTOR_ARRAY, {VM_TYPE_INT, 1});
+      }
+      code.emit(VM_OP_CALL, {function});
+      probe(code);
+      for (int i = 0; i < 3; ++i) code.emit(VM_OP_POP_RELEASE);
+      code.emit(VM_OP_RETURN);
+      tables.record().hostFunctionBase = 5;
+      tables.record().hostFunctionCount = 2;
+      tables.record().hostFunctionB = 7;
+      tables.record().hostFunctionA = 8;
+      tables.record().hostFunctionAType = type;
+      tables.record().hostStructMode = structMode;
+    }));
+    return rig.run(*shader);
+  }
+
+  static void addBody(Tables& tables) {
+    Code& f = tables.addFunction("f");
+    f.addParam({.name = "p", .type = VM_TYPE_INT});
+    f.pushInt(99);
+    f.emit(VM_OP_STORE_LOCAL, {0});
+    f.emit(VM_OP_RETURN);
+  }
+
+  // Inline area of the slot k below the top.
+  uint64_t area(int k) const { return address(rig.machine->stack[4 - k].value.words); }
+  const ValueSlot& seen(int k) const { return rig.only(kProbe).stack[static_cast<size_t>(4 - k)]; }
+
+  Rig rig;
+  std::unique_ptr<BuiltShader> shader;
+};
+
+TEST(ControlFlow, HostRange) {
+  HostCalls host;
+  EXPECT_EQ(host.call(6), VM_OK);
+  EXPECT_EQ(host.rig.only(kHostFunction).fields,
+            (std::vector<uint64_t>{host.area(2), host.area(1), 1, 0, host.rig.startup.userData}));
+  EXPECT_EQ(host.seen(0).value.words[0], 3u);
+  EXPECT_EQ(host.rig.only(kProbe).top, 4);
+
+  EXPECT_EQ(host.call(6, 3), VM_OK);
+  const HostCall& blocks = host.rig.only(kHostFunction);
+  EXPECT_EQ(blocks.fields[3], address(blocks.stack[4].view.data));
+
+  EXPECT_EQ(host.call(4), VM_OK);
+  EXPECT_EQ(host.rig.count(kHostFunction), 0u);
+  EXPECT_EQ(host.seen(0).value.words[0], 99u);
+  EXPECT_EQ(host.call(10), VM_ERR_INVALID_FUNCTION);
+
+  HostCalls without({kHostFunction});
+  EXPECT_EQ(without.call(6), VM_OK);
+  EXPECT_EQ(without.seen(0).value.words[0], 99u) << "runs the function's own code";
+}
+
+TEST(ControlFlow, OverrideA) {
+  HostCalls host;
+  EXPECT_EQ(host.call(8), VM_OK);
+  const HostCall call = host.rig.only(kOverrideA);
+  EXPECT_EQ(call.fields, (std::vector<uint64_t>{2, host.area(0), address(call.stack[1].view.data),
+                                                host.rig.startup.userData}));
+  EXPECT_EQ(host.seen(2).value.words[0], 0x1234u);
+
+  EXPECT_EQ(host.call(8, 2, 6), VM_OK);
+  EXPECT_EQ(host.rig.only(kOverrideA).fields[0], 2u) << "first word of the argument's block";
+
+  HostCalls without({kOverrideA});
+  EXPECT_EQ(without.call(8), VM_OK);
+  EXPECT_EQ(without.seen(0).value.words[0], 99u);
+}
+
+TEST(ControlFlow, OverrideB) {
+  HostCalls host;
+  EXPECT_EQ(host.call(7, 3), VM_OK);
+  const HostCall& call = host.rig.only(kOverrideB);
+  EXPECT_EQ(call.fields, (std::vector<uint64_t>{address(call.stack[4].view.data), 2,
+                                                host.rig.startup.userData}));
+  EXPECT_EQ(host.call(7), VM_OK);
+  for (uint32_t i = 0; i < 3; ++i) EXPECT_EQ(host.seen(1).value.words[i], 70 + i);
+  EXPECT_EQ(host.seen(0).value.words[0], 3u);
+
+  HostCalls without({kOverrideB});
+  EXPECT_EQ(without.call(7), VM_OK);
+  EXPECT_EQ(without.seen(0).value.words[0], 99u);
+}
+
+}  // namespace
+
+std::vector<Program> controlFlowPrograms() {
+  std::vector<Program> programs = {
+      giving(VM_OP_JUMP_IF_FALSE, "zero", branchOn(0), {0}),
+      giving(VM_OP_JUMP_IF_FALSE, "minus zero is no zero word", branchOn(kMinusZero), {1}),
+      giving(VM_OP_JUMP, "backward", sumLoop, {55}, 3),
+      giving(VM_OP_CALL, "with result", callDifference(VM_OP_RETURN_VALUE), {6}, 2),
+      failing(VM_OP_CALL, "bodiless", callNumber(1), VM_ERR_INVALID_FUNCTION),
+      failing(VM_OP_CALL, "null", callNumber(2), VM_ERR_INVALID_FUNCTION),
+      failing(VM_OP_CALL, "at the end of the table", callNumber(3), VM_ERR_INVALID_FUNCTION),
+      failing(VM_OP_DISCARD, "inside", stoppingInside(VM_OP_DISCARD), VM_ERR_DISCARDED),
+      failing(VM_OP_HALT, "inside", stoppingInside(VM_OP_HALT), VM_ERR_HALTED),
+      failing(
+          VM_OP_DISCARD, "in the entry function",
+          [](Tables&, Code& code) { code.emit(VM_OP_DISCARD); }, VM_ERR_DISCARDED),
+      failing(
+          VM_OP_HALT, "in the entry function", [](Tables&, Code& code) { code.emit(VM_OP_HALT); },
+          VM_ERR_HALTED),
+      giving(
+          VM_OP_RETURN, "ends the run", [](Tables&, Code&) {}, {}, 0),
+  };
+  // A call from which the value comes back, to see the return executed.
+  for (VmOpcode opcode : {VM_OP_RETURN_VALUE, VM_OP_RETURN_VALUE_2}) {
+    programs.push_back(
+        giving(opcode, "result below the arguments", callDifference(opcode), {6}, 2));
+  }
+  for (VmOpcode opcode :
+       {VM_OP_RESERVED_195, VM_OP_RESERVED_196, VM_OP_RESERVED_197, VM_OP_RESERVED_198,
+        VM_OP_RESERVED_199, VM_OP_RESERVED_200, VM_OP_RESERVED_201}) {
+    const bool skips = opcode >= VM_OP_RESERVED_197 && opcode <= VM_OP_RESERVED_199;
+    programs.push_back(failing(
+        opcode, "reserved",
+        [=](Tables&, Code& code) {
+          const int64_t skipped[] = {0};
+          code.emit(opcode, std::span(skipped, skips ? 1 : 0));
+        },
+        VM_ERR_NOT_IMPLEMENTED));
+  }
+  return programs;
+}
+
+}  // namespace shadermachine::tests

@@ -1,0 +1,134 @@
+// Block operations, and the ownership of blocks on failing runs.
+#include "machine/blocks.h"
+
+#include <gtest/gtest.h>
+
+#include "machine/types.h"
+#include "support/allocations.h"
+#include "support/rig.h"
+
+namespace shadermachine::tests {
+namespace {
+
+class Blocks : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    liveBefore_ = liveAllocations();
+    ASSERT_TRUE(blockAlloc(&block_, 16, nullptr));
+  }
+  void TearDown() override {
+    blockRelease(&block_);
+    EXPECT_EQ(block_.data, nullptr);
+    EXPECT_EQ(liveAllocations(), liveBefore_);
+  }
+
+  BlockView block_;
+  int64_t liveBefore_ = 0;
+};
+
+TEST_F(Blocks, StartZeroedWithOneReference) {
+  EXPECT_EQ(blockRefCount(&block_), 1u);
+  EXPECT_EQ(block_.size, 16u);
+  for (uint32_t i = 0; i < 16; ++i) EXPECT_EQ(block_.data[i], 0);
+}
+
+TEST_F(Blocks, SubViewsStayInside) {
+  BlockView part;
+  EXPECT_TRUE(blockSubView(&part, &block_, 4, 12));
+  EXPECT_EQ(part.data, block_.data + 12);
+  EXPECT_EQ(part.offset, 12u);
+  EXPECT_EQ(blockRefCount(&block_), 2u);
+  BlockView inner;
+  EXPECT_FALSE(blockSubView(&inner, &part, 4, 1));
+  EXPECT_TRUE(blockSubView(&inner, &part, 1, 3));
+  EXPECT_EQ(inner.offset, 15u);
+  blockRelease(&inner);
+  blockRelease(&part);
+  EXPECT_EQ(blockRefCount(&block_), 1u);
+  const std::pair<uint32_t, uint32_t> refused[] = {{8, 12}, {8, 4294967292u}, {0, 0},
+                                                   {17, 0}, {1, 16},          {4294967295u, 2}};
+  for (const auto& [size, offset] : refused) {
+    part = block_;
+    EXPECT_FALSE(blockSubView(&part, &block_, size, offset));
+    EXPECT_EQ(part.data, nullptr);
+  }
+}
+
+TEST_F(Blocks, ClonesAreSeparate) {
+  BlockView copy;
+  block_.data[3] = 7;
+  EXPECT_TRUE(blockClone(&copy, &block_));
+  EXPECT_TRUE(blockEqual(&copy, &block_));
+  EXPECT_NE(copy.data, block_.data);
+  copy.data[3] = 8;
+  EXPECT_FALSE(blockEqual(&copy, &block_));
+  EXPECT_TRUE(blockClone(&copy, &copy));
+  blockRelease(&copy);
+  EXPECT_FALSE(blockClone(&copy, nullptr));
+}
+
+TEST_F(Blocks, Equality) {
+  BlockView empty = {}, part;
+  EXPECT_FALSE(blockEqual(&empty, &empty));
+  EXPECT_FALSE(blockEqual(&block_, &empty));
+  EXPECT_TRUE(blockEqual(&block_, &block_));
+  ASSERT_TRUE(blockSubView(&part, &block_, 4, 0));
+  EXPECT_TRUE(blockEqual(&block_, &part)) << "same data, different sizes";
+  blockRelease(&part);
+}
+
+TEST_F(Blocks, EmptyViewsAndFailures) {
+  BlockView view = block_, empty = {};
+  EXPECT_FALSE(blockShare(&view, &empty));
+  EXPECT_EQ(view.data, nullptr);
+  EXPECT_FALSE(blockAlloc(&view, 0, nullptr));
+  blockRelease(&empty);
+  blockRelease(nullptr);
+  EXPECT_EQ(blockRefCount(&empty), 0u);
+  const AllocationFailure failure(0);
+  view = block_;
+  EXPECT_FALSE(blockClone(&view, &block_));
+  EXPECT_EQ(view.data, nullptr);
+}
+
+// One reference under several names: each block is freed once, whatever the counts say.
+TEST(Sweep, FreesEveryBlockOnce) {
+  const int64_t liveBefore = liveAllocations();
+  for (VmOpcode last : {VM_OP_HALT, VM_OP_DISCARD, VM_OP_RESERVED_195}) {
+    Rig rig;
+    EXPECT_NE(rig.run(buildShader([&](ShaderBuilder& shader, FunctionBuilder& code) {
+      shader.addGlobal({.name = "g", .type = VM_TYPE_VEC4, .count = 3});
+      code.addLocal({.name = "l", .type = VM_TYPE_INT, .count = 3});
+      code.emit(VM_OP_LOAD_GLOBAL, {0});
+      code.emit(VM_OP_DUP);
+      code.emit(VM_OP_DUP);
+      code.emit(VM_OP_LOAD_GLOBAL, {0});
+      code.emit(VM_OP_PUSH_INDEX_IMM, {1});
+      code.pushInt(1);
+      code.emit(VM_OP_CTOR_ARRAY, {VM_TYPE_INT, 1});
+      code.emit(VM_OP_DUP);
+      code.emit(last);
+    })),
+              VM_OK);
+    for (int slot = 0; slot < VM_STACK_CAPACITY; ++slot) {
+      EXPECT_EQ(rig.machine->stack[slot].view.data, nullptr);
+    }
+  }
+  EXPECT_EQ(liveAllocations(), liveBefore);
+}
+
+TEST(Types, SizesAndParts) {
+  EXPECT_EQ(typeByteSize(-101), 0u);
+  EXPECT_EQ(typeByteSize(-77), 0u);
+  EXPECT_EQ(typeByteSize(0), 0u);
+  EXPECT_EQ(typeByteSize(VM_TYPE_SAMPLER_0), 8u);
+  EXPECT_EQ(typeByteSize(VM_TYPE_SAMPLER_7), 8u);
+  EXPECT_EQ(typeByteSize(VM_TYPE_MAT3), 36u);
+  EXPECT_EQ(typeStride(VM_TYPE_MAT3), 12u);
+  EXPECT_EQ(matrixColumnType(VM_TYPE_MAT4), VM_TYPE_VEC4);
+  EXPECT_EQ(vectorScalarType(VM_TYPE_IVEC3), VM_TYPE_INT);
+  EXPECT_EQ(vectorScalarType(VM_TYPE_BVEC2), VM_TYPE_BOOL);
+}
+
+}  // namespace
+}  // namespace shadermachine::tests

@@ -1,0 +1,54 @@
+// Short programs, each about one instruction, with what must hold after it.
+#pragma once
+
+#include <shadermachine/opcodes.h>
+
+#include <string>
+#include <vector>
+
+#include "support/rig.h"
+
+namespace shadermachine::tests {
+
+struct Program {
+  VmOpcode opcode;    // the instruction that the program is about
+  std::string title;  // what is special about this program
+  // Adds the entry function's code (and any tables); a probe and RETURN follow it.
+  Body body;
+  std::vector<Words> inputs = {};
+  VmError error = VM_OK;
+  Words top = {};      // first words of the top slot in the end
+  int32_t height = 1;  // slots on the stack in the end, locals included
+  // The top slot keeps the first input's words after those of `top`.
+  bool keepsRest = false;
+};
+
+// The program that pushes the inputs and executes the instruction with these operands.
+Body instruction(VmOpcode opcode, std::vector<int64_t> operands, size_t inputs);
+
+// Such a program: inputs deepest first, result in the deepest one's slot.
+Program onInputs(VmOpcode opcode, std::vector<int64_t> operands, std::vector<Words> inputs,
+                 Words top);
+
+// Programs with a body of their own: one that leaves these words on top of `height` slots, and one
+// that ends with an error.
+Program giving(VmOpcode opcode, std::string title, Body body, Words top, int32_t height = 1);
+Program failing(VmOpcode opcode, std::string title, Body body, VmError error);
+
+BuiltShader buildProgram(const Program& program);
+
+// Runs the program on a machine of its own and checks all of the above, and that no block is left.
+void check(const Program& program);
+
+// The programs of each family.
+std::vector<Program> builtinVariablePrograms();
+std::vector<Program> componentPrograms();
+std::vector<Program> constructorPrograms();
+std::vector<Program> controlFlowPrograms();
+std::vector<Program> elementReadPrograms();
+std::vector<Program> elementStorePrograms();
+std::vector<Program> hostPrograms();
+std::vector<Program> stackPrograms();
+std::vector<Program> vectorPrograms();
+
+}  // namespace shadermachine::tests
