@@ -161,7 +161,8 @@ std::optional<TypeCode> parseBasicType(std::string_view name) {
 
 const char* basicTypeName(TypeCode type) {
   if (type < VM_TYPE_BOOL || type > VM_TYPE_SAMPLER_7) return nullptr;
-  return kTypeNames[static_cast<size_t>(type - VM_TYPE_BOOL)];
+  const char* name = kTypeNames[static_cast<size_t>(type - VM_TYPE_BOOL)];
+  return name;
 }
 
 std::optional<Swizzle> parseSwizzle(std::string_view letters) {

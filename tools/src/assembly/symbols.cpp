@@ -59,7 +59,8 @@ std::string suggestion(std::string_view name, const std::vector<std::string_view
   std::string_view closest;
   for (size_t i = 0; i < std::min(candidates.size(), kMaxCandidates); ++i) {
     const std::string_view candidate = candidates[i];
-    if (candidate.size() > kMaxComparedLength) continue;
+    const auto [shorter, longer] = std::minmax({name.size(), candidate.size()});
+    if (longer - shorter >= best) continue;
     const size_t distance = editDistance(name, candidate);
     if (distance < best) {
       best = distance;
