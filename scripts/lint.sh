@@ -17,4 +17,5 @@ cppcheck --quiet --std=c++20 --language=c++ --enable=warning,performance,portabi
   --inline-suppr --suppressions-list=.cppcheck-suppressions --error-exitcode=1 -j "$(nproc)" \
   -Iinclude -Isrc -Itools/include "${units[@]}"
 printf '%s\0' "${units[@]}" |
-  xargs -0 -n 1 -P "$(nproc)" clang-tidy -p build/release --quiet
+  xargs -0 -n 1 -P "$(nproc)" clang-tidy -p build/release --quiet \
+    --extra-arg=-Wno-unknown-warning-option
