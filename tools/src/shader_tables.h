@@ -40,15 +40,13 @@ struct ShaderTables {
   std::deque<StructTable> structs;
   std::deque<FunctionTable> functions;
   std::vector<uint8_t> code;
-
- private:
-  std::deque<std::string> names_;
-
- public:
   std::vector<const StructInfo*> structPointers;
   std::vector<const ShaderFunction*> functionPointers;
   std::vector<const char*> structNames;
   std::vector<const char*> functionNames;
+
+ private:
+  std::deque<std::string> names_;
 };
 
 }  // namespace shadermachine::tools

@@ -31,6 +31,7 @@ std::optional<Opcode> findOpcode(std::string_view mnemonic) {
 
 std::vector<std::string_view> allMnemonics() {
   std::vector<std::string_view> mnemonics;
+  mnemonics.reserve(kOpcodeCount);
   for (const OpcodeInfo& info : kOpcodeTable) mnemonics.push_back(info.mnemonic);
   return mnemonics;
 }

@@ -51,10 +51,9 @@ Number parseFloat(std::string_view digits, bool isNegative) {
 
 // Value of a hexadecimal digit; -1 for other characters.
 int hexDigit(char c) {
-  const auto position = std::string_view("0123456789abcdef").find(static_cast<char>(c | 0x20));
-  const bool isDigit = c >= '0' && c <= '9';
-  const bool isLetter = (c | 0x20) >= 'a' && (c | 0x20) <= 'f';
-  return isDigit || isLetter ? static_cast<int>(position) : -1;
+  if (c >= '0' && c <= '9') return c - '0';
+  const int lower = c | 0x20;
+  return lower >= 'a' && lower <= 'f' ? lower - 'a' + 10 : -1;
 }
 
 std::string hex(uint32_t value, size_t digits) {
