@@ -24,6 +24,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
+constexpr const char* kRunMark = "; run\n";
+
 std::string readFile(const fs::path& path) {
   std::ifstream file(path, std::ios::binary);
   std::ostringstream content;
@@ -100,7 +102,7 @@ std::string describe(const std::string& source, const std::string& fileName) {
   for (const AssemblyError& error : result.errors) errors += formatError(error, source, fileName);
   if (!result.shader) return section("errors", errors);
   std::string text = section("disassembly", disassemble(result.shader->view(), {.annotate = true}));
-  if (source.starts_with("; run\n")) {
+  if (source.starts_with(kRunMark)) {
     text += section("result", runShader(*result.shader->record()));
   }
   return text;
@@ -115,6 +117,14 @@ std::vector<fs::path> goldenFiles() {
   return files;
 }
 
+void expectValid(const std::string& source) {
+  const AssemblyResult result = assemble(source);
+  ASSERT_TRUE(result.shader) << formatError(result.errors.at(0), source, "shader");
+  for (const Diagnostic& diagnostic : validate(result.shader->view()).diagnostics) {
+    ADD_FAILURE() << toString(diagnostic) << "\n" << source;
+  }
+}
+
 class Golden : public ::testing::TestWithParam<fs::path> {};
 
 TEST_P(Golden, MatchesItsEnd) {
@@ -126,6 +136,12 @@ TEST_P(Golden, MatchesItsEnd) {
   } else {
     EXPECT_EQ(content, described);
   }
+}
+
+TEST_P(Golden, IsValidIfItRuns) {
+  const std::string content = readFile(GetParam());
+  if (!content.starts_with(kRunMark)) return;
+  expectValid(content);
 }
 
 TEST_P(Golden, SurvivesTheRoundTrip) {
@@ -146,11 +162,7 @@ TEST(Manual, ExamplesAreValid) {
   for (size_t at = manual.find(opening); at != std::string::npos; at = manual.find(opening, at)) {
     at += opening.size();
     const std::string source = manual.substr(at, manual.find("```", at) - at);
-    const AssemblyResult result = assemble(source);
-    ASSERT_TRUE(result.shader) << formatError(result.errors.at(0), source, "example");
-    for (const Diagnostic& diagnostic : validate(result.shader->view()).diagnostics) {
-      ADD_FAILURE() << toString(diagnostic) << "\n" << source;
-    }
+    expectValid(source);
     ++count;
   }
   EXPECT_GE(count, 5);
