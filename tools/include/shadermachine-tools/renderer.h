@@ -1,0 +1,87 @@
+// Runs a fragment shader over a picture: one machine per thread, rows handed out as they come.
+//
+//   Renderer renderer(built.view());
+//   renderer.inputs().set("scale", std::array{2.0});
+//   RenderResult result = renderer.render({.frame = {.width = 640, .height = 360}});
+//
+// Programs that use it link the library itself too (shadermachine::shadermachine).
+#pragma once
+
+#include <shadermachine-tools/host_inputs.h>
+#include <shadermachine-tools/image.h>
+#include <shadermachine-tools/shader_view.h>
+
+#include <array>
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace shadermachine::tools {
+
+// Where a run ended that should not have: x, y count from the top left pixel.
+struct RunFailure {
+  uint32_t x = 0;
+  uint32_t y = 0;
+  VmError error = VM_OK;
+  int32_t function = -1;           // -1: no function was entered
+  uint32_t offset = 0;             // of the instruction, in the function's code
+  const char* mnemonic = nullptr;  // null when the byte there is no opcode
+};
+
+// "Array index out of bounds. (function main, offset 12, VEC_ELEMENT)"
+std::string describeFailure(const RunFailure& failure, const ShaderView& view);
+
+// Fills function, offset and mnemonic from the frames of a machine whose run has just failed.
+void locateFailure(const ShaderMachine& machine, const ShaderView& view, RunFailure& failure);
+
+// True for codes that say that a run failed: all but those of a fragment that was discarded or
+// halted.
+constexpr bool isFailure(VmError error) {
+  return error != VM_OK && error != VM_ERR_DISCARDED && error != VM_ERR_HALTED;
+}
+
+struct RenderSettings {
+  FrameInputs frame;
+  uint32_t threads = 0;     // 0: as many as the processor runs at once
+  uint32_t timeout = 2000;  // milliseconds per fragment; 0: none
+  // Colour of fragments that delivered none: discarded, failed, or never run.
+  std::array<float, 4> background = {0, 0, 0, 0};
+  // Called on the rendering threads, one at a time, with rows done and rows in all.
+  std::function<void(uint32_t, uint32_t)> progress = nullptr;
+};
+
+struct RenderStatistics {
+  std::array<uint64_t, VM_ERROR_COUNT> runs = {};  // by error code
+  double seconds = 0;                              // from start to end
+  double nanosecondsPerFragment = 0;               // processor time of the rendering threads
+  uint32_t threads = 0;
+
+  uint64_t failed() const;
+  uint64_t total() const;
+};
+
+struct RenderResult {
+  FloatImage colour;
+  std::vector<float> depth;  // second output; 1 where none was delivered
+  RenderStatistics statistics;
+  std::optional<RunFailure> failure;  // of the failed fragment that comes first in reading order
+};
+
+class Renderer {
+ public:
+  explicit Renderer(const ShaderView& view) : view_(view), inputs_(view) {}
+
+  HostInputs& inputs() { return inputs_; }
+
+  // A fragment that runs into the time limit ends the picture: the rows under way are finished up
+  // to their own limit and no others are begun. Throws std::bad_alloc when memory is short.
+  RenderResult render(const RenderSettings& settings);
+
+ private:
+  ShaderView view_;
+  HostInputs inputs_;
+};
+
+}  // namespace shadermachine::tools

@@ -1,0 +1,235 @@
+#include <shadermachine-tools/host_inputs.h>
+#include <shadermachine-tools/shader_builder.h>
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <cmath>
+#include <cstring>
+#include <ctime>
+
+namespace shadermachine::tools {
+namespace {
+
+constexpr uint64_t kNoTexture = ~uint64_t{0};
+constexpr uint32_t kChannelCount = 4;
+
+constexpr std::array kUnitPositionNames = {"uv",       "vUv",       "v_uv",
+                                           "texCoord", "vTexCoord", "v_texCoord"};
+
+bool isSampler(TypeCode type) { return type >= VM_TYPE_SAMPLER_0 && type <= VM_TYPE_SAMPLER_7; }
+
+TypeCode componentType(TypeCode type) {
+  switch (type) {
+    case VM_TYPE_INT:
+    case VM_TYPE_IVEC2:
+    case VM_TYPE_IVEC3:
+    case VM_TYPE_IVEC4:
+      return VM_TYPE_INT;
+    case VM_TYPE_BOOL:
+    case VM_TYPE_BVEC2:
+    case VM_TYPE_BVEC3:
+    case VM_TYPE_BVEC4:
+      return VM_TYPE_BOOL;
+    default:
+      return isSampler(type) ? type : TypeCode{VM_TYPE_FLOAT};
+  }
+}
+
+uint32_t wordOf(TypeCode type, double value) {
+  if (type == VM_TYPE_BOOL) return value != 0 ? 1 : 0;
+  if (type == VM_TYPE_INT) {
+    if (std::isnan(value)) return 0;
+    return static_cast<uint32_t>(
+        static_cast<int64_t>(std::clamp(value, -2147483648.0, 4294967295.0)));
+  }
+  return std::bit_cast<uint32_t>(static_cast<float>(value));
+}
+
+// Seconds of the local day are enough for what shaders make of the date.
+std::array<double, 4> dateNow() {
+  const std::time_t now = std::time(nullptr);
+  std::tm local = {};
+  localtime_r(&now, &local);
+  return {local.tm_year + 1900.0, static_cast<double>(local.tm_mon),
+          static_cast<double>(local.tm_mday),
+          local.tm_hour * 3600.0 + local.tm_min * 60.0 + local.tm_sec};
+}
+
+struct FrameValue {
+  const char* name;
+  std::vector<double> components;
+};
+
+std::vector<FrameValue> frameValues(const FrameInputs& frame) {
+  const std::vector<double> size = {double(frame.width), double(frame.height), 1};
+  const std::vector<double> none = {0, 0, 0, 0};
+  const std::array<double, 4> date = dateNow();
+  return {{"u_resolution", size},
+          {"iResolution", size},
+          {"u_time", {frame.time}},
+          {"iTime", {frame.time}},
+          {"iTimeDelta", {frame.timeDelta}},
+          {"iFrame", {double(frame.frame)}},
+          {"u_mouse", none},
+          {"iMouse", none},
+          {"iDate", {date.begin(), date.end()}}};
+}
+
+bool isFrameName(std::string_view name) {
+  static const std::vector<FrameValue> kNames = frameValues({});
+  return std::ranges::any_of(kNames, [&](const FrameValue& value) { return name == value.name; });
+}
+
+bool isChannelName(std::string_view name) {
+  return name.size() == 9 && name.starts_with("iChannel") && name[8] >= '0' &&
+         name[8] < static_cast<char>('0' + kChannelCount);
+}
+
+// Splits "name[3]"; without an index the element is 0.
+bool splitElement(std::string_view text, std::string_view& name, uint32_t& element) {
+  name = text;
+  element = 0;
+  const size_t bracket = text.find('[');
+  if (bracket == std::string_view::npos) return true;
+  name = text.substr(0, bracket);
+  const char* const end = text.data() + text.size() - 1;
+  const auto [stop, error] = std::from_chars(text.data() + bracket + 1, end, element);
+  return error == std::errc() && stop == end && *end == ']';
+}
+
+}  // namespace
+
+HostInputs::HostInputs(const ShaderView& view) : view_(view) {
+  const CompiledShader& shader = *view.shader;
+  if (shader.globals == nullptr) return;
+  variables_.resize(shader.globalCount);
+  for (uint32_t i = 0; i < shader.globalCount; ++i) {
+    const VarInfo& info = shader.globals[i];
+    if ((info.flags & VM_VAR_HOST) == 0) continue;
+    Variable& variable = variables_[i];
+    variable.info = &info;
+    variable.bytes.resize(info.byteSize);
+    addLeaves(info, 0, variable.leaves);
+    for (const Leaf& leaf : variable.leaves) {
+      if (isSampler(leaf.type)) std::memcpy(&variable.bytes[leaf.offset], &kNoTexture, 8);
+    }
+    if (info.name == nullptr) continue;
+    const std::string_view name = info.name;
+    if (name == "fragCoord") variable.source = Source::FragmentPosition;
+    if (std::ranges::count(kUnitPositionNames, name) > 0) variable.source = Source::UnitPosition;
+    if (isFrameName(name) || isChannelName(name)) variable.source = Source::Frame;
+  }
+}
+
+void HostInputs::addLeaves(const VarInfo& info, uint32_t offset, std::vector<Leaf>& leaves) const {
+  const uint32_t elements = std::max(info.count, 1u);
+  const uint32_t stride = info.byteSize / elements;
+  for (uint32_t i = 0; i < elements; ++i) addElement(info.type, offset + i * stride, leaves);
+}
+
+void HostInputs::addElement(TypeCode type, uint32_t offset, std::vector<Leaf>& leaves) const {
+  if (type >= 0) {
+    if (static_cast<uint32_t>(type) >= view_.structCount) return;
+    const StructInfo* info = view_.shader->structTypes[type];
+    for (uint32_t m = 0; info != nullptr && m < info->memberCount; ++m) {
+      addLeaves(info->members[m], offset + info->members[m].memberOffset, leaves);
+    }
+    return;
+  }
+  const uint32_t size = isSampler(type) ? 8 : 4;
+  for (uint32_t at = 0; at + size <= basicTypeSize(type); at += size) {
+    leaves.push_back({componentType(type), offset + at});
+  }
+}
+
+HostInputs::Variable* HostInputs::find(std::string_view name) {
+  for (Variable& variable : variables_) {
+    if (variable.info != nullptr && variable.info->name != nullptr && name == variable.info->name) {
+      return &variable;
+    }
+  }
+  return nullptr;
+}
+
+void HostInputs::assign(Variable& variable, std::span<const double> components) {
+  const size_t count = std::min(components.size(), variable.leaves.size());
+  for (size_t i = 0; i < count; ++i) {
+    const Leaf& leaf = variable.leaves[i];
+    if (isSampler(leaf.type)) continue;
+    const uint32_t word = wordOf(leaf.type, components[i]);
+    std::memcpy(&variable.bytes[leaf.offset], &word, sizeof word);
+  }
+}
+
+std::string HostInputs::set(std::string_view name, std::span<const double> components) {
+  Variable* variable = find(name);
+  if (variable == nullptr) return "the shader has no host variable '" + std::string(name) + "'";
+  if (std::ranges::any_of(variable->leaves,
+                          [](const Leaf& leaf) { return isSampler(leaf.type); })) {
+    return "'" + std::string(name) + "' is a sampler and takes a texture";
+  }
+  if (components.size() != variable->leaves.size()) {
+    return "'" + std::string(name) + "' has " + std::to_string(variable->leaves.size()) +
+           " components, " + std::to_string(components.size()) + " given";
+  }
+  assign(*variable, components);
+  variable->source = Source::User;
+  return "";
+}
+
+std::string HostInputs::setTexture(std::string_view name, Texture texture) {
+  std::string_view base;
+  uint32_t element = 0;
+  Variable* variable = splitElement(name, base, element) ? find(base) : nullptr;
+  if (variable == nullptr) return "the shader has no host variable '" + std::string(name) + "'";
+  if (element >= variable->leaves.size() || !isSampler(variable->leaves[element].type)) {
+    return "'" + std::string(name) + "' is not a sampler";
+  }
+  const uint64_t unit = textures_.size();
+  textures_.push_back(std::move(texture));
+  std::memcpy(&variable->bytes[variable->leaves[element].offset], &unit, sizeof unit);
+  variable->source = Source::User;
+  return "";
+}
+
+std::vector<std::string> HostInputs::missing() const {
+  std::vector<std::string> names;
+  for (const Variable& variable : variables_) {
+    if (variable.info == nullptr || variable.source != Source::None) continue;
+    names.emplace_back(variable.info->name != nullptr ? variable.info->name : "(without a name)");
+  }
+  return names;
+}
+
+void HostInputs::startFrame(const FrameInputs& frame) {
+  width_ = static_cast<float>(frame.width);
+  height_ = static_cast<float>(frame.height);
+  for (const FrameValue& value : frameValues(frame)) {
+    Variable* variable = find(value.name);
+    if (variable != nullptr && variable->source == Source::Frame) {
+      assign(*variable, value.components);
+    }
+  }
+}
+
+std::array<float, 2> HostInputs::unitPosition(float x, float y) const {
+  return {x / width_, y / height_};
+}
+
+void HostInputs::write(uint32_t index, float x, float y, void* data) const {
+  const Variable& variable = variables_[index];
+  if (variable.source != Source::FragmentPosition && variable.source != Source::UnitPosition) {
+    std::memcpy(data, variable.bytes.data(), variable.bytes.size());
+    return;
+  }
+  std::array<float, 4> position = {x, y, 0.5f, 1};
+  if (variable.source == Source::UnitPosition) position = {x / width_, y / height_, 0, 1};
+  std::memcpy(data, position.data(), std::min(sizeof position, variable.bytes.size()));
+}
+
+const Texture* HostInputs::texture(uint64_t sampler) const {
+  return sampler < textures_.size() ? &textures_[sampler] : nullptr;
+}
+
+}  // namespace shadermachine::tools

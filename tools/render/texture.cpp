@@ -1,0 +1,88 @@
+#include "render/texture.h"
+
+#include <cmath>
+#include <numbers>
+
+namespace shadermachine::tools {
+namespace {
+
+using Colour = std::array<float, 4>;
+
+struct Point {
+  float u, v;
+};
+
+// Into 0 (included) to 1 (not included); whatever is no number becomes 0.
+float wrap(float value) {
+  const float part = value - std::floor(value);
+  return part >= 0 && part < 1 ? part : 0;
+}
+
+Point onPanorama(const float* d) {
+  const float angle = std::atan2(d[0], -d[2]);
+  const float height = std::atan2(d[1], std::hypot(d[0], d[2]));
+  constexpr float kPi = std::numbers::pi_v<float>;
+  // The poles are not to be blended with each other.
+  const float v = std::clamp(height / kPi + 0.5f, 0.001f, 0.999f);
+  return {angle / (2 * kPi) + 0.5f, v};
+}
+
+Point placeOf(uint32_t kind, const float* c) {
+  switch (kind) {
+    case 1:
+      return {c[0], 0.5f};
+    case 4:
+      return onPanorama(c);
+    default:
+      return {c[0], c[1]};
+  }
+}
+
+Colour texel(const ByteImage& image, uint32_t x, uint32_t y) {
+  const uint8_t* bytes = image.pixel(x, y);
+  Colour colour;
+  for (size_t i = 0; i < colour.size(); ++i) colour[i] = static_cast<float>(bytes[i]) / 255;
+  return colour;
+}
+
+Colour mix(const Colour& a, const Colour& b, float t) {
+  Colour result;
+  for (size_t i = 0; i < result.size(); ++i) result[i] = a[i] + (b[i] - a[i]) * t;
+  return result;
+}
+
+// The two texels of one axis that a position lies between, and how far along.
+struct Neighbours {
+  uint32_t first, second;
+  float fraction;
+};
+
+Neighbours neighbours(float position, uint32_t size) {
+  const float place = position * static_cast<float>(size) - 0.5f;
+  const float floor = std::floor(place);
+  const uint32_t first = static_cast<uint32_t>(floor + static_cast<float>(size)) % size;
+  return {first, (first + 1) % size, place - floor};
+}
+
+}  // namespace
+
+Colour lookUp(const Texture& texture, uint32_t kind, const float* coordinates) {
+  const ByteImage& image = texture.image;
+  if (image.rgba.empty()) return {0, 0, 0, 1};
+  const Point place = placeOf(kind, coordinates);
+  const float u = wrap(place.u);
+  const float v = wrap(-place.v);  // rows run from top to bottom
+  if (texture.filter == TextureFilter::Nearest) {
+    const auto x = static_cast<uint32_t>(u * static_cast<float>(image.width));
+    const auto y = static_cast<uint32_t>(v * static_cast<float>(image.height));
+    return texel(image, x % image.width, y % image.height);
+  }
+  const Neighbours column = neighbours(u, image.width);
+  const Neighbours row = neighbours(v, image.height);
+  const auto alongRow = [&](uint32_t y) {
+    return mix(texel(image, column.first, y), texel(image, column.second, y), column.fraction);
+  };
+  return mix(alongRow(row.first), alongRow(row.second), row.fraction);
+}
+
+}  // namespace shadermachine::tools
