@@ -1,5 +1,6 @@
 #include "render/texture.h"
 
+#include <algorithm>
 #include <cmath>
 #include <numbers>
 

@@ -1,0 +1,31 @@
+// The options that render and run share: what the shader gets from its host.
+#pragma once
+
+#include <shadermachine-tools/renderer.h>
+
+#include <CLI/CLI.hpp>
+#include <string>
+#include <vector>
+
+namespace shadermachine::tools {
+
+struct InputOptions {
+  std::string shaderPath;
+  std::string size = "640x360";
+  float time = 0;
+  uint32_t timeout = 2000;
+  bool validate = false;
+  std::vector<std::string> textures;  // name=file.png[,nearest]
+  std::vector<std::string> values;    // name=v[,v...]
+};
+
+void addInputOptions(CLI::App& command, InputOptions& options);
+
+// Width and height of the picture, time and number of the frame.
+FrameInputs frameInputs(const InputOptions& options, int32_t frame);
+
+// Gives the shader its textures and values, and warns about host variables that stay without one.
+// Throws InputError.
+void applyInputs(const InputOptions& options, HostInputs& inputs);
+
+}  // namespace shadermachine::tools

@@ -1,0 +1,53 @@
+// The program `shadermachine`: a thin shell around the tools library.
+#include <shadermachine/shadermachine.h>
+
+#include <cstdio>
+#include <exception>
+#include <new>
+
+#include "cli/commands.h"
+
+using namespace shadermachine::tools;
+
+namespace {
+
+constexpr const char* kDescription =
+    "Assembles, checks, runs and renders compiled shader programs on the CPU.";
+
+constexpr const char* kFooter =
+    "Exit codes:\n"
+    "  0  success\n"
+    "  1  a file is missing, malformed or does not validate\n"
+    "  2  the options make no sense\n"
+    "  3  the shader ran and failed (render: for at least one fragment)";
+
+int parseAndRun(int argc, char** argv) {
+  CLI::App program(kDescription, "shadermachine");
+  program.footer(kFooter);
+  program.set_version_flag("--version", "shadermachine " SHADERMACHINE_VERSION_STRING);
+  program.require_subcommand(1);
+  Outcome outcome;
+  addAsmCommand(program, outcome);
+  addOpcodesCommand(program, outcome);
+  addRenderCommand(program, outcome);
+  addRunCommand(program, outcome);
+  try {
+    program.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    return program.exit(error) == 0 ? kSuccess : kBadUsage;
+  }
+  return outcome.exitCode;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  try {
+    return parseAndRun(argc, argv);
+  } catch (const std::bad_alloc&) {
+    std::fputs("shadermachine: not enough memory\n", stderr);
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "shadermachine: %s\n", error.what());
+  }
+  return kBadInput;
+}

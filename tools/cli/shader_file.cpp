@@ -1,0 +1,51 @@
+#include "cli/shader_file.h"
+
+#include <shadermachine-tools/assembler.h>
+
+#include <cerrno>
+#include <cstring>
+#include <fstream>
+#include <iterator>
+
+namespace shadermachine::tools {
+namespace {
+
+BuiltShader compileAssembly(const std::string& text, const std::string& path) {
+  AssemblyResult result = assemble(text);
+  if (result.shader) return std::move(*result.shader);
+  std::string messages;
+  for (const AssemblyError& error : result.errors) messages += formatError(error, text, path);
+  while (messages.ends_with('\n')) messages.pop_back();
+  throw InputError(messages);
+}
+
+struct Language {
+  const char* extension;
+  BuiltShader (*compile)(const std::string& text, const std::string& path);
+};
+
+constexpr Language kLanguages[] = {
+    {".sasm", compileAssembly},
+};
+
+}  // namespace
+
+std::string readText(const std::string& path) {
+  errno = 0;
+  std::ifstream file(path, std::ios::binary);
+  std::string text((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+  if (!file.good() && !file.eof()) {
+    throw InputError(path + ": " + std::strerror(errno != 0 ? errno : EIO));
+  }
+  return text;
+}
+
+BuiltShader loadShader(const std::string& path) {
+  const std::string text = readText(path);
+  for (const Language& language : kLanguages) {
+    if (path.ends_with(language.extension)) return language.compile(text, path);
+  }
+  return compileAssembly(text, path);
+}
+
+}  // namespace shadermachine::tools

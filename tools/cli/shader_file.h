@@ -1,0 +1,23 @@
+// Shaders from files, whatever language they are written in.
+#pragma once
+
+#include <shadermachine-tools/shader_builder.h>
+
+#include <stdexcept>
+#include <string>
+
+namespace shadermachine::tools {
+
+// Something wrong with what the user gave; the text says what and where, perhaps on many lines.
+class InputError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+// Reads a whole file.
+std::string readText(const std::string& path);
+
+// Compiles by the file's extension; assembly text is what files without a known one hold.
+BuiltShader loadShader(const std::string& path);
+
+}  // namespace shadermachine::tools
