@@ -93,6 +93,7 @@ bool renderFrame(const RenderOptions& options, const ShaderView& view, Renderer&
 
 int renderAll(const RenderOptions& options) {
   const BuiltShader shader = loadShader(options.input.shaderPath);
+  validateIfAsked(options.input, shader.view());
   Renderer renderer(shader.view());
   applyInputs(options.input, renderer.inputs());
   FrameRange range;

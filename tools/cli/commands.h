@@ -19,8 +19,10 @@ struct Outcome {
 };
 
 void addAsmCommand(CLI::App& program, Outcome& outcome);
+void addDisCommand(CLI::App& program, Outcome& outcome);
 void addOpcodesCommand(CLI::App& program, Outcome& outcome);
 void addRenderCommand(CLI::App& program, Outcome& outcome);
 void addRunCommand(CLI::App& program, Outcome& outcome);
+void addValCommand(CLI::App& program, Outcome& outcome);
 
 }  // namespace shadermachine::tools

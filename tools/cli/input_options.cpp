@@ -118,6 +118,12 @@ FrameInputs frameInputs(const InputOptions& options, int32_t frame) {
   return inputs;
 }
 
+void validateIfAsked(const InputOptions& options, const ShaderView& view) {
+  if (options.validate && !reportValidation(view, options.shaderPath)) {
+    throw InputError(options.shaderPath + ": error: the shader does not validate");
+  }
+}
+
 void applyInputs(const InputOptions& options, HostInputs& inputs) {
   for (const std::string& text : options.textures) {
     Assignment assignment;

@@ -24,6 +24,9 @@ void addInputOptions(CLI::App& command, InputOptions& options);
 // Width and height of the picture, time and number of the frame.
 FrameInputs frameInputs(const InputOptions& options, int32_t frame);
 
+// With --validate: throws InputError unless the shader validates.
+void validateIfAsked(const InputOptions& options, const ShaderView& view);
+
 // Gives the shader its textures and values, and warns about host variables that stay without one.
 // Throws InputError.
 void applyInputs(const InputOptions& options, HostInputs& inputs);

@@ -27,10 +27,12 @@ int parseAndRun(int argc, char** argv) {
   program.set_version_flag("--version", "shadermachine " SHADERMACHINE_VERSION_STRING);
   program.require_subcommand(1);
   Outcome outcome;
-  addAsmCommand(program, outcome);
-  addOpcodesCommand(program, outcome);
   addRenderCommand(program, outcome);
   addRunCommand(program, outcome);
+  addAsmCommand(program, outcome);
+  addDisCommand(program, outcome);
+  addValCommand(program, outcome);
+  addOpcodesCommand(program, outcome);
   try {
     program.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
@@ -47,7 +49,7 @@ int main(int argc, char** argv) {
   } catch (const std::bad_alloc&) {
     std::fputs("shadermachine: not enough memory\n", stderr);
   } catch (const std::exception& error) {
-    std::fprintf(stderr, "shadermachine: %s\n", error.what());
+    std::fprintf(stderr, "%s\n", error.what());
   }
   return kBadInput;
 }

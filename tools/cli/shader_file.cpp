@@ -1,8 +1,10 @@
 #include "cli/shader_file.h"
 
 #include <shadermachine-tools/assembler.h>
+#include <shadermachine-tools/validator.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <fstream>
 #include <iterator>
@@ -46,6 +48,14 @@ BuiltShader loadShader(const std::string& path) {
     if (path.ends_with(language.extension)) return language.compile(text, path);
   }
   return compileAssembly(text, path);
+}
+
+bool reportValidation(const ShaderView& view, const std::string& path) {
+  const ValidationResult result = validate(view);
+  for (const Diagnostic& diagnostic : result.diagnostics) {
+    std::fprintf(stderr, "%s: %s\n", path.c_str(), toString(diagnostic).c_str());
+  }
+  return result.valid();
 }
 
 }  // namespace shadermachine::tools

@@ -20,4 +20,7 @@ std::string readText(const std::string& path);
 // Compiles by the file's extension; assembly text is what files without a known one hold.
 BuiltShader loadShader(const std::string& path);
 
+// Prints what the validator finds, each line with the path before it; false when there are errors.
+bool reportValidation(const ShaderView& view, const std::string& path);
+
 }  // namespace shadermachine::tools

@@ -35,26 +35,6 @@ Headings readHeadings(const std::string& path) {
   return headings;
 }
 
-bool isSigned(OperandKind kind) {
-  return kind == OperandKind::ElementType || kind == OperandKind::Path || kind == OperandKind::Jump;
-}
-
-std::string encoding(OperandKind kind) {
-  std::string text(1, isSigned(kind) ? 'i' : 'u');
-  text += std::to_string(8 * operandWidth(kind));
-  if (isOperandList(kind)) text += "...";
-  return text;
-}
-
-std::string operandText(const OpcodeInfo& info) {
-  std::string text;
-  for (OperandKind kind : info.operands) {
-    if (kind == OperandKind::None) break;
-    text += (text.empty() ? "" : ", ") + encoding(kind) + " " + operandNames(kind).name;
-  }
-  return text;
-}
-
 std::string lengthText(const OpcodeInfo& info) {
   unsigned fixed = 1;
   std::string list;

@@ -1,7 +1,5 @@
 #include "render/fragment_host.h"
 
-#include <shadermachine-tools/host_contract.h>
-
 #include <cstring>
 
 #include "render/texture.h"
@@ -29,9 +27,8 @@ struct FragmentCallbacks {
 
   static void lookup(const LookupRequest* request) {
     const Texture* texture = host(request->userData).inputs_->texture(request->sampler);
-    const std::array<float, 4> colour = texture != nullptr
-                                            ? lookUp(*texture, request->kind, request->coords)
-                                            : std::array<float, 4>{0, 0, 0, 1};
+    const std::array<float, 4> colour =
+        texture != nullptr ? lookUp(*texture, *request) : std::array<float, 4>{0, 0, 0, 1};
     std::memcpy(request->result, colour.data(), sizeof colour);
   }
 

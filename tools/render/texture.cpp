@@ -9,6 +9,8 @@ namespace {
 
 using Colour = std::array<float, 4>;
 
+constexpr uint32_t kTexelKind = 0;
+
 struct Point {
   float u, v;
 };
@@ -34,6 +36,12 @@ Point placeOf(uint32_t kind, const float* c) {
       return {c[0], 0.5f};
     case 4:
       return onPanorama(c);
+    case 5:
+      return {c[0] / c[1], 0.5f};
+    case 6:
+      return {c[0] / c[2], c[1] / c[2]};
+    case 7:
+      return {c[0] / c[3], c[1] / c[3]};
     default:
       return {c[0], c[1]};
   }
@@ -65,12 +73,8 @@ Neighbours neighbours(float position, uint32_t size) {
   return {first, (first + 1) % size, place - floor};
 }
 
-}  // namespace
-
-Colour lookUp(const Texture& texture, uint32_t kind, const float* coordinates) {
+Colour filtered(const Texture& texture, Point place) {
   const ByteImage& image = texture.image;
-  if (image.rgba.empty()) return {0, 0, 0, 1};
-  const Point place = placeOf(kind, coordinates);
   const float u = wrap(place.u);
   const float v = wrap(-place.v);  // rows run from top to bottom
   if (texture.filter == TextureFilter::Nearest) {
@@ -84,6 +88,28 @@ Colour lookUp(const Texture& texture, uint32_t kind, const float* coordinates) {
     return mix(texel(image, column.first, y), texel(image, column.second, y), column.fraction);
   };
   return mix(alongRow(row.first), alongRow(row.second), row.fraction);
+}
+
+// Texels outside of the picture are zeros.
+Colour texelAt(const ByteImage& image, const float* position) {
+  const float column = std::floor(position[0]);
+  const float row = std::floor(position[1]);
+  const bool inside = column >= 0 && column < static_cast<float>(image.width) && row >= 0 &&
+                      row < static_cast<float>(image.height);
+  if (!inside) return {};
+  return texel(image, static_cast<uint32_t>(column), image.height - 1 - static_cast<uint32_t>(row));
+}
+
+}  // namespace
+
+Colour lookUp(const Texture& texture, const LookupRequest& request) {
+  const ByteImage& image = texture.image;
+  if (image.rgba.empty()) return {0, 0, 0, 1};
+  if (request.kind != kTexelKind) {
+    return filtered(texture, placeOf(request.kind, request.coords));
+  }
+  if (request.param == 0) return texelAt(image, request.coords);
+  return {static_cast<float>(image.width), static_cast<float>(image.height), 1, 1};
 }
 
 }  // namespace shadermachine::tools

@@ -40,10 +40,30 @@ constexpr OperandNames kOperandNames[] = {
 };
 static_assert(std::size(kOperandNames) == static_cast<size_t>(OperandKind::Path) + 1);
 
+bool isSigned(OperandKind kind) {
+  return kind == OperandKind::ElementType || kind == OperandKind::Path || kind == OperandKind::Jump;
+}
+
+std::string encoding(OperandKind kind) {
+  std::string text(1, isSigned(kind) ? 'i' : 'u');
+  text += std::to_string(8 * operandWidth(kind));
+  if (isOperandList(kind)) text += "...";
+  return text;
+}
+
 }  // namespace
 
 const OperandNames& operandNames(OperandKind kind) {
   return kOperandNames[static_cast<size_t>(kind)];
+}
+
+std::string operandText(const OpcodeInfo& info) {
+  std::string text;
+  for (OperandKind kind : info.operands) {
+    if (kind == OperandKind::None) break;
+    text += (text.empty() ? "" : ", ") + encoding(kind) + " " + operandNames(kind).name;
+  }
+  return text;
 }
 
 }  // namespace shadermachine::tools

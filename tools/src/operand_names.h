@@ -23,4 +23,7 @@ constexpr bool isListLength(const OpcodeInfo& info, unsigned slot) {
   return slot + 1 < kMaxOperands && isOperandList(info.operands[slot + 1]);
 }
 
+// Widths and names of an instruction's operands: "u16 local, u16 length, i16... path".
+std::string operandText(const OpcodeInfo& info);
+
 }  // namespace shadermachine::tools

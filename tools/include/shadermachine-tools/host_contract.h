@@ -22,12 +22,12 @@ struct BuiltinValue {
 
 inline constexpr std::array<BuiltinValue, 7> kBuiltinValues = {{
     {258, VM_TYPE_INT, "StartupInfo.builtin258"},
+    {280, VM_TYPE_BOOL, "1 on the front of a surface, else 0"},
     {281, VM_TYPE_INT, "StartupInfo.builtin281"},
     {282, VM_TYPE_INT, "StartupInfo.builtin282"},
     {283, VM_TYPE_VEC4, "fragment position: x and y of the pixel's centre, depth, 1 / w"},
-    {284, VM_TYPE_BOOL, "1 on the front of a surface, else 0"},
+    {284, VM_TYPE_VEC2, "position inside a point sprite, 0 to 1"},
     {285, VM_TYPE_INT, "StartupInfo.builtin285"},
-    {301, VM_TYPE_VEC2, "position inside a point sprite, 0 to 1"},
 }};
 
 // All other ids give a vec4 whose meaning host and compiler agree on.
@@ -81,6 +81,7 @@ struct LookupKind {
 };
 
 inline constexpr std::array<LookupKind, 8> kLookupKinds = {{
+    {3, "HOST_LOOKUP_2: texel at column, row and level; HOST_LOOKUP_1: size of the level"},
     {1, "1D"},
     {2, "2D"},
     {3, "3D"},
@@ -88,7 +89,6 @@ inline constexpr std::array<LookupKind, 8> kLookupKinds = {{
     {2, "1D, divided by the last coordinate"},
     {3, "2D, divided by the last coordinate"},
     {4, "3D, divided by the last coordinate"},
-    {4, "free"},
 }};
 
 // HOST_UNARY: at most the first four words in place, each result word from the word it replaces.

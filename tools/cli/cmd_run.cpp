@@ -1,0 +1,144 @@
+#include <shadermachine-tools/disassembler.h>
+
+#include <cstdio>
+#include <cstring>
+
+#include "assembly/literals.h"
+#include "cli/commands.h"
+#include "cli/input_options.h"
+#include "cli/shader_file.h"
+#include "machine/machine.h"
+#include "machine/run_loop.h"
+#include "render/fragment_host.h"
+
+namespace shadermachine::tools {
+namespace {
+
+struct RunOptions {
+  InputOptions input;
+  std::vector<uint32_t> pixel;  // x, y from the top left; empty: the middle
+  bool trace = false;
+};
+
+struct MachineDeleter {
+  void operator()(Machine* machine) const { destroyMachine(machine); }
+};
+
+std::string slotText(const ValueSlot& slot) {
+  if (slot.view.data != nullptr) return "block of " + std::to_string(slot.view.size) + " bytes";
+  std::string text;
+  for (unsigned i = 0; i < 4; ++i) {
+    text += (i == 0 ? "" : " ") + assembly::formatWord(slot.value.words[i]);
+  }
+  return text;
+}
+
+// Function, offset and text of the next instruction, indented by the depth of calls.
+std::string instructionText(const Machine& machine, const ShaderView& view) {
+  RunFailure place;
+  place.error = VM_ERR_TIMEOUT;  // between two instructions
+  locateFailure(machine, view, place);
+  if (place.function < 0) return "?";
+  const auto function = static_cast<uint32_t>(place.function);
+  const char* name = view.functionNames != nullptr ? view.functionNames[function] : nullptr;
+  std::string text(2 * static_cast<size_t>(machine.frameIndex), ' ');
+  text += name != nullptr ? name : std::to_string(function);
+  text += "+" + std::to_string(place.offset);
+  text.resize(std::max<size_t>(text.size() + 1, 20), ' ');
+  return text + disassembleInstruction(view, function, place.offset);
+}
+
+void printTopSlots(const Machine& machine) {
+  const CallFrame& frame = machine.frames[machine.frameIndex];
+  const ptrdiff_t globals = machine.shader->globalCount;
+  const ptrdiff_t top = frame.locals + frame.top - machine.stack;
+  for (ptrdiff_t k = 0; k < 2 && top - k >= globals; ++k) {
+    std::printf("  S%td = %-36s", k, slotText(machine.stack[top - k]).c_str());
+  }
+  std::printf("\n");
+}
+
+VmError traceRun(Machine& machine, const ShaderView& view, const StartupInfo& startup) {
+  const VmError refused = beginRun(machine, *view.shader, startup);
+  if (refused != VM_OK) return refused;
+  while (machine.runState != VM_RUN_STOPPING) {
+    std::printf("%-52s", instructionText(machine, view).c_str());
+    stepInstruction(machine);
+    printTopSlots(machine);
+  }
+  return endRun(machine);
+}
+
+FrameInputs frameOf(const RunOptions& options) { return frameInputs(options.input, 0); }
+
+// The pixel as the options give it, from the top left.
+void pixelOf(const RunOptions& options, uint32_t& x, uint32_t& y) {
+  const FrameInputs frame = frameOf(options);
+  x = options.pixel.empty() ? frame.width / 2 : options.pixel[0];
+  y = options.pixel.empty() ? frame.height / 2 : options.pixel[1];
+  if (x >= frame.width || y >= frame.height) {
+    throw CLI::ValidationError("--pixel", "the pixel lies outside of the picture");
+  }
+}
+
+void printOutputs(const CompiledShader& shader, const FragmentHost& host) {
+  if (shader.outputGlobal0 < 0) return;
+  const std::array<float, 4>& c = host.colour();
+  std::printf("colour: %.9g %.9g %.9g %.9g\n", c[0], c[1], c[2], c[3]);
+  if (shader.outputGlobal1 >= 0) std::printf("depth: %.9g\n", host.depth());
+}
+
+int runOnce(const RunOptions& options) {
+  RunFailure failure;
+  pixelOf(options, failure.x, failure.y);
+  const BuiltShader shader = loadShader(options.input.shaderPath);
+  const ShaderView view = shader.view();
+  validateIfAsked(options.input, view);
+  HostInputs inputs(view);
+  applyInputs(options.input, inputs);
+  const FrameInputs frame = frameOf(options);
+  inputs.startFrame(frame);
+
+  vmInitialize();
+  const HostCallbacks callbacks = FragmentHost::callbacks();
+  const std::unique_ptr<Machine, MachineDeleter> machine(createMachine(&callbacks));
+  if (machine == nullptr) throw std::bad_alloc();
+  // Slots nobody has written yet are shown, too.
+  std::memset(machine->stack, 0, sizeof(ValueSlot) * static_cast<size_t>(machine->stackCapacity));
+  FragmentHost host(view, inputs);
+  host.startFragment(static_cast<float>(failure.x) + 0.5f,
+                     static_cast<float>(frame.height - 1 - failure.y) + 0.5f);
+  const StartupInfo startup = host.startupInfo(options.input.timeout);
+  failure.error = options.trace
+                      ? traceRun(*machine, view, startup)
+                      : vmShaderMachineExecuteShader(machine.get(), view.shader, &startup);
+  if (isFailure(failure.error)) {
+    locateFailure(*machine, view, failure);
+    std::fprintf(stderr, "%s: error: pixel (%u, %u): %s\n", options.input.shaderPath.c_str(),
+                 failure.x, failure.y, describeFailure(failure, view).c_str());
+    return kRunFailed;
+  }
+  std::printf("code %u: %s\n", failure.error, vmGetErrorString(failure.error));
+  if (failure.error != VM_ERR_DISCARDED) printOutputs(*view.shader, host);
+  return kSuccess;
+}
+
+}  // namespace
+
+void addRunCommand(CLI::App& program, Outcome& outcome) {
+  CLI::App* command =
+      program.add_subcommand("run", "Run a shader for one pixel, print its outputs");
+  auto options = std::make_shared<RunOptions>();
+  addInputOptions(*command, options->input);
+  command
+      ->add_option("--pixel", options->pixel,
+                   "column and row, counted from the top left; the middle unless given")
+      ->expected(2)
+      ->delimiter(',')
+      ->type_name("X,Y");
+  command->add_flag("--trace", options->trace,
+                    "print every instruction and the two top slots after it");
+  command->callback([options, &outcome] { outcome.exitCode = runOnce(*options); });
+}
+
+}  // namespace shadermachine::tools
