@@ -97,7 +97,7 @@ const std::vector<Case> kCases = {
      "CALL_BUILTIN: error: S2 is a view of structure 0, an inline value is needed"},
     {"BuiltinDepth", {kV4, kF, kF, builtin(296)}, "CALL_BUILTIN: error: needs 4 values above the locals, there are 3"},
     {"SamplerIsTooNarrow", {kF, kV2, lookUp(2, 1), kPop}, "HOST_LOOKUP_1: error: S1 has 1 defined word, 2 needed"},
-    {"CoordinatesMissing", {kSampler, kV2, lookUp(2, 2), kPop}, "HOST_LOOKUP_1: error: S0 has 2 defined words, 3 needed"},
+    {"CoordinatesMissing", {kSampler, kV2, lookUp(2, 3), kPop}, "HOST_LOOKUP_1: error: S0 has 2 defined words, 3 needed"},
     {"ExtraMissing", {kSampler, kV2, lookUp(3, 1), kPop}, "HOST_LOOKUP_1: error: needs 3 values above the locals, there are 2"},
     {"HostUnaryOfAView", {kLoadPair, {VM_OP_HOST_UNARY_1, {0}}, kRelease},
      "HOST_UNARY_1: error: S0 is a view of structure 0, an inline value is needed"},

@@ -72,7 +72,7 @@ const std::vector<Case> kCases = {
      "LOAD_BUILTIN: warning: there is no built-in variable 267: always stops with 8"},
     {"BuiltinWithoutGlobal", {{VM_OP_LOAD_BUILTIN, {303}}},
      "LOAD_BUILTIN: warning: no global backs built-in variable 303: always stops with 8"},
-    {"BuiltinIsNarrower", {{VM_OP_LOAD_BUILTIN, {301}}, {VM_OP_STORE_LOCAL, {kVector}}},
+    {"BuiltinIsNarrower", {{VM_OP_LOAD_BUILTIN, {284}}, {VM_OP_STORE_LOCAL, {kVector}}},
      "STORE_LOCAL: error: S0 has 2 defined words, 4 needed"},
     {"EveryMistakeIsFound",
      {{VM_OP_LOAD_LOCAL, {99}}, kStorePair, kLoadPair, {VM_OP_STORE_LOCAL, {kVector}},
