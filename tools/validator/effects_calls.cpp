@@ -140,7 +140,7 @@ class Call {
     constexpr uint32_t kWordFromBlock = 6;
     if (!step_.needDepth(3)) return;
     if (shader_.hostStructMode == kWordFromBlock) {
-      needFirstWord(1);
+      step_.needView(1);
     } else {
       step_.needWords(1, 1);
     }
@@ -149,14 +149,6 @@ class Call {
     step_.write(0, 0);
     step_.write(2, kOverrideAWords);
     recordAnswer();
-  }
-
-  void needFirstWord(uint32_t k) {
-    step_.needView(k);
-    const Slot& slot = step_.stack.below(k);
-    if (slot.isView() && step_.program.types.variableBytes(slot.type, slot.count) < kWordBytes) {
-      step_.error("S", k, " is ", describe(slot), ", which has less than a word");
-    }
   }
 
   void answerByCode() {

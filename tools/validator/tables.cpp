@@ -48,7 +48,9 @@ class TableChecks {
     const StructInfo* info = shader_.structTypes[index];
     const std::string name = text("structure ", index);
     if (info == nullptr) return error(name, " is null");
-    if (info->size == 0) error(name, ": its size is 0");
+    if (info->size == 0 || info->size % kWordBytes != 0) {
+      error(name, ": its size is ", info->size, ", not a number of words");
+    }
     if (info->memberCount != 0 && info->members == nullptr) {
       return error(name, ": members is null");
     }

@@ -1,5 +1,5 @@
 // What a host writes when a shader asks it, and what it may read: this project's convention, shared
-// by validator, renderer and compiler. docs/host-contract.md is the prose form.
+// by validator, renderer and compiler. docs/embedding.md has the prose form.
 //
 // The machine only passes pointers. Widths therefore have to be agreed between host and compiler,
 // and a shader is sound on every host that keeps to this table.

@@ -58,7 +58,7 @@ struct FunctionFacts {
 
 struct ValidationResult {
   std::vector<Diagnostic> diagnostics;   // tables first, then function by function in code order
-  std::vector<FunctionFacts> functions;  // one per function; empty facts when the tables are broken
+  std::vector<FunctionFacts> functions;  // one per function; none when the tables are broken
 
   bool valid() const;  // no errors; warnings do not count
 };
