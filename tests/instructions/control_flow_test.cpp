@@ -144,10 +144,10 @@ TEST(ControlFlow, RecursionGrowsTheFrameStack) {
   EXPECT_EQ(rig.run(recursion(2000, true)), VM_ERR_STACK_OVERFLOW);
 }
 
-#if defined(__SANITIZE_ADDRESS__)
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 constexpr bool kReallocCopies = true;
 #elif defined(__has_feature)
-constexpr bool kReallocCopies = __has_feature(address_sanitizer);
+constexpr bool kReallocCopies = __has_feature(address_sanitizer) || __has_feature(thread_sanitizer);
 #else
 constexpr bool kReallocCopies = false;
 #endif
