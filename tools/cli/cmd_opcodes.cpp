@@ -1,8 +1,8 @@
 #include <cstdio>
 
+#include "assembly/operand_names.h"
 #include "cli/commands.h"
 #include "instructions/opcode_info.h"
-#include "operand_names.h"
 
 namespace shadermachine::tools {
 namespace {

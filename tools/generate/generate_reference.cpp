@@ -13,8 +13,8 @@
 #include <sstream>
 #include <string>
 
+#include "assembly/operand_names.h"
 #include "instructions/opcode_info.h"
-#include "operand_names.h"
 
 namespace shadermachine::tools {
 namespace {

@@ -5,10 +5,10 @@
 #include <utility>
 
 #include "assembly/literals.h"
+#include "assembly/operand_names.h"
 #include "assembly/path.h"
 #include "assembly/scope.h"
 #include "instructions/opcode_info.h"
-#include "operand_names.h"
 
 namespace shadermachine::tools::assembly {
 namespace {

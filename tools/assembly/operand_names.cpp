@@ -1,4 +1,4 @@
-#include "operand_names.h"
+#include "assembly/operand_names.h"
 
 #include <iterator>
 

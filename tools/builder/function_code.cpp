@@ -5,8 +5,8 @@
 #include <stdexcept>
 
 #include "assembly/literals.h"
+#include "assembly/operand_names.h"
 #include "instructions/opcode_info.h"
-#include "operand_names.h"
 
 namespace shadermachine::tools {
 namespace {

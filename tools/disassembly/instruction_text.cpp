@@ -1,9 +1,9 @@
 #include "disassembly/instruction_text.h"
 
 #include "assembly/literals.h"
+#include "assembly/operand_names.h"
 #include "assembly/path.h"
 #include "instructions/opcode_info.h"
-#include "operand_names.h"
 
 namespace shadermachine::tools::disassembly {
 namespace {
