@@ -9,11 +9,13 @@ namespace {
 const std::vector<Case> kCases = {
     {"JumpBeforeTheCode", {{VM_OP_JUMP, {-6}}},
      "JUMP: error: jumps to offset 4294967295, outside the function's 6 bytes"},
-    {"JumpToTheEnd", {{VM_OP_JUMP, {1}}}, "JUMP: error: jumps to offset 6, outside the function's 6 bytes"},
+    {"JumpToTheEnd", {{VM_OP_JUMP, {1}}},
+     "JUMP: error: jumps to offset 6, outside the function's 6 bytes"},
     {"JumpIntoAnInstruction", {{VM_OP_JUMP, {1}}, {VM_OP_PUSH_U8, {0}}},
      "JUMP: error: jumps to offset 6, into the middle of an instruction"},
     {"UnreachableOperandsAreChecked",
-     {{VM_OP_HALT}, {VM_OP_JUMP, {-2}}, {VM_OP_CALL, {77}}, {VM_OP_STRUCT_FIELD, {2, 0}}, {VM_OP_SIN, {17}}},
+     {{VM_OP_HALT}, {VM_OP_JUMP, {-2}}, {VM_OP_CALL, {77}}, {VM_OP_STRUCT_FIELD, {2, 0}},
+     {VM_OP_SIN, {17}}},
      "JUMP: error: jumps to offset 4, into the middle of an instruction\n"
      "CALL: error: there is no function 77\n"
      "STRUCT_FIELD: error: there is no structure 2\n"
