@@ -6,13 +6,13 @@
 namespace {
 
 std::atomic<int64_t> live = 0;
-thread_local int64_t allocationsLeft = -1;  // negative: no limit
+thread_local int64_t requested = 0;
+thread_local int64_t firstFailing = INT64_MAX;
+thread_local int64_t failing = 0;  // from the first one on
 
 bool mayAllocate() {
-  if (allocationsLeft < 0) return true;
-  if (allocationsLeft == 0) return false;
-  --allocationsLeft;
-  return true;
+  const int64_t number = requested++;
+  return number < firstFailing || number - firstFailing >= failing;
 }
 
 void* counted(void* memory) {
@@ -56,7 +56,12 @@ namespace shadermachine::tests {
 
 int64_t liveAllocations() { return live; }
 
-AllocationFailure::AllocationFailure(int64_t index) { allocationsLeft = index; }
-AllocationFailure::~AllocationFailure() { allocationsLeft = -1; }
+int64_t requestedAllocations() { return requested; }
+
+AllocationFailure::AllocationFailure(int64_t index, int64_t count) {
+  firstFailing = requested + index;
+  failing = count;
+}
+AllocationFailure::~AllocationFailure() { firstFailing = INT64_MAX; }
 
 }  // namespace shadermachine::tests

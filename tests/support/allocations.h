@@ -9,10 +9,14 @@ namespace shadermachine::tests {
 // Allocations that are not freed yet.
 int64_t liveAllocations();
 
-// While it lives, allocation number `index` (from 0) and all later ones of this thread fail.
+// Allocations that this thread has asked for, refused ones included.
+int64_t requestedAllocations();
+
+// While it lives, allocation number `index` (from 0) of this thread fails, and `count` - 1 after
+// it.
 class AllocationFailure {
  public:
-  explicit AllocationFailure(int64_t index);
+  explicit AllocationFailure(int64_t index, int64_t count = INT64_MAX);
   ~AllocationFailure();
 };
 
