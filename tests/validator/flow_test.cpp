@@ -71,6 +71,15 @@ TEST(ValidatorFlow, RejectsDifferentOwnership) {
             "something else");
 }
 
+TEST(ValidatorFlow, ForgetsConstantsThatDiffer) {
+  Scene scene;
+  scene.write({{VM_OP_LOAD_LOCAL, {kScalar}}});
+  branch(scene.main, emit<VM_OP_PUSH_0>, emit<VM_OP_PUSH_1>);
+  scene.write({{VM_OP_STORE_LOCAL_ELEM, {kPair, 1}}});
+  EXPECT_EQ(findings(scene),
+            "STORE_LOCAL_ELEM: error: the member of structure 0 is computed, it must be constant");
+}
+
 TEST(ValidatorFlow, RejectsALoopThatGrowsTheStack) {
   Scene scene;
   const Label top = scene.main.newLabel();

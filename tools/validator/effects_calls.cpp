@@ -78,21 +78,17 @@ class Call {
       : step_(step),
         shader_(step.program.shader),
         index_(static_cast<int32_t>(step.operand(0))),
-        callee_(shader_.functions[index_]),
-        before_(step.stack) {}
+        callee_(shader_.functions[index_]) {}
 
   void run() {
     if (!checkArguments()) return;
-    if (isInHostRange()) answerByHostFunction();
-    if (index_ == shader_.hostFunctionB) answerByOverrideB();
-    if (index_ == shader_.hostFunctionA) answerByOverrideA();
-    if (callee_ != nullptr && callee_->codeLength != 0) answerByCode();
-    if (step_.hasEnded()) return;
-    if (!isAnswered_ && hasNoCode()) {
-      return step_.stops(VM_ERR_INVALID_FUNCTION, "function ", index_, " has no code");
+    if (isInHostRange() || index_ == shader_.hostFunctionB || index_ == shader_.hostFunctionA) {
+      answerByAnyone();
+    } else if (hasNoCode()) {
+      step_.stops(VM_ERR_INVALID_FUNCTION, "function ", index_, " has no code");
+    } else if (!answerByCode()) {
+      step_.end();
     }
-    if (!isAnswered_) return step_.end();  // the function never returns
-    finish();
   }
 
  private:
@@ -111,13 +107,20 @@ class Call {
     for (uint32_t i = 0; i < count; ++i) {
       const uint32_t k = count - 1 - i;
       step_.needValueOf(k, callee_->locals[i]);
-      forgetConstant(k);  // parameters are variables of the callee
+      step_.stack.below(k).constant.reset();  // parameters are variables of the callee
     }
-    before_ = step_.stack;
     return true;
   }
 
-  void forgetConstant(uint32_t k) { step_.stack.below(k).constant.reset(); }
+  // Without the host's callback a function without code ends the run.
+  void answerByAnyone() {
+    before_ = step_.stack;
+    if (isInHostRange()) answerByHostFunction();
+    if (index_ == shader_.hostFunctionB) answerByOverrideB();
+    if (index_ == shader_.hostFunctionA) answerByOverrideA();
+    if (!hasNoCode() && answerByCode()) recordAnswer();
+    if (!step_.hasEnded()) finish();
+  }
 
   void answerByHostFunction() {
     if (!step_.needDepth(3)) return;
@@ -151,11 +154,11 @@ class Call {
     recordAnswer();
   }
 
-  void answerByCode() {
+  // False when the function never returns, or cannot be called.
+  bool answerByCode() {
     const ReturnSummary& summary = step_.program.returns[static_cast<size_t>(index_)];
-    if (summary.kind == ReturnKind::Never) return;
-    if (summary.kind != ReturnKind::Nothing && !setResult(summary)) return;
-    recordAnswer();
+    if (summary.kind == ReturnKind::Never) return false;
+    return summary.kind == ReturnKind::Nothing || setResult(summary);
   }
 
   bool setResult(const ReturnSummary& summary) {
@@ -196,7 +199,7 @@ class Call {
   const CompiledShader& shader_;
   const int32_t index_;
   const ShaderFunction* callee_;
-  AbstractStack before_;
+  AbstractStack before_;  // these two when the host may answer
   AbstractStack after_;
   bool isAnswered_ = false;
 };

@@ -8,7 +8,9 @@ namespace {
 constexpr uint32_t kNoBlock = UINT32_MAX;
 
 // Units of work: an instruction on a small stack is one, and so is a saved slot.
-uint64_t costOfStep(const AbstractStack& stack) { return 1 + stack.size() / 64; }
+uint64_t costOfStep(const AbstractStack& stack, Opcode opcode) {
+  return 1 + stack.size() / (opcode == Opcode::CALL ? 8 : 64);
+}
 uint64_t costOfMerge(const AbstractStack& stack) { return 1 + stack.size() / 16; }
 uint64_t costOfCopy(const AbstractStack& stack) { return 1 + stack.size(); }
 
@@ -55,8 +57,9 @@ void FunctionFlow::report(Diagnostics& diagnostics, FunctionFacts& facts) {
 void FunctionFlow::walkBlock(uint32_t index, Budget* budget, Reporting* reporting) {
   AbstractStack stack = blocks_[blockAt_[index]].stack;
   const uint32_t locals = program_.shader.functions[function_]->localCount;
-  while (budget == nullptr || budget->spend(costOfStep(stack))) {
+  for (;;) {
     const Instruction& instruction = decoded_.instructions[index];
+    if (budget != nullptr && !budget->spend(costOfStep(stack, instruction.opcode))) return;
     if (reporting != nullptr) {
       reporting->facts.instructions[index].depth = static_cast<int32_t>(locals + stack.size());
     }
