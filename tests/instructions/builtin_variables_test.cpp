@@ -111,8 +111,13 @@ TEST(BuiltinVariables, RunWords) {
   }
 }
 
-TEST(BuiltinVariables, ElementIndexIsMinusOneWithoutAnIndex) {
+TEST(BuiltinVariables, IndexIsMinusOneWithoutAnIndex) {
   Rig rig;
+  EXPECT_EQ(rig.run(buildShader([](ShaderBuilder&, FunctionBuilder& code) {
+    code.emit(VM_OP_PUSH_INDEX_IMM, {3});
+    code.emit(VM_OP_RETURN);
+  })),
+            VM_OK);
   EXPECT_EQ(rig.run(buildShader([](ShaderBuilder&, FunctionBuilder& code) {
     code.emit(VM_OP_LOAD_BUILTIN, {390});
     code.emit(VM_OP_RETURN);

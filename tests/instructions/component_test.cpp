@@ -333,6 +333,8 @@ TEST(Components, GiveTheseValues) {
       onInputs(VM_OP_MAX, {2}, {Words{kMinusZero, 0}, Words{0, kMinusZero}}, Words{0, kMinusZero}),
       onInputs(VM_OP_CLAMP_VSS, {4}, {floats({-1, 0.5f, 2, kNan}), floats({0}), floats({1})},
                floats({0, 0.5f, 1, 0})),
+      onInputs(VM_OP_MIN, {2}, {Words{kMinusZero, 0}, Words{0, kMinusZero}}, Words{0, kMinusZero}),
+      onInputs(VM_OP_CLAMP, {1}, {Words{kMinusZero}, floats({-1}), Words{0}}, Words{0}),
       onInputs(VM_OP_CLAMP, {1}, {floats({5}), floats({3}), floats({2})}, floats({2})),
       onInputs(VM_OP_STEP_SV, {3}, {floats({0.5f}), floats({0.4f, 0.5f, kNan})}, floats({0, 1, 1})),
       onInputs(VM_OP_MIX_VVS, {2}, {floats({0, 10}), floats({10, 20}), floats({0.25f})},

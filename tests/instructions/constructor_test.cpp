@@ -222,7 +222,7 @@ TEST(Constructors, ArrayBeyond32BitsIsRefused) {
   Rig rig;
   EXPECT_EQ(rig.run(buildShader([](Tables& shader, Code& code) {
     const TypeCode s = addS(shader);
-    shader.info(s).size = 0x80000000;
+    shader.info(s).size = 0x80000001;  // twice this is 2 modulo 2^32
     code.emit(VM_OP_PUSH_EMPTY);
     code.emit(VM_OP_PUSH_EMPTY);
     code.emit(VM_OP_CTOR_ARRAY, {s, 2});

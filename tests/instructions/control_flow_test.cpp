@@ -80,6 +80,33 @@ Body callNumber(int64_t function) {
   };
 }
 
+// Leaves a second name for its local's block on its stack.
+void callLeavingNames(Tables& shader, Code& code) {
+  Code& f = shader.addFunction("f");
+  f.addLocal({.name = "array", .type = VM_TYPE_INT, .count = 1});
+  f.pushInt(1);
+  f.emit(VM_OP_CTOR_ARRAY, {VM_TYPE_INT, 1});
+  f.emit(VM_OP_DUP);
+  f.emit(VM_OP_STORE_LOCAL, {0});
+  f.emit(VM_OP_RETURN);
+  code.call(f.id());
+  code.pushInt(6);
+  code.pushInt(7);
+}
+
+// Returns a local itself, there being nothing above it.
+void callReturningLocal(Tables& shader, Code& code) {
+  Code& f = shader.addFunction("f");
+  f.addLocal({.name = "array", .type = VM_TYPE_INT, .count = 2});
+  f.pushInt(8);
+  f.emit(VM_OP_STORE_LOCAL_ELEM_IMM, {0, 1});
+  f.emit(VM_OP_RETURN_VALUE);
+  code.emit(VM_OP_PUSH_EMPTY);
+  code.call(f.id());
+  code.emit(VM_OP_PUSH_INDEX_IMM, {1});
+  code.emit(VM_OP_ARRAY_ELEMENT, {VM_TYPE_INT});
+}
+
 // Stops inside a called function while blocks are on both stacks.
 Body stoppingInside(VmOpcode opcode) {
   return [=](Tables& shader, Code& code) {
@@ -217,7 +244,7 @@ struct HostCalls {
       for (int i = 0; i < 3; ++i) code.emit(VM_OP_POP_RELEASE);
       code.emit(VM_OP_RETURN);
       tables.record().hostFunctionBase = 5;
-      tables.record().hostFunctionCount = 2;
+      tables.record().hostFunctionCount = rangeLength;
       tables.record().hostFunctionB = 7;
       tables.record().hostFunctionA = 8;
       tables.record().hostFunctionAType = type;
@@ -239,8 +266,23 @@ struct HostCalls {
   const ValueSlot& seen(int k) const { return rig.only(kProbe).stack[static_cast<size_t>(4 - k)]; }
 
   Rig rig;
+  uint16_t rangeLength = 2;
   std::unique_ptr<BuiltShader> shader;
 };
+
+TEST(ControlFlow, ReservedOpcodesLeavePcPastTheirOperands) {
+  const std::pair<VmOpcode, uint32_t> lengths[] = {
+      {VM_OP_RESERVED_10, 3},  {VM_OP_RESERVED_195, 1}, {VM_OP_RESERVED_196, 1},
+      {VM_OP_RESERVED_197, 2}, {VM_OP_RESERVED_198, 2}, {VM_OP_RESERVED_199, 2},
+      {VM_OP_RESERVED_200, 1}, {VM_OP_RESERVED_201, 1}};
+  for (const auto& [opcode, length] : lengths) {
+    Rig rig;
+    const uint8_t code[] = {static_cast<uint8_t>(opcode), 0, 0};
+    EXPECT_EQ(rig.run(buildShader([&](Tables&, Code& function) { function.emitBytes(code); })),
+              VM_ERR_NOT_IMPLEMENTED);
+    EXPECT_EQ(rig.machine->frames[0].pc, length) << opcode;
+  }
+}
 
 TEST(ControlFlow, HostRange) {
   HostCalls host;
@@ -257,7 +299,8 @@ TEST(ControlFlow, HostRange) {
   EXPECT_EQ(host.call(4), VM_OK);
   EXPECT_EQ(host.rig.count(kHostFunction), 0u);
   EXPECT_EQ(host.seen(0).value.words[0], 99u);
-  EXPECT_EQ(host.call(10), VM_ERR_INVALID_FUNCTION);
+  host.rangeLength = 100;
+  EXPECT_EQ(host.call(10), VM_ERR_INVALID_FUNCTION) << "past the table, though in the host range";
 
   HostCalls without({kHostFunction});
   EXPECT_EQ(without.call(6), VM_OK);
@@ -303,6 +346,8 @@ std::vector<Program> controlFlowPrograms() {
       giving(VM_OP_JUMP_IF_FALSE, "minus zero is no zero word", branchOn(kMinusZero), {1}),
       giving(VM_OP_JUMP, "backward", sumLoop, {55}, 3),
       giving(VM_OP_CALL, "with result", callDifference(VM_OP_RETURN_VALUE), {6}, 2),
+      giving(VM_OP_RETURN, "clears what it leaves behind", callLeavingNames, {7}, 2),
+      giving(VM_OP_RETURN_VALUE, "of a local", callReturningLocal, {8}),
       failing(VM_OP_CALL, "bodiless", callNumber(1), VM_ERR_INVALID_FUNCTION),
       failing(VM_OP_CALL, "null", callNumber(2), VM_ERR_INVALID_FUNCTION),
       failing(VM_OP_CALL, "at the end of the table", callNumber(3), VM_ERR_INVALID_FUNCTION),

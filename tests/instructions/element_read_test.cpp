@@ -129,10 +129,11 @@ std::vector<Program> aggregateParts() {
   const Words cleared = {0, 0};
   const auto pastTheEnd = [](VarInfo& m) { m.memberOffset = 37; };
   const auto tooLong = [](Tables& shader, Code& code) {
-    const Nested types = addNested(shader);
-    code.load(code.addLocal({.name = "local", .type = types.outer}));
-    shader.member(types.outer, 0).byteSize = 0xFFFFFFFF;
-    code.emit(VM_OP_STRUCT_FIELD, {types.outer, 0});
+    const TypeCode wide = shader.addStruct(
+        "Wide", {{.name = "m", .type = VM_TYPE_MAT4}, {.name = "i", .type = VM_TYPE_INT}});
+    code.load(code.addLocal({.name = "local", .type = wide}));
+    shader.member(wide, 0).byteSize = 68;
+    code.emit(VM_OP_STRUCT_FIELD, {wide, 0});
   };
   return {
       giving(element_, "last", element(VM_TYPE_VEC2, 2), {5, 6}),

@@ -136,7 +136,9 @@ void checkStore(const StoreCase& c, const Form& form) {
   Rig rig;
   rig.inputs = {{}, c.value};
   const BuiltShader shader = storeShader(c, form);
-  const size_t words = shader.record()->globals[0].byteSize / 4;
+  const VarInfo& info = shader.record()->globals[0];
+  const bool basic = c.type < 0 && c.count == 0;
+  const size_t words = basic ? size_t{VM_COMPONENT_COUNT} : info.byteSize / 4;
   std::vector<Words> seen;
   rig.reply = [&](const HostCall& call, void*) {
     if (call.slot != kProbe) return;

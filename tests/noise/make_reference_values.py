@@ -27,6 +27,10 @@ def bits(value):
     return struct.unpack("I", struct.pack("f", value))[0]
 
 
+def double_bits(value):
+    return struct.unpack("Q", struct.pack("d", value))[0]
+
+
 def numbers(name):
     text = re.sub(r"//.*", "", (SOURCE / name).read_text())
     return re.findall(r"-?\d+(?:\.\d+)?", text)
@@ -105,16 +109,18 @@ def points():
             state = (state * 1103515245 + 12345) % 2**31
             values.append(single((state / 2**31 - 0.5) * 10 ** (state % 5)))
         yield values
-    yield from ([0.5], [-0.25, 0.0, 1e-10], [-1e-10, 0.75, -1.0], [255.5, -256.5, 0.5],
+    yield from ([0.5], [0.3, -1.0, 0.7], [0.3, 0.4, -1e-10], [-0.25, 0.0, 1e-10], [-1e-10, 0.75, -1.0], [255.5, -256.5, 0.5],
                 [1e6, -3e7, 0.25], [-16777216.0, 0.5, 0.5], [3e9, 0.5, 0.5], [-3e9, 0.125, 0.5],
                 [0.5, 0.5, 0.5, -0.5], [0.1, 0.2, 0.3, -8388608.0], [1.5, 2.5, 3.5, 7.0])
 
 
 def main():
-    print("// Made by make_reference_values.py: components of the point and noise, as words.")
+    print("// Made by make_reference_values.py: components of the point, its noise and (of the first")
+    print("// three components) the kernel's value, as words.")
     for values in points():
         words = ", ".join(f"0x{bits(v):08X}" for v in values)
-        print(f"{{{{{words}}}, 0x{bits(noise(values)):08X}}},")
+        value = kernel((list(values[:3]) + [0.0] * 3)[:3])
+        print(f"{{{{{words}}}, 0x{bits(noise(values)):08X}, 0x{double_bits(value):016X}}},")
 
 
 if __name__ == "__main__":

@@ -111,6 +111,7 @@ TEST_F(Noise, NanPointsGiveNan) {
 struct ReferenceValue {
   Words point;
   uint32_t noise;
+  uint64_t kernel;
 };
 
 TEST_F(Noise, ReferenceValues) {
@@ -122,6 +123,10 @@ TEST_F(Noise, ReferenceValues) {
     for (uint32_t word : value.point) point.push_back(asFloat(word));
     EXPECT_EQ(bits(noiseScalar(point.data(), static_cast<uint32_t>(point.size()))), value.noise)
         << ::testing::PrintToString(point);
+    point.resize(3);
+    const double kernel =
+        gradientNoise3(noiseTables(), kNoiseSettings, point[0], point[1], point[2]);
+    EXPECT_EQ(std::bit_cast<uint64_t>(kernel), value.kernel) << ::testing::PrintToString(point);
   }
 }
 
