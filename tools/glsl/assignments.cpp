@@ -1,0 +1,168 @@
+// What can be assigned to: variables and their parts.
+#include "function_generator.h"
+
+namespace shadermachine::tools::glsl {
+namespace {
+
+bool isSelection(const PathStep& step) { return step.index == nullptr && step.constant < 0; }
+
+unsigned selector(const PathStep& selection, unsigned i) {
+  return static_cast<unsigned>(-selection.constant) >> 2 * i & 3;
+}
+
+// The number of components must be known for an index into a selection to be looked up here.
+int64_t selectionStep(std::span<const unsigned> selectors) {
+  if (selectors.size() == 1) return selectors[0];
+  int64_t pattern = static_cast<int64_t>(selectors.size()) << 8;
+  for (unsigned i = 0; i < selectors.size(); ++i) pattern |= selectors[i] << 2 * i;
+  return -pattern;
+}
+
+std::vector<unsigned> selectorsOf(const TIntermTyped& swizzle) {
+  std::vector<unsigned> selectors;
+  for (const TIntermNode* part : children(*swizzle.getAsAggregate())) {
+    const TIntermConstantUnion* constant = part->getAsConstantUnion();
+    selectors.push_back(static_cast<unsigned>(constant->getConstArray()[0].getIConst()));
+  }
+  return selectors;
+}
+
+}  // namespace
+
+Target FunctionGenerator::target(const TIntermTyped& node) {
+  if (const TIntermSymbol* symbol = node.getAsSymbolNode()) {
+    Target result{&node, symbolPlace(*symbol), {}};
+    if (result.root.kind == Place::Kind::Builtin || result.root.isReadOnly) {
+      throw Unsupported(node.getLoc(), "this variable cannot be written");
+    }
+    return result;
+  }
+  const TIntermBinary* binary = node.getAsBinaryNode();
+  if (binary == nullptr) throw Unsupported(node.getLoc(), "this cannot be assigned to");
+  // Only element 0 of gl_FragData exists, and it is the whole output.
+  const TIntermSymbol* base = binary->getLeft()->getAsSymbolNode();
+  const bool isOutputArray = base != nullptr && base->getName() == "gl_FragData";
+  Target result = target(*binary->getLeft());
+  result.node = &node;
+  if (!isOutputArray) {
+    appendStep(result, *binary);
+  } else if (constantInt(*binary->getRight()) != 0) {
+    throw Unsupported(node.getLoc(),
+                      "only gl_FragData[0] is supported: a shader has one colour output");
+  }
+  return result;
+}
+
+void FunctionGenerator::appendStep(Target& target, const TIntermBinary& node) {
+  if (node.getOp() == glslang::EOpVectorSwizzle) {
+    return appendSelection(target, selectorsOf(*node.getRight()));
+  }
+  const std::optional<int32_t> position = constantInt(*node.getRight());
+  const TIntermTyped& base = *node.getLeft();
+  if (position && !base.isArray() && !base.isMatrix() && base.isVector()) {
+    const auto component = static_cast<unsigned>(*position);
+    return appendSelection(target, {&component, 1});
+  }
+  if (position) {
+    target.path.push_back({*position});
+  } else {
+    target.path.push_back({0, node.getRight()});
+  }
+  if (base.isArray() && module_.types().isWrapped(base.getType())) target.path.push_back({0});
+}
+
+// A selection from a selection selects from the vector itself.
+void FunctionGenerator::appendSelection(Target& target, std::span<const unsigned> selectors) {
+  std::vector<unsigned> composed(selectors.begin(), selectors.end());
+  if (!target.path.empty() && isSelection(target.path.back())) {
+    for (unsigned& chosen : composed) chosen = selector(target.path.back(), chosen);
+    target.path.pop_back();
+  }
+  target.path.push_back({selectionStep(composed)});
+}
+
+void FunctionGenerator::fixIndices(Target& target, bool always) {
+  for (const PathStep& step : target.path) {
+    if (step.index == nullptr || fixedIndices_.contains(step.index)) continue;
+    if (!always && !hasEffects(*step.index) && treeSize(*step.index) == 1) continue;
+    const Place place = newLocal("index", valueType(*step.index));
+    value(*step.index);
+    store(place);
+    fixedIndices_[step.index] = place;
+  }
+}
+
+void FunctionGenerator::forgetIndices(const Target& target) {
+  for (const PathStep& step : target.path) fixedIndices_.erase(step.index);
+}
+
+void FunctionGenerator::loadTarget(const Target& target) {
+  const TIntermBinary* binary = target.node->getAsBinaryNode();
+  const bool isWhole = target.path.empty();
+  if (isWhole || binary == nullptr) return load(target.root);
+  value(*target.node);
+}
+
+void FunctionGenerator::storeTarget(const Target& target) {
+  if (target.path.empty()) return store(target.root);
+  const bool isLocal = target.root.kind == Place::Kind::Local;
+  bool isConstant = true;
+  for (const PathStep& step : target.path) {
+    isConstant = isConstant && step.index == nullptr && step.constant <= INT16_MAX;
+  }
+  std::vector<int64_t> operands{target.root.index};
+  if (isConstant) {
+    for (const PathStep& step : target.path) operands.push_back(step.constant);
+    return code_.emit(isLocal ? VM_OP_STORE_LOCAL_ELEM_IMM : VM_OP_STORE_GLOBAL_ELEM_IMM, operands);
+  }
+  for (size_t i = target.path.size(); i-- > 0;) {
+    const PathStep& step = target.path[i];
+    if (step.index != nullptr) {
+      value(*step.index);
+    } else {
+      code_.pushInt(static_cast<int32_t>(step.constant));
+    }
+  }
+  operands.push_back(static_cast<int64_t>(target.path.size()));
+  code_.emit(isLocal ? VM_OP_STORE_LOCAL_ELEM : VM_OP_STORE_GLOBAL_ELEM, operands);
+}
+
+void FunctionGenerator::assign(const TIntermBinary& node, bool wantsValue) {
+  Target destination = target(*node.getLeft());
+  if (node.getOp() == glslang::EOpAssign) {
+    if (wantsValue) fixIndices(destination, false);
+    value(*node.getRight());
+  } else {
+    fixIndices(destination, false);
+    const Operand current{shapeOf(*node.getLeft()), nullptr, [&] { loadTarget(destination); }};
+    arithmetic(node.getOp(), current, operand(*node.getRight()), node.getLoc());
+  }
+  const bool isLocal = destination.path.empty() && destination.root.kind == Place::Kind::Local;
+  if (wantsValue && isLocal && destination.root.type.isInline()) {
+    return code_.emit(VM_OP_STORE_LOCAL_KEEP, {destination.root.index});
+  }
+  storeTarget(destination);
+  if (wantsValue) loadTarget(destination);
+  forgetIndices(destination);
+}
+
+void FunctionGenerator::increment(const TIntermUnary& node, bool wantsValue) {
+  const TOperator op = node.getOp();
+  const bool isUp = op == glslang::EOpPostIncrement || op == glslang::EOpPreIncrement;
+  const bool isPost = op == glslang::EOpPostIncrement || op == glslang::EOpPostDecrement;
+  const Shape shape = shapeOf(*node.getOperand());
+  Target destination = target(*node.getOperand());
+  fixIndices(destination, false);
+  loadTarget(destination);
+  if (wantsValue && isPost) code_.emit(VM_OP_DUP);
+  if (shape.isInteger()) {
+    emitCounted(isUp ? VM_OP_INC_I : VM_OP_DEC_I, shape.components);
+  } else {
+    emitCounted(isUp ? VM_OP_INC_F : VM_OP_DEC_F, shape.components);
+  }
+  storeTarget(destination);
+  if (wantsValue && !isPost) loadTarget(destination);
+  forgetIndices(destination);
+}
+
+}  // namespace shadermachine::tools::glsl

@@ -1,0 +1,284 @@
+// Values: variables, constants, parts of values, choices.
+#include <algorithm>
+#include <bit>
+
+#include "function_generator.h"
+
+namespace shadermachine::tools::glsl {
+namespace {
+
+constexpr unsigned kMaxImmediateIndex = 255;
+
+bool isBlockMember(const TIntermBinary& node) {
+  return node.getOp() == glslang::EOpIndexDirectStruct &&
+         node.getLeft()->getBasicType() == glslang::EbtBlock &&
+         node.getLeft()->getAsSymbolNode() != nullptr;
+}
+
+// The one scalar argument of a vector constructor.
+const TIntermTyped* splatArgument(const TIntermTyped& node) {
+  const TIntermAggregate* constructor = node.getAsAggregate();
+  if (constructor == nullptr || !constructor->isConstructor() || node.isArray() ||
+      node.isMatrix() || constructor->getSequence().size() != 1) {
+    return nullptr;
+  }
+  const TIntermTyped* argument = constructor->getSequence()[0]->getAsTyped();
+  const bool sameScalar = shapeOf(*argument).scalar == shapeOf(node).scalar;
+  return sameScalar && argument->getType().isScalar() ? argument : nullptr;
+}
+
+}  // namespace
+
+void FunctionGenerator::value(const TIntermTyped& node) {
+  const auto fixed = fixedIndices_.find(&node);
+  if (fixed != fixedIndices_.end()) return load(fixed->second);
+  if (const TIntermSymbol* symbol = node.getAsSymbolNode()) return symbolValue(*symbol);
+  if (const TIntermConstantUnion* constant = node.getAsConstantUnion()) {
+    return constantValue(*constant);
+  }
+  if (const TIntermSelection* selection = node.getAsSelectionNode()) {
+    return selectionValue(*selection);
+  }
+  if (const TIntermBinary* binary = node.getAsBinaryNode()) return binaryValue(*binary);
+  if (const TIntermUnary* unary = node.getAsUnaryNode()) return unaryValue(*unary);
+  const TIntermAggregate* aggregate = node.getAsAggregate();
+  if (aggregate == nullptr) throw Unsupported(node.getLoc(), "this expression is not supported");
+  if (aggregate->getOp() == glslang::EOpFunctionCall) return userCall(*aggregate);
+  if (aggregate->isConstructor()) {
+    return construct(node.getType(), children(*aggregate), node.getLoc());
+  }
+  if (aggregate->isTexture()) return textureCall(*aggregate);
+  std::vector<const TIntermTyped*> arguments;
+  for (const TIntermNode* child : children(*aggregate)) arguments.push_back(child->getAsTyped());
+  builtinCall(*aggregate, arguments);
+}
+
+void FunctionGenerator::discardValue(const TIntermTyped& node) {
+  if (const TIntermBinary* binary = node.getAsBinaryNode()) {
+    if (isAssignment(binary->getOp())) return assign(*binary, false);
+    if (binary->getOp() == glslang::EOpComma) {
+      discardValue(*binary->getLeft());
+      return discardValue(*binary->getRight());
+    }
+  }
+  if (const TIntermUnary* unary = node.getAsUnaryNode()) {
+    if (isIncrement(unary->getOp())) return increment(*unary, false);
+  }
+  if (const TIntermAggregate* aggregate = node.getAsAggregate()) {
+    if (aggregate->getOp() == glslang::EOpComma) {
+      for (const TIntermNode* child : children(*aggregate)) discardValue(*child->getAsTyped());
+      return;
+    }
+  }
+  if (!writesVariables(node)) return;
+  value(node);
+  if (node.getBasicType() != glslang::EbtVoid) popValue(node.getType(), node.getLoc());
+}
+
+void FunctionGenerator::popValue(const TType& type, const TSourceLoc& where) {
+  const bool isInline = module_.types().valueType(type, where).isInline();
+  code_.emit(isInline ? VM_OP_POP : VM_OP_POP_RELEASE);
+}
+
+void FunctionGenerator::load(const Place& place) {
+  switch (place.kind) {
+    case Place::Kind::Local:
+      return code_.load(LocalId{place.index});
+    case Place::Kind::Global:
+      return code_.load(GlobalId{place.index});
+    case Place::Kind::Builtin:
+      return code_.emit(VM_OP_LOAD_BUILTIN, {place.index});
+  }
+}
+
+void FunctionGenerator::store(const Place& place) {
+  if (place.kind == Place::Kind::Local) return code_.store(LocalId{place.index});
+  code_.store(GlobalId{place.index});
+}
+
+void FunctionGenerator::symbolValue(const TIntermSymbol& symbol) {
+  if (const Binding* binding = findBinding(symbol)) {
+    if (const auto* constant = std::get_if<const TIntermConstantUnion*>(binding)) {
+      return constantValue(**constant);
+    }
+  } else if (const TIntermConstantUnion* constant = module_.constantValue(symbol)) {
+    return constantValue(*constant);
+  }
+  load(symbolPlace(symbol));
+}
+
+void FunctionGenerator::constantValue(const TIntermConstantUnion& constant) {
+  const std::vector<uint32_t> words = constantWords(constant);
+  const ValueType type = valueType(constant);
+  if (type.isInline() && words.size() == 1) {
+    if (constant.getBasicType() == glslang::EbtFloat) {
+      return code_.pushFloat(std::bit_cast<float>(words[0]));
+    }
+    return code_.pushInt(static_cast<int32_t>(words[0]));
+  }
+  const auto allAre = [&](uint32_t word) {
+    return words.size() <= 4 && std::all_of(words.begin(), words.end(),
+                                            [word](uint32_t other) { return other == word; });
+  };
+  if (type.isInline() && allAre(0)) return code_.emit(VM_OP_PUSH_ZERO4);
+  if (type.isInline() && allAre(std::bit_cast<uint32_t>(1.0f))) {
+    return code_.emit(VM_OP_PUSH_ONE4_F);
+  }
+  code_.load(module_.constant(constant.getType(), type, words));
+}
+
+void FunctionGenerator::indexValue(const TIntermBinary& node) {
+  const TIntermTyped& base = *node.getLeft();
+  if (base.isArray()) return arrayElement(node);
+  if (loadComponent(node)) return;
+  value(base);
+  const Shape shape = shapeOf(base);
+  const std::optional<int32_t> position = constantInt(*node.getRight());
+  if (position && *position == 0) return;  // the first component or column is already in place
+  if (position && shape.dimension == 0) {
+    const auto component = static_cast<unsigned>(*position);
+    return swizzle({&component, 1}, shape.components);
+  }
+  pushIndex(*node.getRight());
+  if (shape.dimension > 0) return emitCounted(VM_OP_MAT_COLUMN, shape.dimension);
+  emitCounted(VM_OP_VEC_ELEMENT, shape.components);
+}
+
+void FunctionGenerator::arrayElement(const TIntermBinary& node) {
+  const TIntermTyped& base = *node.getLeft();
+  const TypeCode element = module_.types().elementCode(base.getType(), base.getLoc());
+  value(base);
+  pushIndex(*node.getRight());
+  code_.emit(VM_OP_ARRAY_ELEMENT, {element});
+  if (module_.types().isWrapped(base.getType())) code_.emit(VM_OP_STRUCT_FIELD, {element, 0});
+}
+
+void FunctionGenerator::pushIndex(const TIntermTyped& index) {
+  const std::optional<int32_t> position = constantInt(index);
+  if (position && static_cast<uint32_t>(*position) <= kMaxImmediateIndex) {
+    return code_.emit(VM_OP_PUSH_INDEX_IMM, {*position});
+  }
+  value(index);
+  code_.emit(VM_OP_PUSH_INDEX);
+}
+
+// A component of a local vector or matrix, when every index is known: one instruction.
+bool FunctionGenerator::loadComponent(const TIntermTyped& node) {
+  if (!node.getType().isScalar() || node.isArray()) return false;
+  unsigned component = 0;
+  const TIntermTyped* part = &node;
+  while (const TIntermBinary* binary = part->getAsBinaryNode()) {
+    const std::optional<int32_t> position = constantInt(*binary->getRight());
+    if (binary->getOp() != glslang::EOpIndexDirect || !position) return false;
+    const TIntermTyped& base = *binary->getLeft();
+    if (base.isArray()) return false;
+    const unsigned stride = base.isMatrix() ? shapeOf(base).dimension : 1;
+    component += static_cast<unsigned>(*position) * stride;
+    part = &base;
+  }
+  const TIntermSymbol* symbol = part->getAsSymbolNode();
+  if (symbol == nullptr || module_.isGlobal(*symbol)) return false;
+  const Binding* binding = findBinding(*symbol);
+  if (binding != nullptr && std::holds_alternative<const TIntermConstantUnion*>(*binding)) {
+    return false;
+  }
+  const Place place = symbolPlace(*symbol);
+  if (place.kind != Place::Kind::Local) return false;
+  code_.emit(VM_OP_LOAD_LOCAL_COMPONENT, {shapeOf(*symbol).components, component, place.index});
+  return true;
+}
+
+void FunctionGenerator::memberValue(const TIntermBinary& node) {
+  const int64_t member = *constantInt(*node.getRight());
+  if (isBlockMember(node)) {
+    return load(module_.global(*node.getLeft()->getAsSymbolNode(), static_cast<int>(member)));
+  }
+  value(*node.getLeft());
+  code_.emit(VM_OP_STRUCT_FIELD, {valueType(*node.getLeft()).code, member});
+}
+
+void FunctionGenerator::swizzleValue(const TIntermBinary& node) {
+  std::vector<unsigned> selectors;
+  for (const TIntermNode* selector : children(*node.getRight()->getAsAggregate())) {
+    const TIntermConstantUnion* constant = selector->getAsConstantUnion();
+    selectors.push_back(static_cast<unsigned>(constant->getConstArray()[0].getIConst()));
+  }
+  value(*node.getLeft());
+  swizzle(selectors, shapeOf(*node.getLeft()).components);
+}
+
+void FunctionGenerator::swizzle(std::span<const unsigned> selectors, unsigned sourceSize) {
+  unsigned mask = 0;
+  bool isPrefix = selectors.size() <= sourceSize;
+  for (unsigned i = 0; i < selectors.size(); ++i) {
+    mask |= selectors[i] << 2 * i;
+    isPrefix = isPrefix && selectors[i] == i;
+  }
+  // Components beyond those in use do no harm.
+  if (!isPrefix)
+    code_.emit(VM_OP_SWIZZLE, {sourceSize, static_cast<int64_t>(selectors.size()), mask});
+}
+
+void FunctionGenerator::selectionValue(const TIntermSelection& node) {
+  const TIntermTyped& whenTrue = *node.getTrueBlock()->getAsTyped();
+  const TIntermTyped& whenFalse = *node.getFalseBlock()->getAsTyped();
+  if (const std::optional<bool> known = constantCondition(*node.getCondition())) {
+    return value(*known ? whenTrue : whenFalse);
+  }
+  const Label otherwise = code_.newLabel();
+  const Label end = code_.newLabel();
+  jumpIfFalse(*node.getCondition(), otherwise);
+  value(whenTrue);
+  code_.jump(end);
+  code_.bind(otherwise);
+  value(whenFalse);
+  code_.bind(end);
+}
+
+Operand FunctionGenerator::operand(const TIntermTyped& node) {
+  return {shapeOf(node), &node, [this, &node] { value(node); }};
+}
+
+// The scalar that all components are made from, or the operand itself.
+Operand FunctionGenerator::withoutSplat(const Operand& operand) {
+  if (operand.node == nullptr || operand.shape.isScalar() || operand.shape.dimension > 0) {
+    return operand;
+  }
+  const Shape scalar{operand.shape.scalar};
+  if (const TIntermTyped* argument = splatArgument(*operand.node)) return this->operand(*argument);
+  const TIntermConstantUnion* constant = asConstant(*operand.node);
+  if (constant == nullptr || operand.shape.scalar != Scalar::Float) return operand;
+  const std::vector<uint32_t> words = constantWords(*constant);
+  const bool isSplat =
+      std::all_of(words.begin(), words.end(), [&](uint32_t word) { return word == words[0]; });
+  if (!isSplat) return operand;
+  const float component = std::bit_cast<float>(words[0]);
+  return {scalar, nullptr, [this, component] { code_.pushFloat(component); }};
+}
+
+const TIntermConstantUnion* FunctionGenerator::asConstant(const TIntermTyped& node) const {
+  if (const TIntermConstantUnion* constant = node.getAsConstantUnion()) return constant;
+  const TIntermSymbol* symbol = node.getAsSymbolNode();
+  if (symbol == nullptr) return nullptr;
+  if (const Binding* binding = findBinding(*symbol)) {
+    const auto* constant = std::get_if<const TIntermConstantUnion*>(binding);
+    return constant != nullptr ? *constant : nullptr;
+  }
+  return module_.constantValue(*symbol);
+}
+
+std::optional<float> FunctionGenerator::constantFloat(const TIntermTyped& node) const {
+  const TIntermConstantUnion* constant = asConstant(node);
+  if (constant == nullptr || shapeOf(node) != Shape{Scalar::Float}) return std::nullopt;
+  return static_cast<float>(constant->getConstArray()[0].getDConst());
+}
+
+std::optional<int32_t> FunctionGenerator::constantInt(const TIntermTyped& node) const {
+  const TIntermConstantUnion* constant = asConstant(node);
+  if (constant == nullptr || !shapeOf(node).isInteger() || !shapeOf(node).isScalar()) {
+    return std::nullopt;
+  }
+  return static_cast<int32_t>(constantWords(*constant)[0]);
+}
+
+}  // namespace shadermachine::tools::glsl

@@ -1,0 +1,193 @@
+// Makes the code of one function. Its methods are spread over one file per concern: expressions,
+// operators, constructors, assignments, control_flow, calls, builtins and textures.
+//
+// Statements leave the stack as they find it, so a callee's body can be generated at its call, with
+// values of the caller below.
+#pragma once
+
+#include <functional>
+#include <map>
+#include <optional>
+#include <span>
+#include <variant>
+#include <vector>
+
+#include "module.h"
+
+namespace shadermachine::tools::glsl {
+
+// Something that pushes a value; `node` is null for values that are no expression of the source.
+struct Operand {
+  Shape shape;
+  const TIntermTyped* node = nullptr;
+  std::function<void()> emit;
+};
+
+// One step of an access path: a position known beforehand (or swizzle pattern), or an expression.
+struct PathStep {
+  int64_t constant = 0;
+  const TIntermTyped* index = nullptr;
+};
+
+struct Target {
+  const TIntermTyped* node = nullptr;
+  Place root;
+  std::vector<PathStep> path;
+};
+
+class FunctionGenerator {
+ public:
+  FunctionGenerator(Module& module, FunctionBuilder& code)
+      : module_(module), code_(code), scopes_(1) {
+    scope().program = &module.program();
+  }
+
+  // The complete code of an ordinary function.
+  void generate(const FunctionInfo& info);
+  // The body of a function as part of this one.
+  void generateBody(const FunctionInfo& info);
+
+  void statement(const TIntermNode& node);
+  FunctionBuilder& code() { return code_; }
+
+  void load(const Place& place);
+  void store(const Place& place);
+  void pushZero(const ValueType& type);
+
+ private:
+  using Binding = std::variant<Place, const TIntermConstantUnion*>;
+
+  // The function whose body is being generated: the whole one, or one of those inlined.
+  struct Scope {
+    const Program* program = nullptr;  // where its calls find functions
+    std::map<SymbolId, Binding> bindings;
+    std::vector<Place> owned;           // locals, free for others afterwards
+    std::optional<Label> returnTarget;  // of an inlined function
+    const TIntermNode* lastStatement = nullptr;
+  };
+  struct Exits {
+    std::optional<Label> onBreak;
+    std::optional<Label> onContinue;
+  };
+
+  // expressions.cpp
+  void value(const TIntermTyped& node);
+  void discardValue(const TIntermTyped& node);
+  void popValue(const TType& type, const TSourceLoc& where);
+  void symbolValue(const TIntermSymbol& symbol);
+  void constantValue(const TIntermConstantUnion& constant);
+  void indexValue(const TIntermBinary& node);
+  void memberValue(const TIntermBinary& node);
+  void swizzleValue(const TIntermBinary& node);
+  void arrayElement(const TIntermBinary& node);
+  void pushIndex(const TIntermTyped& index);
+  bool loadComponent(const TIntermTyped& node);
+  void selectionValue(const TIntermSelection& node);
+  void swizzle(std::span<const unsigned> selectors, unsigned sourceSize);
+  Operand operand(const TIntermTyped& node);
+  Operand withoutSplat(const Operand& operand);
+  const TIntermConstantUnion* asConstant(const TIntermTyped& node) const;
+  std::optional<float> constantFloat(const TIntermTyped& node) const;
+  std::optional<int32_t> constantInt(const TIntermTyped& node) const;
+
+  // operators.cpp
+  void unaryValue(const TIntermUnary& node);
+  void binaryValue(const TIntermBinary& node);
+  void arithmetic(TOperator op, const Operand& left, const Operand& right, const TSourceLoc& where);
+  void floatArithmetic(TOperator op, Operand left, Operand right);
+  void integerArithmetic(TOperator op, const Operand& left, const Operand& right,
+                         const TSourceLoc& where);
+  void shift(TOperator op, const Operand& left, const Operand& right, const TSourceLoc& where);
+  void multiplyFloat(const Operand& left, const Operand& right, unsigned components);
+  void splatted(const Operand& operand, unsigned components);
+  void comparison(TOperator op, const TIntermTyped& left, const TIntermTyped& right,
+                  bool isComponentWise);
+  void ordered(TOperator op, const Operand& left, const Operand& right, bool isComponentWise);
+  void logical(const TIntermBinary& node);
+  void converted(const TIntermTyped& node, Scalar from, Scalar to);
+  void emitCounted(VmOpcode opcode, unsigned count) { code_.emit(opcode, {count}); }
+
+  // constructors.cpp
+  void construct(const TType& type, std::span<TIntermNode* const> arguments,
+                 const TSourceLoc& where);
+  void constructAggregate(const TType& type, std::span<TIntermNode* const> arguments,
+                          const TSourceLoc& where);
+  void constructMatrix(const Shape& shape, std::span<TIntermNode* const> arguments,
+                       const TSourceLoc& where);
+  void constructFrom(VmOpcode opcode, const Shape& shape, std::span<TIntermNode* const> arguments,
+                     const TSourceLoc& where);
+
+  // assignments.cpp
+  Target target(const TIntermTyped& node);
+  void appendStep(Target& target, const TIntermBinary& node);
+  void appendSelection(Target& target, std::span<const unsigned> selectors);
+  // Evaluates indices now, so that the target can be used twice or later.
+  void fixIndices(Target& target, bool always);
+  void forgetIndices(const Target& target);
+  void loadTarget(const Target& target);
+  void storeTarget(const Target& target);
+  void assign(const TIntermBinary& node, bool wantsValue);
+  void increment(const TIntermUnary& node, bool wantsValue);
+
+  // control_flow.cpp
+  void block(const TIntermAggregate& node);
+  void selection(const TIntermSelection& node);
+  void loop(const TIntermLoop& node);
+  void switchStatement(const TIntermSwitch& node);
+  void branch(const TIntermBranch& node);
+  void returnStatement(const TIntermBranch& node);
+  void jumpIfFalse(const TIntermTyped& condition, Label label);
+  void jumpIfTrue(const TIntermTyped& condition, Label label);
+  std::optional<bool> constantCondition(const TIntermTyped& condition) const;
+
+  // calls.cpp
+  void userCall(const TIntermAggregate& node);
+  void call(const FunctionInfo& info, std::span<const Operand> arguments);
+  void callFunction(const FunctionInfo& info, std::span<const Operand> arguments);
+  void inlineCall(const FunctionInfo& info, std::span<const Operand> arguments);
+  void passArgument(const FunctionInfo& info, size_t index, const Operand& argument);
+  void dropArguments(const FunctionInfo& info, const std::vector<std::optional<Target>>& targets);
+  std::vector<std::optional<Target>> outputTargets(const FunctionInfo& info,
+                                                   std::span<const Operand> arguments);
+  std::optional<Binding> aliasFor(const FunctionInfo& info, size_t index,
+                                  std::span<const Operand> arguments);
+  Place passInline(const FunctionInfo& info, size_t index, const Operand& argument);
+  void callLibrary(const std::string& name, std::span<const Operand> arguments,
+                   const TSourceLoc& where);
+  void zeroReadFirst(const FunctionInfo& info);
+  void finishBody(const FunctionInfo& info);
+
+  // builtins.cpp
+  void builtinCall(const TIntermOperator& node, std::span<const TIntermTyped* const> arguments);
+  bool tableCall(const TIntermOperator& node, std::span<const TIntermTyped* const> arguments);
+  bool specialCall(const TIntermOperator& node, std::span<const TIntermTyped* const> arguments);
+  void power(const TIntermTyped& base, const TIntermTyped& exponent, unsigned components);
+  bool smoothstep(std::span<const TIntermTyped* const> arguments, unsigned components);
+
+  // textures.cpp
+  void textureCall(const TIntermAggregate& node);
+  void textureCoordinates(const TIntermTyped& coordinates, unsigned needed, bool isProjective,
+                          const TSourceLoc& where);
+  void texelFetch(const TIntermAggregate& node);
+  void textureSize(const TIntermAggregate& node);
+
+  // A local of the scope, or of nobody yet.
+  Place newLocal(const std::string& name, const ValueType& type);
+  Place takeLocal(const std::string& name, const ValueType& type);
+  Place symbolPlace(const TIntermSymbol& symbol);
+  const Binding* findBinding(const TIntermSymbol& symbol) const;
+  ValueType valueType(const TIntermTyped& node) {
+    return module_.types().valueType(node.getType(), node.getLoc());
+  }
+  Scope& scope() { return scopes_.back(); }
+  void leaveScope();
+
+  Module& module_;
+  FunctionBuilder& code_;
+  std::vector<Scope> scopes_;
+  std::vector<Exits> exits_;
+  std::map<ValueType, std::vector<Place>> freeLocals_;
+  std::map<const TIntermTyped*, Place> fixedIndices_;
+};
+
+}  // namespace shadermachine::tools::glsl

@@ -1,0 +1,20 @@
+#include <shadermachine-tools/glsl.h>
+
+#include "module.h"
+#include "program.h"
+
+namespace shadermachine::tools {
+
+GlslResult compileGlsl(std::string_view source, const GlslOptions& options) {
+  GlslResult result;
+  glsl::Diagnostics diagnostics(options.fileName);
+  if (const auto program = glsl::Program::parse(source, diagnostics)) {
+    result.shader = glsl::Module(*program, diagnostics).build();
+    const glsl::FunctionInfo* main = program->findFunction(glsl::kMainFunction);
+    result.usesDerivatives = main != nullptr && main->usesDerivatives;
+  }
+  result.messages = diagnostics.take();
+  return result;
+}
+
+}  // namespace shadermachine::tools

@@ -1,0 +1,128 @@
+#include "glslang_tree.h"
+
+namespace shadermachine::tools::glsl {
+namespace {
+
+using Visit = std::function<void(const TIntermNode&)>;
+
+void visitIfPresent(const TIntermNode* node, const Visit& visit) {
+  if (node != nullptr) visit(*node);
+}
+
+bool anyNode(const TIntermNode& node, const std::function<bool(const TIntermNode&)>& test) {
+  bool found = test(node);
+  if (!found) {
+    forEachChild(node, [&](const TIntermNode& child) { found = found || anyNode(child, test); });
+  }
+  return found;
+}
+
+bool isDynamicIndex(const TIntermNode& node) {
+  const TIntermBinary* binary = node.getAsBinaryNode();
+  return binary != nullptr && binary->getOp() == glslang::EOpIndexIndirect;
+}
+
+}  // namespace
+
+void forEachChild(const TIntermNode& node, const Visit& visit) {
+  if (const TIntermAggregate* aggregate = node.getAsAggregate()) {
+    for (const TIntermNode* child : children(*aggregate)) visitIfPresent(child, visit);
+  } else if (const TIntermBinary* binary = node.getAsBinaryNode()) {
+    visit(*binary->getLeft());
+    visit(*binary->getRight());
+  } else if (const TIntermUnary* unary = node.getAsUnaryNode()) {
+    visit(*unary->getOperand());
+  } else if (const TIntermSelection* selection = node.getAsSelectionNode()) {
+    visit(*selection->getCondition());
+    visitIfPresent(selection->getTrueBlock(), visit);
+    visitIfPresent(selection->getFalseBlock(), visit);
+  } else if (const TIntermLoop* loop = node.getAsLoopNode()) {
+    visitIfPresent(loop->getTest(), visit);
+    visitIfPresent(loop->getBody(), visit);
+    visitIfPresent(loop->getTerminal(), visit);
+  } else if (const TIntermSwitch* choice = node.getAsSwitchNode()) {
+    visit(*choice->getCondition());
+    visitIfPresent(choice->getBody(), visit);
+  } else if (const TIntermBranch* branch = node.getAsBranchNode()) {
+    visitIfPresent(branch->getExpression(), visit);
+  }
+}
+
+void visitTree(const TIntermNode& node, const Visit& visit) {
+  visit(node);
+  forEachChild(node, [&](const TIntermNode& child) { visitTree(child, visit); });
+}
+
+unsigned treeSize(const TIntermNode& node) {
+  unsigned size = 0;
+  visitTree(node, [&](const TIntermNode&) { ++size; });
+  return size;
+}
+
+bool isAssignment(TOperator op) {
+  return op >= glslang::EOpAssign && op <= glslang::EOpRightShiftAssign;
+}
+
+bool isIncrement(TOperator op) {
+  return op == glslang::EOpPostIncrement || op == glslang::EOpPostDecrement ||
+         op == glslang::EOpPreIncrement || op == glslang::EOpPreDecrement;
+}
+
+const TIntermSymbol* rootSymbol(const TIntermNode& node) {
+  if (const TIntermSymbol* symbol = node.getAsSymbolNode()) return symbol;
+  const TIntermBinary* binary = node.getAsBinaryNode();
+  if (binary == nullptr) return nullptr;
+  switch (binary->getOp()) {
+    case glslang::EOpIndexDirect:
+    case glslang::EOpIndexIndirect:
+    case glslang::EOpIndexDirectStruct:
+    case glslang::EOpVectorSwizzle:
+      return rootSymbol(*binary->getLeft());
+    default:
+      return nullptr;
+  }
+}
+
+bool writesVariables(const TIntermNode& node) {
+  return anyNode(node, [](const TIntermNode& part) {
+    if (isUserCall(part)) return true;
+    if (const TIntermAggregate* call = part.getAsAggregate()) {
+      return call->getOp() == glslang::EOpModf || call->getOp() == glslang::EOpFrexp;
+    }
+    const TIntermTyped* typed = part.getAsTyped();
+    const TIntermOperator* op = typed != nullptr ? typed->getAsOperator() : nullptr;
+    return op != nullptr && (isAssignment(op->getOp()) || isIncrement(op->getOp()));
+  });
+}
+
+bool hasEffects(const TIntermNode& node) {
+  return writesVariables(node) || anyNode(node, isDynamicIndex);
+}
+
+bool alwaysLeaves(const TIntermNode& node) {
+  if (node.getAsBranchNode() != nullptr) {
+    const TOperator op = node.getAsBranchNode()->getFlowOp();
+    return op != glslang::EOpCase && op != glslang::EOpDefault;
+  }
+  if (const TIntermSelection* selection = node.getAsSelectionNode()) {
+    return selection->getTrueBlock() != nullptr && selection->getFalseBlock() != nullptr &&
+           alwaysLeaves(*selection->getTrueBlock()) && alwaysLeaves(*selection->getFalseBlock());
+  }
+  const TIntermAggregate* block = node.getAsAggregate();
+  if (block == nullptr) return false;
+  if (block->getOp() != glslang::EOpSequence && block->getOp() != glslang::EOpScope) return false;
+  for (const TIntermNode* child : children(*block)) {
+    if (child != nullptr && alwaysLeaves(*child)) return true;
+  }
+  return false;
+}
+
+bool isOutputArgument(const TIntermAggregate& call, size_t index) {
+  if (isUserCall(call)) {
+    const glslang::TStorageQualifier qualifier = call.getQualifierList()[index];
+    return qualifier == glslang::EvqOut || qualifier == glslang::EvqInOut;
+  }
+  return (call.getOp() == glslang::EOpModf || call.getOp() == glslang::EOpFrexp) && index == 1;
+}
+
+}  // namespace shadermachine::tools::glsl

@@ -1,0 +1,205 @@
+#include "module.h"
+
+#include <bit>
+
+#include "function_generator.h"
+#include "library.h"
+
+namespace shadermachine::tools::glsl {
+namespace {
+
+constexpr unsigned kInlineSize = 60;        // nodes of a function that is worth repeating
+constexpr unsigned kInlineOnceSize = 3000;  // and of one that is called in one place only
+constexpr uint32_t kInlineBudget = 100000;  // bytes of code beyond which calls stay calls
+
+}  // namespace
+
+Module::Module(const Program& program, Diagnostics& diagnostics)
+    : program_(program), diagnostics_(diagnostics) {}
+
+std::optional<BuiltShader> Module::build() {
+  try {
+    start(false);
+    analyse();
+    generateFunctions();
+    if (!constants_.empty()) {
+      // Now that there are hidden constants, the entry has to fill them.
+      start(true);
+      analyse();
+      generateFunctions();
+    }
+  } catch (const Unsupported& error) {
+    diagnostics_.add(error);
+  }
+  if (!diagnostics_.empty()) return std::nullopt;
+  return std::move(*builder_).build();
+}
+
+void Module::start(bool withConstants) {
+  builder_ = std::make_unique<ShaderBuilder>();
+  types_ = std::make_unique<TypeTable>(*builder_);
+  mentions_.clear();
+  callCounts_.clear();
+  globals_.clear();
+  functionIds_.clear();
+  pending_.clear();
+  zeros_.clear();
+  constantIndex_.clear();
+  constants_.clear();
+  hasColour_ = false;
+  withConstants_ = withConstants;
+}
+
+void Module::analyse() {
+  if (program_.findFunction(kMainFunction) == nullptr) {
+    throw Unsupported(TSourceLoc(), "main() is missing");
+  }
+  for (const FunctionInfo* info : program_.reachable(kMainFunction)) {
+    if (info->body != nullptr) countMentions(*info->body, info->name == kMainFunction ? 1 : 2);
+  }
+  for (const TIntermNode* initializer : program_.initializers()) countInitializer(*initializer);
+  findConstantGlobals();
+}
+
+// Mentions inside loops and called functions weigh as if there were several.
+void Module::countMentions(const TIntermNode& node, unsigned weight) {
+  if (const TIntermSymbol* symbol = node.getAsSymbolNode()) {
+    mentions_[symbol->getId()] += weight;
+  } else if (isUserCall(node)) {
+    ++callCounts_[node.getAsAggregate()->getName().c_str()];
+  }
+  const unsigned inner = node.getAsLoopNode() != nullptr ? 2 : weight;
+  forEachChild(node, [&](const TIntermNode& child) { countMentions(child, inner); });
+}
+
+// The variable that is initialized is not mentioned by that.
+void Module::countInitializer(const TIntermNode& node) {
+  if (const TIntermBinary* assignment = node.getAsBinaryNode()) {
+    countMentions(*assignment->getRight(), 1);
+  } else {
+    forEachChild(node, [this](const TIntermNode& child) { countInitializer(child); });
+  }
+}
+
+bool Module::shouldInline(const FunctionInfo& info, const FunctionBuilder& into) const {
+  if (into.size() > kInlineBudget) return false;
+  if (info.size <= kInlineSize) return true;
+  if (info.owner != &program_) return false;
+  const auto calls = callCounts_.find(info.name);
+  return calls != callCounts_.end() && calls->second == 1 && info.size <= kInlineOnceSize;
+}
+
+FunctionId Module::functionId(const FunctionInfo& info) {
+  const auto known = functionIds_.find(&info);
+  if (known != functionIds_.end()) return known->second;
+  const FunctionId id = builder_->addFunction(info.name.substr(0, info.name.find('('))).id();
+  pending_.emplace_back(id, &info);
+  return functionIds_[&info] = id;
+}
+
+const FunctionInfo& Module::libraryFunction(const std::string& name,
+                                            const std::vector<Shape>& shapes,
+                                            const TSourceLoc& where) {
+  if (library_ == nullptr) {
+    Diagnostics errors("library");
+    library_ = Program::parse(kLibrarySource, errors);
+    if (library_ == nullptr) throw std::logic_error(toString(errors.take().front()));
+    for (const auto& [mangled, info] : library_->functions()) {
+      libraryFunctions_[libraryKey(info)] = &info;
+    }
+  }
+  std::string key = name;
+  for (const Shape& shape : shapes) key += " " + shapeName(shape);
+  const auto found = libraryFunctions_.find(key);
+  if (found == libraryFunctions_.end()) {
+    throw Unsupported(where, "this function is not supported for these types");
+  }
+  return *found->second;
+}
+
+std::string Module::libraryKey(const FunctionInfo& info) {
+  std::string key = info.name.substr(0, info.name.find('('));
+  for (const TIntermSymbol* parameter : info.parameters) {
+    key += " " + shapeName(shapeOf(*parameter));
+  }
+  return key;
+}
+
+void Module::generateFunctions() {
+  FunctionBuilder& entry = builder_->addFunction("main");
+  if (withConstants_) {
+    constantsReady_ = builder_->addGlobal({"constants ready", VM_TYPE_BOOL});
+    fillConstants_ = builder_->addFunction("fill constants").id();
+  }
+  generateEntry(entry);
+  for (size_t i = 0; i < pending_.size(); ++i) {
+    const auto [id, info] = pending_[i];
+    FunctionGenerator(*this, builder_->function(id)).generate(*info);
+  }
+  if (withConstants_) generateConstants();
+}
+
+// The first run of a machine fills the constants; they stay for the next runs.
+void Module::generateEntry(FunctionBuilder& entry) {
+  FunctionGenerator generator(*this, entry);
+  const FunctionInfo& info = program_.function(kMainFunction);
+  const Label fill = entry.newLabel();
+  const Label ready = entry.newLabel();
+  if (withConstants_) {
+    entry.load(constantsReady_);
+    entry.jumpIfFalse(fill);
+    entry.bind(ready);
+  }
+  generatePrologue(generator);
+  generator.generateBody(info);
+  if (info.body == nullptr || !alwaysLeaves(*info.body)) entry.emit(VM_OP_RETURN);
+  if (!withConstants_) return;
+  entry.bind(fill);
+  entry.call(fillConstants_);
+  entry.jump(ready);
+}
+
+void Module::generateConstants() {
+  FunctionBuilder& code = builder_->function(fillConstants_);
+  for (const Constant& constant : constants_) {
+    const uint32_t* words = constant.words.data();
+    if (constant.type != nullptr) {
+      pushConstant(code, *types_, *constant.type, 0, words);
+    } else {
+      pushWords(code, constant.value.code, words);
+    }
+    code.store(constant.global);
+  }
+  code.pushInt(1);
+  code.store(constantsReady_);
+  code.emit(VM_OP_RETURN);
+}
+
+GlobalId Module::zero(const ValueType& type) {
+  const auto known = zeros_.find(type);
+  if (known != zeros_.end()) return known->second;
+  return zeros_[type] = builder_->addGlobal({"zero", type.code, type.count});
+}
+
+GlobalId Module::constant(const TType& type, const ValueType& value,
+                          const std::vector<uint32_t>& words) {
+  const auto key = std::make_pair(value, words);
+  const auto known = constantIndex_.find(key);
+  if (known != constantIndex_.end()) return constants_[known->second].global;
+  const std::string name = "constant " + std::to_string(constants_.size());
+  const GlobalId global = builder_->addGlobal({name, value.code, value.count});
+  constantIndex_[key] = constants_.size();
+  constants_.push_back({global, value, value.isInline() ? nullptr : &type, words});
+  return global;
+}
+
+GlobalId Module::splat(float value, unsigned components) {
+  TypeCode code = VM_TYPE_VEC2;
+  for (const TypeCode candidate : {VM_TYPE_VEC3, VM_TYPE_VEC4, VM_TYPE_MAT3, VM_TYPE_MAT4}) {
+    if (basicTypeSize(candidate) == components * sizeof(float)) code = candidate;
+  }
+  const std::vector<uint32_t> words(components, std::bit_cast<uint32_t>(value));
+  return constant(TType(), {code, 0}, words);
+}
+
+}  // namespace shadermachine::tools::glsl

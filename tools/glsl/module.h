@@ -1,0 +1,132 @@
+// One shader under construction: its globals, constants and functions.
+#pragma once
+
+#include <shadermachine-tools/shader_builder.h>
+
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "program.h"
+#include "types.h"
+
+namespace shadermachine::tools::glsl {
+
+class FunctionGenerator;
+
+// A variable of the machine.
+struct Place {
+  enum class Kind { Local, Global, Builtin };
+  Kind kind = Kind::Local;
+  uint16_t index = 0;  // of a built-in variable: its id
+  ValueType type;
+  bool isReadOnly = false;
+};
+
+class Module {
+ public:
+  Module(const Program& program, Diagnostics& diagnostics);
+
+  // Generates everything. Empty when there were errors.
+  std::optional<BuiltShader> build();
+
+  ShaderBuilder& builder() { return *builder_; }
+  TypeTable& types() { return *types_; }
+  Diagnostics& diagnostics() { return diagnostics_; }
+  const Program& program() const { return program_; }
+
+  bool isGlobal(const TIntermSymbol& symbol) const;
+  // Where a global lives; `member` of a uniform block, else -1.
+  Place global(const TIntermSymbol& symbol, int member = -1);
+  // The value of a global that nothing changes; null for others.
+  const TIntermConstantUnion* constantValue(const TIntermSymbol& symbol) const;
+
+  // A hidden global that is never written.
+  GlobalId zero(const ValueType& type);
+  // A hidden global that holds these words (a flat constant of the type) in every run.
+  GlobalId constant(const TType& type, const ValueType& value, const std::vector<uint32_t>& words);
+  GlobalId splat(float value, unsigned components);
+
+  // Declares the function; its code is made later.
+  FunctionId functionId(const FunctionInfo& info);
+  bool shouldInline(const FunctionInfo& info, const FunctionBuilder& into) const;
+  // A function of the library for operands of these shapes; throws Unsupported.
+  const FunctionInfo& libraryFunction(const std::string& name, const std::vector<Shape>& shapes,
+                                      const TSourceLoc& where);
+
+ private:
+  struct GlobalKey {
+    SymbolId symbol;
+    int member;
+    auto operator<=>(const GlobalKey&) const = default;
+  };
+  struct Global {
+    Place place;                // as functions see it
+    std::optional<Place> host;  // what the copy in `place` is made from
+  };
+  struct Constant {
+    GlobalId global;
+    ValueType value;
+    const TType* type;  // null for inline values
+    std::vector<uint32_t> words;
+  };
+
+  void start(bool withConstants);
+  void analyse();
+  void countMentions(const TIntermNode& node, unsigned weight);
+  void countInitializer(const TIntermNode& node);
+  static std::string libraryKey(const FunctionInfo& info);
+
+  // globals.cpp
+  void findConstantGlobals();
+  bool isUsed(SymbolId id) const;
+  void declareGlobals();
+  Global declareGlobal(const TIntermSymbol& symbol, int member, const TType& type);
+  Global withCopy(const TIntermSymbol& symbol, const Place& host, const std::string& name);
+  Place declareOutput(const TIntermSymbol& symbol);
+  Place addPlain(const std::string& name, const ValueType& type);
+  void generatePrologue(FunctionGenerator& generator);
+  void generateInitializer(FunctionGenerator& generator, const TIntermNode& node);
+  bool isFirstWritten(SymbolId id) const;
+  bool mentionsInCalls(const TIntermNode& tree, SymbolId id) const;
+
+  void generateFunctions();
+  void generateEntry(FunctionBuilder& entry);
+  void generateConstants();
+
+  const Program& program_;
+  Diagnostics& diagnostics_;
+  std::unique_ptr<ShaderBuilder> builder_;
+  std::unique_ptr<TypeTable> types_;
+
+  std::unique_ptr<Program> library_;
+  std::map<std::string, const FunctionInfo*> libraryFunctions_;
+
+  std::map<SymbolId, unsigned> mentions_;
+  std::map<SymbolId, const TIntermConstantUnion*> constantValues_;
+  std::set<SymbolId> initialized_;
+  std::map<std::string, unsigned> callCounts_;
+  std::map<GlobalKey, Global> globals_;
+  bool hasColour_ = false;
+
+  std::map<const FunctionInfo*, FunctionId> functionIds_;
+  std::vector<std::pair<FunctionId, const FunctionInfo*>> pending_;
+  std::map<ValueType, GlobalId> zeros_;
+  std::map<std::pair<ValueType, std::vector<uint32_t>>, size_t> constantIndex_;
+  std::vector<Constant> constants_;
+  bool withConstants_ = false;
+  GlobalId constantsReady_;
+  FunctionId fillConstants_;
+};
+
+// The words of a constant, in the order of its components.
+std::vector<uint32_t> constantWords(const TIntermConstantUnion& constant);
+
+// Push a constant of a type by words and constructors; take its words off the front.
+void pushWords(FunctionBuilder& code, TypeCode type, const uint32_t*& words);
+void pushConstant(FunctionBuilder& code, TypeTable& types, const TType& type, int dimension,
+                  const uint32_t*& words);
+
+}  // namespace shadermachine::tools::glsl

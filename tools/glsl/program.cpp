@@ -1,0 +1,142 @@
+#include "program.h"
+
+#include <functional>
+
+namespace shadermachine::tools::glsl {
+namespace {
+
+bool isDerivative(TOperator op) { return op >= glslang::EOpDPdx && op <= glslang::EOpFwidthCoarse; }
+
+void noteWrite(FunctionInfo& info, const TIntermNode& target) {
+  if (const TIntermSymbol* root = rootSymbol(target)) info.written.insert(root->getId());
+}
+
+void noteOutputArguments(FunctionInfo& info, const TIntermAggregate& call) {
+  for (size_t i = 0; i < call.getSequence().size(); ++i) {
+    if (isOutputArgument(call, i)) noteWrite(info, *call.getSequence()[i]);
+  }
+}
+
+void noteNode(FunctionInfo& info, const TIntermNode& node) {
+  ++info.size;
+  if (const TIntermSymbol* symbol = node.getAsSymbolNode()) info.mentioned.insert(symbol->getId());
+  const TIntermTyped* typed = node.getAsTyped();
+  const TIntermOperator* op = typed != nullptr ? typed->getAsOperator() : nullptr;
+  if (op == nullptr) return;
+  info.usesDerivatives = info.usesDerivatives || isDerivative(op->getOp());
+  if (const TIntermBinary* binary = node.getAsBinaryNode()) {
+    if (isAssignment(op->getOp())) noteWrite(info, *binary->getLeft());
+  } else if (const TIntermUnary* unary = node.getAsUnaryNode()) {
+    if (isIncrement(op->getOp())) noteWrite(info, *unary->getOperand());
+  } else if (const TIntermAggregate* call = node.getAsAggregate()) {
+    if (isUserCall(node)) info.callees.insert(call->getName().c_str());
+    noteOutputArguments(info, *call);
+  }
+}
+
+// Walks in the order of evaluation and finds variables whose first mention is not their complete
+// assignment.
+class FirstMentions {
+ public:
+  explicit FirstMentions(FunctionInfo& info) : info_(info) {
+    for (const TIntermSymbol* parameter : info.parameters) seen_.insert(parameter->getId());
+  }
+
+  void visit(const TIntermNode& node) {
+    const TIntermBinary* binary = node.getAsBinaryNode();
+    if (binary != nullptr && binary->getOp() == glslang::EOpAssign &&
+        binary->getLeft()->getAsSymbolNode() != nullptr) {
+      visit(*binary->getRight());
+      seen_.insert(binary->getLeft()->getAsSymbolNode()->getId());
+    } else if (const TIntermSymbol* symbol = node.getAsSymbolNode()) {
+      const bool isOwn = symbol->getQualifier().storage == glslang::EvqTemporary;
+      if (seen_.insert(symbol->getId()).second && isOwn) info_.readFirst.push_back(symbol);
+    } else {
+      forEachChild(node, [this](const TIntermNode& child) { visit(child); });
+    }
+  }
+
+ private:
+  FunctionInfo& info_;
+  std::set<SymbolId> seen_;
+};
+
+}  // namespace
+
+Program::Program(std::unique_ptr<glslang::TShader> shader) : shader_(std::move(shader)) {
+  const TIntermNode* root = shader_->getIntermediate()->getTreeRoot();
+  if (root == nullptr) return;
+  for (const TIntermNode* node : children(*root->getAsAggregate())) {
+    const TIntermAggregate* aggregate = node->getAsAggregate();
+    if (aggregate != nullptr && aggregate->getOp() == glslang::EOpFunction) {
+      addFunction(*aggregate);
+    } else if (aggregate == nullptr || aggregate->getOp() != glslang::EOpLinkerObjects) {
+      initializers_.push_back(node);
+    }
+  }
+  closeOverCalls();
+}
+
+Program::~Program() = default;
+
+const FunctionInfo* Program::findFunction(const std::string& name) const {
+  const auto found = functions_.find(name);
+  return found != functions_.end() ? &found->second : nullptr;
+}
+
+void Program::addFunction(const TIntermAggregate& definition) {
+  FunctionInfo& info = functions_[definition.getName().c_str()];
+  info.owner = this;
+  info.name = definition.getName().c_str();
+  info.definition = &definition;
+  for (const TIntermNode* parameter : children(*definition.getSequence()[0]->getAsAggregate())) {
+    info.parameters.push_back(parameter->getAsSymbolNode());
+  }
+  if (definition.getSequence().size() > 1) {
+    info.body = definition.getSequence()[1]->getAsAggregate();
+  }
+  if (info.body == nullptr) return;
+  visitTree(*info.body, [&info](const TIntermNode& node) { noteNode(info, node); });
+  FirstMentions(info).visit(*info.body);
+}
+
+// Repeats until nothing changes: what callees write and use holds for their callers too.
+void Program::closeOverCalls() {
+  for (bool changed = true; changed;) {
+    changed = false;
+    for (auto& [name, info] : functions_) {
+      for (const std::string& callee : info.callees) {
+        const FunctionInfo* called = findFunction(callee);
+        if (called == nullptr) continue;
+        const size_t before = info.written.size() + info.mentioned.size();
+        info.written.insert(called->written.begin(), called->written.end());
+        info.mentioned.insert(called->mentioned.begin(), called->mentioned.end());
+        const bool derivatives = called->usesDerivatives && !info.usesDerivatives;
+        info.usesDerivatives = info.usesDerivatives || called->usesDerivatives;
+        changed = changed || derivatives || info.written.size() + info.mentioned.size() != before;
+      }
+    }
+  }
+}
+
+std::vector<const FunctionInfo*> Program::reachable(const std::string& from) const {
+  std::vector<const FunctionInfo*> order;
+  std::set<std::string> open, done;
+  const std::function<void(const FunctionInfo&)> enter = [&](const FunctionInfo& info) {
+    if (done.contains(info.name)) return;
+    if (!open.insert(info.name).second) {
+      throw Unsupported(info.definition->getLoc(),
+                        "recursion through " + info.name.substr(0, info.name.find('(')) + "()");
+    }
+    for (const std::string& callee : info.callees) {
+      if (const FunctionInfo* called = findFunction(callee)) enter(*called);
+    }
+    open.erase(info.name);
+    done.insert(info.name);
+    order.push_back(&info);
+  };
+  enter(function(from));
+  return order;
+}
+
+}  // namespace shadermachine::tools::glsl

@@ -1,0 +1,62 @@
+// A parsed shader and what is known about its functions before code is made.
+#pragma once
+
+#include <map>
+#include <memory>
+#include <set>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "diagnostics.h"
+#include "glslang_tree.h"
+
+namespace shadermachine::tools::glsl {
+
+class Program;
+
+struct FunctionInfo {
+  const Program* owner = nullptr;
+  std::string name;  // with the types of its parameters
+  const TIntermAggregate* definition = nullptr;
+  std::vector<const TIntermSymbol*> parameters;
+  const TIntermAggregate* body = nullptr;  // null: nothing to do
+  unsigned size = 0;                       // nodes of the tree
+  unsigned callCount = 0;                  // calls in reachable functions
+  bool usesDerivatives = false;            // here or in functions it calls
+  std::set<std::string> callees;
+  // Variables that it, or what it calls, writes or mentions: parameters, locals and globals.
+  std::set<SymbolId> written;
+  std::set<SymbolId> mentioned;
+  std::vector<const TIntermSymbol*> readFirst;  // own variables that may be read before written
+};
+
+// A source that glslang has accepted. Trees are valid as long as their program.
+class Program {
+ public:
+  // Null when the source has errors.
+  static std::unique_ptr<Program> parse(std::string_view source, Diagnostics& diagnostics);
+  ~Program();
+
+  const FunctionInfo& function(const std::string& name) const { return functions_.at(name); }
+  const FunctionInfo* findFunction(const std::string& name) const;
+  std::map<std::string, FunctionInfo>& functions() { return functions_; }
+  // Initial values of global variables, as assignments in order.
+  const std::vector<const TIntermNode*>& initializers() const { return initializers_; }
+  // Functions that main() calls, directly or not, itself among them. Throws on recursion.
+  std::vector<const FunctionInfo*> reachable(const std::string& from) const;
+
+ private:
+  Program(std::unique_ptr<glslang::TShader> shader);
+  void addFunction(const TIntermAggregate& definition);
+  void closeOverCalls();
+
+  std::unique_ptr<glslang::TShader> shader_;
+  std::map<std::string, FunctionInfo> functions_;
+  std::vector<const TIntermNode*> initializers_;
+};
+
+// Name of main() as glslang writes it.
+inline constexpr const char* kMainFunction = "main(";
+
+}  // namespace shadermachine::tools::glsl

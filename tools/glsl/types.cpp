@@ -1,0 +1,121 @@
+#include "types.h"
+
+#include "diagnostics.h"
+
+namespace shadermachine::tools::glsl {
+namespace {
+
+Scalar scalarOf(glslang::TBasicType type) {
+  switch (type) {
+    case glslang::EbtFloat:
+      return Scalar::Float;
+    case glslang::EbtInt:
+      return Scalar::Int;
+    case glslang::EbtUint:
+      return Scalar::Uint;
+    case glslang::EbtBool:
+      return Scalar::Bool;
+    default:
+      return Scalar::Other;
+  }
+}
+
+TypeCode vectorCode(Scalar scalar, unsigned size) {
+  const bool isFloat = scalar == Scalar::Float;
+  const bool isBool = scalar == Scalar::Bool;
+  if (size == 1) return isFloat ? VM_TYPE_FLOAT : isBool ? VM_TYPE_BOOL : VM_TYPE_INT;
+  const int pair = isFloat ? VM_TYPE_VEC2 : isBool ? VM_TYPE_BVEC2 : VM_TYPE_IVEC2;
+  return static_cast<TypeCode>(pair + static_cast<int>(size) - 2);
+}
+
+TypeCode samplerCode(const TType& type, const TSourceLoc& where) {
+  const glslang::TSampler& sampler = type.getSampler();
+  const std::optional<unsigned> kind = lookupKind(sampler);
+  if (!kind || sampler.type != glslang::EbtFloat || sampler.isShadow() || sampler.isArrayed() ||
+      sampler.isMultiSample() || sampler.isImage()) {
+    throw Unsupported(where, "samplers of type " + std::string(sampler.getString().c_str()) +
+                                 " are not supported");
+  }
+  return static_cast<TypeCode>(VM_TYPE_SAMPLER_0 + static_cast<int>(*kind));
+}
+
+}  // namespace
+
+Shape shapeOf(const TType& type) {
+  Shape shape{scalarOf(type.getBasicType())};
+  if (type.isMatrix()) {
+    shape.dimension = static_cast<unsigned>(type.getMatrixCols());
+    shape.components = shape.dimension * static_cast<unsigned>(type.getMatrixRows());
+  } else if (type.isVector()) {
+    shape.components = static_cast<unsigned>(type.getVectorSize());
+  }
+  return shape;
+}
+
+std::string shapeName(const Shape& shape) {
+  if (shape.dimension > 0) return "m" + std::to_string(shape.dimension);
+  const char* letter = shape.scalar == Scalar::Float  ? "f"
+                       : shape.scalar == Scalar::Bool ? "b"
+                                                      : "i";
+  return shape.isScalar() ? letter : letter + std::to_string(shape.components);
+}
+
+std::optional<unsigned> lookupKind(const glslang::TSampler& sampler) {
+  switch (sampler.dim) {
+    case glslang::Esd1D:
+      return 0;
+    case glslang::Esd2D:
+      return 1;
+    case glslang::Esd3D:
+      return 2;
+    case glslang::EsdCube:
+      return 3;
+    default:
+      return std::nullopt;
+  }
+}
+
+ValueType TypeTable::arrayFrom(const TType& type, int dimension, const TSourceLoc& where) {
+  const int dimensions = type.isArray() ? type.getArraySizes()->getNumDims() : 0;
+  if (dimension == dimensions) return {baseCode(type, where), 0};
+  const unsigned length = arrayLength(type, dimension);
+  if (length == 0) throw Unsupported(where, "arrays without a length are not supported");
+  return {elementFrom(type, dimension, where), length};
+}
+
+TypeCode TypeTable::elementFrom(const TType& type, int dimension, const TSourceLoc& where) {
+  const ValueType element = arrayFrom(type, dimension + 1, where);
+  if (element.count == 0) return element.code;
+  const auto known = wrappers_.find(element);
+  if (known != wrappers_.end()) return known->second;
+  return wrappers_[element] =
+             builder_.addStruct("array", {{"elements", element.code, element.count}});
+}
+
+TypeCode TypeTable::baseCode(const TType& type, const TSourceLoc& where) {
+  if (type.isStruct()) return structCode(type, where);
+  if (type.getBasicType() == glslang::EbtSampler) return samplerCode(type, where);
+  const Scalar scalar = scalarOf(type.getBasicType());
+  if (scalar == Scalar::Other) {
+    throw Unsupported(
+        where, "type " + std::string(type.getBasicTypeString().c_str()) + " is not supported");
+  }
+  if (!type.isMatrix()) return vectorCode(scalar, static_cast<unsigned>(type.getVectorSize()));
+  if (type.getMatrixCols() != type.getMatrixRows()) {
+    throw Unsupported(where, "non-square matrices are not supported");
+  }
+  return static_cast<TypeCode>(VM_TYPE_MAT2 + type.getMatrixCols() - 2);
+}
+
+TypeCode TypeTable::structCode(const TType& type, const TSourceLoc& where) {
+  const auto known = structs_.find(type.getStruct());
+  if (known != structs_.end()) return known->second;
+  std::vector<Variable> members;
+  for (const glslang::TTypeLoc& member : *type.getStruct()) {
+    const ValueType value = valueType(*member.type, member.loc.line > 0 ? member.loc : where);
+    members.push_back({member.type->getFieldName().c_str(), value.code, value.count});
+  }
+  return structs_[type.getStruct()] = builder_.addStruct(type.getTypeName().c_str(), members);
+}
+
+}  // namespace shadermachine::tools::glsl

@@ -1,0 +1,47 @@
+// Compiles GLSL fragment shaders: GLSL 1.10 and 1.20, ES 1.00, and of ES 3.00 and 1.30 upwards what
+// the instruction set can carry. docs/glsl.md lists what is supported and what is not.
+//
+//   GlslResult result = compileGlsl(source, {.fileName = "picture.frag"});
+//   if (!result.shader) for (const GlslMessage& message : result.messages) report(message);
+//
+// Only in builds that found glslang; target shadermachine::glsl.
+//
+// The shader follows the host contract (host_contract.h): uniforms and varyings are host variables
+// by name, the first colour output and the depth are the two outputs. Everything that validates is
+// promised for its code: it reads nothing undefined and leaks nothing.
+#pragma once
+
+#include <shadermachine-tools/shader_builder.h>
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace shadermachine::tools {
+
+struct GlslOptions {
+  std::string fileName = "shader.frag";  // for messages
+};
+
+struct GlslMessage {
+  std::string file;
+  int line = 0;
+  std::string text;
+};
+
+// "picture.frag:12: error: 'x' : undeclared identifier"
+std::string toString(const GlslMessage& message);
+
+struct GlslResult {
+  std::optional<BuiltShader> shader;  // empty when there are messages
+  std::vector<GlslMessage> messages;  // errors, in the order of the source where possible
+  bool usesDerivatives = false;       // dFdx, dFdy or fwidth: the host needs neighbours' values
+};
+
+// A source without #version is tried as ES 1.00, 1.20 and ES 3.00. A source without main() but with
+// mainImage(out vec4, in vec2) gets both an entry and the inputs that such shaders expect.
+// May be called from several threads.
+GlslResult compileGlsl(std::string_view source, const GlslOptions& options = {});
+
+}  // namespace shadermachine::tools
