@@ -12,6 +12,8 @@ build_packages=(
   file:file
   libcli11-dev:/usr/include/CLI/CLI.hpp
   libpng-dev:/usr/include/png.h
+  glslang-dev:/usr/include/glslang/Public/ShaderLang.h
+  python3:python3
   libgtest-dev:/usr/include/gtest/gtest.h
   libbenchmark-dev:/usr/include/benchmark/benchmark.h
 )
