@@ -47,6 +47,7 @@ void constructStruct(Machine& machine) {
   const StructInfo* info = type < 0 ? nullptr : structType(machine, type);
   const VmError error = checkStruct(info);
   if (error != VM_OK) return stopRun(machine, error);
+  chargeBytes(machine, info->size);
   BlockView block;
   if (!blockAlloc(&block, info->size, nullptr)) return stopRun(machine, VM_ERR_OUT_OF_MEMORY);
   uint8_t* target = block.data;
@@ -69,6 +70,7 @@ void constructArray(Machine& machine) {
     elementSize = info->size;
   }
   const uint64_t size = uint64_t{elementSize} * n;
+  chargeBytes(machine, size);
   BlockView block;
   if (size > UINT32_MAX || !blockAlloc(&block, static_cast<uint32_t>(size), nullptr)) {
     return stopRun(machine, VM_ERR_OUT_OF_MEMORY);

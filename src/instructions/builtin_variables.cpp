@@ -24,6 +24,7 @@ VmBuiltinCallback callbackAt(const Machine& machine, uint32_t slot) {
 void askHost(Machine& machine, const BuiltinVariable& variable, void* data, uint32_t count) {
   const VmBuiltinCallback callback = callbackAt(machine, variable.callbackSlot);
   if (callback == nullptr) return;
+  chargeHostCall(machine);
   callback(data, count, variable.indexed ? currentIndex(machine) : -1, machine.userData);
 }
 

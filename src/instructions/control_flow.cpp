@@ -134,7 +134,7 @@ void call(Machine& machine) {
   const uint32_t number = fetchU16(machine);
   const CompiledShader& shader = *machine.shader;
   if (number >= shader.functionCount) return stopRun(machine, VM_ERR_INVALID_FUNCTION);
-  if (callHost(machine, number)) return;
+  if (callHost(machine, number)) return chargeHostCall(machine);
   const ShaderFunction* function = shader.functions[number];
   if (function == nullptr || function->codeLength == 0) {
     return stopRun(machine, VM_ERR_INVALID_FUNCTION);

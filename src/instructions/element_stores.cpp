@@ -164,6 +164,7 @@ class PartWalk {
 
 void popValue(Machine& machine) {
   if (topSlot(machine).view.data != nullptr) {
+    chargeBytes(machine, topSlot(machine).view.size);
     popRelease(machine);
   } else {
     popSlot(machine);

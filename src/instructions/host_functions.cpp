@@ -116,6 +116,7 @@ constexpr ServedFunction kServedFunctions[] = {
 
 void callBuiltin(Machine& machine) {
   const uint32_t id = fetchU16(machine);
+  chargeHostCall(machine);
   for (const ServedFunction& function : kServedFunctions) {
     if (function.id != id) continue;
     function.serve(machine);
@@ -126,6 +127,7 @@ void callBuiltin(Machine& machine) {
 
 void callHostUnary(Machine& machine, uint32_t which) {
   fetchU8(machine);
+  chargeHostCall(machine);
   const VmBuiltinCallback callback = machine.callbacks.hostUnary[which];
   if (callback != nullptr) callback(words(machine, 0), 1, -1, machine.userData);
 }
@@ -137,6 +139,7 @@ void callHostLookup(Machine& machine, uint32_t which) {
   const bool hasExtra = arguments == 3;
   const VmLookupCallback callback = machine.callbacks.lookup[which];
   if (callback != nullptr) {
+    chargeHostCall(machine);
     uint32_t* result = words(machine, hasExtra ? 2 : 1);
     float* coords = reinterpret_cast<float*>(words(machine, hasExtra ? 1 : 0));
     uint64_t sampler;

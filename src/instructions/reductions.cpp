@@ -9,6 +9,7 @@ namespace {
 void compareAggregates(Machine& machine, bool wanted) {
   BlockView& a = topSlot(machine, 1).view;
   BlockView& b = topSlot(machine).view;
+  chargeBytes(machine, a.size);
   const bool equal = blockEqual(&a, &b);
   blockRelease(&b);
   blockRelease(&a);

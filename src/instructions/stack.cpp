@@ -38,6 +38,7 @@ void storeVariable(Machine& machine, const Variable& variable) {
     return;
   }
   blockRelease(&variable.slot.view);
+  chargeBytes(machine, source.view.size);
   const bool stored = blockRefCount(&source.view) == 1
                           ? blockShare(&variable.slot.view, &source.view)
                           : blockClone(&variable.slot.view, &source.view);
@@ -65,6 +66,7 @@ void loadHostVariable(Machine& machine, ValueSlot& target, uint32_t number) {
       global.info.count,
       currentIndex(machine),
       machine.userData};
+  chargeHostCall(machine);
   machine.callbacks.hostVariable(&request);
 }
 
@@ -160,6 +162,7 @@ void swapTop(Machine& machine) {
 void makeUnique(Machine& machine) {
   BlockView& view = topSlot(machine).view;
   if (blockRefCount(&view) == 1) return;
+  chargeBytes(machine, view.size);
   BlockView copy;
   if (!blockClone(&copy, &view)) return stopRun(machine, VM_ERR_OUT_OF_MEMORY);
   blockRelease(&view);

@@ -47,7 +47,10 @@ void initVariables(Machine& machine, ValueSlot* slots, const VarInfo* entries, u
     const VarInfo& info = entries[i];
     if (isBasicVar(info)) {
       initBasic(slots[i], info);
-    } else if (!blockAlloc(&slots[i].view, info.byteSize, nullptr) && info.byteSize != 0) {
+      continue;
+    }
+    chargeBytes(machine, info.byteSize);
+    if (!blockAlloc(&slots[i].view, info.byteSize, nullptr) && info.byteSize != 0) {
       stopRun(machine, VM_ERR_OUT_OF_MEMORY);
     }
   }

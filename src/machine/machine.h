@@ -33,6 +33,16 @@ inline void stopRun(Machine& machine, VmError error) {
   machine.error = error;
 }
 
+// Host callbacks and large blocks take time that jumps do not show.
+inline void chargeHostCall(Machine& machine) {
+  constexpr uint32_t kTicks = 128;
+  chargeTimeLimit(machine.timeLimit, kTicks);
+}
+inline void chargeBytes(Machine& machine, uint64_t bytes) {
+  constexpr uint32_t kBytesPerTick = 256;
+  chargeTimeLimit(machine.timeLimit, bytes / kBytesPerTick);
+}
+
 // Operand fetch -----------------------------------------------------------------------------------
 
 template <class T>

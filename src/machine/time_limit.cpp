@@ -6,7 +6,7 @@ namespace shadermachine {
 namespace {
 
 constexpr uint32_t kFirstInterval = 64;
-constexpr uint32_t kLongestInterval = 1u << 16;
+constexpr uint32_t kLongestInterval = 1u << 12;
 constexpr uint64_t kNanosecondsPerMillisecond = 1000000;
 // Clock reads further apart than this make the limit imprecise; much closer ones cost time.
 constexpr uint64_t kTargetGap = 200000;

@@ -20,6 +20,11 @@ void startTimeLimit(TimeLimit& limit, uint32_t milliseconds);
 // Reads the clock and sets the next interval; true when the deadline has passed.
 bool readTimeLimit(TimeLimit& limit);
 
+// Work between jumps that may take as long as so many of them: the clock is read the sooner.
+inline void chargeTimeLimit(TimeLimit& limit, uint64_t ticks) {
+  limit.ticksLeft = limit.ticksLeft > ticks ? limit.ticksLeft - static_cast<uint32_t>(ticks) : 1;
+}
+
 // One backward jump or call; true when the run is over its time.
 inline bool tickTimeLimit(TimeLimit& limit) {
   return --limit.ticksLeft == 0 && readTimeLimit(limit);
