@@ -114,6 +114,13 @@ constexpr ServedFunction kServedFunctions[] = {
 
 }  // namespace
 
+uint32_t builtinFunctionPops(uint32_t id) {
+  for (const ServedFunction& function : kServedFunctions) {
+    if (function.id == id) return function.pops;
+  }
+  return 0;
+}
+
 void callBuiltin(Machine& machine) {
   const uint32_t id = fetchU16(machine);
   chargeHostCall(machine);

@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 
+#include "engine/engine.h"
 #include "machine/run_loop.h"
 
 namespace shadermachine {
@@ -26,6 +27,7 @@ Machine* createMachine(const HostCallbacks* callbacks) {
 
 void destroyMachine(Machine* machine) {
   if (machine->stack != nullptr) releaseGlobals(*machine);
+  engine::release(*machine);
   std::free(machine->stack);
   std::free(machine->frames);
   std::free(machine);

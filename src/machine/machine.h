@@ -12,11 +12,18 @@
 
 namespace shadermachine {
 
+namespace engine {
+struct Translation;
+}
+
 // The public record followed by what hosts have no business with.
 struct Machine : ShaderMachine {
   uint32_t insideRun;        // 1 from the start of a run until its outputs are delivered
   uint32_t heldGlobalCount;  // globals on the stack of the shader that the machine holds
   TimeLimit timeLimit;
+  uint32_t runsPlain;                    // for tests and benchmarks: never translate
+  engine::Translation* translations;     // owned; the most recently used first
+  engine::Translation* heldTranslation;  // of the shader that the machine holds
 };
 
 // Every instruction handler: reads its operands at the current frame's pc, works on the top slots,

@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 
+#include "engine/engine.h"
 #include "instructions/opcode_table.h"
 
 namespace shadermachine {
@@ -125,7 +126,7 @@ VmError endRun(Machine& machine) {
 VmError runShader(Machine& machine, const CompiledShader& shader, const StartupInfo& startup) {
   const VmError refused = beginRun(machine, shader, startup);
   if (refused != VM_OK) return refused;
-  while (machine.runState != VM_RUN_STOPPING) stepInstruction(machine);
+  engine::execute(machine);
   return endRun(machine);
 }
 

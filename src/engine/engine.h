@@ -1,0 +1,15 @@
+// The translating engine: runs a shader's functions as programs of records instead of byte by byte.
+// Everything observable is as with the plain handlers; see docs/engine.md.
+#pragma once
+
+#include "machine/machine.h"
+
+namespace shadermachine::engine {
+
+// Executes the run that beginRun() has prepared, until some instruction stops it.
+void execute(Machine& machine);
+
+// Frees the machine's translations.
+void release(Machine& machine);
+
+}  // namespace shadermachine::engine

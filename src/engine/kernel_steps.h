@@ -1,0 +1,147 @@
+// Handlers of the component-wise instructions, instantiated from the kernels that the plain
+// handlers use: per operation, by component count and by where the operands come from.
+#pragma once
+
+#include "engine/kernel_table.h"
+#include "engine/vectors.h"
+
+namespace shadermachine::engine {
+
+template <class K>
+struct KernelTypes {
+  template <class R, class A, class... Rest>
+  static R resultOf(R (K::*)(A, Rest...) const);
+  template <class R, class A, class... Rest>
+  static A argumentOf(R (K::*)(A, Rest...) const);
+  using Result = decltype(resultOf(&K::operator()));
+  using Argument = decltype(argumentOf(&K::operator()));
+};
+// Clears a bit of a float: kept in the scalar register like other floats.
+template <>
+struct KernelTypes<AbsF> {
+  using Result = float;
+  using Argument = float;
+};
+
+template <class K, class... Args>
+auto applyScalar(Args... args) {
+  if constexpr (std::is_same_v<K, AbsF>) {
+    return std::bit_cast<float>(AbsF{}(std::bit_cast<uint32_t>(args)...));
+  } else {
+    return K{}(args...);
+  }
+}
+
+template <class T>
+constexpr Register registerOf() {
+  return std::is_same_v<T, float> ? Register::Scalar : Register::Word;
+}
+
+template <class T>
+T loadScalar(const uint32_t* address) {
+  T value;
+  std::memcpy(&value, address, sizeof value);
+  return value;
+}
+
+// One operand of a record: of a kernel argument's type when the record works on one component, else
+// a vector register.
+template <class T, uint32_t n, bool isScalar, bool inRegister>
+auto operand(const uint32_t* address, uint32_t word, FloatVector vector, float scalar) {
+  if constexpr (n == 1) {
+    if constexpr (!inRegister) {
+      return loadScalar<T>(address);
+    } else if constexpr (std::is_same_v<T, float>) {
+      return scalar;
+    } else {
+      return static_cast<T>(word);
+    }
+  } else if constexpr (isScalar) {
+    const float x = inRegister ? scalar : loadScalar<float>(address);
+    return splat(x);
+  } else {
+    return inRegister ? vector : loadVector<n>(address);
+  }
+}
+
+template <uint32_t n, bool stores, class T>
+void keepResult(const Record* record, T result, uint32_t& word, FloatVector& vector,
+                float& scalar) {
+  if constexpr (std::is_same_v<T, FloatVector>) {
+    if constexpr (stores) storeVector<n>(record->d, result);
+    vector = result;
+  } else {
+    if constexpr (stores) std::memcpy(record->d, &result, sizeof result);
+    if constexpr (std::is_same_v<T, float>) {
+      scalar = result;
+    } else {
+      word = static_cast<uint32_t>(result);
+    }
+  }
+}
+
+template <class K, uint32_t n, class... Operands>
+auto applyOperands(Operands... operands) {
+  if constexpr (n == 1) {
+    return applyScalar<K>(operands...);
+  } else {
+    return applyLanes<K, n>(operands...);
+  }
+}
+
+template <class K, uint32_t n, unsigned form, bool stores>
+Step unaryStep(ENGINE_STATE) {
+  using T = typename KernelTypes<K>::Argument;
+  const auto a = operand<T, n, false, (form & 1) != 0>(record->a, word, vector, scalar);
+  keepResult<n, stores>(record, applyOperands<K, n>(a), word, vector, scalar);
+  ENGINE_NEXT;
+}
+
+template <class K, uint32_t n, unsigned scalars, unsigned form, bool stores>
+Step binaryStep(ENGINE_STATE) {
+  using T = typename KernelTypes<K>::Argument;
+  const auto a =
+      operand<T, n, (scalars & 1) != 0, (form & 1) != 0>(record->a, word, vector, scalar);
+  const auto b =
+      operand<T, n, (scalars & 2) != 0, (form & 2) != 0>(record->b, word, vector, scalar);
+  keepResult<n, stores>(record, applyOperands<K, n>(a, b), word, vector, scalar);
+  ENGINE_NEXT;
+}
+
+// Forms 1, 2 and 3: the first, second or third operand is in its register.
+template <class K, uint32_t n, unsigned scalars, unsigned form, bool stores>
+Step ternaryStep(ENGINE_STATE) {
+  using T = typename KernelTypes<K>::Argument;
+  const auto a = operand<T, n, (scalars & 1) != 0, form == 1>(record->a, word, vector, scalar);
+  const auto b = operand<T, n, (scalars & 2) != 0, form == 2>(record->b, word, vector, scalar);
+  const auto c = operand<T, n, (scalars & 4) != 0, form == 3>(record->c, word, vector, scalar);
+  keepResult<n, stores>(record, applyOperands<K, n>(a, b, c), word, vector, scalar);
+  ENGINE_NEXT;
+}
+
+// Goes to the target when the comparison is false.
+template <class K, unsigned form>
+Step compareAndBranch(ENGINE_STATE) {
+  using T = typename KernelTypes<K>::Argument;
+  const T a = operand<T, 1, true, (form & 1) != 0>(record->a, word, vector, scalar);
+  const T b = operand<T, 1, true, (form & 2) != 0>(record->b, word, vector, scalar);
+  if (K{}(a, b) == 0) ENGINE_GO(record->target);
+  ENGINE_NEXT;
+}
+
+// Whole-value comparison of n components: one word, `wanted` when some component gives it.
+template <class K, uint32_t wanted, uint32_t n, unsigned form, bool stores>
+Step findStep(ENGINE_STATE) {
+  const auto a = operand<float, n, false, (form & 1) != 0>(record->a, word, vector, scalar);
+  const auto b = operand<float, n, false, (form & 2) != 0>(record->b, word, vector, scalar);
+  uint32_t found = 0;
+  for (uint32_t i = 0; i < n; ++i) {
+    const uint32_t holds =
+        applyKernel<K>(std::bit_cast<uint32_t>(a[i]), std::bit_cast<uint32_t>(b[i]));
+    found |= static_cast<uint32_t>(holds == wanted);
+  }
+  keepResult<1, stores>(record, found != 0 ? wanted : 1 - wanted, word, vector, scalar);
+  ENGINE_NEXT;
+}
+
+}  // namespace shadermachine::engine

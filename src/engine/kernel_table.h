@@ -1,0 +1,28 @@
+// For every component-wise instruction, the handlers that records can use.
+#pragma once
+
+#include "engine/records.h"
+
+namespace shadermachine::engine {
+
+enum class Register : uint8_t { Word, Scalar, Vector, None };
+
+struct KernelForms {
+  uint8_t operands;        // 0 for instructions that are not component-wise
+  uint8_t scalarOperands;  // bit i: operand i is a scalar whatever the component count
+  Register argument;       // register of one component
+  Register result;
+  bool singleWord;   // the result is one word, whatever the component count
+  bool hasAllForms;  // else operands come from memory only
+  // By component count 1 to 4, by form, and by whether the result is stored too. A form says which
+  // operand comes from its register: 0 none; one and two operands: 1 the first, 2 the second, 3
+  // both; three operands: the number of the operand.
+  RecordHandler steps[4][4][2];
+  // Comparisons of one component, by form.
+  RecordHandler branches[4];
+};
+
+// Indexed by opcode.
+const KernelForms& kernelForms(unsigned opcode);
+
+}  // namespace shadermachine::engine

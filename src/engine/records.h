@@ -1,0 +1,102 @@
+// What a translated program is made of: records, each a handler address and its resolved operands,
+// run one after another by handlers that end in a call of the next record's handler.
+#pragma once
+
+#include "machine/machine.h"
+
+namespace shadermachine::engine {
+
+// Values travel between neighbouring records in three registers: integers and booleans in the word
+// register, floats in the scalar register, two to four components in the vector register.
+using FloatVector = float __attribute__((vector_size(16)));
+using WordVector = uint32_t __attribute__((vector_size(16)));
+using IntVector = int32_t __attribute__((vector_size(16)));
+
+// One function in the tree of calls that the program has inlined.
+struct InlinedCall {
+  const InlinedCall* caller;  // null for the entry function
+  uint32_t function;
+  uint32_t localsSlot;  // absolute slot of the first local
+  int32_t frameIndex;
+  uint32_t callerPc;  // the caller's frame while this call is under way
+  int32_t callerTop;
+};
+
+// The state of the machine that the plain handlers would have at one instruction.
+struct Site {
+  const InlinedCall* call;
+  uint32_t pc;
+  int32_t top;
+  int32_t indexTop;
+  uint32_t opcode;
+};
+
+// What records do at the end of their work. With tail calls each handler jumps to the next; without
+// (compilers that do not promise them, unoptimised and sanitized builds) it returns to a loop.
+#if defined(__clang__) && __has_cpp_attribute(clang::musttail)
+#define ENGINE_TAIL_CALLS 1
+#define ENGINE_MUST_TAIL [[clang::musttail]]
+#elif defined(__GNUC__) && defined(__OPTIMIZE__) && !defined(__SANITIZE_ADDRESS__) && \
+    !defined(__SANITIZE_THREAD__)
+#define ENGINE_TAIL_CALLS 1
+#define ENGINE_MUST_TAIL
+#else
+#define ENGINE_TAIL_CALLS 0
+#endif
+
+struct Record;
+
+#define ENGINE_STATE                                                        \
+  [[maybe_unused]] const Record *record, [[maybe_unused]] Machine &machine, \
+      [[maybe_unused]] uint32_t word, [[maybe_unused]] FloatVector vector,  \
+      [[maybe_unused]] float scalar
+
+#if ENGINE_TAIL_CALLS
+using Step = void;
+#define ENGINE_GO(next) ENGINE_MUST_TAIL return (next)->run((next), machine, word, vector, scalar)
+#define ENGINE_END return
+#else
+struct Step {
+  const Record* next;
+  uint32_t word;
+  FloatVector vector;
+  float scalar;
+};
+#define ENGINE_GO(next) \
+  return Step { (next), word, vector, scalar }
+#define ENGINE_END \
+  return Step { nullptr, word, vector, scalar }
+#endif
+// Nobody reads the registers after this record: they need not survive the calls it makes.
+#define ENGINE_FORGET     \
+  word = 0;               \
+  vector = FloatVector{}; \
+  scalar = 0.0f
+#define ENGINE_NEXT ENGINE_GO(record + 1)
+
+using RecordHandler = Step (*)(ENGINE_STATE);
+
+// Operands are addresses: of a slot's words, of a constant, or of an entry of the index stack. The
+// meaning of a to d, x, y and z is the handler's; d is always where a result is stored.
+struct Record {
+  RecordHandler run;
+  const uint32_t* a;
+  const uint32_t* b;
+  const uint32_t* c;
+  uint32_t* d;
+  union {
+    const Site* site;
+    const Record* target;
+    const uint32_t* e;
+  };
+  uint32_t x;
+  uint32_t y;
+  uint32_t z;
+  uint32_t size;
+};
+static_assert(sizeof(Record) == 64);
+
+// Runs records until one ends the run.
+void runRecords(const Record* first, Machine& machine);
+
+}  // namespace shadermachine::engine

@@ -1,0 +1,180 @@
+// Record selection: arithmetic, functions and products.
+
+#include "engine/translator.h"
+
+namespace shadermachine::engine {
+
+bool Translator::isReadable(const Entry& entry, uint32_t n) {
+  if (entry.block || entry.lazyView) return false;
+  if (entry.width >= n) return true;
+  out_.demandAll(entry);  // words that an instruction was to leave behind are read after all
+  return false;
+}
+
+bool Translator::beginResult(const Instruction& item, uint32_t operands, uint32_t n) {
+  const int32_t s = out_.top - static_cast<int32_t>(operands) + 1;
+  // A three-component result is stored as four words.
+  if (item.keepsWords && n == 3) return false;
+  out_.prepareHome(s, s);
+  if (item.keepsWords) out_.flushSlot(s);
+  return true;
+}
+
+void Translator::endResult(Instruction& item, const Entry& first, uint32_t n) {
+  Entry& result = out_.topEntry();
+  if (item.keepsWords && first.width > n) {
+    out_.memory(result, n);
+    result.width = first.width;
+    result.narrowedBy = nullptr;
+  } else {
+    result.narrowedBy = first.width > n ? &item : first.narrowedBy;
+  }
+}
+
+bool Translator::selectKernel(const uint8_t* code, Instruction& item) {
+  const KernelForms& forms = kernelForms(static_cast<unsigned>(item.opcode));
+  if (forms.operands == 0) return false;
+  const bool counted = opcodeInfo(item.opcode).operands[0] != OperandKind::None;
+  const uint32_t n = counted ? operandU8(code, item.pc + 1) : 1;
+  if (n == 0 || n > 4) return false;
+  const uint32_t m = forms.operands;
+  for (uint32_t i = 0; i < m; ++i) {
+    const bool scalar = n == 1 || ((forms.scalarOperands >> i) & 1) != 0;
+    if (!isReadable(out_.topEntry(static_cast<int32_t>(m - 1 - i)), scalar ? 1 : n)) return false;
+  }
+  const uint32_t written = forms.singleWord ? 1 : n;
+  if (!beginResult(item, m, written)) return false;
+
+  Record record = {};
+  const uint32_t** addresses[3] = {&record.a, &record.b, &record.c};
+  const Entry first = out_.topEntry(static_cast<int32_t>(m - 1));
+  unsigned form = 0;
+  for (uint32_t i = 0; i < m; ++i) {
+    const Entry& entry = out_.topEntry(static_cast<int32_t>(m - 1 - i));
+    const bool scalar = n == 1 || ((forms.scalarOperands >> i) & 1) != 0;
+    const Register where = scalar ? forms.argument : Register::Vector;
+    const uint32_t words = scalar ? 1 : n;
+    if (forms.hasAllForms && (m < 3 || form == 0) && out_.inRegister(entry, where, words)) {
+      form = m < 3 ? form | 1u << i : i + 1;
+    } else {
+      *addresses[i] = out_.memory(entry, words);
+    }
+  }
+  const int32_t s = out_.top - static_cast<int32_t>(m) + 1;
+  const Register result = forms.singleWord ? Register::Word
+                          : n == 1         ? forms.result
+                                           : Register::Vector;
+  if (n == 1) out_.nextBranch = forms.branches[form];
+  const RecordHandler* steps = forms.steps[n - 1][form];
+  out_.produce(record, {steps[0], steps[1]}, result, written, s);
+  endResult(item, first, written);
+  return true;
+}
+
+bool Translator::selectGeometry(const uint8_t* code, Instruction& item) {
+  using enum Opcode;
+  const uint32_t n = item.opcode == CROSS ? 3 : operandU8(code, item.pc + 1);
+  if (n < 2 || n > 4) return false;
+  const uint32_t m = static_cast<uint32_t>(opcodeInfo(item.opcode).pops);
+  for (uint32_t i = 0; i < m; ++i) {
+    const bool eta = item.opcode == REFRACT && i == 0;
+    if (!isReadable(out_.topEntry(static_cast<int32_t>(i)), eta ? 1 : n)) return false;
+  }
+  const bool replaces = item.opcode == CROSS || item.opcode == REFLECT || item.opcode == REFRACT;
+  const bool single = item.opcode == LENGTH || item.opcode == DISTANCE || item.opcode == DOT;
+  const uint32_t written = single ? 1 : n;
+  if (!beginResult(item, m, written)) return false;
+
+  Record record = {};
+  const uint32_t** addresses[3] = {&record.a, &record.b, &record.c};
+  const Entry first = out_.topEntry(static_cast<int32_t>(m - 1));
+  unsigned form = 0;
+  for (uint32_t i = 0; i < m; ++i) {
+    const Entry& entry = out_.topEntry(static_cast<int32_t>(m - 1 - i));
+    if (m < 3 && out_.inRegister(entry, Register::Vector, n)) {
+      form |= 1u << i;
+    } else {
+      *addresses[i] = out_.memory(entry, m == 3 && item.opcode == REFRACT && i == 2 ? 1 : n);
+    }
+  }
+  if (m == 1) record.b = record.a;
+  StepPair steps = {};
+  switch (item.opcode) {
+    case LENGTH:
+      steps = lengthSteps(n, form);
+      break;
+    case NORMALIZE:
+      steps = normalizeSteps(n, form);
+      break;
+    case DISTANCE:
+      steps = distanceSteps(n, form);
+      break;
+    case DOT:
+      steps = dotSteps(n, form);
+      break;
+    case CROSS:
+      steps = crossSteps(form);
+      break;
+    case REFLECT:
+      steps = reflectSteps(n, form);
+      break;
+    case REFRACT:
+      steps = refractSteps(n);
+      break;
+    default:
+      steps = faceforwardSteps(n);
+      break;
+  }
+  const int32_t s = out_.top - static_cast<int32_t>(m) + 1;
+  out_.produce(record, steps, single ? Register::Scalar : Register::Vector, written, s);
+  if (!replaces) endResult(item, first, written);
+  return true;
+}
+
+bool Translator::selectProduct(const uint8_t* code, const Instruction& item) {
+  using enum Opcode;
+  const uint32_t n = operandU8(code, item.pc + 1);
+  if (n < 2 || n > 4) return false;
+  const bool matrixFirst = item.opcode != MUL_VEC_MAT;
+  const bool matrixSecond = item.opcode != MUL_MAT_VEC;
+  const Entry a = out_.topEntry(1);
+  const Entry b = out_.topEntry();
+  if (!isReadable(a, matrixFirst ? n * n : n) || !isReadable(b, matrixSecond ? n * n : n)) {
+    return false;
+  }
+  const int32_t s = out_.top - 1;
+  out_.prepareHome(s, s);
+  Record record = {};
+  record.x = n;
+  if (matrixFirst && matrixSecond) {
+    record.a = out_.memory(a, n * n);
+    record.b = out_.memory(b, n * n);
+    record.run = &matrixMatrixStep;
+    out_.produceInMemory(record, n * n, s);
+    return true;
+  }
+  const unsigned form = matrixFirst ? (out_.inRegister(b, Register::Vector, n) ? 2u : 0u)
+                                    : (out_.inRegister(a, Register::Vector, n) ? 1u : 0u);
+  if (form != 1) record.a = out_.memory(a, matrixFirst ? n * n : n);
+  if (form != 2) record.b = out_.memory(b, matrixSecond ? n * n : n);
+  out_.produce(record, matrixFirst ? matrixVectorSteps(n, form) : vectorMatrixSteps(n, form),
+               Register::Vector, n, s);
+  return true;
+}
+
+bool Translator::selectNoise(const uint8_t* code, Instruction& item) {
+  const uint32_t n = operandU8(code, item.pc + 1);
+  const uint32_t results =
+      static_cast<uint32_t>(item.opcode) - static_cast<uint32_t>(Opcode::NOISE1) + 1;
+  const Entry first = out_.topEntry();
+  if (n > 4 || !isReadable(first, n) || !beginResult(item, 1, results)) return false;
+  Record record = {};
+  record.a = out_.memory(out_.topEntry(), n);
+  record.x = n;
+  out_.produce(record, noiseSteps(results), results == 1 ? Register::Scalar : Register::Vector,
+               results, out_.top);
+  endResult(item, first, results);
+  return true;
+}
+
+}  // namespace shadermachine::engine

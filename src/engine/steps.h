@@ -1,0 +1,82 @@
+// Handlers of the records that are not component-wise instructions. A pair of handlers is the form
+// that leaves its result in a register only, and the form that stores it too.
+#pragma once
+
+#include "engine/records.h"
+
+namespace shadermachine::engine {
+
+struct StepPair {
+  RecordHandler keep;
+  RecordHandler store;
+};
+
+// steps_flow.cpp
+// -----------------------------------------------------------------------------------
+
+// Brings frames, pc, top and the index stack to what the plain handlers would have at the site.
+void enterSite(Machine& machine, const Site& site);
+
+Step plainStep(ENGINE_STATE);         // site: one instruction by its plain handler
+Step plainCallStep(ENGINE_STATE);     // site: CALL, and what it calls, by the plain handlers
+Step stopStep(ENGINE_STATE);          // site, x: ends the run with code x
+Step finishStep(ENGINE_STATE);        // site: the entry function returns
+Step jumpStep(ENGINE_STATE);          // target
+Step jumpBackStep(ENGINE_STATE);      // target's record holds it; a: site for the time limit
+Step branchWordStep(ENGINE_STATE);    // to the target when the word register is 0
+Step branchMemoryStep(ENGINE_STATE);  // to the target when word a is 0
+Step zeroSlotsStep(ENGINE_STATE);     // x slots from the words at d, y bytes each
+Step initLocalsStep(ENGINE_STATE);    // site, d: words of the first local; x locals from number y
+Step releaseSlotStep(ENGINE_STATE);   // d: words of the slot whose block is released
+Step clearSlotStep(ENGINE_STATE);     // d: words of the slot whose reference is cleared
+Step shareViewStep(ENGINE_STATE);     // d: slot; a: aggregate variable; x bytes at y, all if x is 0
+
+// steps_move.cpp
+// -----------------------------------------------------------------------------------
+
+// From a to d; n words, or for n = 4 of three too. exact: three words and not the fourth.
+RecordHandler copyStep(uint32_t n, bool exact);
+Step copyWordsStep(ENGINE_STATE);  // x words
+// From a register to d.
+RecordHandler storeStep(bool fromWord, bool fromScalar, uint32_t n, bool exact);
+
+StepPair extractSteps(uint32_t component);            // vector -> scalar
+StepPair shuffleSteps(uint32_t mask);                 // vector -> vector
+StepPair splatSteps(bool inScalar);                   // a or scalar -> vector
+StepPair gatherSteps(uint32_t n, uint32_t inScalar);  // words a, b, c, e; inScalar: n for none
+StepPair appendSteps(uint32_t lane, bool inScalar);   // vector with a or scalar in the lane
+
+// steps_parts.cpp
+// ----------------------------------------------------------------------------------
+
+// Reads a part of an aggregate variable: a: its slot's words; y: bytes that the block must have;
+// x: byte offset of the part. Zero when the block is too small. For n above 4 words go to d only.
+StepPair memberSteps(uint32_t n);
+// A part of one element of an array: b: the index (or the word register); y: bytes of an element;
+// z: bytes before the part in element 0; c: null, or two words: the number of elements and the
+// bytes that the block must have (else its size decides). site, x: stops with code x when the index
+// is out of range. size: words of a part of more than four.
+StepPair elementSteps(uint32_t n, bool indexInWord);
+// Component b of the y components at a; site and x as above.
+StepPair componentSteps(bool indexInWord);
+// Column b of the n times n matrix at a; site and x as above.
+StepPair columnSteps(uint32_t n, bool indexInWord);
+
+// steps_geometry.cpp
+// -------------------------------------------------------------------------------
+
+// Form bits as of the component-wise instructions: which operands are in the vector register.
+StepPair lengthSteps(uint32_t n, unsigned form);
+StepPair normalizeSteps(uint32_t n, unsigned form);
+StepPair distanceSteps(uint32_t n, unsigned form);
+StepPair dotSteps(uint32_t n, unsigned form);
+StepPair crossSteps(unsigned form);
+StepPair reflectSteps(uint32_t n, unsigned form);
+StepPair refractSteps(uint32_t n);
+StepPair faceforwardSteps(uint32_t n);
+StepPair matrixVectorSteps(uint32_t n, unsigned form);  // form bit 1: the vector is in its register
+StepPair vectorMatrixSteps(uint32_t n, unsigned form);  // form bit 0
+Step matrixMatrixStep(ENGINE_STATE);                    // a, b to d; dimension x
+StepPair noiseSteps(uint32_t results);                  // n in x, point at a
+
+}  // namespace shadermachine::engine

@@ -1,0 +1,173 @@
+// Control flow, calls into the plain handlers, and the state that slots carry beside their words.
+
+#include "engine/steps.h"
+#include "instructions/opcode_table.h"
+
+namespace shadermachine::engine {
+namespace {
+
+ValueSlot& slotOf(const uint32_t* words) {
+  const char* start = reinterpret_cast<const char*>(words) - offsetof(InlineValue, words);
+  return *reinterpret_cast<ValueSlot*>(const_cast<char*>(start));
+}
+
+void fillFrame(Machine& machine, const InlinedCall& call, uint32_t pc, int32_t top) {
+  CallFrame& frame = machine.frames[call.frameIndex];
+  const ShaderFunction* function = machine.shader->functions[call.function];
+  frame = {function, machine.shader->code + function->codeOffset, machine.stack + call.localsSlot,
+           pc, top};
+}
+
+void runPlainCall(Machine& machine, int32_t callerFrame) {
+  while (machine.runState != VM_RUN_STOPPING && machine.frameIndex > callerFrame) {
+    kHandlers[fetchU8(machine)](machine);
+  }
+}
+
+void runPlainToEnd(Machine& machine) {
+  while (machine.runState != VM_RUN_STOPPING) kHandlers[fetchU8(machine)](machine);
+}
+
+}  // namespace
+
+void enterSite(Machine& machine, const Site& site) {
+  const InlinedCall* call = site.call;
+  uint32_t pc = site.pc;
+  int32_t top = site.top;
+  machine.frameIndex = call->frameIndex;
+  machine.indexTop = site.indexTop;
+  for (; call->caller != nullptr; call = call->caller) {
+    fillFrame(machine, *call, pc, top);
+    pc = call->callerPc;
+    top = call->callerTop;
+  }
+  CallFrame& entry = machine.frames[call->frameIndex];
+  entry.pc = pc;
+  entry.top = top;
+}
+
+Step plainStep(ENGINE_STATE) {
+  enterSite(machine, *record->site);
+  kHandlers[record->site->opcode](machine);
+  if (machine.runState == VM_RUN_STOPPING) ENGINE_END;
+  ENGINE_FORGET;
+  ENGINE_NEXT;
+}
+
+Step plainCallStep(ENGINE_STATE) {
+  const Site& site = *record->site;
+  enterSite(machine, site);
+  kHandlers[site.opcode](machine);
+  runPlainCall(machine, site.call->frameIndex);
+  // A function may leave indices behind; what then follows was not translated.
+  if (machine.runState != VM_RUN_STOPPING && machine.indexTop != site.indexTop) {
+    runPlainToEnd(machine);
+  }
+  if (machine.runState == VM_RUN_STOPPING) ENGINE_END;
+  ENGINE_FORGET;
+  ENGINE_NEXT;
+}
+
+Step stopStep(ENGINE_STATE) {
+  enterSite(machine, *record->site);
+  stopRun(machine, record->x);
+  ENGINE_END;
+}
+
+Step finishStep(ENGINE_STATE) {
+  enterSite(machine, *record->site);
+  stopRun(machine, VM_OK);
+  ENGINE_END;
+}
+
+Step jumpStep(ENGINE_STATE) { ENGINE_GO(record->target); }
+
+// The rare end of a loop's time; apart, so that the loop saves no registers.
+static Step timeStep(ENGINE_STATE) {
+  if (readTimeLimit(machine.timeLimit)) {
+    enterSite(machine, *reinterpret_cast<const Site*>(record->a));
+    stopRun(machine, VM_ERR_TIMEOUT);
+    ENGINE_END;
+  }
+  ENGINE_FORGET;
+  ENGINE_GO(record->target);
+}
+
+Step jumpBackStep(ENGINE_STATE) {
+  if (--machine.timeLimit.ticksLeft == 0) {
+#if ENGINE_TAIL_CALLS
+    ENGINE_MUST_TAIL return timeStep(record, machine, word, vector, scalar);
+#else
+    return timeStep(record, machine, word, vector, scalar);
+#endif
+  }
+  ENGINE_GO(record->target);
+}
+
+Step branchWordStep(ENGINE_STATE) {
+  if (word == 0) ENGINE_GO(record->target);
+  ENGINE_NEXT;
+}
+
+Step branchMemoryStep(ENGINE_STATE) {
+  if (*record->a == 0) ENGINE_GO(record->target);
+  ENGINE_NEXT;
+}
+
+Step zeroSlotsStep(ENGINE_STATE) {
+  auto* slot = reinterpret_cast<char*>(record->d);
+  const char* const end = slot + record->x * sizeof(ValueSlot);
+  for (; slot < end; slot += sizeof(ValueSlot)) {
+    if (record->y == 16) {
+      std::memset(slot, 0, 16);
+    } else {
+      std::memset(slot, 0, 64);
+    }
+  }
+  ENGINE_NEXT;
+}
+
+Step initLocalsStep(ENGINE_STATE) {
+  const Site& site = *record->site;
+  const ShaderFunction& function = *machine.shader->functions[site.call->function];
+  initVariables(machine, &slotOf(record->d), function.locals + record->y, record->x);
+  if (machine.runState == VM_RUN_STOPPING) {
+    enterSite(machine, site);
+    ENGINE_END;
+  }
+  ENGINE_NEXT;
+}
+
+Step releaseSlotStep(ENGINE_STATE) {
+  blockRelease(&slotOf(record->d).view);
+  ENGINE_NEXT;
+}
+
+Step clearSlotStep(ENGINE_STATE) {
+  slotOf(record->d).view.data = nullptr;
+  ENGINE_NEXT;
+}
+
+Step shareViewStep(ENGINE_STATE) {
+  BlockView& target = slotOf(record->d).view;
+  const BlockView& source = slotOf(record->a).view;
+  if (record->x == 0) {
+    blockShare(&target, &source);
+  } else {
+    blockSubView(&target, &source, record->x, record->y);
+  }
+  ENGINE_NEXT;
+}
+
+void runRecords(const Record* first, Machine& machine) {
+#if ENGINE_TAIL_CALLS
+  first->run(first, machine, 0, FloatVector{}, 0.0f);
+#else
+  Step step = {first, 0, FloatVector{}, 0.0f};
+  while (step.next != nullptr) {
+    step = step.next->run(step.next, machine, step.word, step.vector, step.scalar);
+  }
+#endif
+}
+
+}  // namespace shadermachine::engine

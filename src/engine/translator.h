@@ -1,0 +1,109 @@
+// Third stage of a translation: chooses the records of each instruction, inlines calls, and links
+// jumps to their targets.
+#pragma once
+
+#include "engine/emitter.h"
+
+namespace shadermachine::engine {
+
+class Translator {
+ public:
+  Translator(Arena& arena, Decoder& decoder, Machine& machine);
+
+  // The first record of the entry function's program; null when it must be left to the plain
+  // handlers.
+  const Record* translate(uint32_t entryFunction);
+  bool retry() const { return out_.retry(); }
+
+ private:
+  // One function being translated, inlined or not.
+  struct Instance {
+    const DecodedFunction* function;
+    InlinedCall* call;
+    Instance* caller;
+    uint32_t* labels;  // record of each instruction
+    uint32_t current;  // instruction
+    bool flowEnded;    // control does not come from the instruction before
+    bool joinsAtEnd;   // some return jumps to the end
+  };
+  struct Link {
+    uint32_t record;
+    uint32_t instruction;  // of the current instance; kEnd: its end
+  };
+  struct Target {
+    uint32_t record;
+    uint32_t target;
+  };
+  static constexpr uint32_t kEnd = UINT32_MAX;
+
+  // select_flow.cpp
+  void translateFunction(Instance& instance);
+  void beginInstruction(Instance& instance, const Instruction& item);
+  void selectJump(Instance& instance, const Instruction& item);
+  void selectBranch(Instance& instance, const Instruction& item);
+  void selectCall(Instance& instance, const Instruction& item);
+  bool canInline(const Instance& caller, uint32_t function) const;
+  void inlineCall(Instance& instance, const Instruction& item, const DecodedFunction& callee);
+  void enterLocals(Instance& instance);
+  void selectReturn(Instance& instance, const Instruction& item);
+  void selectEntryReturn(Instance& instance, const Instruction& item);
+  void moveReturnValue(Instance& instance);
+  void leaveLocals(Instance& instance);
+  void selectStop(const Instruction& item, uint32_t code);
+  void selectPlain(Instance& instance, const Instruction& item);
+  void setIndexHome(int32_t i);
+  void linkTo(Instance& instance, uint32_t record, uint32_t pc);
+
+  // select_values.cpp
+  bool selectConstant(const uint8_t* code, const Instruction& item);
+  bool selectVariable(Instance& instance, const Instruction& item);
+  bool loadVariable(int32_t s, const VarInfo& info);
+  bool storeVariable(int32_t s, const VarInfo& info, bool global);
+  bool storePart(int32_t s, const VarInfo& info, const uint8_t* code, const Instruction& item);
+  bool writePart(int32_t s, uint32_t firstWord, uint32_t n);
+  bool writeSelected(int32_t s, uint32_t words, uint32_t pattern);
+  bool selectStack(const uint8_t* code, const Instruction& item);
+  bool selectIndexPush(const uint8_t* code, const Instruction& item);
+
+  // select_math.cpp
+  bool selectKernel(const uint8_t* code, Instruction& item);
+  bool selectGeometry(const uint8_t* code, Instruction& item);
+  bool selectProduct(const uint8_t* code, const Instruction& item);
+  bool selectNoise(const uint8_t* code, Instruction& item);
+  // True when the value can be read as n words.
+  bool isReadable(const Entry& entry, uint32_t n);
+  // Starts an instruction that writes n words over its first operand's: false when only the plain
+  // handler can.
+  bool beginResult(const Instruction& item, uint32_t operands, uint32_t n);
+  // After the result was produced: what became of the first operand's other words.
+  void endResult(Instruction& item, const Entry& first, uint32_t n);
+
+  // select_parts.cpp
+  bool selectConstructor(const uint8_t* code, Instruction& item);
+  bool selectSplat(Instruction& item, uint32_t n);
+  bool selectAppend(Instruction& item, uint32_t n, const uint8_t* counts, uint32_t operands);
+  bool selectGather(Instruction& item, uint32_t n, const uint8_t* counts, uint32_t operands);
+  bool selectSwizzle(const uint8_t* instruction);
+  bool selectComponent(const uint8_t* code, Instruction& item);
+  bool selectColumn(const uint8_t* code, Instruction& item);
+  bool selectArrayElement(Instance& instance, const Instruction& item);
+  bool selectMember(const uint8_t* instruction);
+  bool takeIndexOperand(Record& record);
+  void emitElement(const Instruction& item, const Entry& view, uint32_t stride, uint32_t offset,
+                   uint32_t bytes);
+  bool readMember(const Entry& view, uint32_t offset, uint32_t bytes);
+
+  bool select(Instance& instance, Instruction& item);
+
+  Arena& arena_;
+  Decoder& decoder_;
+  Machine& machine_;
+  const CompiledShader& shader_;
+  Emitter out_;
+  Array<Link> links_;
+  Array<Target> targets_;
+  int32_t inlineDepth_ = 0;
+  bool outgrown_ = false;
+};
+
+}  // namespace shadermachine::engine
