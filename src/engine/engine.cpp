@@ -117,6 +117,10 @@ void execute(Machine& machine) {
   runRecords(translation->first, machine);
 }
 
+bool isTranslated(const Machine& machine) {
+  return machine.heldTranslation != nullptr && machine.heldTranslation->first != nullptr;
+}
+
 void release(Machine& machine) {
   while (machine.translations != nullptr) {
     Translation* next = machine.translations->next;

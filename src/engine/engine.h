@@ -9,6 +9,9 @@ namespace shadermachine::engine {
 // Executes the run that beginRun() has prepared, until some instruction stops it.
 void execute(Machine& machine);
 
+// True when the shader that the machine holds runs translated, not by the plain handlers.
+bool isTranslated(const Machine& machine);
+
 // Frees the machine's translations.
 void release(Machine& machine);
 

@@ -55,7 +55,7 @@ bool Translator::selectSplat(Instruction& item, uint32_t n) {
     const bool inScalar = out_.inRegister(first, Register::Scalar, 1);
     Record record = {};
     if (!inScalar) record.a = out_.memory(out_.topEntry(), 1);
-    out_.produce(record, splatSteps(inScalar), Register::Vector, n, out_.top);
+    out_.produce(record, splatSteps(n, inScalar), Register::Vector, n, out_.top);
   }
   endResult(item, first, n);
   return true;
@@ -140,7 +140,7 @@ bool Translator::selectSwizzle(const uint8_t* instruction) {
   out_.prepareHome(s, s);
   Record record = {};
   if (out_.inRegister(source, Register::Vector, needed)) {
-    out_.produce(record, shuffleSteps(mask), Register::Vector, n, s);
+    out_.produce(record, shuffleSteps(n, mask), Register::Vector, n, s);
     return true;
   }
   const uint32_t* words = out_.memory(source, needed);

@@ -62,26 +62,27 @@ Step extractStep(ENGINE_STATE) {
   ENGINE_NEXT;
 }
 
-template <uint32_t mask, bool stores>
+template <uint32_t n, uint32_t mask, bool stores>
 Step shuffleStep(ENGINE_STATE) {
   vector = __builtin_shufflevector(vector, vector, mask & 3, (mask >> 2) & 3, (mask >> 4) & 3,
                                    (mask >> 6) & 3);
-  if constexpr (stores) storeVector<4>(record->d, vector);
+  if constexpr (stores) storeVector<n>(record->d, vector);
   ENGINE_NEXT;
 }
 
-template <size_t... masks>
-constexpr std::array<StepPair, 256> shufflePairs(std::index_sequence<masks...>) {
-  return {StepPair{&shuffleStep<masks, false>, &shuffleStep<masks, true>}...};
+template <uint32_t n, size_t... masks>
+constexpr std::array<StepPair, sizeof...(masks)> shufflePairs(std::index_sequence<masks...>) {
+  return {StepPair{&shuffleStep<n, masks, false>, &shuffleStep<n, masks, true>}...};
 }
-constexpr std::array<StepPair, 256> kShuffles = shufflePairs(std::make_index_sequence<256>());
+constexpr auto kPairShuffles = shufflePairs<2>(std::make_index_sequence<16>());
+constexpr auto kShuffles = shufflePairs<4>(std::make_index_sequence<256>());
 
 float floatAt(const uint32_t* address) { return std::bit_cast<float>(*address); }
 
-template <bool inScalar, bool stores>
+template <uint32_t n, bool inScalar, bool stores>
 Step splatStep(ENGINE_STATE) {
   vector = splat(inScalar ? scalar : floatAt(record->a));
-  if constexpr (stores) storeVector<4>(record->d, vector);
+  if constexpr (stores) storeVector<n>(record->d, vector);
   ENGINE_NEXT;
 }
 
@@ -148,11 +149,16 @@ StepPair extractSteps(uint32_t component) {
   return kSteps[component];
 }
 
-StepPair shuffleSteps(uint32_t mask) { return kShuffles[mask & 255]; }
+StepPair shuffleSteps(uint32_t n, uint32_t mask) {
+  return n == 2 ? kPairShuffles[mask & 15] : kShuffles[mask & 255];
+}
 
-StepPair splatSteps(bool inScalar) {
-  if (inScalar) return {&splatStep<true, false>, &splatStep<true, true>};
-  return {&splatStep<false, false>, &splatStep<false, true>};
+StepPair splatSteps(uint32_t n, bool inScalar) {
+  constexpr StepPair kPairs[] = {{&splatStep<2, false, false>, &splatStep<2, false, true>},
+                                 {&splatStep<2, true, false>, &splatStep<2, true, true>}};
+  constexpr StepPair kQuads[] = {{&splatStep<4, false, false>, &splatStep<4, false, true>},
+                                 {&splatStep<4, true, false>, &splatStep<4, true, true>}};
+  return n == 2 ? kPairs[inScalar] : kQuads[inScalar];
 }
 
 StepPair gatherSteps(uint32_t n, uint32_t inScalar) {

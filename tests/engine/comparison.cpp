@@ -1,0 +1,329 @@
+#include "engine/comparison.h"
+
+#include <cstring>
+#include <map>
+#include <sstream>
+#include <vector>
+
+#include "engine/engine.h"
+#include "instructions/opcode_info.h"
+#include "machine/run_loop.h"
+#include "machine/types.h"
+
+namespace shadermachine::tests {
+namespace {
+
+constexpr int kRuns = 3;
+
+// What a host sees of a machine, with addresses replaced by numbers that compare between machines.
+struct Snapshot {
+  std::vector<int64_t> facts;   // must be equal
+  std::vector<uint32_t> words;  // of slots; equal where the plain runs agree on them
+  std::vector<int64_t> places;  // of each word: slot * 16 + word
+
+  void addWord(uint32_t word, int64_t place) {
+    words.push_back(word);
+    places.push_back(place);
+  }
+};
+
+class Recorder {
+ public:
+  Machine* machine = nullptr;
+  std::vector<Snapshot> trace;
+
+  void beginRun() { calls_ = 0; }
+
+  // Fills words of the host's, different at each call.
+  void answer(void* data, uint32_t words) {
+    ++calls_;
+    for (uint32_t i = 0; i < words; ++i) {
+      const float value = static_cast<float>((calls_ * 7 + i * 3) % 11) - 4.5f;
+      std::memcpy(static_cast<char*>(data) + i * 4, &value, 4);
+    }
+  }
+
+  void record(int64_t callback, std::initializer_list<int64_t> arguments = {}) {
+    Snapshot snapshot;
+    snapshot.facts.push_back(callback);
+    snapshot.facts.insert(snapshot.facts.end(), arguments.begin(), arguments.end());
+    addFrames(snapshot);
+    addSlots(snapshot);
+    trace.push_back(std::move(snapshot));
+  }
+
+  // Words of the slot that an inline area belongs to, from the stack's beginning.
+  int64_t place(const void* words) const {
+    return static_cast<const char*>(words) - reinterpret_cast<const char*>(machine->stack);
+  }
+
+ private:
+  void addFrames(Snapshot& snapshot) const {
+    auto& facts = snapshot.facts;
+    facts.insert(facts.end(), {machine->frameIndex, machine->indexTop});
+    for (int32_t f = 0; f <= machine->frameIndex; ++f) {
+      const CallFrame& frame = machine->frames[f];
+      facts.insert(facts.end(), {frame.function->codeOffset, frame.code - machine->shader->code,
+                                 frame.locals - machine->stack, frame.pc, frame.top});
+    }
+    for (int32_t i = 0; i <= machine->indexTop; ++i) facts.push_back(machine->indexStack[i]);
+  }
+
+  // Words of a slot that belong to its variable; all of a temporary's.
+  uint32_t ownWords(int64_t slot) const {
+    uint32_t words = VM_COMPONENT_COUNT;
+    for (int32_t f = 0; f <= machine->frameIndex; ++f) {
+      const CallFrame& frame = machine->frames[f];
+      const int64_t local = slot - (frame.locals - machine->stack);
+      if (local >= 0 && local < frame.function->localCount) {
+        words = inlineByteSize(frame.function->locals[local]) / 4;
+      }
+    }
+    return words;
+  }
+
+  void addSlots(Snapshot& snapshot) const {
+    const CallFrame& frame = machine->frames[machine->frameIndex];
+    const int64_t count = frame.locals + frame.top + 1 - machine->stack;
+    std::map<const void*, int64_t> blocks;
+    for (int64_t s = 0; s < count; ++s) {
+      const ValueSlot& slot = machine->stack[s];
+      if (slot.view.data == nullptr) {
+        snapshot.facts.push_back(-1);
+        // At the end of a run only the globals' words mean anything.
+        const bool dead = machine->runState == VM_RUN_IDLE && s >= machine->heldGlobalCount;
+        const uint32_t own = dead ? 0 : ownWords(s);
+        for (uint32_t i = 0; i < own; ++i) snapshot.addWord(slot.value.words[i], s * 16 + i);
+        continue;
+      }
+      const DataBlock* block = blockOf(slot.view);
+      const int64_t number =
+          blocks.emplace(block, static_cast<int64_t>(blocks.size())).first->second;
+      snapshot.facts.insert(snapshot.facts.end(),
+                            {number, slot.view.size, slot.view.offset, block->referenceCount});
+      for (uint32_t i = 0; i + 4 <= slot.view.size; i += 4) {
+        uint32_t word;
+        std::memcpy(&word, slot.view.data + i, 4);
+        snapshot.addWord(word, s * 16 + i / 4 % 16);
+      }
+    }
+  }
+
+  uint32_t calls_ = 0;
+};
+
+Recorder& recorderOf(uint64_t userData) { return *reinterpret_cast<Recorder*>(userData); }
+
+HostCallbacks recordingCallbacks() {
+  HostCallbacks callbacks = {};
+  callbacks.output0 = [](const void* area, uint64_t user) {
+    Recorder& recorder = recorderOf(user);
+    recorder.record(0, {recorder.place(area)});
+  };
+  callbacks.output1 = [](float value, uint64_t user) {
+    recorderOf(user).record(1, {value == value ? std::bit_cast<int32_t>(value) : -1});
+  };
+  callbacks.hostUnary[0] =
+      callbacks.hostUnary[1] = [](void* data, uint32_t count, int32_t index, uint64_t user) {
+        Recorder& recorder = recorderOf(user);
+        recorder.record(47, {recorder.place(data), count, index});
+        recorder.answer(data, 4);
+      };
+  callbacks.hostVariable = [](const HostVariableRequest* request) {
+    Recorder& recorder = recorderOf(request->userData);
+    recorder.record(52, {request->index, request->count, request->element});
+    recorder.answer(request->data, request->varInfo->byteSize / 4);
+  };
+  callbacks.call293 = [](const HostCallRequest293* request) {
+    Recorder& recorder = recorderOf(request->userData);
+    recorder.record(74, {recorder.place(request->a), recorder.place(request->b)});
+  };
+  callbacks.call294to296[1] = [](const HostCallRequest294* request) {
+    Recorder& recorder = recorderOf(request->userData);
+    recorder.record(76, {recorder.place(request->a), recorder.place(request->b), request->word1,
+                         request->word0});
+    recorder.answer(request->a, 4);
+  };
+  callbacks.call294to296[0] = callbacks.call294to296[1];
+  return callbacks;
+}
+
+bool isNan(uint32_t word) { return (word & 0x7FFFFFFF) > 0x7F800000; }
+
+bool sameWord(uint32_t a, uint32_t b) { return a == b || (isNan(a) && isNan(b)); }
+
+// A machine that is run with all words no instruction has defined filled with a pattern.
+class Runner {
+ public:
+  explicit Runner(uint32_t pattern) : pattern_(pattern) {
+    static const HostCallbacks callbacks = recordingCallbacks();
+    const MachineCreateInfo info = {&callbacks};
+    machine_ = static_cast<Machine*>(vmShaderMachineCreate(&info));
+    recorder_.machine = machine_;
+    fill(0);
+  }
+  ~Runner() { vmShaderMachineDestroy(machine_); }
+  Runner(const Runner&) = delete;
+  Runner& operator=(const Runner&) = delete;
+
+  VmError runTranslated(const CompiledShader& shader) {
+    const StartupInfo startup = startupInfo();
+    const VmError error = vmShaderMachineExecuteShader(machine_, &shader, &startup);
+    recordEnd(error);
+    return error;
+  }
+
+  VmError runPlain(const CompiledShader& shader) {
+    const StartupInfo startup = startupInfo();
+    VmError error = beginRun(*machine_, shader, startup);
+    if (error == VM_OK) {
+      while (machine_->runState != VM_RUN_STOPPING) step();
+      error = endRun(*machine_);
+    }
+    recordEnd(error);
+    return error;
+  }
+
+  const std::vector<Snapshot>& trace() const { return recorder_.trace; }
+  bool hasTranslation() const { return engine::isTranslated(*machine_); }
+
+ private:
+  StartupInfo startupInfo() {
+    recorder_.beginRun();
+    StartupInfo startup = {};
+    startup.userData = reinterpret_cast<uint64_t>(&recorder_);
+    startup.builtin258 = 2;
+    startup.builtin281 = 3;
+    return startup;
+  }
+
+  void step() {
+    const CallFrame& frame = currentFrame(*machine_);
+    const auto* code = frame.code + frame.pc;
+    stepInstruction(*machine_);
+    scrub(static_cast<Opcode>(code[0]), code);
+  }
+
+  uint32_t partWords(Opcode opcode, const uint8_t* code) const {
+    int16_t type;
+    std::memcpy(&type, code + 1, sizeof type);
+    if (opcode == Opcode::ARRAY_ELEMENT) return typeByteSize(type) / 4;
+    return machine_->shader->structTypes[type]->members[code[3]].byteSize / 4;
+  }
+
+  // Words that carry no meaning after the instruction, and all above the top.
+  void scrub(Opcode opcode, const uint8_t* code) {
+    using enum Opcode;
+    const CallFrame& now = currentFrame(*machine_);
+    uint32_t meant = VM_COMPONENT_COUNT;
+    if (opcode == SWIZZLE || opcode == SWIZZLE_2 || opcode == SWIZZLE_3) meant = code[2];
+    if (opcode == CROSS) meant = 3;
+    if (opcode == REFLECT || opcode == REFRACT || opcode == MUL_MAT_VEC || opcode == MUL_VEC_MAT) {
+      meant = code[1];
+    }
+    if (opcode == MUL_MAT_MAT) meant = uint32_t{code[1]} * code[1];
+    // What the view left behind in the slot is no part of the value that replaces it.
+    const bool part = opcode == ARRAY_ELEMENT || opcode == STRUCT_FIELD;
+    if (part && topSlot(*machine_).view.data == nullptr) meant = partWords(opcode, code);
+    for (uint32_t i = meant; i < VM_COMPONENT_COUNT; ++i)
+      topSlot(*machine_).value.words[i] = pattern_;
+    fill(now.locals + now.top + 1 - machine_->stack);
+  }
+
+  void fill(int64_t from) {
+    const int64_t end = from + 64 < machine_->stackCapacity ? from + 64 : machine_->stackCapacity;
+    for (int64_t s = from; s < end; ++s) {
+      for (uint32_t& word : machine_->stack[s].value.words) word = pattern_;
+    }
+  }
+
+  void recordEnd(VmError error) {
+    Snapshot snapshot;
+    snapshot.facts = {100,
+                      error,
+                      machine_->frameIndex,
+                      machine_->indexTop,
+                      machine_->error,
+                      machine_->shader != nullptr};
+    for (int32_t f = 0; f <= machine_->frameIndex; ++f) {
+      const CallFrame& frame = machine_->frames[f];
+      snapshot.facts.insert(snapshot.facts.end(),
+                            {frame.locals - machine_->stack, frame.pc, frame.top});
+    }
+    for (int64_t s = 0; s < machine_->stackCapacity; ++s) {
+      const BlockView& view = machine_->stack[s].view;
+      if (view.data != nullptr) {
+        snapshot.facts.insert(snapshot.facts.end(),
+                              {s, view.size, view.offset, blockOf(view)->referenceCount});
+      }
+    }
+    for (uint32_t g = 0; g < machine_->heldGlobalCount; ++g) {
+      const ValueSlot& slot = machine_->stack[g];
+      if (slot.view.data == nullptr) {
+        for (uint32_t i = 0; i < 16; ++i)
+          snapshot.addWord(slot.value.words[i], g * int64_t{16} + i);
+      }
+    }
+    recorder_.trace.push_back(std::move(snapshot));
+  }
+
+  uint32_t pattern_;
+  Machine* machine_;
+  Recorder recorder_;
+};
+
+std::string describe(const Snapshot& plain, const Snapshot& again, const Snapshot& translated,
+                     size_t event) {
+  std::ostringstream out;
+  out << "event " << event << " (callback " << plain.facts[0] << ")\n";
+  for (const Snapshot* side : {&plain, &translated}) {
+    out << (side == &plain ? "plain:     " : "translated:");
+    for (int64_t fact : side->facts) out << ' ' << fact;
+    out << "\n";
+  }
+  for (size_t i = 0; i < plain.words.size() && i < translated.words.size(); ++i) {
+    if (sameWord(plain.words[i], translated.words[i])) continue;
+    if (!sameWord(plain.words[i], again.words[i])) continue;
+    out << "slot " << plain.places[i] / 16 << " word " << plain.places[i] % 16 << ": " << std::hex
+        << plain.words[i] << " " << translated.words[i] << std::dec << "\n";
+  }
+  return out.str();
+}
+
+std::string compareTraces(const Runner& a, const Runner& b, const Runner& translated) {
+  if (a.trace().size() != b.trace().size()) return "reads a word that nothing has written";
+  const size_t events = std::min(a.trace().size(), translated.trace().size());
+  for (size_t e = 0; e < events; ++e) {
+    const Snapshot& first = a.trace()[e];
+    const Snapshot& second = b.trace()[e];
+    const Snapshot& other = translated.trace()[e];
+    if (first.facts != second.facts) return "reads a word that nothing has written";
+    bool same = first.facts == other.facts && first.words.size() == other.words.size();
+    for (size_t i = 0; same && i < first.words.size(); ++i) {
+      const bool defined = sameWord(first.words[i], second.words[i]);
+      same = !defined || sameWord(first.words[i], other.words[i]);
+    }
+    if (!same) return describe(first, second, other, e);
+  }
+  return a.trace().size() == translated.trace().size() ? "" : "another number of callbacks";
+}
+
+}  // namespace
+
+Comparison compareRuns(const CompiledShader& shader) {
+  Runner first(0xAAAAAAAA);
+  Runner second(0x55555555);
+  Runner translated(0x33333333);
+  Comparison result;
+  for (int run = 0; run < kRuns; ++run) {
+    result.error = first.runPlain(shader);
+    second.runPlain(shader);
+    translated.runTranslated(shader);
+  }
+  result.difference = compareTraces(first, second, translated);
+  result.callbacks = first.trace().size() - kRuns;
+  result.translated = translated.hasTranslation();
+  return result;
+}
+
+}  // namespace shadermachine::tests
