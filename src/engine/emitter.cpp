@@ -209,6 +209,10 @@ void Emitter::flushIndex(int32_t i) {
 
 void Emitter::flush() {
   for (int32_t s = 0; s <= top; ++s) flushSlot(s);
+  flushIndices();
+}
+
+void Emitter::flushIndices() {
   for (int32_t i = 0; i <= indexTop; ++i) flushIndex(i);
 }
 

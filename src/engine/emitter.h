@@ -91,6 +91,7 @@ class Emitter {
   void flushSlot(int32_t s);
   void flushIndex(int32_t i);
   void flush();  // everything up to the tops
+  void flushIndices();
   void forgetRegisters();
   bool refersTo(const Entry& entry, int32_t s) const;
   // The last record's handler becomes the branch form, when it is the comparison that the entry is.

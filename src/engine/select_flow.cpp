@@ -108,6 +108,7 @@ void Translator::setIndexHome(int32_t i) {
 }
 
 void Translator::selectStop(const Instruction& item, uint32_t code) {
+  out_.flushIndices();
   Record record = makeRecord(&stopStep);
   record.site = out_.site(item.end, 0);
   record.x = code;
@@ -283,6 +284,7 @@ void Translator::selectEntryReturn(Instance& instance, const Instruction& item) 
     plain.site = out_.site(item.pc + 1, static_cast<uint32_t>(item.opcode));
     out_.emit(plain);
   } else {
+    out_.flushIndices();
     Record finish = makeRecord(&finishStep);
     finish.site = out_.site(item.end, 0, base + record.localCount - 1);
     out_.emit(finish);

@@ -71,6 +71,11 @@ class Rig {
 
   VmError run(const CompiledShader* shader);
   VmError run(const BuiltShader& shader) { return run(shader.record()); }
+  // Keeps the shader: a machine may hold it until the machine is destroyed.
+  VmError run(BuiltShader&& shader) {
+    kept.push_back(std::move(shader));
+    return run(kept.back());
+  }
 
   // The only call of a slot in the last run.
   const HostCall& only(unsigned slot) const;
@@ -79,6 +84,7 @@ class Rig {
   void record(unsigned slot, void* target, std::vector<uint64_t> fields);
 
   HostCallbacks callbacks = {};
+  std::vector<BuiltShader> kept;
   MachinePtr machine;
   StartupInfo startup = {};
   std::vector<HostCall> calls;  // of the last run
