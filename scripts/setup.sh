@@ -13,6 +13,7 @@ build_packages=(
   libcli11-dev:/usr/include/CLI/CLI.hpp
   libpng-dev:/usr/include/png.h
   glslang-dev:/usr/include/glslang/Public/ShaderLang.h
+  glslang-tools:glslangValidator
   python3:python3
   libgtest-dev:/usr/include/gtest/gtest.h
   libbenchmark-dev:/usr/include/benchmark/benchmark.h
