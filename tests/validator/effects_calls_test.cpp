@@ -25,6 +25,12 @@ void takeRange(Scene& s) {
   s.record().hostFunctionBase = kBodiless;
   s.record().hostFunctionCount = 1;
 }
+void takeEndless(Scene& s) {
+  s.record().hostFunctionBase = kEndless;
+  s.record().hostFunctionCount = 1;
+}
+void takeEndlessByA(Scene& s) { s.record().hostFunctionA = kEndless; }
+void takeEndlessByB(Scene& s) { s.record().hostFunctionB = kEndless; }
 void takeByB(Scene& s) { s.record().hostFunctionB = kGivesVec3; }
 void takePairByA(Scene& s) { s.record().hostFunctionA = kGivesPair; }
 void takeByA(Scene& s) { s.record().hostFunctionA = kBodiless; }
@@ -41,6 +47,8 @@ const std::vector<Case> kCases = {
     {"NothingIsReachedAfterAnEndlessFunction", {call(kEndless), kPop}},
     {"HostFunctionWritesAVec4", {kEmpty, kF, kF, call(kBodiless), {VM_OP_POP_N, {2}}, kStoreV4},
      "", takeRange},
+    {"HostRangeEnds",
+     {kEmpty, kLoadPair, call(kGivesVec3), kRelease, {VM_OP_SIN, {3}}, kPop}, "", takeRange},
     {"OverrideBOrOwnCode", {kEmpty, kLoadPair, call(kGivesVec3), kRelease, {VM_OP_SIN, {3}}, kPop},
      "", takeByB},
     {"OverrideAGivesAWord",
@@ -81,6 +89,18 @@ const std::vector<Case> kCases = {
      "CALL: error: needs 3 values above the locals, there are 2", takeRange},
     {"HostFunctionWritesOverAView", {kLoadPair, kF, kF, call(kBodiless), {VM_OP_POP_N, {3}}},
      "CALL: error: S2 is a view of structure 0, an inline value is needed", takeRange},
+    {"HostFunctionWritesOverAView1", {kEmpty, kLoadPair, kF, call(kEndless), kPop, kRelease, kPop},
+     "CALL: error: S1 is a view of structure 0, an inline value is needed", takeEndless},
+    {"HostFunctionChangesAConstant",
+     {kEmpty, {VM_OP_PUSH_1}, kF, call(kEndless), kPop, {VM_OP_STORE_LOCAL_ELEM, {kPair, 1}}},
+     "STORE_LOCAL_ELEM: error: the member of structure 0 is computed, it must be constant",
+     takeEndless},
+    {"OverrideAChangesAConstant",
+     {kEmpty, kF, {VM_OP_PUSH_1}, call(kEndless), {VM_OP_STORE_LOCAL_ELEM, {kPair, 1}}},
+     "STORE_LOCAL_ELEM: error: the member of structure 0 is computed, it must be constant",
+     takeEndlessByA},
+    {"OverrideBWritesOverAView", {kLoadPair, kLoadPair, call(kEndless), kRelease, kRelease},
+     "CALL: error: S1 is a view of structure 0, an inline value is needed", takeEndlessByB},
     {"HostAndCodeDisagree", {kEmpty, kF, kF, call(kGivesPair), {VM_OP_POP_N, {3}}},
      "CALL: error: S0 is a view or inline, depending on whether the host takes the call",
      takePairByA},
@@ -118,6 +138,8 @@ const std::vector<Case> kCases = {
      "HOST_LOOKUP_1: error: S0 has 2 defined words, 3 needed"},
     {"ExtraMissing", {kSampler, kV2, lookUp(3, 1), kPop},
      "HOST_LOOKUP_1: error: needs 3 values above the locals, there are 2"},
+    {"ExtraUndefined", {kSampler, kV2, kEmpty, lookUp(3, 1), kPop},
+     "HOST_LOOKUP_1: error: S0 has 0 defined words, 1 needed"},
     {"HostUnaryOfAView", {kLoadPair, {VM_OP_HOST_UNARY_1, {0}}, kRelease},
      "HOST_UNARY_1: error: S0 is a view of structure 0, an inline value is needed"},
 

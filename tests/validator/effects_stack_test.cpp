@@ -17,6 +17,8 @@ const std::vector<Case> kCases = {
     {"EitherTwinMayGo",
      {kLoadPair, {VM_OP_PUSH_0}, {VM_OP_SWAP}, {VM_OP_DUP}, {VM_OP_SWAP}, {VM_OP_POP},
       {VM_OP_POP_RELEASE}, {VM_OP_POP}}},
+    {"SwappedViewIsStillSole",
+     {{VM_OP_PUSH_0}, kLoadPair, {VM_OP_SWAP}, {VM_OP_POP}, {VM_OP_POP_RELEASE}}},
     {"KeepLeavesTheTwin",
      {kLoadPair, {VM_OP_DUP}, {VM_OP_STORE_LOCAL_KEEP, {kPair}}, {VM_OP_POP_N, {1}},
       {VM_OP_MAKE_UNIQUE}, {VM_OP_POP_RELEASE}}},

@@ -56,6 +56,7 @@ TEST(ValidatorFlow, RejectsDifferentDepths) {
 TEST(ValidatorFlow, RejectsViewAgainstInlineOnce) {
   Scene scene;
   branch(scene.main, load<kPair>, load<kScalar>);
+  branch(scene.main, nothing, nothing);
   scene.write({{VM_OP_POP_RELEASE}});
   EXPECT_EQ(findings(scene),
             "JUMP: error: reaches offset 17 with S0 as a view of structure 0, another path with "
@@ -78,6 +79,23 @@ TEST(ValidatorFlow, ForgetsConstantsThatDiffer) {
   scene.write({{VM_OP_STORE_LOCAL_ELEM, {kPair, 1}}});
   EXPECT_EQ(findings(scene),
             "STORE_LOCAL_ELEM: error: the member of structure 0 is computed, it must be constant");
+}
+
+TEST(ValidatorFlow, RejectsViewsOfDifferentTypes) {
+  Scene scene;
+  branch(scene.main, load<kPair>, load<kLight>);
+  scene.write({{VM_OP_POP_RELEASE}});
+  branch(scene.main, load<kPairs>, [](FunctionBuilder& code) {
+    load<kPair>(code);
+    code.emit(VM_OP_CTOR_ARRAY, {0, 1});
+  });
+  scene.write({{VM_OP_POP_RELEASE}});
+  EXPECT_EQ(
+      findings(scene),
+      "JUMP: error: reaches offset 17 with S0 as a view of structure 0, another path with "
+      "something else\n"
+      "JUMP: error: reaches offset 40 with S0 as a view of array of 2 of structure 0, another "
+      "path with something else");
 }
 
 TEST(ValidatorFlow, RejectsALoopThatGrowsTheStack) {
@@ -124,6 +142,20 @@ TEST(ValidatorFlow, RejectsMixedReturns) {
   EXPECT_EQ(findings(scene),
             "function 6, offset 13, RETURN_VALUE: error: returns an inline value, another return "
             "of the function nothing");
+}
+
+TEST(ValidatorFlow, RejectsReturnsOfDifferentTypes) {
+  Scene scene;
+  FunctionBuilder& mixed = scene.shader.addFunction("mixed");
+  mixed.addLocal({"pair", 0});
+  mixed.addLocal({"light", 1});
+  load<1>(mixed);
+  branch(mixed, emit<VM_OP_RETURN_VALUE>, emit<VM_OP_POP_RELEASE>);
+  load<0>(mixed);
+  mixed.emit(VM_OP_RETURN_VALUE);
+  EXPECT_EQ(findings(scene),
+            "function 6, offset 19, RETURN_VALUE: error: returns a view of structure 0, another "
+            "return of the function a view of structure 1");
 }
 
 TEST(ValidatorFlow, InfersReturnsThroughRecursion) {

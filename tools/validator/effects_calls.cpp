@@ -217,19 +217,16 @@ void callBuiltin(Step& step) {
     return step.stops(VM_ERR_NOT_IMPLEMENTED, "there is no built-in function ", id);
   }
   if (!step.needDepth(function->operandCount)) return;
-  bool releasesTop = false;
   for (uint32_t i = 0; i < function->operandCount; ++i) {
     const uint32_t k = function->operandCount - 1u - i;
     const int8_t words = function->reads[i];
     if (words == kReadsBlock) {
       step.needView(k);
       step.needSole(k);
-      releasesTop = true;
     } else {
       step.needWords(k, static_cast<uint32_t>(words));
     }
   }
-  if (releasesTop) step.stack.set(0, inlineSlot(0));
   step.stack.drop(function->pops);
   if (function->writes != 0) step.write(0, function->writes);
 }
