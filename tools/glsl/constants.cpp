@@ -36,7 +36,7 @@ VmOpcode constructorOf(TypeCode type) {
 std::vector<uint32_t> constantWords(const TIntermConstantUnion& constant) {
   const glslang::TConstUnionArray& values = constant.getConstArray();
   std::vector<uint32_t> words;
-  for (int i = 0; i < values.size(); ++i) words.push_back(wordOf(values[i]));
+  for (int i = 0; i < values.size(); ++i) words.push_back(wordOf(values[static_cast<size_t>(i)]));
   return words;
 }
 

@@ -79,7 +79,9 @@ Place Module::global(const TIntermSymbol& symbol, int member) {
   const GlobalKey key{symbol.getId(), member};
   const auto known = globals_.find(key);
   if (known != globals_.end()) return known->second.place;
-  const TType& type = member < 0 ? symbol.getType() : *(*symbol.getType().getStruct())[member].type;
+  const TType& type = member < 0
+                          ? symbol.getType()
+                          : *(*symbol.getType().getStruct())[static_cast<size_t>(member)].type;
   return (globals_[key] = declareGlobal(symbol, member, type)).place;
 }
 
