@@ -38,11 +38,21 @@ VALIDATOR_CASES(Decoder, kCases);
 TEST(ValidatorDecoder, FindsBytesThatAreNoOpcode) {
   Scene scene;
   const uint8_t bytes[] = {206};
-  scene.write({{VM_OP_JUMP, {1}}});
+  scene.write({{VM_OP_PUSH_0}, {VM_OP_JUMP_IF_FALSE, {1}}});
   scene.main.emitBytes(bytes);
   EXPECT_EQ(findings(scene),
-            "JUMP: error: jumps to offset 6, behind code that cannot be decoded\n"
-            "function 0, offset 5: error: byte 206 is no opcode");
+            "JUMP_IF_FALSE: error: jumps to offset 7, behind code that cannot be decoded\n"
+            "function 0, offset 6: error: byte 206 is no opcode");
+}
+
+TEST(ValidatorDecoder, KnowsInstructionsBeforeUndecodableBytes) {
+  Scene scene;
+  const uint8_t bytes[] = {206};
+  scene.write({{VM_OP_JUMP, {1}}, {VM_OP_PUSH_U8, {0}}});
+  scene.main.emitBytes(bytes);
+  EXPECT_EQ(findings(scene),
+            "JUMP: error: jumps to offset 6, into the middle of an instruction\n"
+            "function 0, offset 7: error: byte 206 is no opcode");
 }
 
 TEST(ValidatorDecoder, FindsATruncatedInstruction) {

@@ -82,7 +82,7 @@ const std::vector<Case> kCases = {
      "CALL: error: S1 receives the result but is a view of structure 0"},
     {"ResultIsNarrower", {kEmpty, kLoadPair, call(kGivesVec3), kRelease, kStoreV4},
      "STORE_LOCAL: error: S0 has 3 defined words, 4 needed"},
-    {"NoSuchFunction", {call(6)}, "CALL: error: there is no function 6"},
+    {"NoSuchFunction", {call(6), kPop}, "CALL: error: there is no function 6"},
     {"NoCode", {kF, kF, call(kBodiless)},
      "CALL: warning: function 2 has no code: always stops with 3"},
     {"HostFunctionNeedsThreeSlots", {kF, kF, call(kBodiless), {VM_OP_POP_N, {2}}},

@@ -120,6 +120,18 @@ TEST(ValidatorFlow, FindsWordsLostInALaterRound) {
   EXPECT_EQ(findings(scene), "LENGTH: error: S0 has 1 defined word, 4 needed");
 }
 
+TEST(ValidatorFlow, CarriesLostWordsFromBlockToBlock) {
+  Scene scene;
+  const Label top = scene.main.newLabel();
+  scene.write({{VM_OP_LOAD_LOCAL, {kVector}}});
+  scene.main.bind(top);
+  branch(scene.main, nothing, nothing);
+  scene.write({{VM_OP_LENGTH, {4}}, {VM_OP_SWIZZLE, {0, 1, 0}}, {VM_OP_PUSH_1}});
+  scene.main.jumpIfFalse(top);
+  scene.write({{VM_OP_POP}});
+  EXPECT_EQ(findings(scene), "LENGTH: error: S0 has 1 defined word, 4 needed");
+}
+
 TEST(ValidatorFlow, RejectsRunningOffTheEnd) {
   Scene scene;
   scene.shader.addFunction("open").emit(VM_OP_NOP);
@@ -181,6 +193,18 @@ TEST(ValidatorFlow, InfersReturnsThroughRecursion) {
     EXPECT_EQ(result.functions[function].returnWords, 3u);
     EXPECT_TRUE(result.functions[function].recursive);
   }
+}
+
+TEST(ValidatorFlow, FindsLongCycles) {
+  Scene scene;
+  for (int64_t next : {7, 8, 6}) {
+    FunctionBuilder& link = scene.shader.addFunction("link");
+    link.emit(VM_OP_CALL, {next});
+    link.emit(VM_OP_RETURN);
+  }
+  const ValidationResult result = scene.validate();
+  for (int function : {6, 7, 8}) EXPECT_TRUE(result.functions[function].recursive) << function;
+  EXPECT_FALSE(result.functions[kNothing].recursive);
 }
 
 TEST(ValidatorFlow, GivesFacts) {
