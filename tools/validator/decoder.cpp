@@ -120,7 +120,7 @@ class FunctionDecoder {
     } else if (offset >= function_.codeLength) {
       reject(instruction, "jumps to offset ", offset, ", outside the function's ",
              counted(function_.codeLength, "byte"));
-    } else if (decoded_.isComplete || found != all.end()) {
+    } else if (offset < all.back().offset + all.back().length) {
       reject(instruction, "jumps to offset ", offset, ", into the middle of an instruction");
     } else {
       reject(instruction, "jumps to offset ", offset, ", behind code that cannot be decoded");
