@@ -34,4 +34,7 @@ if(SHADERMACHINE_BUILD_TOOLS)
 endif()
 if(TARGET shadermachine-program)
   install(TARGETS shadermachine-program RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
+  include(cmake/ManPage.cmake)
+  install(FILES ${PROJECT_BINARY_DIR}/shadermachine.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1
+    COMPONENT tools)
 endif()

@@ -1,7 +1,10 @@
 #include <shadermachine-tools/renderer.h>
 
 #include <charconv>
+#include <chrono>
 #include <cstdio>
+#include <filesystem>
+#include <thread>
 
 #include "cli/commands.h"
 #include "cli/input_options.h"
@@ -18,6 +21,7 @@ struct RenderOptions {
   std::string frames;  // first:last; empty for one picture
   uint32_t threads = 0;
   bool stats = false;
+  bool watch = false;
 };
 
 struct FrameRange {
@@ -108,6 +112,26 @@ int renderAll(const RenderOptions& options) {
   return good ? kSuccess : kRunFailed;
 }
 
+std::filesystem::file_time_type changeTime(const std::string& path) {
+  std::error_code ignored;  // editors replace files; a missing one is back soon
+  return std::filesystem::last_write_time(path, ignored);
+}
+
+// Renders again whenever the shader's file changes, until the user ends the program.
+[[noreturn]] void renderAndWatch(const RenderOptions& options) {
+  constexpr auto kPollInterval = std::chrono::milliseconds(200);
+  while (true) {
+    const auto seen = changeTime(options.input.shaderPath);
+    try {
+      renderAll(options);
+      std::fprintf(stderr, "%s: rendered, waiting for changes\n", options.input.shaderPath.c_str());
+    } catch (const std::exception& error) {
+      std::fprintf(stderr, "%s\n", error.what());
+    }
+    while (changeTime(options.input.shaderPath) == seen) std::this_thread::sleep_for(kPollInterval);
+  }
+}
+
 }  // namespace
 
 void addRenderCommand(CLI::App& program, Outcome& outcome) {
@@ -127,7 +151,11 @@ void addRenderCommand(CLI::App& program, Outcome& outcome) {
       ->type_name("N")
       ->capture_default_str();
   command->add_flag("--stats", options->stats, "print time per fragment and runs by error code");
-  command->callback([options, &outcome] { outcome.exitCode = renderAll(*options); });
+  command->add_flag("--watch", options->watch, "render again whenever the shader's file changes");
+  command->callback([options, &outcome] {
+    if (options->watch) renderAndWatch(*options);
+    outcome.exitCode = renderAll(*options);
+  });
 }
 
 }  // namespace shadermachine::tools

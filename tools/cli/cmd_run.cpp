@@ -48,23 +48,24 @@ std::string instructionText(const Machine& machine, const ShaderView& view) {
   return text + disassembleInstruction(view, function, place.offset);
 }
 
-void printTopSlots(const Machine& machine) {
+std::string topSlotsText(const Machine& machine) {
   const CallFrame& frame = machine.frames[machine.frameIndex];
   const ptrdiff_t globals = machine.shader->globalCount;
   const ptrdiff_t top = frame.locals + frame.top - machine.stack;
-  for (ptrdiff_t k = 0; k < 2 && top - k >= globals; ++k) {
-    std::printf("  S%td = %-36s", k, slotText(machine.stack[top - k]).c_str());
-  }
-  std::printf("\n");
+  if (top < globals) return "";
+  std::string text = "  S0 = " + slotText(machine.stack[top]);
+  if (top == globals) return text;
+  text.resize(std::max<size_t>(text.size() + 2, 44), ' ');
+  return text + "S1 = " + slotText(machine.stack[top - 1]);
 }
 
 VmError traceRun(Machine& machine, const ShaderView& view, const StartupInfo& startup) {
   const VmError refused = beginRun(machine, *view.shader, startup);
   if (refused != VM_OK) return refused;
   while (machine.runState != VM_RUN_STOPPING) {
-    std::printf("%-52s", instructionText(machine, view).c_str());
+    const std::string instruction = instructionText(machine, view);
     stepInstruction(machine);
-    printTopSlots(machine);
+    std::printf("%-52s%s\n", instruction.c_str(), topSlotsText(machine).c_str());
   }
   return endRun(machine);
 }

@@ -6,8 +6,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <fstream>
-#include <iterator>
+#include <memory>
 
 namespace shadermachine::tools {
 namespace {
@@ -33,12 +32,16 @@ constexpr Language kLanguages[] = {
 }  // namespace
 
 std::string readText(const std::string& path) {
-  errno = 0;
-  std::ifstream file(path, std::ios::binary);
-  std::string text((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
-  if (!file.good() && !file.eof()) {
-    throw InputError(path + ": " + std::strerror(errno != 0 ? errno : EIO));
+  const auto fail = [&path] { return InputError(path + ": " + std::strerror(errno)); };
+  const std::unique_ptr<std::FILE, decltype(&std::fclose)> file(std::fopen(path.c_str(), "rb"),
+                                                                &std::fclose);
+  if (file == nullptr) throw fail();
+  std::string text;
+  char buffer[65536];
+  while (const size_t count = std::fread(buffer, 1, sizeof buffer, file.get())) {
+    text.append(buffer, count);
   }
+  if (std::ferror(file.get()) != 0) throw fail();
   return text;
 }
 

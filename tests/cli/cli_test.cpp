@@ -1,0 +1,158 @@
+// The program as its users see it: exit codes, messages, files.
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+
+namespace {
+
+namespace fs = std::filesystem;
+
+struct Outcome {
+  int exitCode;
+  std::string output;  // of both streams
+};
+
+Outcome run(const std::string& arguments) {
+  FILE* pipe = popen((SHADERMACHINE_PROGRAM " " + arguments + " 2>&1").c_str(), "r");
+  if (pipe == nullptr) return {-1, "popen failed"};
+  std::string output;
+  char buffer[4096];
+  for (size_t n; (n = std::fread(buffer, 1, sizeof buffer, pipe)) > 0;) output.append(buffer, n);
+  const int status = pclose(pipe);
+  return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, output};
+}
+
+std::string readFile(const fs::path& path) {
+  std::ifstream file(path, std::ios::binary);
+  std::ostringstream text;
+  text << file.rdbuf();
+  return text.str();
+}
+
+// Every test works in an empty folder of its own.
+class Cli : public testing::Test {
+ protected:
+  void SetUp() override {
+    std::string pattern = (fs::temp_directory_path() / "shadermachine-XXXXXX").string();
+    ASSERT_NE(mkdtemp(pattern.data()), nullptr);
+    folder_ = pattern;
+    fs::current_path(folder_);
+    write("good.sasm", shader("LOAD_GLOBAL uv\nLOAD_GLOBAL u_time\nPUSH_1_F\nCTOR_VEC4_A 2, 1, 1"));
+    write("bad.sasm", shader("PUSH_IT 3"));
+    write("unsafe.sasm", shader("POP"));
+    write("failing.sasm", shader("PUSH_INDEX_IMM 4\nPUSH_ZERO4\nVEC_ELEMENT 4\nPUSH_ZERO4"));
+    write("endless.sasm", shader("again:\nJUMP again\nPUSH_ZERO4"));
+    write("junk.png", "no picture");
+  }
+  void TearDown() override {
+    fs::current_path("/");
+    fs::remove_all(folder_);
+  }
+
+  static std::string shader(const std::string& code) {
+    return ".global vec4 colour\n.global vec2 uv host\n.global float u_time host\n"
+           ".global sampler2 picture host\n.output0 colour\n.function main\n" +
+           code + "\nSTORE_GLOBAL colour\nRETURN\n.end\n";
+  }
+  static void write(const char* name, const std::string& text) { std::ofstream(name) << text; }
+
+ private:
+  fs::path folder_;
+};
+
+TEST_F(Cli, ExitCodesAndMessages) {
+  struct Case {
+    const char* arguments;
+    int exitCode;
+    const char* message;  // part of the output
+  };
+  const Case cases[] = {
+      {"--version", 0, "shadermachine 1."},
+      {"asm good.sasm", 0, ""},
+      {"val good.sasm", 0, ""},
+      {"dis good.sasm --annotate", 0, "LOAD_GLOBAL uv"},
+      {"opcodes", 0, "205  BIT_NOT"},
+      {"run good.sasm --size 4x2 --pixel 3,0 --time 2", 0,
+       "code 0: No error.\ncolour: 0.875 0.75 2 1\n"},
+      {"run good.sasm --trace --size 2x2", 0,
+       "main+7              CTOR_VEC4_A 2, 1, 1               S0 = 0.75 0.25 0 1.0\n"},
+      {"render good.sasm --size 8x8", 0, "warning: host variable 'picture' has no value"},
+      {"render good.sasm --size 8x8 --stats", 0, "64  code 0: No error."},
+
+      {"asm missing.sasm", 1, "missing.sasm: No such file or directory"},
+      {"asm .", 1, ".: Is a directory"},
+      {"asm bad.sasm", 1, "bad.sasm:7:1: error: unknown instruction 'PUSH_IT'"},
+      {"val unsafe.sasm", 1, "unsafe.sasm: function 0, offset 0, POP: error:"},
+      {"render unsafe.sasm --validate", 1, "the shader does not validate"},
+      {"render good.sasm --texture picture=missing.png", 1, "missing.png"},
+      {"render good.sasm --texture picture=junk.png", 1, "junk.png"},
+      {"render good.sasm --set nothing=1", 1, "the shader has no host variable 'nothing'"},
+      {"render good.sasm --set u_time=1,2", 1, "'u_time' has 1 components, 2 given"},
+      {"render good.sasm --size 2x2 -o missing/out.png", 1, "missing/out.png"},
+
+      {"", 2, "subcommand is required"},
+      {"render", 2, "shader is required"},
+      {"render good.sasm --size 8", 2, "expected WIDTHxHEIGHT"},
+      {"render good.sasm --size 0x8", 2, "expected WIDTHxHEIGHT"},
+      {"render good.sasm --frames 3", 2, "expected FIRST:LAST"},
+      {"render good.sasm --frames 3:2", 2, "expected FIRST:LAST"},
+      {"render good.sasm --set u_time=x", 2, "expected name=number"},
+      {"render good.sasm --texture picture", 2, "expected name=file.png"},
+      {"run good.sasm --size 4x4 --pixel 4,0", 2, "outside of the picture"},
+
+      {"render failing.sasm --size 3x2", 3,
+       "failing.sasm: error: pixel (0, 0): Array index out of bounds. (function main, offset 3, "
+       "VEC_ELEMENT); 6 of 6 fragments failed"},
+      {"run failing.sasm", 3, "Array index out of bounds. (function main, offset 3, VEC_ELEMENT)"},
+      {"render endless.sasm --timeout 20", 3,
+       "Shader execution timed out. (function main, offset 0, JUMP)"},
+  };
+  for (const Case& c : cases) {
+    const Outcome outcome = run(c.arguments);
+    EXPECT_EQ(outcome.exitCode, c.exitCode) << c.arguments << "\n" << outcome.output;
+    EXPECT_NE(outcome.output.find(c.message), std::string::npos) << c.arguments << "\n"
+                                                                 << outcome.output;
+  }
+}
+
+TEST_F(Cli, FramesAreNumberedAndDiffer) {
+  ASSERT_EQ(run("render good.sasm --size 8x4 --frames 9:10 -o frames.of/a.png").exitCode, 1);
+  fs::create_directory("frames.of");
+  ASSERT_EQ(run("render good.sasm --size 8x4 --frames 9:10 -o frames.of/a").exitCode, 0);
+  ASSERT_EQ(run("render good.sasm --size 8x4 --frames 9:10 -o frames.of/a.png").exitCode, 0);
+  EXPECT_TRUE(fs::exists("frames.of/a-0009"));
+  EXPECT_NE(readFile("frames.of/a-0009.png"), readFile("frames.of/a-0010.png"));
+  EXPECT_EQ(readFile("frames.of/a-0010.png"), readFile("frames.of/a-0010"));
+  EXPECT_FALSE(fs::exists("frames.of/a.png"));
+}
+
+TEST_F(Cli, PicturesCanBeTextures) {
+  ASSERT_EQ(run("render good.sasm --size 4x4 --time 0.5 -o a.png").exitCode, 0);
+  write("copy.sasm", shader("LOAD_GLOBAL picture\nLOAD_GLOBAL uv\nHOST_LOOKUP_1 2, 2"));
+  ASSERT_EQ(run("render copy.sasm --size 4x4 --texture picture=a.png,nearest -o b.png").exitCode,
+            0);
+  EXPECT_EQ(readFile("a.png"), readFile("b.png"));
+}
+
+// With SHADERMACHINE_REBASE=1 in the environment the files are rewritten instead.
+TEST_F(Cli, HelpTexts) {
+  for (const char* command : {"", "render", "run", "asm", "dis", "val", "opcodes"}) {
+    const std::string name = *command != '\0' ? command : "shadermachine";
+    const fs::path golden = fs::path(HELP_FOLDER) / (name + ".txt");
+    const Outcome outcome = run(std::string(command) + " --help");
+    EXPECT_EQ(outcome.exitCode, 0);
+    if (std::getenv("SHADERMACHINE_REBASE") != nullptr) {
+      std::ofstream(golden) << outcome.output;
+    } else {
+      EXPECT_EQ(outcome.output, readFile(golden)) << name;
+    }
+  }
+}
+
+}  // namespace
