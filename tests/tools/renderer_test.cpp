@@ -159,6 +159,21 @@ TEST(Renderer, Textures) {
   }
 }
 
+// Squares of the position, in the pixel at the top right of 4 x 2: its block is columns 2 and 3 and
+// both rows.
+TEST(Renderer, DerivativesAreDifferencesInABlock) {
+  const std::pair<const char*, Pixel> cases[] = {{"HOST_UNARY_1", {6, 0, 0, 1}},
+                                                 {"HOST_UNARY_2", {0, 2, 0, 1}},
+                                                 {"HOST_UNARY_3", {6, 2, 0, 1}}};
+  for (const auto& [instruction, expected] : cases) {
+    const BuiltShader shader =
+        showing("", std::string("LOAD_GLOBAL fragCoord\nDUP\nMUL_F 2\n") + instruction, 2);
+    const RenderResult result = Renderer(shader.view()).render(sized(4, 2));
+    EXPECT_EQ(pixelAt(result, 3, 0), expected) << instruction;
+    EXPECT_EQ(pixelAt(result, 2, 1), expected) << instruction;
+  }
+}
+
 TEST(Renderer, SamplerWithoutTextureIsBlack) {
   const BuiltShader shader =
       showing(".global sampler2 iChannel0 host\n",

@@ -20,10 +20,6 @@ struct RunOptions {
   bool trace = false;
 };
 
-struct MachineDeleter {
-  void operator()(Machine* machine) const { destroyMachine(machine); }
-};
-
 std::string slotText(const ValueSlot& slot) {
   if (slot.view.data != nullptr) return "block of " + std::to_string(slot.view.size) + " bytes";
   std::string text;
@@ -102,7 +98,8 @@ int runOnce(const RunOptions& options) {
 
   vmInitialize();
   const HostCallbacks callbacks = FragmentHost::callbacks();
-  const std::unique_ptr<Machine, MachineDeleter> machine(createMachine(&callbacks));
+  const MachineHandle handle(createMachine(&callbacks));
+  auto* const machine = static_cast<Machine*>(handle.get());
   if (machine == nullptr) throw std::bad_alloc();
   // Slots nobody has written yet are shown, too.
   std::memset(machine->stack, 0, sizeof(ValueSlot) * static_cast<size_t>(machine->stackCapacity));
@@ -110,9 +107,8 @@ int runOnce(const RunOptions& options) {
   host.startFragment(static_cast<float>(failure.x) + 0.5f,
                      static_cast<float>(frame.height - 1 - failure.y) + 0.5f);
   const StartupInfo startup = host.startupInfo(options.input.timeout);
-  failure.error = options.trace
-                      ? traceRun(*machine, view, startup)
-                      : vmShaderMachineExecuteShader(machine.get(), view.shader, &startup);
+  failure.error = options.trace ? traceRun(*machine, view, startup)
+                                : vmShaderMachineExecuteShader(machine, view.shader, &startup);
   if (isFailure(failure.error)) {
     locateFailure(*machine, view, failure);
     std::fprintf(stderr, "%s: error: pixel (%u, %u): %s\n", options.input.shaderPath.c_str(),

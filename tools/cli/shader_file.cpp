@@ -2,6 +2,9 @@
 
 #include <shadermachine-tools/assembler.h>
 #include <shadermachine-tools/validator.h>
+#ifdef SHADERMACHINE_HAVE_GLSL
+#include <shadermachine-tools/glsl.h>
+#endif
 
 #include <cerrno>
 #include <cstdio>
@@ -20,12 +23,29 @@ BuiltShader compileAssembly(const std::string& text, const std::string& path) {
   throw InputError(messages);
 }
 
+#ifdef SHADERMACHINE_HAVE_GLSL
+BuiltShader compileShadingLanguage(const std::string& text, const std::string& path) {
+  GlslResult result = compileGlsl(text, {.fileName = path});
+  if (result.shader) return std::move(*result.shader);
+  std::string messages;
+  for (const GlslMessage& message : result.messages) messages += toString(message) + "\n";
+  while (messages.ends_with('\n')) messages.pop_back();
+  throw InputError(messages);
+}
+#else
+BuiltShader compileShadingLanguage(const std::string&, const std::string& path) {
+  throw InputError(path + ": this program was built without the GLSL compiler");
+}
+#endif
+
 struct Language {
   const char* extension;
   BuiltShader (*compile)(const std::string& text, const std::string& path);
 };
 
 constexpr Language kLanguages[] = {
+    {".frag", compileShadingLanguage},
+    {".glsl", compileShadingLanguage},
     {".sasm", compileAssembly},
 };
 

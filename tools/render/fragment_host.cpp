@@ -1,10 +1,19 @@
 #include "render/fragment_host.h"
 
+#include <algorithm>
+#include <cmath>
 #include <cstring>
+#include <new>
 
 #include "render/texture.h"
 
 namespace shadermachine::tools {
+
+struct FragmentHost::Neighbours {
+  FragmentHost host;
+  MachineHandle machine;
+  std::array<PassedValues, 2> passed = {};  // by the neighbour along x, along y
+};
 
 // Friends of the host with C signatures.
 struct FragmentCallbacks {
@@ -30,6 +39,35 @@ struct FragmentCallbacks {
     const std::array<float, 4> colour =
         texture != nullptr ? lookUp(*texture, *request) : std::array<float, 4>{0, 0, 0, 1};
     std::memcpy(request->result, colour.data(), sizeof colour);
+  }
+
+  static void derivativeX(void* data, uint32_t, int32_t, uint64_t userData) {
+    derivative(data, userData, [](float dx, float) { return dx; });
+  }
+  static void derivativeY(void* data, uint32_t, int32_t, uint64_t userData) {
+    derivative(data, userData, [](float, float dy) { return dy; });
+  }
+  static void derivativeSum(void* data, uint32_t, int32_t, uint64_t userData) {
+    derivative(data, userData, [](float dx, float dy) { return std::abs(dx) + std::abs(dy); });
+  }
+
+  template <class Combine>
+  static void derivative(void* data, uint64_t userData, Combine combine) {
+    FragmentHost& self = host(userData);
+    std::array<float, 4> value;
+    std::memcpy(value.data(), data, sizeof value);
+    const size_t call = self.unaryCalls_++;
+    if (self.recordInto_ != nullptr) {
+      FragmentHost::PassedValues& passed = *self.recordInto_;
+      if (call < passed.values.size()) passed.values[passed.count++] = value;
+      value = {};
+    } else {
+      if (call == 0) self.runNeighbours();
+      const std::array<float, 4> dx = self.difference(value.data(), call, 0);
+      const std::array<float, 4> dy = self.difference(value.data(), call, 1);
+      for (size_t i = 0; i < value.size(); ++i) value[i] = combine(dx[i], dy[i]);
+    }
+    std::memcpy(data, value.data(), sizeof value);
   }
 
   static void fragmentPosition(void* data, uint32_t, int32_t, uint64_t userData) {
@@ -83,7 +121,11 @@ void fillInlineBuiltins(HostCallbacks& table) {
 }  // namespace
 
 FragmentHost::FragmentHost(const ShaderView& view, const HostInputs& inputs)
-    : inputs_(&inputs), colourWords_(componentsOf(*view.shader, view.shader->outputGlobal0)) {}
+    : shader_(view.shader),
+      inputs_(&inputs),
+      colourWords_(componentsOf(*view.shader, view.shader->outputGlobal0)) {}
+
+FragmentHost::~FragmentHost() = default;
 
 // Slots that stay null: functions of the host and variables backed by globals, whose zero-filled
 // blocks the machine hands out as they are.
@@ -91,6 +133,9 @@ HostCallbacks FragmentHost::callbacks() {
   HostCallbacks table = {};
   table.output0 = FragmentCallbacks::output0;
   table.output1 = FragmentCallbacks::output1;
+  table.hostUnary[0] = FragmentCallbacks::derivativeX;
+  table.hostUnary[1] = FragmentCallbacks::derivativeY;
+  table.hostUnary[2] = FragmentCallbacks::derivativeSum;
   table.lookup[0] = FragmentCallbacks::lookup;
   table.lookup[1] = FragmentCallbacks::lookup;
   table.hostVariable = FragmentCallbacks::hostVariable;
@@ -102,9 +147,11 @@ void FragmentHost::startFragment(float x, float y) {
   x_ = x;
   y_ = y;
   depth_ = 1;
+  unaryCalls_ = 0;
 }
 
-StartupInfo FragmentHost::startupInfo(uint32_t timeout) const {
+StartupInfo FragmentHost::startupInfo(uint32_t timeout) {
+  timeout_ = timeout;
   return {.userData = reinterpret_cast<uint64_t>(this),
           .builtin258 = 0,
           .timeout = timeout,
@@ -112,6 +159,49 @@ StartupInfo FragmentHost::startupInfo(uint32_t timeout) const {
           .builtin281 = 0,
           .builtin282 = 0,
           .builtin285 = 0};
+}
+
+namespace {
+
+// Centre of the other pixel of a pair.
+float partner(float centre) {
+  const float pixel = std::floor(centre);
+  return std::fmod(pixel, 2.0f) == 0 ? centre + 1 : centre - 1;
+}
+
+}  // namespace
+
+// Runs inside a callback: nothing may be thrown. Without memory there are no neighbours, and every
+// difference is 0.
+void FragmentHost::runNeighbours() {
+  if (neighbours_ == nullptr) {
+    const HostCallbacks table = callbacks();
+    const MachineCreateInfo info = {&table};
+    ShaderView view;
+    view.shader = shader_;
+    neighbours_.reset(new (std::nothrow) Neighbours{{view, *inputs_},
+                                                    MachineHandle(vmShaderMachineCreate(&info))});
+  }
+  if (neighbours_ == nullptr || neighbours_->machine == nullptr) return;
+  FragmentHost& host = neighbours_->host;
+  const StartupInfo startup = host.startupInfo(timeout_);
+  for (uint32_t axis = 0; axis < 2; ++axis) {
+    host.recordInto_ = &neighbours_->passed[axis];
+    host.recordInto_->count = 0;
+    host.startFragment(axis == 0 ? partner(x_) : x_, axis == 1 ? partner(y_) : y_);
+    vmShaderMachineExecuteShader(neighbours_->machine.get(), shader_, &startup);
+  }
+}
+
+std::array<float, 4> FragmentHost::difference(const float* value, size_t call,
+                                              uint32_t axis) const {
+  std::array<float, 4> result = {};
+  if (neighbours_ == nullptr || call >= neighbours_->passed[axis].count) return result;
+  const float place = axis == 0 ? x_ : y_;
+  const float sign = partner(place) > place ? 1.0f : -1.0f;
+  const std::array<float, 4>& other = neighbours_->passed[axis].values[call];
+  for (size_t i = 0; i < result.size(); ++i) result[i] = sign * (other[i] - value[i]);
+  return result;
 }
 
 }  // namespace shadermachine::tools

@@ -16,11 +16,6 @@
 namespace shadermachine::tools {
 namespace {
 
-struct MachineDeleter {
-  void operator()(ShaderMachine* machine) const { vmShaderMachineDestroy(machine); }
-};
-using MachineHandle = std::unique_ptr<ShaderMachine, MachineDeleter>;
-
 MachineHandle createMachine() {
   const HostCallbacks callbacks = FragmentHost::callbacks();
   const MachineCreateInfo info = {&callbacks};
@@ -50,7 +45,7 @@ class Job {
 
   // Renders rows until none are left. Every thread does this with a machine of its own.
   void work(ShaderMachine* machine) {
-    Share share = {machine, FragmentHost(view_, inputs_), {}, {}};
+    Share share = {machine, {view_, inputs_}, {}, {}};
     const double start = threadNanoseconds();
     while (!cancelled_.load(std::memory_order_relaxed)) {
       const uint32_t row = nextRow_.fetch_add(1, std::memory_order_relaxed);
