@@ -131,7 +131,10 @@ std::vector<Program> aggregateParts() {
   const auto tooLong = [](Tables& shader, Code& code) {
     const TypeCode wide = shader.addStruct(
         "Wide", {{.name = "m", .type = VM_TYPE_MAT4}, {.name = "i", .type = VM_TYPE_INT}});
-    code.load(code.addLocal({.name = "local", .type = wide}));
+    const LocalId local = code.addLocal({.name = "local", .type = wide});
+    code.pushInt(5);
+    code.storeElement(local, {0, 0, 0});
+    code.load(local);
     shader.member(wide, 0).byteSize = 68;
     code.emit(VM_OP_STRUCT_FIELD, {wide, 0});
   };
