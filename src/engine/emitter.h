@@ -29,7 +29,9 @@ class Emitter {
  public:
   Emitter(Arena& arena, Machine& machine);
 
-  bool failed() const { return records_.failed() || stores_.failed() || arena_.failed(); }
+  bool failed() const {
+    return records_.failed() || stores_.failed() || branches_.failed() || arena_.failed();
+  }
   bool retry() const { return retry_; }
   uint32_t recordCount() const { return records_.size(); }
   Record& record(uint32_t i) { return records_[i]; }

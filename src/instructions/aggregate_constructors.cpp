@@ -47,6 +47,7 @@ void constructStruct(Machine& machine) {
   const StructInfo* info = type < 0 ? nullptr : structType(machine, type);
   const VmError error = checkStruct(info);
   if (error != VM_OK) return stopRun(machine, error);
+  if (!checkStackDepth(machine, info->memberCount)) return;
   chargeBytes(machine, info->size);
   BlockView block;
   if (!blockAlloc(&block, info->size, nullptr)) return stopRun(machine, VM_ERR_OUT_OF_MEMORY);
@@ -70,9 +71,11 @@ void constructArray(Machine& machine) {
     elementSize = info->size;
   }
   const uint64_t size = uint64_t{elementSize} * n;
+  if (size == 0 || size > UINT32_MAX) return stopRun(machine, VM_ERR_OUT_OF_MEMORY);
+  if (!checkStackDepth(machine, n)) return;
   chargeBytes(machine, size);
   BlockView block;
-  if (size > UINT32_MAX || !blockAlloc(&block, static_cast<uint32_t>(size), nullptr)) {
+  if (!blockAlloc(&block, static_cast<uint32_t>(size), nullptr)) {
     return stopRun(machine, VM_ERR_OUT_OF_MEMORY);
   }
   for (uint32_t i = 0; i < n; ++i) {

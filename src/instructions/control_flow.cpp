@@ -8,6 +8,10 @@ namespace {
 void jumpBy(Machine& machine, uint32_t offset) {
   CallFrame& frame = currentFrame(machine);
   const uint32_t target = frame.pc + offset;
+  // There is no code before the function's first byte.
+  if (static_cast<int32_t>(offset) < 0 && target > frame.pc) {
+    return stopRun(machine, VM_ERR_INVALID_SHADER);
+  }
   const bool backward = target <= frame.pc;
   frame.pc = target;
   if (backward && tickTimeLimit(machine.timeLimit)) stopRun(machine, VM_ERR_TIMEOUT);
@@ -88,6 +92,7 @@ bool growFrames(Machine& machine) {
 }
 
 void enterFunction(Machine& machine, const ShaderFunction& function) {
+  if (!checkStackDepth(machine, function.paramCount)) return;
   const CallFrame& caller = currentFrame(machine);
   ValueSlot* const locals = caller.locals + caller.top + 1 - function.paramCount;
   if (locals + function.localCount - machine.stack > machine.stackCapacity ||
@@ -151,7 +156,9 @@ void returnVoid(Machine& machine) {
 
 void returnValue(Machine& machine) {
   if (machine.frameIndex != 0) {
-    currentFrame(machine).locals[-1] = topSlot(machine);
+    ValueSlot* const locals = currentFrame(machine).locals;
+    if (locals == machine.stack) return stopRun(machine, VM_ERR_INVALID_SHADER);
+    locals[-1] = topSlot(machine);
     topSlot(machine).view.data = nullptr;
   }
   returnVoid(machine);

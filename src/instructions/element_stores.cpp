@@ -196,11 +196,13 @@ using Store = void (*)(Machine&, ValueSlot&, const VarInfo&);
 void storeToLocal(Machine& machine, Store store) {
   const uint32_t number = fetchU16(machine);
   const CallFrame& frame = currentFrame(machine);
+  if (number >= frame.function->localCount) return stopRun(machine, VM_ERR_INVALID_SHADER);
   store(machine, frame.locals[number], frame.function->locals[number]);
 }
 
 void storeToGlobal(Machine& machine, Store store) {
   const uint32_t number = fetchU16(machine);
+  if (number >= machine.shader->globalCount) return stopRun(machine, VM_ERR_INVALID_SHADER);
   store(machine, machine.stack[number], machine.shader->globals[number]);
 }
 

@@ -12,12 +12,17 @@ struct Variable {
   const VarInfo& info;
 };
 
+// Of no words: nothing is copied from or to it.
+constexpr VarInfo kNoVariable = {VM_TYPE_INT, 0, 0, 0, 0, nullptr, 0};
+
 Variable localVariable(Machine& machine, uint32_t number) {
   const CallFrame& frame = currentFrame(machine);
+  if (number >= frame.function->localCount) return {straySlot(machine), kNoVariable};
   return {frame.locals[number], frame.function->locals[number]};
 }
 
 Variable globalVariable(Machine& machine, uint32_t number) {
+  if (number >= machine.shader->globalCount) return {straySlot(machine), kNoVariable};
   return {machine.stack[number], machine.shader->globals[number]};
 }
 

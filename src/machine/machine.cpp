@@ -44,6 +44,12 @@ void initBasic(ValueSlot& slot, const VarInfo& info) {
 
 }  // namespace
 
+ValueSlot& straySlot(Machine& machine) {
+  stopRun(machine, VM_ERR_INVALID_SHADER);
+  machine.stray = {};
+  return machine.stray;
+}
+
 void initVariables(Machine& machine, ValueSlot* slots, const VarInfo* entries, uint32_t count) {
   for (uint32_t i = 0; i < count; ++i) {
     const VarInfo& info = entries[i];

@@ -21,6 +21,7 @@ struct Machine : ShaderMachine {
   uint32_t insideRun;        // 1 from the start of a run until its outputs are delivered
   uint32_t heldGlobalCount;  // globals on the stack of the shader that the machine holds
   TimeLimit timeLimit;
+  ValueSlot stray;                       // stands in for slots and variables that do not exist
   uint32_t runsPlain;                    // for tests and benchmarks: never translate
   engine::Translation* translations;     // owned; the most recently used first
   engine::Translation* heldTranslation;  // of the shader that the machine holds
@@ -77,10 +78,23 @@ inline bool fetchCount(Machine& machine, uint32_t limit, uint32_t& count) {
 
 // Value stack -------------------------------------------------------------------------------------
 
+// Ends the run with 2 and gives a slot that nobody owns: for code that reaches outside its frame or
+// names what is not there.
+ValueSlot& straySlot(Machine& machine);
+
 // The slot k below the top.
 inline ValueSlot& topSlot(Machine& machine, int32_t k = 0) {
   CallFrame& frame = currentFrame(machine);
+  if (frame.top < k) [[unlikely]]
+    return straySlot(machine);
   return frame.locals[frame.top - k];
+}
+
+// True when the frame holds so many slots; otherwise the run ends with 2.
+inline bool checkStackDepth(Machine& machine, uint32_t count) {
+  if (currentFrame(machine).top + int64_t{1} >= count) return true;
+  stopRun(machine, VM_ERR_INVALID_SHADER);
+  return false;
 }
 
 // True when one more slot fits above the current frame's top; otherwise the run ends with 10.
@@ -100,7 +114,8 @@ inline ValueSlot* pushSlot(Machine& machine) {
 
 inline void popSlot(Machine& machine) {
   topSlot(machine).view.data = nullptr;
-  --currentFrame(machine).top;
+  CallFrame& frame = currentFrame(machine);
+  if (frame.top >= 0) --frame.top;
 }
 
 inline void popSlots(Machine& machine, uint32_t count) {

@@ -65,6 +65,16 @@ TEST(Misuse, NumbersOutsideTheTables) {
   const std::vector<Case> cases = {
       {{206}, VM_ERR_ILLEGAL_INSTRUCTION},
       {{255}, VM_ERR_ILLEGAL_INSTRUCTION},
+      {{VM_OP_POP}, VM_ERR_INVALID_SHADER},
+      {{VM_OP_POP_N, 255}, VM_ERR_INVALID_SHADER},
+      {{VM_OP_SWAP}, VM_ERR_INVALID_SHADER},
+      {{VM_OP_PUSH_0, VM_OP_ADD_F, 4}, VM_ERR_INVALID_SHADER},
+      {{VM_OP_PUSH_0, VM_OP_CTOR_ARRAY, 158, 255, 9, 0}, VM_ERR_INVALID_SHADER},  // 9 floats
+      {{VM_OP_LOAD_LOCAL, 0, 0}, VM_ERR_INVALID_SHADER},
+      {{VM_OP_LOAD_GLOBAL, 255, 255}, VM_ERR_INVALID_SHADER},
+      {{VM_OP_PUSH_0, VM_OP_STORE_LOCAL, 1, 0}, VM_ERR_INVALID_SHADER},
+      {{VM_OP_PUSH_0, VM_OP_STORE_GLOBAL_ELEM_IMM, 1, 0, 1, 0, 0, 0}, VM_ERR_INVALID_SHADER},
+      {{VM_OP_JUMP, 0, 0, 0, 0x80}, VM_ERR_INVALID_SHADER},
       {{VM_OP_CALL, 1, 0}, VM_ERR_INVALID_FUNCTION},
       {{VM_OP_CALL, 255, 255}, VM_ERR_INVALID_FUNCTION},
       {{VM_OP_LOAD_BUILTIN, 255, 255}, VM_ERR_NO_BUILTIN_VARIABLE},
@@ -83,6 +93,7 @@ TEST(Misuse, NumbersOutsideTheTables) {
     SmallShader shader(c.code);
     shader.record.builtinGlobals[0] = 7;
     Rig rig;
+    rig.startup.timeout = 100;
     EXPECT_EQ(rig.run(&shader.record), c.expected) << "opcode " << int{c.code.back()};
     const SmallShader returning;
     EXPECT_EQ(rig.run(&returning.record), VM_OK);
