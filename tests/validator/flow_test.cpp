@@ -63,6 +63,20 @@ TEST(ValidatorFlow, RejectsViewAgainstInlineOnce) {
             "something else");
 }
 
+TEST(ValidatorFlow, ComesToAnEndAfterAConflict) {
+  Scene scene;
+  const Label top = scene.main.newLabel();
+  branch(scene.main, load<kPair>, load<kScalar>);
+  scene.write({{VM_OP_NOP}});
+  scene.main.bind(top);
+  scene.write({{VM_OP_PUSH_1}});
+  scene.main.jumpIfFalse(top);
+  scene.write({{VM_OP_POP_RELEASE}});
+  EXPECT_EQ(findings(scene),
+            "JUMP: error: reaches offset 17 with S0 as a view of structure 0, another path with "
+            "something else");
+}
+
 TEST(ValidatorFlow, RejectsDifferentOwnership) {
   Scene scene;
   branch(scene.main, loadTwins<kPair>, loadTwice<kPair>);
