@@ -44,10 +44,10 @@ void answerFacing(void* data, uint32_t, int32_t, uint64_t) {
 
 void answerLookup(const LookupRequest* request) {
   float answer[4] = {0, 0, 0, -1};
-  std::memcpy(answer, request->coords, std::min(request->kind + 1, 3u) * sizeof(float));
+  std::memcpy(answer, request->coords, std::min(request->kind, 3u) * sizeof(float));
   if (request->hasExtra != 0) std::memcpy(answer + 3, &request->extra, sizeof(float));
-  if (request->kind == 7) std::memcpy(answer, request->coords, sizeof answer);
-  if (request->kind == 7 && request->param == 16) answer[0] = 64;
+  if (request->kind == 0) std::memcpy(answer, request->coords, 3 * sizeof(float));
+  if (request->kind == 0 && request->param == 16) answer[0] = 64;
   std::memcpy(request->result, answer, sizeof answer);
 }
 
@@ -57,7 +57,7 @@ HostCallbacks callbacks() {
   table.output1 = takeDepth;
   table.hostVariable = answerVariable;
   table.builtin283 = answerPosition;
-  table.builtin284 = answerFacing;
+  table.builtin280 = answerFacing;
   table.lookup[0] = answerLookup;
   table.lookup[1] = answerLookup;
   return table;

@@ -72,7 +72,7 @@ const Case kOperators[] = {
      "",
      "uint u = uint(three) * 1000000007u * 3u; r = vec4(u / 1000000000u, u % 10u, u >> 30, u > "
      "5u);",
-     {0, 7, 0, 1}},
+     {0, 1, 0, 1}},
     {"unsignedAboveSignedRange",
      "",
      "uint u = 4294967290u + uint(three); r = vec4(u / 1000000000u, u % 1000u, u >> 28, float(u) / "
@@ -481,7 +481,7 @@ const Case kInputs[] = {
      {0.5f, 1, 0.25f, 0.5f}},
     {"texels",
      "uniform sampler2D s;",
-     "r = vec4(texelFetch(s, ivec2(three, 4), 1).xyw, textureSize(s, 0).x);",
+     "r = vec4(texelFetch(s, ivec2(three, 4), 1).xyz, textureSize(s, 0).x);",
      {3, 4, 1, 64}},
     {"solidTextures",
      "uniform samplerCube c; uniform highp sampler3D v;",

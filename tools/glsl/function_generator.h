@@ -170,6 +170,7 @@ class FunctionGenerator {
                           const TSourceLoc& where);
   void texelFetch(const TIntermAggregate& node);
   void textureSize(const TIntermAggregate& node);
+  void level(const TIntermAggregate& node, size_t index);
 
   // A local of the scope, or of nobody yet.
   Place newLocal(const std::string& name, const ValueType& type);

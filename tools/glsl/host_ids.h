@@ -5,12 +5,11 @@
 
 namespace shadermachine::tools::glsl {
 
-inline constexpr uint16_t kFrontFacing = 284;
+inline constexpr uint16_t kFrontFacing = 280;
 inline constexpr uint16_t kFragmentPosition = 283;
-inline constexpr uint16_t kPointPosition = 301;
+inline constexpr uint16_t kPointPosition = 284;
 
-// Look-up kinds beside those that lookupKind() gives. The texel kind's coordinates are the texel's
-// position and level; with the ordinary look-up it answers the size of the texture at that level.
-inline constexpr unsigned kTexelKind = 7;
+// A texel's coordinates are its column, row and level.
+inline constexpr unsigned kTexelKind = 0;
 
 }  // namespace shadermachine::tools::glsl

@@ -60,38 +60,32 @@ void FunctionGenerator::textureCoordinates(const TIntermTyped& coordinates, unsi
   emitCounted(VM_OP_DIV_VS_F, needed);
 }
 
-// Position and level as the four coordinates of the texel kind.
 void FunctionGenerator::texelFetch(const TIntermAggregate& node) {
   const TIntermTyped& position = argumentOf(node, 1);
-  const unsigned components = shapeOf(position).components;
+  if (shapeOf(position).components != 2) {
+    throw Unsupported(node.getLoc(), "texels are fetched from 2D textures only");
+  }
   value(argumentOf(node, 0));
   converted(position, Scalar::Int, Scalar::Float);
-  std::vector<int64_t> counts{components};
-  for (unsigned i = components; i < 3; ++i) {
-    code_.pushFloat(0);
-    counts.push_back(1);
-  }
-  if (node.getSequence().size() > 2) {
-    converted(argumentOf(node, 2), Scalar::Int, Scalar::Float);
-  } else {
-    code_.pushFloat(0);
-  }
-  counts.push_back(1);
-  code_.emit(VM_OP_CTOR_VEC4_A, counts);
+  level(node, 2);
+  code_.emit(VM_OP_CTOR_VEC3_A, {2, 1});
   code_.emit(VM_OP_HOST_LOOKUP_2, {lookupForm(2, kTexelKind)});
 }
 
 void FunctionGenerator::textureSize(const TIntermAggregate& node) {
   value(argumentOf(node, 0));
-  for (int i = 0; i < 3; ++i) code_.pushFloat(0);
-  if (node.getSequence().size() > 1) {
-    converted(argumentOf(node, 1), Scalar::Int, Scalar::Float);
-  } else {
-    code_.pushFloat(0);
-  }
-  code_.emit(VM_OP_CTOR_VEC4_A, {1, 1, 1, 1});
+  code_.pushFloat(0);
+  code_.pushFloat(0);
+  level(node, 1);
+  code_.emit(VM_OP_CTOR_VEC3_A, {1, 1, 1});
   code_.emit(VM_OP_HOST_LOOKUP_1, {lookupForm(2, kTexelKind)});
   emitCounted(VM_OP_FLOAT_TO_INT, shapeOf(node).components);
+}
+
+// The level of a texture that an argument names, as a float; 0 without one.
+void FunctionGenerator::level(const TIntermAggregate& node, size_t index) {
+  if (node.getSequence().size() <= index) return code_.pushFloat(0);
+  converted(argumentOf(node, index), Scalar::Int, Scalar::Float);
 }
 
 }  // namespace shadermachine::tools::glsl

@@ -63,13 +63,13 @@ std::string shapeName(const Shape& shape) {
 std::optional<unsigned> lookupKind(const glslang::TSampler& sampler) {
   switch (sampler.dim) {
     case glslang::Esd1D:
-      return 0;
-    case glslang::Esd2D:
       return 1;
-    case glslang::Esd3D:
+    case glslang::Esd2D:
       return 2;
-    case glslang::EsdCube:
+    case glslang::Esd3D:
       return 3;
+    case glslang::EsdCube:
+      return 4;
     default:
       return std::nullopt;
   }
