@@ -1,10 +1,13 @@
 #include "support/rig.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <cstring>
 #include <stdexcept>
 #include <string>
 #include <utility>
+
+#include "machine/machine.h"
 
 namespace shadermachine::tests {
 namespace {
@@ -120,7 +123,10 @@ void writeInput(const Words& input, size_t number, void* target) {
 
 MachinePtr makeMachine(const HostCallbacks* callbacks) {
   const MachineCreateInfo info = {callbacks};
-  return MachinePtr(vmShaderMachineCreate(&info));
+  MachinePtr machine(vmShaderMachineCreate(&info));
+  const bool plain = std::getenv("SHADERMACHINE_TEST_PLAIN") != nullptr;
+  if (machine && plain) static_cast<Machine&>(*machine).runsPlain = 1;
+  return machine;
 }
 
 Rig::Rig(std::initializer_list<unsigned> nullSlots) : callbacks(recordingCallbacks()) {

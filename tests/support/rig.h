@@ -60,6 +60,7 @@ struct MachineDeleter {
 };
 using MachinePtr = std::unique_ptr<ShaderMachine, MachineDeleter>;
 
+// One that never translates when the environment has SHADERMACHINE_TEST_PLAIN.
 MachinePtr makeMachine(const HostCallbacks* callbacks = nullptr);
 
 // Answers all 80 slots except those listed; the run's user data is the rig's address.
