@@ -41,7 +41,7 @@ void onHostUnary(void* data, uint32_t, int32_t, uint64_t userData) {
 }
 
 void onOutput0(const void* inlineArea, uint64_t userData) {
-  hostOf(userData).read(inlineArea, VM_COMPONENT_COUNT);
+  hostOf(userData).read(inlineArea, 1);
 }
 
 void onOutput1(float component, uint64_t userData) { hostOf(userData).read(&component, 1); }
@@ -155,7 +155,8 @@ void ArbitraryHost::read(const void* source, uint32_t words) {
   for (uint32_t i = 0; i < words; ++i) {
     uint32_t value;
     std::memcpy(&value, static_cast<const uint8_t*>(source) + size_t{4} * i, sizeof value);
-    sum_ += value;
+    const bool isNan = (value & 0x7FFFFFFF) > 0x7F800000;
+    sum_ = sum_ * 31 + (isNan ? 0x7FC00000 : value);
   }
 }
 
