@@ -257,6 +257,23 @@ void Emitter::produceInMemory(Record record, uint32_t n, int32_t s) {
   setHome(s, n);
 }
 
+bool Emitter::takeBack(const Entry& value, Register which, int32_t s, Record& record) {
+  RegisterState& held = state(which);
+  const bool fresh =
+      held.pending && held.address == value.address && held.producer + 1 == records_.size();
+  const int32_t before = top;
+  top = s - 1;
+  const bool named = fresh && isLive(held);
+  top = before;
+  if (!fresh || named) return false;
+  record = records_.back();
+  records_.removeLast();
+  stores_.removeLast();
+  branches_.removeLast();
+  held = {};
+  return true;
+}
+
 void Emitter::storeTop(int32_t variable, uint32_t* address, uint32_t n, bool exact) {
   evict(variable, top);
   Entry value = topEntry();

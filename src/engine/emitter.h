@@ -77,6 +77,10 @@ class Emitter {
   // A result of n words that is in memory only.
   void produceInMemory(Record record, uint32_t n, int32_t s);
 
+  // Takes back the last record when all it made is this value, that nothing else names once the
+  // stack ends below slot s.
+  bool takeBack(const Entry& value, Register which, int32_t s, Record& record);
+
   // Stores the top entry into a variable and pops it. n words; exact: no word beyond them.
   void storeTop(int32_t variable, uint32_t* address, uint32_t n, bool exact);
   // Brings entries that refer to a slot's memory home, all but those from position `except` on.

@@ -5,6 +5,7 @@
 #include "engine/snapshot.h"
 #include "engine/translator.h"
 #include "instructions/opcode_table.h"
+#include "machine/run_loop.h"
 
 namespace shadermachine::engine {
 
@@ -31,6 +32,7 @@ void destroy(Translation* translation) {
 }
 
 void executePlain(Machine& machine) {
+  initEntryLocals(machine);
   while (machine.runState != VM_RUN_STOPPING) kHandlers[fetchU8(machine)](machine);
 }
 
@@ -111,9 +113,11 @@ const Translation* translationOf(Machine& machine) {
 }  // namespace
 
 void execute(Machine& machine) {
-  if (machine.runState == VM_RUN_STOPPING) return;
   const Translation* translation = machine.runsPlain != 0 ? nullptr : translationOf(machine);
-  if (translation == nullptr || translation->first == nullptr) return executePlain(machine);
+  const bool stopped = machine.runState == VM_RUN_STOPPING;  // a global could not be allocated
+  if (translation == nullptr || translation->first == nullptr || stopped) {
+    return executePlain(machine);
+  }
   runRecords(translation->first, machine);
 }
 

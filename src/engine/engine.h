@@ -6,7 +6,7 @@
 
 namespace shadermachine::engine {
 
-// Executes the run that beginRun() has prepared, until some instruction stops it.
+// Executes the run that prepareRun() has set up, until some instruction stops it.
 void execute(Machine& machine);
 
 // True when the shader that the machine holds runs translated, not by the plain handlers.

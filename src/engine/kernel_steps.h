@@ -2,7 +2,7 @@
 // handlers use: per operation, by component count and by where the operands come from.
 #pragma once
 
-#include "engine/kernel_table.h"
+#include "engine/steps.h"
 #include "engine/vectors.h"
 
 namespace shadermachine::engine {
@@ -126,6 +126,33 @@ Step compareAndBranch(ENGINE_STATE) {
   const T a = operand<T, 1, true, (form & 1) != 0>(record->a, word, vector, scalar);
   const T b = operand<T, 1, true, (form & 2) != 0>(record->b, word, vector, scalar);
   if (K{}(a, b) == 0) ENGINE_GO(record->target);
+  ENGINE_NEXT;
+}
+
+// Goes to the target when the comparison is false, else back to the loop's start (c and d as of
+// timeStep()).
+template <class K, unsigned form>
+Step compareAndLoop(ENGINE_STATE) {
+  using T = typename KernelTypes<K>::Argument;
+  const T a = operand<T, 1, true, (form & 1) != 0>(record->a, word, vector, scalar);
+  const T b = operand<T, 1, true, (form & 2) != 0>(record->b, word, vector, scalar);
+  if (K{}(a, b) == 0) ENGINE_GO(record->target);
+  if (--machine.timeLimit.ticksLeft == 0) ENGINE_STAY(timeStep);
+  ENGINE_GO(reinterpret_cast<const Record*>(record->c));
+}
+
+// The second operation on the first one's result.
+template <class First, class Second, bool swapped, uint32_t n, unsigned form, bool stores>
+Step pairStep(ENGINE_STATE) {
+  const auto a = operand<float, n, false, (form & 1) != 0>(record->a, word, vector, scalar);
+  const auto b = operand<float, n, false, (form & 2) != 0>(record->b, word, vector, scalar);
+  const auto c = operand<float, n, false, false>(record->c, word, vector, scalar);
+  const auto inner = applyOperands<First, n>(a, b);
+  if constexpr (swapped) {
+    keepResult<n, stores>(record, applyOperands<Second, n>(c, inner), word, vector, scalar);
+  } else {
+    keepResult<n, stores>(record, applyOperands<Second, n>(inner, c), word, vector, scalar);
+  }
   ENGINE_NEXT;
 }
 

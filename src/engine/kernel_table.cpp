@@ -98,6 +98,10 @@ constexpr void addBranches(KernelForms& forms) {
   forms.branches[1] = &compareAndBranch<K, 1>;
   forms.branches[2] = &compareAndBranch<K, 2>;
   forms.branches[3] = &compareAndBranch<K, 3>;
+  forms.loops[0] = &compareAndLoop<K, 0>;
+  forms.loops[1] = &compareAndLoop<K, 1>;
+  forms.loops[2] = &compareAndLoop<K, 2>;
+  forms.loops[3] = &compareAndLoop<K, 3>;
 }
 
 template <class K>
@@ -213,7 +217,66 @@ constexpr KernelForms kKernelForms[] = {
 };
 static_assert(std::size(kKernelForms) == kOpcodeCount);
 
+// Pairs -------------------------------------------------------------------------------------------
+
+using PairForms = std::array<StepPair, 4>;
+using PairCounts = std::array<PairForms, 3>;   // one, two, and three or four components
+using PairOrders = std::array<PairCounts, 2>;  // as written, swapped
+
+template <class First, class Second, bool swapped, uint32_t n, unsigned form>
+constexpr StepPair pairOf() {
+  return {&pairStep<First, Second, swapped, n, form, false>,
+          &pairStep<First, Second, swapped, n, form, true>};
+}
+
+template <class First, class Second, bool swapped, uint32_t n>
+constexpr PairForms pairForms() {
+  return {pairOf<First, Second, swapped, n, 0>(), pairOf<First, Second, swapped, n, 1>(),
+          pairOf<First, Second, swapped, n, 2>(), pairOf<First, Second, swapped, n, 3>()};
+}
+
+template <class First, class Second, bool swapped>
+constexpr PairCounts pairCounts() {
+  return {pairForms<First, Second, swapped, 1>(), pairForms<First, Second, swapped, 2>(),
+          pairForms<First, Second, swapped, 4>()};
+}
+
+template <class First, class Second>
+constexpr PairOrders pairOrders() {
+  return {pairCounts<First, Second, false>(), pairCounts<First, Second, true>()};
+}
+
+template <class First>
+constexpr std::array<PairOrders, 3> pairSeconds() {
+  return {pairOrders<First, AddF>(), pairOrders<First, SubF>(), pairOrders<First, MulF>()};
+}
+
+constexpr std::array<std::array<PairOrders, 3>, 3> kPairs = {
+    pairSeconds<AddF>(), pairSeconds<SubF>(), pairSeconds<MulF>()};
+
+// Row of an operation in the table of pairs; 3 for all that have none.
+unsigned pairRow(unsigned opcode) {
+  switch (static_cast<Opcode>(opcode)) {
+    case Opcode::ADD_F:
+      return 0;
+    case Opcode::SUB_F:
+      return 1;
+    case Opcode::MUL_F:
+    case Opcode::COMP_MUL_F:
+      return 2;
+    default:
+      return 3;
+  }
+}
+
 }  // namespace
+
+bool isPairable(unsigned opcode) { return pairRow(opcode) < 3; }
+
+StepPair pairSteps(unsigned first, unsigned second, bool swapped, uint32_t n, unsigned form) {
+  const uint32_t count = n < 3 ? n - 1 : 2;
+  return kPairs[pairRow(first)][pairRow(second)][swapped ? 1 : 0][count][form];
+}
 
 const KernelForms& kernelForms(unsigned opcode) { return kKernelForms[opcode]; }
 

@@ -20,7 +20,19 @@ struct KernelForms {
   RecordHandler steps[4][4][2];
   // Comparisons of one component, by form.
   RecordHandler branches[4];
+  RecordHandler loops[4];
 };
+
+struct StepPair {
+  RecordHandler keep;   // leaves the result in a register only
+  RecordHandler store;  // stores it too
+};
+
+// A sum, difference or product of the result of another, n components each: the first operation's
+// operands and form as usual, the other operand of the second at c. swapped: c is the second
+// operation's left operand.
+bool isPairable(unsigned opcode);
+StepPair pairSteps(unsigned first, unsigned second, bool swapped, uint32_t n, unsigned form);
 
 // Indexed by opcode.
 const KernelForms& kernelForms(unsigned opcode);

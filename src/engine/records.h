@@ -54,6 +54,7 @@ struct Record;
 #if ENGINE_TAIL_CALLS
 using Step = void;
 #define ENGINE_GO(next) ENGINE_MUST_TAIL return (next)->run((next), machine, word, vector, scalar)
+#define ENGINE_STAY(handler) ENGINE_MUST_TAIL return handler(record, machine, word, vector, scalar)
 #define ENGINE_END return
 #else
 struct Step {
@@ -64,6 +65,7 @@ struct Step {
 };
 #define ENGINE_GO(next) \
   return Step { (next), word, vector, scalar }
+#define ENGINE_STAY(handler) return handler(record, machine, word, vector, scalar)
 #define ENGINE_END \
   return Step { nullptr, word, vector, scalar }
 #endif

@@ -10,6 +10,10 @@ namespace {
 constexpr int32_t kMaxInlineDepth = 40;
 constexpr uint32_t kMaxRecords = 60000;
 
+uint32_t* siteAddress(const Site* site) {
+  return reinterpret_cast<uint32_t*>(const_cast<Site*>(site));
+}
+
 Record makeRecord(RecordHandler run) {
   Record record = {};
   record.run = run;
@@ -20,7 +24,7 @@ Record makeRecord(RecordHandler run) {
 
 // Jumps -------------------------------------------------------------------------------------------
 
-void Translator::linkTo(Instance& instance, uint32_t record, uint32_t pc) {
+void Translator::linkTo(Instance& instance, uint32_t record, uint32_t pc, bool back) {
   // Targets were found by the decoder, so the search cannot miss.
   uint32_t low = 0;
   uint32_t high = instance.function->count;
@@ -28,16 +32,23 @@ void Translator::linkTo(Instance& instance, uint32_t record, uint32_t pc) {
     const uint32_t middle = (low + high) / 2;
     (instance.function->instructions[middle].pc <= pc ? low : high) = middle;
   }
-  links_.append({record, low});
+  links_.append({record, low, back});
 }
 
 void Translator::selectJump(Instance& instance, const Instruction& item) {
   const uint32_t target = item.end + operandU32(instance.function->code, item.end - 4);
+  const bool back = target <= item.end;
   out_.flush();
-  Record jump = makeRecord(target > item.end ? &jumpStep : &jumpBackStep);
-  if (target <= item.end) jump.a = reinterpret_cast<const uint32_t*>(out_.site(target, 0));
-  linkTo(instance, out_.emit(jump), target);
   instance.flowEnded = true;
+  if (!back) return linkTo(instance, out_.emit(makeRecord(&jumpStep)), target);
+  const bool closesLoop =
+      !item.isTarget && lastBranch_.record + 1 == out_.recordCount() && lastBranch_.loop != nullptr;
+  if (!closesLoop) out_.emit(makeRecord(&jumpBackStep));
+  const uint32_t record = out_.recordCount() - 1;
+  if (out_.failed()) return;
+  if (closesLoop) out_.record(record).run = lastBranch_.loop;
+  out_.record(record).d = siteAddress(out_.site(target, 0));
+  linkTo(instance, record, target, true);
 }
 
 void Translator::selectBranch(Instance& instance, const Instruction& item) {
@@ -49,7 +60,10 @@ void Translator::selectBranch(Instance& instance, const Instruction& item) {
   // The branch keeps the condition's register through the records that bring the rest home.
   out_.flush();
   uint32_t branch = out_.recordCount() - 1;
-  if (!out_.fuseBranch(condition)) {
+  lastBranch_ = {UINT32_MAX - 1, nullptr};
+  if (out_.fuseBranch(condition)) {
+    if (!backward) lastBranch_ = {branch, loopForm_};
+  } else {
     Record record = makeRecord(&branchMemoryStep);
     if (out_.inRegister(condition, Register::Word, 1)) {
       record.run = &branchWordStep;
@@ -60,11 +74,11 @@ void Translator::selectBranch(Instance& instance, const Instruction& item) {
   }
   if (!backward) return linkTo(instance, branch, target);
   // Not taken: over the two records of the way back.
-  targets_.append({branch, branch + 2});
-  targets_.append({out_.emit(makeRecord(&jumpStep)), branch + 3});
+  targets_.append({branch, branch + 2, false});
+  targets_.append({out_.emit(makeRecord(&jumpStep)), branch + 3, false});
   Record back = makeRecord(&jumpBackStep);
-  back.a = reinterpret_cast<const uint32_t*>(out_.site(target, 0));
-  linkTo(instance, out_.emit(back), target);
+  back.d = siteAddress(out_.site(target, 0));
+  linkTo(instance, out_.emit(back), target, true);
 }
 
 // Plain handlers ----------------------------------------------------------------------------------
@@ -173,11 +187,13 @@ void Translator::inlineCall(Instance& instance, const Instruction& item,
 void Translator::enterLocals(Instance& instance) {
   const ShaderFunction& record = *instance.function->record;
   const auto base = static_cast<int32_t>(instance.call->localsSlot);
+  // Nobody has given the entry function arguments.
+  const int32_t params = instance.caller == nullptr ? 0 : record.paramCount;
   bool aggregate = false;
   bool wide = false;
   for (int32_t k = 0; k < record.localCount; ++k) {
     const VarInfo& info = record.locals[k];
-    if (k < record.paramCount) {
+    if (k < params) {
       Entry& argument = out_.slot(base + k);
       if (!isBasicVar(info)) {
         out_.flushSlot(base + k);
@@ -195,13 +211,13 @@ void Translator::enterLocals(Instance& instance) {
     out_.setHome(base + k, isBasicVar(info) ? variableWords(info) : 0, !isBasicVar(info));
   }
   out_.top = base + record.localCount - 1;
-  const uint32_t own = static_cast<uint32_t>(record.localCount - record.paramCount);
+  const uint32_t own = static_cast<uint32_t>(record.localCount - params);
   if (own == 0) return;
   Record init = makeRecord(aggregate ? &initLocalsStep : &zeroSlotsStep);
-  init.d = out_.home(base + record.paramCount);
+  init.d = out_.home(base + params);
   init.x = own;
   if (aggregate) {
-    init.y = record.paramCount;
+    init.y = static_cast<uint32_t>(params);
     init.site = out_.site(0, 0);
     out_.forgetRegisters();
   } else {
@@ -305,7 +321,7 @@ void Translator::selectReturn(Instance& instance, const Instruction& item) {
   out_.flush();
   instance.joinsAtEnd = true;
   instance.flowEnded = true;
-  if (!last) links_.append({out_.emit(makeRecord(&jumpStep)), kEnd});
+  if (!last) links_.append({out_.emit(makeRecord(&jumpStep)), kEnd, false});
 }
 
 // Functions ---------------------------------------------------------------------------------------
@@ -369,8 +385,8 @@ void Translator::translateFunction(Instance& instance) {
   }
   for (uint32_t i = firstLink; i < links_.size(); ++i) {
     const Link& link = links_[i];
-    targets_.append(
-        {link.record, link.instruction == kEnd ? end : instance.labels[link.instruction]});
+    const uint32_t to = link.instruction == kEnd ? end : instance.labels[link.instruction];
+    targets_.append({link.record, to, link.back});
   }
   while (links_.size() > firstLink) links_.removeLast();
 }

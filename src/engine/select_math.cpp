@@ -44,10 +44,14 @@ bool Translator::selectKernel(const uint8_t* code, Instruction& item) {
   }
   const uint32_t written = forms.singleWord ? 1 : n;
   if (!beginResult(item, m, written)) return false;
+  const Entry first = out_.topEntry(static_cast<int32_t>(m - 1));
+  if (isPairable(static_cast<unsigned>(item.opcode)) && !item.keepsWords && selectPair(item, n)) {
+    endResult(item, first, written);
+    return true;
+  }
 
   Record record = {};
   const uint32_t** addresses[3] = {&record.a, &record.b, &record.c};
-  const Entry first = out_.topEntry(static_cast<int32_t>(m - 1));
   unsigned form = 0;
   for (uint32_t i = 0; i < m; ++i) {
     const Entry& entry = out_.topEntry(static_cast<int32_t>(m - 1 - i));
@@ -64,10 +68,37 @@ bool Translator::selectKernel(const uint8_t* code, Instruction& item) {
   const Register result = forms.singleWord ? Register::Word
                           : n == 1         ? forms.result
                                            : Register::Vector;
-  if (n == 1) out_.nextBranch = forms.branches[form];
+  if (n == 1) {
+    out_.nextBranch = forms.branches[form];
+    loopForm_ = forms.loops[form];
+  }
   const RecordHandler* steps = forms.steps[n - 1][form];
   out_.produce(record, {steps[0], steps[1]}, result, written, s);
+  lastOperation_ = {out_.recordCount() - 1, static_cast<unsigned>(item.opcode), form, n};
   endResult(item, first, written);
+  return true;
+}
+
+bool Translator::selectPair(const Instruction& item, uint32_t n) {
+  const bool follows = lastOperation_.record + 1 == out_.recordCount() && lastOperation_.n == n &&
+                       isPairable(lastOperation_.opcode);
+  if (!follows) return false;
+  const Register where = n == 1 ? Register::Scalar : Register::Vector;
+  const Entry left = out_.topEntry(1);
+  const Entry right = out_.topEntry();
+  const bool swapped = out_.inRegister(right, where, n);
+  if (swapped == out_.inRegister(left, where, n)) return false;
+  const Entry& inner = swapped ? right : left;
+  const Entry& other = swapped ? left : right;
+  const int32_t s = out_.top - 1;
+  Record record = {};
+  const uint32_t* address = out_.memory(other, n);
+  if (!out_.takeBack(inner, where, s, record)) return false;
+  record.c = address;
+  const auto opcode = static_cast<unsigned>(item.opcode);
+  out_.produce(record, pairSteps(lastOperation_.opcode, opcode, swapped, n, lastOperation_.form),
+               where, n, s);
+  lastOperation_.record = UINT32_MAX - 1;
   return true;
 }
 

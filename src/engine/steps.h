@@ -1,28 +1,23 @@
-// Handlers of the records that are not component-wise instructions. A pair of handlers is the form
-// that leaves its result in a register only, and the form that stores it too.
+// Handlers of the records that are not component-wise instructions.
 #pragma once
 
-#include "engine/records.h"
+#include "engine/kernel_table.h"
 
 namespace shadermachine::engine {
 
-struct StepPair {
-  RecordHandler keep;
-  RecordHandler store;
-};
-
 // steps_flow.cpp
-// -----------------------------------------------------------------------------------
 
 // Brings frames, pc, top and the index stack to what the plain handlers would have at the site.
 void enterSite(Machine& machine, const Site& site);
 
-Step plainStep(ENGINE_STATE);         // site: one instruction by its plain handler
-Step plainCallStep(ENGINE_STATE);     // site: CALL, and what it calls, by the plain handlers
-Step stopStep(ENGINE_STATE);          // site, x: ends the run with code x
-Step finishStep(ENGINE_STATE);        // site: the entry function returns
-Step jumpStep(ENGINE_STATE);          // target
-Step jumpBackStep(ENGINE_STATE);      // target's record holds it; a: site for the time limit
+Step plainStep(ENGINE_STATE);      // site: one instruction by its plain handler
+Step plainCallStep(ENGINE_STATE);  // site: CALL, and what it calls, by the plain handlers
+Step stopStep(ENGINE_STATE);       // site, x: ends the run with code x
+Step finishStep(ENGINE_STATE);     // site: the entry function returns
+Step jumpStep(ENGINE_STATE);       // target
+// Where loops go when their time may be over: d: site, c: the record that goes on.
+Step timeStep(ENGINE_STATE);
+Step jumpBackStep(ENGINE_STATE);      // c and d as of timeStep()
 Step branchWordStep(ENGINE_STATE);    // to the target when the word register is 0
 Step branchMemoryStep(ENGINE_STATE);  // to the target when word a is 0
 Step zeroSlotsStep(ENGINE_STATE);     // x slots from the words at d, y bytes each
@@ -32,7 +27,6 @@ Step clearSlotStep(ENGINE_STATE);     // d: words of the slot whose reference is
 Step shareViewStep(ENGINE_STATE);     // d: slot; a: aggregate variable; x bytes at y, all if x is 0
 
 // steps_move.cpp
-// -----------------------------------------------------------------------------------
 
 // From a to d; n words, or for n = 4 of three too. exact: three words and not the fourth.
 RecordHandler copyStep(uint32_t n, bool exact);
@@ -47,7 +41,6 @@ StepPair gatherSteps(uint32_t n, uint32_t inScalar);  // words a, b, c, e; inSca
 StepPair appendSteps(uint32_t lane, bool inScalar);   // vector with a or scalar in the lane
 
 // steps_parts.cpp
-// ----------------------------------------------------------------------------------
 
 // Reads a part of an aggregate variable: a: its slot's words; y: bytes that the block must have;
 // x: byte offset of the part. Zero when the block is too small. For n above 4 words go to d only.
@@ -63,7 +56,6 @@ StepPair componentSteps(bool indexInWord);
 StepPair columnSteps(uint32_t n, bool indexInWord);
 
 // steps_geometry.cpp
-// -------------------------------------------------------------------------------
 
 // Form bits as of the component-wise instructions: which operands are in the vector register.
 StepPair lengthSteps(uint32_t n, unsigned form);

@@ -75,33 +75,32 @@ Step stopStep(ENGINE_STATE) {
 }
 
 Step finishStep(ENGINE_STATE) {
-  enterSite(machine, *record->site);
+  const Site& site = *record->site;
+  CallFrame& frame = machine.frames[0];
+  frame.pc = site.pc;
+  frame.top = site.top;
+  machine.frameIndex = 0;
+  machine.indexTop = site.indexTop;
   stopRun(machine, VM_OK);
   ENGINE_END;
 }
 
 Step jumpStep(ENGINE_STATE) { ENGINE_GO(record->target); }
 
-// The rare end of a loop's time; apart, so that the loop saves no registers.
-static Step timeStep(ENGINE_STATE) {
+// Apart from the loops' own handlers, so that those save no registers.
+Step timeStep(ENGINE_STATE) {
   if (readTimeLimit(machine.timeLimit)) {
-    enterSite(machine, *reinterpret_cast<const Site*>(record->a));
+    enterSite(machine, *reinterpret_cast<const Site*>(record->d));
     stopRun(machine, VM_ERR_TIMEOUT);
     ENGINE_END;
   }
   ENGINE_FORGET;
-  ENGINE_GO(record->target);
+  ENGINE_GO(reinterpret_cast<const Record*>(record->c));
 }
 
 Step jumpBackStep(ENGINE_STATE) {
-  if (--machine.timeLimit.ticksLeft == 0) {
-#if ENGINE_TAIL_CALLS
-    ENGINE_MUST_TAIL return timeStep(record, machine, word, vector, scalar);
-#else
-    return timeStep(record, machine, word, vector, scalar);
-#endif
-  }
-  ENGINE_GO(record->target);
+  if (--machine.timeLimit.ticksLeft == 0) ENGINE_STAY(timeStep);
+  ENGINE_GO(reinterpret_cast<const Record*>(record->c));
 }
 
 Step branchWordStep(ENGINE_STATE) {

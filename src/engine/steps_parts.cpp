@@ -63,13 +63,6 @@ uint32_t indexOf(const Record* record, uint32_t word) {
   return inWord ? word : *record->b;
 }
 
-#if ENGINE_TAIL_CALLS
-#define ENGINE_STOP_OUT_OF_BOUNDS \
-  ENGINE_MUST_TAIL return stopStep(record, machine, word, vector, scalar)
-#else
-#define ENGINE_STOP_OUT_OF_BOUNDS return stopStep(record, machine, word, vector, scalar)
-#endif
-
 template <uint32_t n, bool inWord, bool stores>
 Step elementStep(ENGINE_STATE) {
   const BlockView& view = viewOf(record->a);
@@ -77,7 +70,7 @@ Step elementStep(ENGINE_STATE) {
   const uint64_t stride = record->y;
   const bool inside = record->c == nullptr ? (index + uint64_t{1}) * stride <= view.size
                                            : index < record->c[0] && view.size >= record->c[1];
-  if (!inside || view.data == nullptr) ENGINE_STOP_OUT_OF_BOUNDS;
+  if (!inside || view.data == nullptr) ENGINE_STAY(stopStep);
   takePart<n, stores>(record, view.data + index * stride + record->z, word, vector, scalar);
   ENGINE_NEXT;
 }
@@ -85,7 +78,7 @@ Step elementStep(ENGINE_STATE) {
 template <bool inWord, bool stores>
 Step componentStep(ENGINE_STATE) {
   const uint32_t index = indexOf<inWord>(record, word);
-  if (index >= record->y) ENGINE_STOP_OUT_OF_BOUNDS;
+  if (index >= record->y) ENGINE_STAY(stopStep);
   takePart<1, stores>(record, reinterpret_cast<const uint8_t*>(record->a + index), word, vector,
                       scalar);
   ENGINE_NEXT;
@@ -94,7 +87,7 @@ Step componentStep(ENGINE_STATE) {
 template <uint32_t n, bool inWord, bool stores>
 Step columnStep(ENGINE_STATE) {
   const uint32_t index = indexOf<inWord>(record, word);
-  if (index >= n) ENGINE_STOP_OUT_OF_BOUNDS;
+  if (index >= n) ENGINE_STAY(stopStep);
   takePart<n, stores>(record, reinterpret_cast<const uint8_t*>(record->a + index * n), word, vector,
                       scalar);
   ENGINE_NEXT;

@@ -22,13 +22,14 @@ const Record* Translator::translate(uint32_t entryFunction) {
       machine_.stackCapacity) {
     return nullptr;
   }
-  for (int32_t s = 0; s < locals + record.localCount; ++s) {
-    const VarInfo& info = s < locals ? shader_.globals[s] : record.locals[s - locals];
+  for (int32_t s = 0; s < locals; ++s) {
+    const VarInfo& info = shader_.globals[s];
     out_.setHome(s, isBasicVar(info) ? variableWords(info) : 0, !isBasicVar(info));
   }
-  out_.top = locals + record.localCount - 1;
+  out_.top = locals - 1;
   out_.call = call;
   Instance instance = {function, call, nullptr, nullptr, 0, false, false};
+  enterLocals(instance);
   translateFunction(instance);
   if (out_.failed() || out_.retry() || outgrown_ || links_.failed() || targets_.failed()) {
     return nullptr;
@@ -36,7 +37,13 @@ const Record* Translator::translate(uint32_t entryFunction) {
   Record* records = out_.finish();
   if (records == nullptr) return nullptr;
   for (uint32_t i = 0; i < targets_.size(); ++i) {
-    records[targets_[i].record].target = records + targets_[i].target;
+    Record& from = records[targets_[i].record];
+    const Record* to = records + targets_[i].target;
+    if (targets_[i].back) {
+      from.c = reinterpret_cast<const uint32_t*>(to);
+    } else {
+      from.target = to;
+    }
   }
   return records;
 }

@@ -29,10 +29,24 @@ class Translator {
   struct Link {
     uint32_t record;
     uint32_t instruction;  // of the current instance; kEnd: its end
+    bool back;             // the way back of a loop: the record's c
   };
   struct Target {
     uint32_t record;
     uint32_t target;
+    bool back;
+  };
+  // The operation that the last record carries out, for pairs.
+  struct LastOperation {
+    uint32_t record;
+    unsigned opcode;
+    unsigned form;
+    uint32_t n;
+  };
+  // The comparison that the last record branches by, for loops.
+  struct LastBranch {
+    uint32_t record;
+    RecordHandler loop;
   };
   static constexpr uint32_t kEnd = UINT32_MAX;
 
@@ -52,7 +66,7 @@ class Translator {
   void selectStop(const Instruction& item, uint32_t code);
   void selectPlain(Instance& instance, const Instruction& item);
   void setIndexHome(int32_t i);
-  void linkTo(Instance& instance, uint32_t record, uint32_t pc);
+  void linkTo(Instance& instance, uint32_t record, uint32_t pc, bool back = false);
 
   // select_values.cpp
   bool selectConstant(const uint8_t* code, const Instruction& item);
@@ -67,6 +81,8 @@ class Translator {
 
   // select_math.cpp
   bool selectKernel(const uint8_t* code, Instruction& item);
+  // Joins the operation to the one before it, when it works on that one's result.
+  bool selectPair(const Instruction& item, uint32_t n);
   bool selectGeometry(const uint8_t* code, Instruction& item);
   bool selectProduct(const uint8_t* code, const Instruction& item);
   bool selectNoise(const uint8_t* code, Instruction& item);
@@ -102,6 +118,9 @@ class Translator {
   Emitter out_;
   Array<Link> links_;
   Array<Target> targets_;
+  LastOperation lastOperation_ = {UINT32_MAX - 1, 0, 0, 0};
+  LastBranch lastBranch_ = {UINT32_MAX - 1, nullptr};
+  RecordHandler loopForm_ = nullptr;  // looping form of the last comparison
   int32_t inlineDepth_ = 0;
   bool outgrown_ = false;
 };

@@ -80,7 +80,7 @@ void releaseGlobals(Machine& machine) {
   machine.heldGlobalCount = 0;
 }
 
-VmError beginRun(Machine& machine, const CompiledShader& shader, const StartupInfo& startup) {
+VmError prepareRun(Machine& machine, const CompiledShader& shader, const StartupInfo& startup) {
   machine.insideRun = 1;
   machine.sameShader = machine.shader == &shader ? 1 : 0;
   if (machine.sameShader == 0) releaseGlobals(machine);
@@ -101,8 +101,18 @@ VmError beginRun(Machine& machine, const CompiledShader& shader, const StartupIn
   if (machine.sameShader == 0) {
     initVariables(machine, machine.stack, shader.globals, shader.globalCount);
   }
-  initVariables(machine, machine.frames[0].locals, entry->locals, entry->localCount);
   return VM_OK;
+}
+
+void initEntryLocals(Machine& machine) {
+  const CallFrame& frame = machine.frames[0];
+  initVariables(machine, frame.locals, frame.function->locals, frame.function->localCount);
+}
+
+VmError beginRun(Machine& machine, const CompiledShader& shader, const StartupInfo& startup) {
+  const VmError refused = prepareRun(machine, shader, startup);
+  if (refused == VM_OK) initEntryLocals(machine);
+  return refused;
 }
 
 void stepInstruction(Machine& machine) {
@@ -124,7 +134,7 @@ VmError endRun(Machine& machine) {
 }
 
 VmError runShader(Machine& machine, const CompiledShader& shader, const StartupInfo& startup) {
-  const VmError refused = beginRun(machine, shader, startup);
+  const VmError refused = prepareRun(machine, shader, startup);
   if (refused != VM_OK) return refused;
   engine::execute(machine);
   return endRun(machine);
