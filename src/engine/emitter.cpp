@@ -278,6 +278,8 @@ void Emitter::storeTop(int32_t variable, uint32_t* address, uint32_t n, bool exa
   evict(variable, top);
   Entry value = topEntry();
   value.width = static_cast<uint8_t>(n);
+  // A value that lies in the variable itself is read from there.
+  if (refersTo(value, variable)) memory(value, n);
   pop();
   forgetRange(address, exact || n != 3 ? n : 4);
   // A value that the last record has left in a register is stored by that record.

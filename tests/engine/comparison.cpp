@@ -177,6 +177,7 @@ class Runner {
     const StartupInfo startup = startupInfo();
     VmError error = beginRun(*machine_, shader, startup);
     if (error == VM_OK) {
+      fillAboveTop();
       while (machine_->runState != VM_RUN_STOPPING) step();
       error = endRun(*machine_);
     }
@@ -214,7 +215,6 @@ class Runner {
   // Words that carry no meaning after the instruction, and all above the top.
   void scrub(Opcode opcode, const uint8_t* code) {
     using enum Opcode;
-    const CallFrame& now = currentFrame(*machine_);
     uint32_t meant = VM_COMPONENT_COUNT;
     if (opcode == SWIZZLE || opcode == SWIZZLE_2 || opcode == SWIZZLE_3) meant = code[2];
     if (opcode == CROSS) meant = 3;
@@ -227,7 +227,12 @@ class Runner {
     if (part && topSlot(*machine_).view.data == nullptr) meant = partWords(opcode, code);
     for (uint32_t i = meant; i < VM_COMPONENT_COUNT; ++i)
       topSlot(*machine_).value.words[i] = pattern_;
-    fill(now.locals + now.top + 1 - machine_->stack);
+    fillAboveTop();
+  }
+
+  void fillAboveTop() {
+    const CallFrame& frame = currentFrame(*machine_);
+    fill(frame.locals + frame.top + 1 - machine_->stack);
   }
 
   void fill(int64_t from) {
