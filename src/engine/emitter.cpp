@@ -242,7 +242,7 @@ void Emitter::produce(Record record, StepPair steps, Register result, uint32_t n
   claim(result, home(s), index, n);
 }
 
-void Emitter::produceWord(Record record, StepPair steps, int32_t s) {
+void Emitter::produceWord(const Record& record, StepPair steps, int32_t s) {
   top = s - 1;
   clobber(Register::Word);
   produce(record, steps, Register::Scalar, 1, s);

@@ -73,7 +73,7 @@ class Emitter {
   // have been popped and the slot becomes the top.
   void produce(Record record, StepPair steps, Register result, uint32_t n, int32_t s);
   // The same for a part of unknown kind, which goes to both the word and the scalar register.
-  void produceWord(Record record, StepPair steps, int32_t s);
+  void produceWord(const Record& record, StepPair steps, int32_t s);
   // A result of n words that is in memory only.
   void produceInMemory(Record record, uint32_t n, int32_t s);
 

@@ -203,7 +203,7 @@ TEST(ValidatorFlow, InfersReturnsThroughRecursion) {
             "function 7, offset 0: warning: the function can call itself");
   EXPECT_TRUE(result.valid());
   for (int function : {6, 7}) {
-    EXPECT_EQ(result.functions[function].returnKind, ReturnKind::Inline);
+    EXPECT_EQ(result.functions[static_cast<size_t>(function)].returnKind, ReturnKind::Inline);
     EXPECT_EQ(result.functions[function].returnWords, 3u);
     EXPECT_TRUE(result.functions[function].recursive);
   }

@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cstdio>
 #include <filesystem>
+#include <optional>
 #include <thread>
 
 #include "cli/commands.h"
@@ -81,14 +82,12 @@ bool renderFrame(const RenderOptions& options, const ShaderView& view, Renderer&
   settings.frame = frameInputs(options.input, frame);
   settings.threads = options.threads;
   settings.timeout = options.input.timeout;
-  RenderResult result;
-  {
-    ProgressBar bar(path);
-    settings.progress = [&](uint32_t done, uint32_t total) {
-      bar.update(done, total, settings.frame.width);
-    };
-    result = renderer.render(settings);
-  }
+  std::optional<ProgressBar> bar(std::in_place, path);
+  settings.progress = [&](uint32_t done, uint32_t total) {
+    bar->update(done, total, settings.frame.width);
+  };
+  const RenderResult result = renderer.render(settings);
+  bar.reset();
   writePng(path, quantize(result.colour));
   if (options.stats) printStatistics(path, settings.frame, result.statistics);
   if (result.failure) printFailure(options.input.shaderPath, result, view);
