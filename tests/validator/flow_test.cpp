@@ -202,8 +202,8 @@ TEST(ValidatorFlow, InfersReturnsThroughRecursion) {
             "function 6, offset 0: warning: the function can call itself\n"
             "function 7, offset 0: warning: the function can call itself");
   EXPECT_TRUE(result.valid());
-  for (int function : {6, 7}) {
-    EXPECT_EQ(result.functions[static_cast<size_t>(function)].returnKind, ReturnKind::Inline);
+  for (const uint32_t function : {6u, 7u}) {
+    EXPECT_EQ(result.functions[function].returnKind, ReturnKind::Inline);
     EXPECT_EQ(result.functions[function].returnWords, 3u);
     EXPECT_TRUE(result.functions[function].recursive);
   }
@@ -217,7 +217,8 @@ TEST(ValidatorFlow, FindsLongCycles) {
     link.emit(VM_OP_RETURN);
   }
   const ValidationResult result = scene.validate();
-  for (int function : {6, 7, 8}) EXPECT_TRUE(result.functions[function].recursive) << function;
+  for (const uint32_t function : {6u, 7u, 8u})
+    EXPECT_TRUE(result.functions[function].recursive) << function;
   EXPECT_FALSE(result.functions[kNothing].recursive);
 }
 
