@@ -1,8 +1,12 @@
 // Every feature of the language that the compiler supports, as small programs with the value that
 // they have to give; and what it refuses, with the message.
 #include <gtest/gtest.h>
+#include <shadermachine-tools/validator.h>
 
 #include <cmath>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
 
 #include "glsl_run.h"
 
@@ -519,6 +523,29 @@ TEST(GlslEntry, depthAndDiscard) {
       runGlsl(withBody("float a[2]; a[0] = two; if (a[0] > 1.0) discard; r = vec4(1.0);"));
   EXPECT_EQ(gone.code, static_cast<uint32_t>(VM_ERR_DISCARDED));
   EXPECT_EQ(gone.colour[0], -1);
+}
+
+TEST(GlslGallery, everyShaderValidatesAndRuns) {
+  size_t count = 0;
+  for (const auto& entry : std::filesystem::directory_iterator(SHADERMACHINE_GLSL_GALLERY)) {
+    std::ifstream file(entry.path());
+    const std::string source{std::istreambuf_iterator<char>(file), {}};
+    SCOPED_TRACE(entry.path());
+    const Fragment result = runGlsl(source);
+    EXPECT_EQ(result.code, 0u);
+    EXPECT_EQ(result.colour[3], 1.0f);
+    ++count;
+  }
+  EXPECT_GE(count, 10u);
+}
+
+TEST(GlslDerivatives, areReported) {
+  const std::string source = withBody("r = vec4(dFdx(two), dFdy(two3).x, fwidth(two), 1.0);");
+  const tools::GlslResult compiled = tools::compileGlsl(source);
+  ASSERT_TRUE(compiled.shader);
+  EXPECT_TRUE(compiled.usesDerivatives);
+  EXPECT_TRUE(tools::validate(compiled.shader->view()).valid());
+  EXPECT_FALSE(tools::compileGlsl(withBody("r = vec4(two);")).usesDerivatives);
 }
 
 struct Refusal {

@@ -10,9 +10,9 @@ float bulb(vec3 p, out float trap) {
   float scale = 1.0;
   float r = length(z);
   trap = r;
-  for (int i = 0; i < 5; i++) {
+  for (int i = 0; i < 4; i++) {
     if (r > 2.0) break;
-    float theta = acos(clamp(z.y / r, -1.0, 1.0)) * 8.0;
+    float theta = atan(length(z.xz), z.y) * 8.0;
     float phi = atan(z.x, z.z) * 8.0;
     float r2 = r * r, r4 = r2 * r2;
     scale = scale * 8.0 * r4 * r2 * r + 1.0;
