@@ -143,7 +143,7 @@ bool Translator::storePart(int32_t s, const VarInfo& info, const uint8_t* code,
 
 bool Translator::writePart(int32_t s, uint32_t firstWord, uint32_t n) {
   if (!isReadable(out_.topEntry(), n)) return false;
-  if (out_.slot(s).address != out_.home(s)) out_.flushSlot(s);
+  out_.flushSlot(s);  // the words beside the part must be there
   out_.storeTop(s, out_.home(s) + firstWord, n, true);
   out_.forgetSlot(s);
   return true;
@@ -157,7 +157,7 @@ bool Translator::writeSelected(int32_t s, uint32_t words, uint32_t pattern) {
   }
   // Component by component, from words that the store itself must not change.
   if (out_.refersTo(out_.topEntry(), s)) out_.flushSlot(out_.top);
-  if (out_.slot(s).address != out_.home(s)) out_.flushSlot(s);
+  out_.flushSlot(s);  // the words beside the part must be there
   const Entry value = out_.topEntry();
   for (uint32_t i = 0; i < count; ++i) {
     Entry component = value;
