@@ -40,9 +40,7 @@ void onHostUnary(void* data, uint32_t, int32_t, uint64_t userData) {
   hostOf(userData).answer(data, tools::kHostUnaryWords);
 }
 
-void onOutput0(const void* inlineArea, uint64_t userData) {
-  hostOf(userData).read(inlineArea, 1);
-}
+void onOutput0(const void* inlineArea, uint64_t userData) { hostOf(userData).read(inlineArea, 1); }
 
 void onOutput1(float component, uint64_t userData) { hostOf(userData).read(&component, 1); }
 
