@@ -553,6 +553,24 @@ struct Refusal {
   const char* message;
 };
 
+std::string repeated(const std::string& text, int count) {
+  std::string result;
+  for (int i = 0; i < count; ++i) result += text;
+  return result;
+}
+
+TEST(GlslErrors, monstersAreRefused) {
+  const std::string deep = "void main() { float x; gl_FragColor = vec4(x" + repeated("-x", 20000);
+  EXPECT_EQ(glslErrors(deep + "); }"), "a.frag:1: error: nested too deeply\n");
+  std::string wide = "float f0(float x) { return x; }\n";
+  for (int i = 1; i < 40; ++i) {
+    const std::string call = "f" + std::to_string(i - 1) + "(x)";
+    wide += "float f" + std::to_string(i) + "(float x) { return " + call + "+" + call + "+" + call +
+            "; }\n";
+  }
+  EXPECT_EQ(glslErrors(wide + "void main() { gl_FragColor = vec4(f39(1.0)); }"), "");
+}
+
 TEST(GlslErrors, nameFileLineAndReason) {
   const Refusal refusals[] = {
       {"void main() {\n  gl_FragColor = vec4(x);\n}",

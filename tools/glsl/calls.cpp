@@ -48,7 +48,7 @@ void FunctionGenerator::userCall(const TIntermAggregate& node) {
 }
 
 void FunctionGenerator::call(const FunctionInfo& info, std::span<const Operand> arguments) {
-  if (module_.shouldInline(info, code_)) return inlineCall(info, arguments);
+  if (module_.shouldInline(info)) return inlineCall(info, arguments);
   callFunction(info, arguments);
 }
 
@@ -123,6 +123,7 @@ void FunctionGenerator::dropArguments(const FunctionInfo& info,
 }
 
 void FunctionGenerator::inlineCall(const FunctionInfo& info, std::span<const Operand> arguments) {
+  const uint32_t start = code_.size();
   Scope inner;
   inner.program = info.owner;
   std::vector<std::optional<Place>> outputs(arguments.size());
@@ -155,6 +156,7 @@ void FunctionGenerator::inlineCall(const FunctionInfo& info, std::span<const Ope
     forgetIndices(*targets[i]);
   }
   leaveScope();
+  module_.noteInlined(code_.size() - start);
 }
 
 Place FunctionGenerator::passInline(const FunctionInfo& info, size_t index,

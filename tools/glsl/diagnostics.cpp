@@ -29,7 +29,9 @@ void Diagnostics::addLog(const char* log) {
   std::istringstream lines(log);
   for (std::string line; std::getline(lines, line);) {
     constexpr std::string_view kPrefix = "ERROR: ";
-    if (!line.starts_with(kPrefix)) continue;
+    const bool isSummary = line.find("compilation errors") != std::string::npos ||
+                           line.find("compilation terminated") != std::string::npos;
+    if (!line.starts_with(kPrefix) || isSummary) continue;
     line.erase(0, kPrefix.size());
     // "<string number>:<line>: <text>"; the summary at the end has no place.
     const size_t first = line.find(':');
@@ -37,7 +39,7 @@ void Diagnostics::addLog(const char* log) {
     const bool isNumber = first > 0 && second != std::string::npos &&
                           line.find_first_not_of("0123456789", first + 1) == second;
     if (!isNumber) {
-      if (line.find("compilation errors") == std::string::npos) addOnce(0, line);
+      addOnce(0, line);
       continue;
     }
     std::string text = line.substr(second + 1);

@@ -59,6 +59,15 @@ unsigned treeSize(const TIntermNode& node) {
   return size;
 }
 
+const TIntermNode* deeperThan(const TIntermNode& node, unsigned limit) {
+  if (limit == 0) return &node;
+  const TIntermNode* found = nullptr;
+  forEachChild(node, [&](const TIntermNode& child) {
+    if (found == nullptr) found = deeperThan(child, limit - 1);
+  });
+  return found;
+}
+
 bool isAssignment(TOperator op) {
   return op >= glslang::EOpAssign && op <= glslang::EOpRightShiftAssign;
 }

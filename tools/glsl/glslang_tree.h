@@ -36,6 +36,9 @@ void visitTree(const TIntermNode& node, const std::function<void(const TIntermNo
 
 unsigned treeSize(const TIntermNode& node);
 
+// The first node that is nested deeper than the limit; null when there is none.
+const TIntermNode* deeperThan(const TIntermNode& node, unsigned limit);
+
 bool isAssignment(TOperator op);
 bool isIncrement(TOperator op);
 

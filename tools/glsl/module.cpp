@@ -10,7 +10,9 @@ namespace {
 
 constexpr unsigned kInlineSize = 60;        // nodes of a function that is worth repeating
 constexpr unsigned kInlineOnceSize = 3000;  // and of one that is called in one place only
-constexpr uint32_t kInlineBudget = 100000;  // bytes of code beyond which calls stay calls
+constexpr uint32_t kInlineBudget = 200000;  // bytes repeated in all, after which calls stay calls
+
+constexpr uint32_t kMaxCodeSize = 1 << 20;  // what the validator takes
 
 }  // namespace
 
@@ -32,7 +34,10 @@ std::optional<BuiltShader> Module::build() {
     diagnostics_.add(error);
   }
   if (!diagnostics_.empty()) return std::nullopt;
-  return std::move(*builder_).build();
+  BuiltShader shader = std::move(*builder_).build();
+  if (shader.view().codeSize <= kMaxCodeSize) return shader;
+  diagnostics_.add(Unsupported(TSourceLoc(), "the shader is too large"));
+  return std::nullopt;
 }
 
 void Module::start(bool withConstants) {
@@ -47,6 +52,7 @@ void Module::start(bool withConstants) {
   constantIndex_.clear();
   constants_.clear();
   hasColour_ = false;
+  inlinedBytes_ = 0;
   withConstants_ = withConstants;
 }
 
@@ -81,8 +87,8 @@ void Module::countInitializer(const TIntermNode& node) {
   }
 }
 
-bool Module::shouldInline(const FunctionInfo& info, const FunctionBuilder& into) const {
-  if (into.size() > kInlineBudget) return false;
+bool Module::shouldInline(const FunctionInfo& info) const {
+  if (inlinedBytes_ > kInlineBudget) return false;
   if (info.size <= kInlineSize) return true;
   if (info.owner != &program_) return false;
   const auto calls = callCounts_.find(info.name);

@@ -51,7 +51,8 @@ class Module {
 
   // Declares the function; its code is made later.
   FunctionId functionId(const FunctionInfo& info);
-  bool shouldInline(const FunctionInfo& info, const FunctionBuilder& into) const;
+  bool shouldInline(const FunctionInfo& info) const;
+  void noteInlined(uint32_t bytes) { inlinedBytes_ += bytes; }
   // A function of the library for operands of these shapes; throws Unsupported.
   const FunctionInfo& libraryFunction(const std::string& name, const std::vector<Shape>& shapes,
                                       const TSourceLoc& where);
@@ -116,6 +117,7 @@ class Module {
   std::map<ValueType, GlobalId> zeros_;
   std::map<std::pair<ValueType, std::vector<uint32_t>>, size_t> constantIndex_;
   std::vector<Constant> constants_;
+  uint64_t inlinedBytes_ = 0;
   bool withConstants_ = false;
   GlobalId constantsReady_;
   FunctionId fillConstants_;

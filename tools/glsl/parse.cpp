@@ -3,10 +3,9 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdlib>
+#include <charconv>
 #include <mutex>
 #include <optional>
-#include <regex>
 
 #include "program.h"
 
@@ -14,7 +13,7 @@ namespace shadermachine::tools::glsl {
 namespace {
 
 constexpr EShMessages kMessages =
-    static_cast<EShMessages>(EShMsgRelaxedErrors | EShMsgSuppressWarnings);
+    static_cast<EShMessages>(EShMsgRelaxedErrors | EShMsgSuppressWarnings | EShMsgCascadingErrors);
 
 constexpr const char* kDefaultPrecision = "precision highp float; precision highp int; ";
 constexpr const char* kModernOutput = "out vec4 pixelColour; ";
@@ -26,18 +25,53 @@ struct Attempt {
   std::string preamble;  // goes after the version
 };
 
-int versionOf(const std::string& source) {
-  static const std::regex kVersion("(^|\n)[ \t]*#[ \t]*version[ \t]+([0-9]+)");
-  std::smatch match;
-  return std::regex_search(source, match, kVersion) ? std::atoi(match[2].str().c_str()) : 0;
+bool isWordCharacter(char c) {
+  return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_';
 }
 
-bool definesFunction(const std::string& source, const std::string& name) {
-  return std::regex_search(source, std::regex("\\bvoid\\s+" + name + "\\s*\\("));
+// Words and single other characters, without white space.
+std::vector<std::string_view> tokensOf(std::string_view source) {
+  std::vector<std::string_view> tokens;
+  for (size_t i = 0; i < source.size();) {
+    size_t end = i + 1;
+    while (isWordCharacter(source[i]) && end < source.size() && isWordCharacter(source[end])) ++end;
+    if (std::string_view(" \t\r\n\v\f").find(source[i]) == std::string_view::npos) {
+      tokens.push_back(source.substr(i, end - i));
+    }
+    i = end;
+  }
+  return tokens;
+}
+
+// The number in the source's #version, or 0.
+int versionOf(const std::vector<std::string_view>& tokens) {
+  for (size_t i = 0; i + 2 < tokens.size(); ++i) {
+    if (tokens[i] != "#" || tokens[i + 1] != "version") continue;
+    int version = 0;
+    std::from_chars(tokens[i + 2].begin(), tokens[i + 2].end(), version);
+    return version;
+  }
+  return 0;
+}
+
+bool definesFunction(const std::vector<std::string_view>& tokens, std::string_view name) {
+  for (size_t i = 0; i + 2 < tokens.size(); ++i) {
+    if (tokens[i] == "void" && tokens[i + 1] == name && tokens[i + 2] == "(") return true;
+  }
+  return false;
+}
+
+// With a type, and perhaps a precision, between.
+bool declaresUniform(const std::vector<std::string_view>& tokens, std::string_view name) {
+  for (size_t i = 2; i < tokens.size(); ++i) {
+    if (tokens[i] != name) continue;
+    if (tokens[i - 2] == "uniform" || (i > 2 && tokens[i - 3] == "uniform")) return true;
+  }
+  return false;
 }
 
 // Inputs of shaders that are written as mainImage() alone, where the source does not declare them.
-std::string imageInputs(const std::string& source) {
+std::string imageInputs(const std::vector<std::string_view>& tokens) {
   static constexpr std::array<std::pair<const char*, const char*>, 12> kInputs = {{
       {"vec3", "iResolution"},
       {"float", "iTime"},
@@ -54,8 +88,7 @@ std::string imageInputs(const std::string& source) {
   }};
   std::string declarations;
   for (const auto& [type, name] : kInputs) {
-    const std::regex declared(std::string("uniform\\s+(\\w+\\s+)?\\w+\\s+") + name + "\\b");
-    if (std::regex_search(source, declared)) continue;
+    if (declaresUniform(tokens, name)) continue;
     declarations += std::string("uniform ") + type + " " + name + "; ";
   }
   return declarations;
@@ -117,15 +150,25 @@ std::unique_ptr<glslang::TShader> parseAs(const Attempt& attempt, const Source& 
   return nullptr;
 }
 
+// The compiler works through the tree recursively.
+bool isTooDeep(glslang::TShader& shader, Diagnostics& diagnostics) {
+  constexpr unsigned kMaxDepth = 1500;
+  const TIntermNode* root = shader.getIntermediate()->getTreeRoot();
+  const TIntermNode* deep = root != nullptr ? deeperThan(*root, kMaxDepth) : nullptr;
+  if (deep != nullptr) diagnostics.add(Unsupported(deep->getLoc(), "nested too deeply"));
+  return deep != nullptr;
+}
+
 }  // namespace
 
 std::unique_ptr<Program> Program::parse(std::string_view text, Diagnostics& diagnostics) {
   static std::once_flag initialized;
   std::call_once(initialized, [] { glslang::InitializeProcess(); });
   const std::string whole(text);
-  const int version = versionOf(whole);
-  const bool isImage = !definesFunction(whole, "main") && definesFunction(whole, "mainImage");
-  const std::string inputs = isImage ? imageInputs(whole) : "";
+  const std::vector<std::string_view> tokens = tokensOf(whole);
+  const int version = versionOf(tokens);
+  const bool isImage = !definesFunction(tokens, "main") && definesFunction(tokens, "mainImage");
+  const std::string inputs = isImage ? imageInputs(tokens) : "";
   const Source source = splitAtVersion(whole, version);
 
   // When none succeeds, the attempt with the fewest errors is likely the language that was meant.
@@ -136,6 +179,7 @@ std::unique_ptr<Program> Program::parse(std::string_view text, Diagnostics& diag
     auto shader = parseAs(attempt, source, entry, errors);
     if (shader != nullptr) {
       diagnostics = std::move(errors);
+      if (isTooDeep(*shader, diagnostics)) return nullptr;
       return std::unique_ptr<Program>(new Program(std::move(shader)));
     }
     if (!fewest || errors.count() < fewest->count()) fewest = std::move(errors);
