@@ -196,8 +196,10 @@ bool FlowRules::applyCall(uint32_t callee, StackState& state) const {
 
 bool FlowRules::applyAggregate(const DecodedFunction& function, const Instruction& item,
                                StackState& state) const {
-  uint32_t pops = operandU16(function.code, item.pc + 3);
-  if (item.opcode == Opcode::CTOR_STRUCT) {
+  uint32_t pops = 0;
+  if (item.opcode == Opcode::CTOR_ARRAY) {
+    pops = operandU16(function.code, item.pc + 3);
+  } else {
     const auto type = static_cast<int16_t>(operandU16(function.code, item.pc + 1));
     const StructInfo* info = type < 0 ? nullptr : structType(machine_, type);
     if (info == nullptr) return false;
