@@ -218,6 +218,7 @@ class Runner {
     uint32_t meant = VM_COMPONENT_COUNT;
     if (opcode == SWIZZLE || opcode == SWIZZLE_2 || opcode == SWIZZLE_3) meant = code[2];
     if (opcode == CROSS) meant = 3;
+    if (opcode == EQ_AGG || opcode == NE_AGG) meant = 2;
     if (opcode == REFLECT || opcode == REFRACT || opcode == MUL_MAT_VEC || opcode == MUL_VEC_MAT) {
       meant = code[1];
     }

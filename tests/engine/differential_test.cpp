@@ -10,7 +10,7 @@
 namespace shadermachine::tests {
 namespace {
 
-constexpr uint32_t kShaders = 12000;
+constexpr uint32_t kShaders = 20000;
 
 TEST(Differential, RandomShadersRunTheSame) {
   vmInitialize();

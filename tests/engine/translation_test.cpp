@@ -1,0 +1,105 @@
+// When translations are made, kept and used again.
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+#include "engine/engine.h"
+#include "machine/machine.h"
+#include "support/allocations.h"
+#include "support/rig.h"
+
+namespace shadermachine::tests {
+namespace {
+
+// Stores a number into the output global, by a function, and ends with `ending`.
+BuiltShader storing(float value, VmOpcode ending) {
+  return buildShader([&](ShaderBuilder& shader, FunctionBuilder& code) {
+    const GlobalId color = shader.addGlobal({.name = "color", .type = VM_TYPE_VEC4});
+    shader.record().outputGlobal0 = color.index;
+    FunctionBuilder& f = shader.addFunction("f");
+    f.pushFloat(value);
+    f.construct(VM_OP_CTOR_VEC4_A, {1});
+    f.store(color);
+    f.emit(VM_OP_RETURN);
+    code.call(f.id());
+    code.pushInt(0);
+    probe(code);
+    code.emit(ending);
+  });
+}
+
+float storedValue(const Rig& rig) {
+  float value;
+  std::memcpy(&value, rig.only(kProbe).stack[0].value.words, sizeof value);
+  return value;
+}
+
+Machine& internals(Rig& rig) { return static_cast<Machine&>(*rig.machine); }
+
+TEST(Translation, IsKeptAfterTheMachineForgetsItsShader) {
+  Rig rig;
+  const BuiltShader shader = storing(2.0f, VM_OP_DISCARD);
+  EXPECT_EQ(rig.run(shader), VM_ERR_DISCARDED);
+  const engine::Translation* first = internals(rig).translations;
+  ASSERT_NE(first, nullptr);
+  EXPECT_EQ(rig.run(shader), VM_ERR_DISCARDED);
+  EXPECT_EQ(internals(rig).translations, first);
+  // An equal shader elsewhere is the same to it.
+  EXPECT_EQ(rig.run(storing(2.0f, VM_OP_DISCARD)), VM_ERR_DISCARDED);
+  EXPECT_EQ(internals(rig).translations, first);
+  EXPECT_EQ(storedValue(rig), 2.0f);
+}
+
+TEST(Translation, AnotherShaderAtTheSameAddressIsAnother) {
+  Rig rig;
+  BuiltShader shader = storing(1.0f, VM_OP_DISCARD);
+  CompiledShader record = *shader.record();
+  EXPECT_EQ(rig.run(&record), VM_ERR_DISCARDED);
+  EXPECT_EQ(storedValue(rig), 1.0f);
+  // Its tables are freed, its record is overwritten.
+  shader = storing(3.0f, VM_OP_DISCARD);
+  record = *shader.record();
+  EXPECT_EQ(rig.run(&record), VM_ERR_DISCARDED);
+  EXPECT_EQ(storedValue(rig), 3.0f);
+}
+
+TEST(Translation, MemoryIsBounded) {
+  Rig rig;
+  std::vector<int64_t> live;
+  for (int round = 0; round < 4; ++round) {
+    for (int i = 0; i < 20; ++i) {
+      EXPECT_EQ(rig.run(storing(static_cast<float>(i), VM_OP_DISCARD)), VM_ERR_DISCARDED);
+      EXPECT_EQ(storedValue(rig), static_cast<float>(i));
+    }
+    rig.kept.clear();
+    rig.calls.clear();
+    live.push_back(liveAllocations());
+  }
+  EXPECT_EQ(live[1], live[3]);
+}
+
+TEST(Translation, WithoutMemoryRunsPlain) {
+  const BuiltShader shader = storing(5.0f, VM_OP_RETURN);
+  for (int64_t allowed = 0; allowed < 12; ++allowed) {
+    Rig rig;
+    {
+      const AllocationFailure failure(allowed);
+      EXPECT_EQ(rig.run(shader), VM_OK);
+    }
+    EXPECT_EQ(storedValue(rig), 5.0f);
+    EXPECT_EQ(rig.run(shader), VM_OK);
+    EXPECT_TRUE(engine::isTranslated(internals(rig)));
+  }
+}
+
+TEST(Translation, CanBeSwitchedOff) {
+  Rig rig;
+  internals(rig).runsPlain = 1;
+  EXPECT_EQ(rig.run(storing(4.0f, VM_OP_RETURN)), VM_OK);
+  EXPECT_EQ(storedValue(rig), 4.0f);
+  EXPECT_EQ(internals(rig).translations, nullptr);
+}
+
+}  // namespace
+}  // namespace shadermachine::tests
