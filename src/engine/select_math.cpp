@@ -106,7 +106,7 @@ bool Translator::selectGeometry(const uint8_t* code, Instruction& item) {
   using enum Opcode;
   const uint32_t n = item.opcode == CROSS ? 3 : operandU8(code, item.pc + 1);
   if (n < 2 || n > 4) return false;
-  const uint32_t m = static_cast<uint32_t>(opcodeInfo(item.opcode).pops);
+  const uint32_t m = static_cast<uint8_t>(opcodeInfo(item.opcode).pops);
   for (uint32_t i = 0; i < m; ++i) {
     const bool eta = item.opcode == REFRACT && i == 0;
     if (!isReadable(out_.topEntry(static_cast<int32_t>(i)), eta ? 1 : n)) return false;

@@ -48,6 +48,8 @@ const Record* Translator::translate(uint32_t entryFunction) {
   return records;
 }
 
+// One case per family; the work is done elsewhere.
+// NOLINTNEXTLINE(readability-function-size)
 bool Translator::select(Instance& instance, Instruction& item) {
   using enum Opcode;
   const uint8_t* code = instance.function->code;
