@@ -17,7 +17,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   bool ordinary = true;
   for (float& value : values) {
     value = choices.value<float>();
-    ordinary = ordinary && std::fabs(value) < 1e6F;
+    // Far out, floats no longer tell where in its cell a point lies.
+    ordinary = ordinary && std::fabs(value) < 100.0F;
   }
   const float first = noiseScalar(values, count);
   const float again = noiseScalar(values, count);
