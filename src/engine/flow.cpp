@@ -208,6 +208,56 @@ bool FlowRules::applyAggregate(const DecodedFunction& function, const Instructio
   return pops > 0 && replace(state, pops, kAllWords, true);
 }
 
+// What the host writes may be any word of the slot.
+bool FlowRules::applyHostCall(const uint8_t* code, const Instruction& item,
+                              StackState& state) const {
+  using enum Opcode;
+  switch (item.opcode) {
+    case LOAD_BUILTIN: {
+      const BuiltinFamily family = builtinVariable(operandU16(code, item.pc + 1)).family;
+      const bool block =
+          family == BuiltinFamily::GlobalElement || family == BuiltinFamily::GlobalArray;
+      return push(state, family == BuiltinFamily::RunWord ? 1 : kAllWords, block);
+    }
+    case CALL_BUILTIN: {
+      const uint32_t pops = builtinFunctionPops(operandU16(code, item.pc + 1));
+      for (uint32_t k = 0; k <= pops && k < state.count; ++k) {
+        state.widths[state.count - 1 - k] = kAllWords;
+      }
+      return pop(state, pops);
+    }
+    case HOST_UNARY_1:
+    case HOST_UNARY_2:
+    case HOST_UNARY_3:
+      if (state.count == 0) return false;
+      state.widths[state.count - 1u] = kAllWords;
+      return true;
+    case HOST_LOOKUP_1:
+    case HOST_LOOKUP_2: {
+      const uint32_t arguments = (operandU8(code, item.pc + 1) >> 5) & 3;
+      if (arguments < 2) return true;
+      if (!pop(state, arguments - 1) || state.count == 0) return false;
+      state.widths[state.count - 1u] = kAllWords;
+      return true;
+    }
+    default:
+      return false;
+  }
+}
+
+// The instructions whose effect the opcode table tells.
+bool FlowRules::applyByTable(const uint8_t* code, const Instruction& item,
+                             StackState& state) const {
+  const OpcodeInfo& info = opcodeInfo(item.opcode);
+  if (item.opcode >= Opcode::CTOR_VEC2_A && item.opcode <= Opcode::CTOR_MAT4) {
+    return applyConstructor(code, item, state);
+  }
+  if (info.pops == 0 && info.pushes == 0) return true;
+  if (info.pops == 0) return push(state, 1);
+  if (info.pushes == 0) return pop(state, static_cast<uint32_t>(info.pops));
+  return writeFirst(state, static_cast<uint32_t>(info.pops), writtenWords(code, item));
+}
+
 bool FlowRules::applyRest(DecodedFunction& function, const Instruction& item,
                           StackState& state) const {
   using enum Opcode;
@@ -231,35 +281,16 @@ bool FlowRules::applyRest(DecodedFunction& function, const Instruction& item,
       setTemporary(state, t - 1, width, block);
       return true;
     }
-    case LOAD_BUILTIN: {
-      const BuiltinFamily family = builtinVariable(operandU16(code, item.pc + 1)).family;
-      const bool block =
-          family == BuiltinFamily::GlobalElement || family == BuiltinFamily::GlobalArray;
-      return push(state, family == BuiltinFamily::RunWord ? 1 : kAllWords, block);
-    }
     case CALL:
       return applyCall(operandU16(code, item.pc + 1), state);
-    case CALL_BUILTIN: {
-      const uint32_t pops = builtinFunctionPops(operandU16(code, item.pc + 1));
-      for (uint32_t k = 0; k <= pops && k < state.count; ++k) {
-        state.widths[state.count - 1 - k] = kAllWords;
-      }
-      return pop(state, pops);
-    }
+    case LOAD_BUILTIN:
+    case CALL_BUILTIN:
     case HOST_UNARY_1:
     case HOST_UNARY_2:
     case HOST_UNARY_3:
-      if (state.count == 0) return false;
-      state.widths[t] = kAllWords;
-      return true;
     case HOST_LOOKUP_1:
-    case HOST_LOOKUP_2: {
-      const uint32_t arguments = (operandU8(code, item.pc + 1) >> 5) & 3;
-      if (arguments < 2) return true;
-      if (!pop(state, arguments - 1) || state.count == 0) return false;
-      state.widths[state.count - 1u] = kAllWords;
-      return true;
-    }
+    case HOST_LOOKUP_2:
+      return applyHostCall(function.code, item, state);
     case RETURN_VALUE:
     case RETURN_VALUE_2: {
       // A local can be the top slot too; such a function is rare enough for the plain handlers.
@@ -280,13 +311,12 @@ bool FlowRules::applyRest(DecodedFunction& function, const Instruction& item,
       ++state.indexDepth;
       return true;
     default:
-      return false;
+      return applyByTable(function.code, item, state);
   }
 }
 
 bool FlowRules::apply(DecodedFunction& function, const Instruction& item, StackState& state) const {
   using enum Opcode;
-  const OpcodeInfo& info = opcodeInfo(item.opcode);
   switch (item.opcode) {
     case LOAD_LOCAL:
     case LOAD_GLOBAL:
@@ -329,36 +359,9 @@ bool FlowRules::apply(DecodedFunction& function, const Instruction& item, StackS
       return replace(state, 2, 3);
     case REFRACT:
       return replace(state, 3, operandU8(function.code, item.pc + 1));
-    case POP_N:
-    case PUSH_EMPTY:
-    case PUSH_ZERO4:
-    case PUSH_ONE4_F:
-    case DUP:
-    case SWAP:
-    case LOAD_BUILTIN:
-    case CALL:
-    case CALL_BUILTIN:
-    case HOST_UNARY_1:
-    case HOST_UNARY_2:
-    case HOST_UNARY_3:
-    case HOST_LOOKUP_1:
-    case HOST_LOOKUP_2:
-    case RETURN:
-    case RETURN_VALUE:
-    case RETURN_VALUE_2:
-    case PUSH_INDEX:
-    case PUSH_INDEX_IMM:
-      return applyRest(function, item, state);
     default:
-      break;
+      return applyRest(function, item, state);
   }
-  if (item.opcode >= CTOR_VEC2_A && item.opcode <= CTOR_MAT4) {
-    return applyConstructor(function.code, item, state);
-  }
-  if (info.pops == 0 && info.pushes == 0) return true;
-  if (info.pops == 0) return push(state, 1);
-  if (info.pushes == 0) return pop(state, static_cast<uint32_t>(info.pops));
-  return writeFirst(state, static_cast<uint32_t>(info.pops), writtenWords(function.code, item));
 }
 
 }  // namespace shadermachine::engine

@@ -24,6 +24,8 @@ class FlowRules {
                         StackState& state) const;
   bool applyAggregate(const DecodedFunction& function, const Instruction& item,
                       StackState& state) const;
+  bool applyHostCall(const uint8_t* code, const Instruction& item, StackState& state) const;
+  bool applyByTable(const uint8_t* code, const Instruction& item, StackState& state) const;
   bool applyRest(DecodedFunction& function, const Instruction& item, StackState& state) const;
 
   Decoder& decoder_;

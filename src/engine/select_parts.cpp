@@ -102,6 +102,8 @@ bool Translator::selectGather(Instruction& item, uint32_t n, const uint8_t* coun
   }
   if (constant) {
     uint32_t values[4] = {};
+    // The operands reach n components, so every word has its address.
+    // NOLINTNEXTLINE(clang-analyzer-core.NullDereference)
     for (uint32_t i = 0; i < n; ++i) values[i] = *words[i];
     out_.pop(operands);
     out_.pushConstant(values, n);
