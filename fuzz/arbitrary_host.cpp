@@ -140,6 +140,7 @@ uint32_t ArbitraryHost::word() {
 
 void ArbitraryHost::answer(void* target, uint64_t words) {
   ++calls_;
+  if (onAccess) onAccess();
   if (target == nullptr) return;
   for (uint64_t i = 0; i < words; ++i) {
     const uint32_t value = word();
@@ -149,6 +150,7 @@ void ArbitraryHost::answer(void* target, uint64_t words) {
 
 void ArbitraryHost::read(const void* source, uint32_t words) {
   ++calls_;
+  if (onAccess) onAccess();
   if (source == nullptr) return;
   for (uint32_t i = 0; i < words; ++i) {
     uint32_t value;

@@ -4,6 +4,7 @@
 #include <shadermachine/machine.h>
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <random>
 
@@ -21,6 +22,9 @@ class ArbitraryHost {
 
   static const HostCallbacks& callbacks();
   StartupInfo startup(uint32_t timeout) const;
+
+  // What to do at every access of a callback, before it.
+  std::function<void()> onAccess;
 
   // Called by the callbacks.
   void answer(void* target, uint64_t words);

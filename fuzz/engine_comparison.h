@@ -1,4 +1,5 @@
-// Runs by the plain handlers and translated, compared by what a host sees of them.
+// Runs a shader by the plain handlers and translated, and compares everything a host can see: the
+// state at every callback, and what is left of each run.
 #pragma once
 
 #include <shadermachine/shadermachine.h>
@@ -7,7 +8,15 @@
 
 namespace shadermachine::fuzz {
 
-// Empty when there is no difference. Programs without end are not compared.
-std::string engineDifference(const CompiledShader& shader, uint32_t hostSeed);
+struct Comparison {
+  std::string difference;  // empty when there is none
+  VmError error = VM_OK;
+  size_t callbacks = 0;
+  bool translated = false;
+};
+
+// Several runs on one machine each, so that globals and kept translations take part. The shader
+// must come to an end.
+Comparison compareRuns(const CompiledShader& shader, uint32_t hostSeed);
 
 }  // namespace shadermachine::fuzz

@@ -14,6 +14,8 @@ struct ProgramOptions {
   bool hidesNanBits = false;
   // Now and then something against the rules: stray instructions, bytes and table entries.
   bool hasFlaws = false;
+  // No endless loops and no recursion.
+  bool ends = false;
 };
 
 tools::BuiltShader generateProgram(Choices& choices, const ProgramOptions& options = {});

@@ -151,7 +151,7 @@ void Generator::loop(uint32_t depth) {
       code_->addLocal({"loop" + std::to_string(loopCount_++), VM_TYPE_INT, 0, 0});
   const tools::Label start = code_->newLabel();
   const tools::Label end = code_->newLabel();
-  code_->pushInt(choices_.oneIn(50) ? INT32_MIN : 0);
+  code_->pushInt(choices_.oneIn(50) && !options_.ends ? INT32_MIN : 0);
   code_->store(counter);
   code_->bind(start);
   code_->load(counter);
@@ -170,7 +170,8 @@ void Generator::callForEffect() {
   if (current_ + size_t{1} >= functions_.size()) return assign();
   const uint32_t later = static_cast<uint32_t>(functions_.size()) - current_ - 1;
   // Once in a while the function calls itself.
-  const uint32_t step = choices_.oneIn(20) ? 0 : choices_.between(1, later);
+  const bool recurses = choices_.oneIn(20) && !options_.ends;
+  const uint32_t step = recurses ? 0 : choices_.between(1, later);
   const auto function = static_cast<uint16_t>(current_ + step);
   call(function, kExpressionDepth);
   const auto& result = functions_[function].result;
