@@ -148,6 +148,11 @@ unsigned largest(std::span<const TIntermTyped* const> arguments) {
   return components;
 }
 
+VmOpcode booleanOpcode(TOperator op) {
+  if (op == glslang::EOpAny) return VM_OP_ANY_B;
+  return op == glslang::EOpAll ? VM_OP_ALL_B : VM_OP_NOT_B;
+}
+
 }  // namespace
 
 void FunctionGenerator::builtinCall(const TIntermOperator& node,
@@ -219,12 +224,9 @@ bool FunctionGenerator::specialCall(const TIntermOperator& node,
       return true;
     case glslang::EOpAny:
     case glslang::EOpAll:
-      value(*arguments[0]);
-      emitCounted(op == glslang::EOpAny ? VM_OP_ANY_B : VM_OP_ALL_B, components);
-      return true;
     case glslang::EOpVectorLogicalNot:
       value(*arguments[0]);
-      emitCounted(VM_OP_NOT_B, components);
+      emitCounted(booleanOpcode(op), components);
       return true;
     case glslang::EOpFloatBitsToInt:
     case glslang::EOpFloatBitsToUint:
