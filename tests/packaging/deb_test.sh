@@ -4,7 +4,7 @@
 set -eu
 cpack=$1 build=$2 folder=$3 source=$4
 
-rm -rf "$folder/packages" "$folder/root"
+rm -rf "$folder/packages" "$folder/unpacked"
 (cd "$build" && "$cpack" -G DEB -B "$folder/packages")
 packages="libshadermachine1 libshadermachine-dev"
 if [ -x "$build/tools/shadermachine" ]; then
@@ -13,14 +13,14 @@ fi
 for package in $packages; do
   file=$(ls "$folder/packages/${package}"_*.deb)
   dpkg-deb --info "$file" >/dev/null
-  dpkg-deb --extract "$file" "$folder/root"
-  test -s "$folder/root/usr/share/doc/$package/copyright"
+  dpkg-deb --extract "$file" "$folder/unpacked"
+  test -s "$folder/unpacked/usr/share/doc/$package/copyright"
 done
 
-libdir=$(dirname "$(find "$folder/root/usr" -name libshadermachine.so)")
-"${CC:-cc}" -std=c99 -I"$folder/root/usr/include" "$source" -L"$libdir" -lshadermachine \
+libdir=$(dirname "$(find "$folder/unpacked/usr" -name libshadermachine.so)")
+"${CC:-cc}" -std=c99 -I"$folder/unpacked/usr/include" "$source" -L"$libdir" -lshadermachine \
   -o "$folder/minimal"
 LD_LIBRARY_PATH=$libdir "$folder/minimal" | grep -q '^fragment 2: 2.00 0.25 0.50 1.00$'
 if [ -x "$build/tools/shadermachine" ]; then
-  LD_LIBRARY_PATH=$libdir "$folder/root/usr/bin/shadermachine" --version
+  LD_LIBRARY_PATH=$libdir "$folder/unpacked/usr/bin/shadermachine" --version
 fi
