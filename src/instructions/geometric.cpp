@@ -5,6 +5,22 @@
 #include "instructions/vector_math.h"
 
 namespace shadermachine {
+namespace {
+
+using Combination = float (*)(const float*, const float*, uint32_t);
+
+// A[0] = a scalar made of the vectors A and B.
+void combine(Machine& machine, Combination combination) {
+  uint32_t n;
+  if (!fetchCount(machine, VM_COMPONENT_COUNT, n)) return;
+  const Floats a(topSlot(machine, 1));
+  const Floats b(topSlot(machine));
+  const float result = combination(a.c, b.c, n);
+  storeFloats(topSlot(machine, 1), &result, 1);
+  popSlot(machine);
+}
+
+}  // namespace
 
 void length(Machine& machine) {
   uint32_t n;
@@ -14,25 +30,8 @@ void length(Machine& machine) {
   storeFloats(topSlot(machine), &result, 1);
 }
 
-void distance(Machine& machine) {
-  uint32_t n;
-  if (!fetchCount(machine, VM_COMPONENT_COUNT, n)) return;
-  const Floats a(topSlot(machine, 1));
-  const Floats b(topSlot(machine));
-  const float result = vectorDistance(a.c, b.c, n);
-  storeFloats(topSlot(machine, 1), &result, 1);
-  popSlot(machine);
-}
-
-void dot(Machine& machine) {
-  uint32_t n;
-  if (!fetchCount(machine, VM_COMPONENT_COUNT, n)) return;
-  const Floats a(topSlot(machine, 1));
-  const Floats b(topSlot(machine));
-  const float result = dotProduct(a.c, b.c, n);
-  storeFloats(topSlot(machine, 1), &result, 1);
-  popSlot(machine);
-}
+void distance(Machine& machine) { combine(machine, vectorDistance); }
+void dot(Machine& machine) { combine(machine, dotProduct); }
 
 void cross(Machine& machine) {
   const Floats a(topSlot(machine, 1));
