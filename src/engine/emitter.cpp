@@ -250,6 +250,11 @@ void Emitter::produceWord(const Record& record, StepPair steps, int32_t s) {
   claim(Register::Word, home(s), records_.size() - 1, 1);
 }
 
+void Emitter::holdVector(const Entry& entry, uint32_t n) {
+  clobber(Register::Vector);
+  state(Register::Vector) = {entry.address, records_.size() - 1, n, false};
+}
+
 void Emitter::produceInMemory(Record record, uint32_t n, int32_t s) {
   record.d = home(s);
   emit(record);

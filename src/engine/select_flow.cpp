@@ -213,15 +213,15 @@ void Translator::enterLocals(Instance& instance) {
   out_.top = base + record.localCount - 1;
   const uint32_t own = static_cast<uint32_t>(record.localCount - params);
   if (own == 0) return;
-  Record init = makeRecord(aggregate ? &initLocalsStep : &zeroSlotsStep);
+  Record init = makeRecord(aggregate ? &initLocalsStep
+                           : wide    ? &zeroWideSlotsStep
+                                     : &zeroSlotsStep);
   init.d = out_.home(base + params);
   init.x = own;
   if (aggregate) {
     init.y = static_cast<uint32_t>(params);
     init.site = out_.site(0, 0);
     out_.forgetRegisters();
-  } else {
-    init.y = wide ? 64 : 16;
   }
   out_.emit(init);
 }

@@ -60,7 +60,7 @@ bool Translator::loadVariable(int32_t s, const VarInfo& info) {
 }
 
 bool Translator::storeVariable(int32_t s, const VarInfo& info, bool global) {
-  if (!isBasicVar(info) || info.byteSize % 4 != 0 || info.byteSize > 64) return false;
+  if (info.byteSize % 4 != 0 || info.byteSize > 64) return false;
   const uint32_t n = variableWords(info);
   if (n == 0 || !isReadable(out_.topEntry(), n)) return false;
   Entry& variable = out_.slot(s);
@@ -86,14 +86,14 @@ bool Translator::selectVariable(Instance& instance, const Instruction& item) {
   switch (item.opcode) {
     case LOAD_GLOBAL:
       if ((info.flags & VM_VAR_HOST) != 0 && machine_.callbacks.hostVariable != nullptr) {
-        return false;
+        return loadHostVariable(number, item);
       }
       return loadVariable(s, info);
     case LOAD_LOCAL:
       return loadVariable(s, info);
     case STORE_LOCAL:
     case STORE_GLOBAL:
-      return storeVariable(s, info, global);
+      return isBasicVar(info) ? storeVariable(s, info, global) : storeAggregate(s, item);
     case STORE_LOCAL_KEEP: {
       if (!isBasicVar(info) || out_.topEntry().block || out_.topEntry().lazyView) return false;
       const Entry kept = out_.topEntry();

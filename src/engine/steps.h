@@ -1,9 +1,16 @@
 // Handlers of the records that are not component-wise instructions.
 #pragma once
 
+#include <cstddef>
+
 #include "engine/kernel_table.h"
 
 namespace shadermachine::engine {
+
+inline ValueSlot& slotOf(const uint32_t* words) {
+  const char* start = reinterpret_cast<const char*>(words) - offsetof(InlineValue, words);
+  return *reinterpret_cast<ValueSlot*>(const_cast<char*>(start));
+}
 
 // steps_flow.cpp
 
@@ -17,14 +24,29 @@ Step finishStep(ENGINE_STATE);     // site: the entry function returns
 Step jumpStep(ENGINE_STATE);       // target
 // Where loops go when their time may be over: d: site, c: the record that goes on.
 Step timeStep(ENGINE_STATE);
-Step jumpBackStep(ENGINE_STATE);      // c and d as of timeStep()
-Step branchWordStep(ENGINE_STATE);    // to the target when the word register is 0
-Step branchMemoryStep(ENGINE_STATE);  // to the target when word a is 0
-Step zeroSlotsStep(ENGINE_STATE);     // x slots from the words at d, y bytes each
-Step initLocalsStep(ENGINE_STATE);    // site, d: words of the first local; x locals from number y
-Step releaseSlotStep(ENGINE_STATE);   // d: words of the slot whose block is released
-Step clearSlotStep(ENGINE_STATE);     // d: words of the slot whose reference is cleared
-Step shareViewStep(ENGINE_STATE);     // d: slot; a: aggregate variable; x bytes at y, all if x is 0
+Step jumpBackStep(ENGINE_STATE);       // c and d as of timeStep()
+Step branchWordStep(ENGINE_STATE);     // to the target when the word register is 0
+Step branchMemoryStep(ENGINE_STATE);   // to the target when word a is 0
+Step zeroSlotsStep(ENGINE_STATE);      // the first four words of x slots, from the words at d
+Step zeroWideSlotsStep(ENGINE_STATE);  // the same, all words
+Step initLocalsStep(ENGINE_STATE);     // site, d: words of the first local; x locals from number y
+Step releaseSlotStep(ENGINE_STATE);    // d: words of the slot whose block is released
+Step clearSlotStep(ENGINE_STATE);      // d: words of the slot whose reference is cleared
+Step shareViewStep(ENGINE_STATE);  // d: slot; a: aggregate variable; x bytes at y, all if x is 0
+
+// steps_host.cpp
+
+// LOAD_GLOBAL of host variable number x. A basic one of n words: the host fills the words at a.
+// For n above 4 no register is filled. An aggregate: the host fills its own block; d: the slot that
+// would be pushed.
+StepPair hostVariableSteps(uint32_t n);
+Step hostAggregateStep(ENGINE_STATE);
+// Built-in variable of callback x; y: whether the current index is passed. The host fills the words
+// at d; the first four are in the vector register too.
+Step hostBuiltinStep(ENGINE_STATE);
+// Stores into the aggregate variable d (a slot's words). site: with the value popped.
+Step storeBlockStep(ENGINE_STATE);  // from the temporary a, which gives its reference up
+Step copyBlockStep(ENGINE_STATE);   // from the variable a
 
 // steps_move.cpp
 

@@ -1,15 +1,11 @@
 // Control flow, calls into the plain handlers, and the state that slots carry beside their words.
 
 #include "engine/steps.h"
+#include "engine/vectors.h"
 #include "instructions/opcode_table.h"
 
 namespace shadermachine::engine {
 namespace {
-
-ValueSlot& slotOf(const uint32_t* words) {
-  const char* start = reinterpret_cast<const char*>(words) - offsetof(InlineValue, words);
-  return *reinterpret_cast<ValueSlot*>(const_cast<char*>(start));
-}
 
 void fillFrame(Machine& machine, const InlinedCall& call, uint32_t pc, int32_t top) {
   CallFrame& frame = machine.frames[call.frameIndex];
@@ -113,16 +109,23 @@ Step branchMemoryStep(ENGINE_STATE) {
   ENGINE_NEXT;
 }
 
-Step zeroSlotsStep(ENGINE_STATE) {
-  auto* slot = reinterpret_cast<char*>(record->d);
-  const char* const end = slot + record->x * sizeof(ValueSlot);
-  for (; slot < end; slot += sizeof(ValueSlot)) {
-    if (record->y == 16) {
-      std::memset(slot, 0, 16);
-    } else {
-      std::memset(slot, 0, 64);
-    }
+template <uint32_t words>
+void zeroSlots(const Record* record) {
+  uint32_t* slot = record->d;
+  constexpr uint32_t kWordsPerSlot = sizeof(ValueSlot) / sizeof(uint32_t);
+  const uint32_t* const end = slot + record->x * kWordsPerSlot;
+  for (; slot < end; slot += kWordsPerSlot) {
+    for (uint32_t i = 0; i < words; i += 4) storeVector<4>(slot + i, FloatVector{});
   }
+}
+
+Step zeroSlotsStep(ENGINE_STATE) {
+  zeroSlots<4>(record);
+  ENGINE_NEXT;
+}
+
+Step zeroWideSlotsStep(ENGINE_STATE) {
+  zeroSlots<VM_COMPONENT_COUNT>(record);
   ENGINE_NEXT;
 }
 

@@ -70,6 +70,8 @@ bool Translator::select(Instance& instance, Instruction& item) {
     case STORE_LOCAL_ELEM_IMM:
     case STORE_GLOBAL_ELEM_IMM:
       return selectVariable(instance, item);
+    case LOAD_BUILTIN:
+      return loadBuiltinVariable(operandU16(code, item.pc + 1), item);
     case POP:
     case POP_N:
     case POP_RELEASE:

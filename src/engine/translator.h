@@ -79,6 +79,11 @@ class Translator {
   bool selectStack(const uint8_t* code, const Instruction& item);
   bool selectIndexPush(const uint8_t* code, const Instruction& item);
 
+  // select_host.cpp
+  bool loadHostVariable(uint32_t number, const Instruction& item);
+  bool loadBuiltinVariable(uint32_t id, const Instruction& item);
+  bool storeAggregate(int32_t s, const Instruction& item);
+
   // select_math.cpp
   bool selectKernel(const uint8_t* code, Instruction& item);
   // Joins the operation to the one before it, when it works on that one's result.

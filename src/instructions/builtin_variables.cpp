@@ -13,16 +13,9 @@ uint32_t wordAt(const void* record, uint32_t offset) {
   return word;
 }
 
-VmBuiltinCallback callbackAt(const Machine& machine, uint32_t slot) {
-  VmBuiltinCallback callback;
-  static_assert(sizeof callback == 8);
-  std::memcpy(&callback, reinterpret_cast<const uint8_t*>(&machine.callbacks) + 8 * slot, 8);
-  return callback;
-}
-
 // Asks the host to fill `data`; a null callback leaves it as it is.
 void askHost(Machine& machine, const BuiltinVariable& variable, void* data, uint32_t count) {
-  const VmBuiltinCallback callback = callbackAt(machine, variable.callbackSlot);
+  const VmBuiltinCallback callback = builtinCallback(machine, variable.callbackSlot);
   if (callback == nullptr) return;
   chargeHostCall(machine);
   callback(data, count, variable.indexed ? currentIndex(machine) : -1, machine.userData);

@@ -5,6 +5,7 @@
 
 #include <array>
 #include <cstddef>
+#include <cstring>
 
 namespace shadermachine {
 
@@ -97,6 +98,15 @@ inline constexpr auto kBuiltinVariables = detail::makeTable();
 constexpr BuiltinVariable builtinVariable(uint32_t id) {
   if (id < kFirstBuiltinVariable || id > kLastBuiltinVariable) return {};
   return kBuiltinVariables[id - kFirstBuiltinVariable];
+}
+
+// The host's answer to a built-in variable; null when it gives none.
+inline VmBuiltinCallback builtinCallback(const ShaderMachine& machine, uint32_t callbackSlot) {
+  VmBuiltinCallback callback;
+  static_assert(sizeof callback == 8);
+  std::memcpy(&callback, reinterpret_cast<const uint8_t*>(&machine.callbacks) + 8 * callbackSlot,
+              8);
+  return callback;
 }
 
 }  // namespace shadermachine

@@ -34,20 +34,14 @@ void loadVariable(ValueSlot& target, const Variable& variable) {
   }
 }
 
-// Value semantics: the variable takes over a block that nobody else holds and copies any other.
-// Releasing the variable first makes a value loaded from the same variable sole again.
 void storeVariable(Machine& machine, const Variable& variable) {
   ValueSlot& source = topSlot(machine);
   if (isBasicVar(variable.info)) {
     std::memcpy(variable.slot.value.words, source.value.words, inlineByteSize(variable.info));
     return;
   }
-  blockRelease(&variable.slot.view);
   chargeBytes(machine, source.view.size);
-  const bool stored = blockRefCount(&source.view) == 1
-                          ? blockShare(&variable.slot.view, &source.view)
-                          : blockClone(&variable.slot.view, &source.view);
-  if (!stored) stopRun(machine, VM_ERR_OUT_OF_MEMORY);
+  if (!blockStore(&variable.slot.view, &source.view)) stopRun(machine, VM_ERR_OUT_OF_MEMORY);
 }
 
 void storeAndPop(Machine& machine, const Variable& variable) {

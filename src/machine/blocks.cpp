@@ -23,6 +23,24 @@ bool blockClone(BlockView* dst, const BlockView* src) {
   return blockAlloc(dst, src->size, src->data);
 }
 
+bool blockCopyInto(BlockView* variable, const BlockView* source) {
+  if (source->data != nullptr && variable->size == source->size && variable->offset == 0 &&
+      blockRefCount(variable) == 1 && variable->data != source->data) {
+    std::memcpy(variable->data, source->data, source->size);
+    return true;
+  }
+  blockRelease(variable);
+  return blockClone(variable, source);
+}
+
+bool blockStore(BlockView* variable, const BlockView* source) {
+  const bool same = variable->data != nullptr && source->data != nullptr &&
+                    blockOf(*variable) == blockOf(*source);
+  if (!same && blockRefCount(source) > 1) return blockCopyInto(variable, source);
+  blockRelease(variable);
+  return blockRefCount(source) == 1 ? blockShare(variable, source) : blockClone(variable, source);
+}
+
 bool blockEqual(const BlockView* a, const BlockView* b) {
   if (a == nullptr || b == nullptr || a->data == nullptr || b->data == nullptr) return false;
   if (a->data == b->data) return true;

@@ -58,4 +58,13 @@ inline uint32_t blockRefCount(const BlockView* view) {
   return view == nullptr || view->data == nullptr ? 0 : blockOf(*view)->referenceCount;
 }
 
+// Makes a variable's view a copy of another value, which names another block or none. A block that
+// only the variable holds is written over when it has the size, else released.
+bool blockCopyInto(BlockView* variable, const BlockView* source);
+
+// Value semantics: the variable takes over a block that nobody but `source` holds and copies any
+// other. The variable's own hold does not count, so that a value loaded from the variable itself is
+// taken back. The source keeps its reference.
+bool blockStore(BlockView* variable, const BlockView* source);
+
 }  // namespace shadermachine

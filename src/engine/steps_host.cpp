@@ -1,0 +1,122 @@
+// Variables that the host fills, and stores of aggregates.
+
+#include "engine/steps.h"
+#include "engine/vectors.h"
+#include "instructions/builtin_variables.h"
+
+namespace shadermachine::engine {
+namespace {
+
+// Apart from their handlers: what takes the address of a local, or calls, saves registers.
+
+[[gnu::noinline]] void askHost(Machine& machine, const Record& record, void* data) {
+  enterSite(machine, *record.site);
+  const VarInfo& info = machine.shader->globals[record.x];
+  const HostVariableRequest request = {
+      data, &info, record.x, info.count, currentIndex(machine), machine.userData};
+  chargeHostCall(machine);
+  machine.callbacks.hostVariable(&request);
+}
+
+[[gnu::noinline]] void askHostForBlock(Machine& machine, const Record& record) {
+  BlockView& view = slotOf(record.d).view;
+  blockShare(&view, &machine.stack[record.x].view);
+  askHost(machine, record, view.data);
+  blockRelease(&view);
+}
+
+[[gnu::noinline]] void askHostForBuiltin(Machine& machine, const Record& record) {
+  enterSite(machine, *record.site);
+  const VmBuiltinCallback callback = builtinCallback(machine, record.x);
+  if (callback == nullptr) return;
+  chargeHostCall(machine);
+  callback(record.d, 1, record.y != 0 ? currentIndex(machine) : -1, machine.userData);
+}
+
+bool storeFailed(Machine& machine, const Site& site) {
+  enterSite(machine, site);
+  stopRun(machine, VM_ERR_OUT_OF_MEMORY);
+  return false;
+}
+
+[[gnu::noinline]] bool storeBlock(Machine& machine, const Record& record) {
+  BlockView& source = slotOf(record.a).view;
+  chargeBytes(machine, source.size);
+  const bool stored = blockStore(&slotOf(record.d).view, &source);
+  blockRelease(&source);
+  return stored || storeFailed(machine, *record.site);
+}
+
+[[gnu::noinline]] bool copyBlock(Machine& machine, const Record& record) {
+  const BlockView& source = slotOf(record.a).view;
+  chargeBytes(machine, source.size);
+  return blockCopyInto(&slotOf(record.d).view, &source) || storeFailed(machine, *record.site);
+}
+
+// Word by word: the host may have written them in pieces of any size, and a load that spans two
+// stores waits for both.
+template <uint32_t n>
+FloatVector gatherVector(const uint32_t* words) {
+  const auto at = [words](uint32_t i) { return i < n ? std::bit_cast<float>(words[i]) : 0.0f; };
+  return FloatVector{at(0), at(1), at(2), at(3)};
+}
+
+template <uint32_t n, bool stores>
+Step hostVariableStep(ENGINE_STATE) {
+  askHost(machine, *record, const_cast<uint32_t*>(record->a));
+  if (machine.runState == VM_RUN_STOPPING) ENGINE_END;
+  ENGINE_FORGET;
+  if constexpr (n == 1) {
+    word = *record->a;
+    scalar = std::bit_cast<float>(word);
+    if constexpr (stores) *record->d = word;
+  } else if constexpr (n <= 4) {
+    vector = gatherVector<n>(record->a);
+    if constexpr (stores) storeVector<n>(record->d, vector);
+  }
+  ENGINE_NEXT;
+}
+
+template <uint32_t n>
+constexpr StepPair hostVariablePair() {
+  return {&hostVariableStep<n, false>, &hostVariableStep<n, true>};
+}
+
+}  // namespace
+
+StepPair hostVariableSteps(uint32_t n) {
+  constexpr StepPair kSteps[] = {hostVariablePair<1>(), hostVariablePair<2>(),
+                                 hostVariablePair<3>(), hostVariablePair<4>(),
+                                 hostVariablePair<5>()};
+  return kSteps[(n > 4 ? 5 : n) - 1];
+}
+
+Step hostAggregateStep(ENGINE_STATE) {
+  askHostForBlock(machine, *record);
+  if (machine.runState == VM_RUN_STOPPING) ENGINE_END;
+  ENGINE_FORGET;
+  ENGINE_NEXT;
+}
+
+Step hostBuiltinStep(ENGINE_STATE) {
+  askHostForBuiltin(machine, *record);
+  if (machine.runState == VM_RUN_STOPPING) ENGINE_END;
+  ENGINE_FORGET;
+  vector = gatherVector<4>(record->d);
+  storeVector<4>(record->d, vector);
+  ENGINE_NEXT;
+}
+
+Step storeBlockStep(ENGINE_STATE) {
+  if (!storeBlock(machine, *record)) ENGINE_END;
+  ENGINE_FORGET;
+  ENGINE_NEXT;
+}
+
+Step copyBlockStep(ENGINE_STATE) {
+  if (!copyBlock(machine, *record)) ENGINE_END;
+  ENGINE_FORGET;
+  ENGINE_NEXT;
+}
+
+}  // namespace shadermachine::engine
