@@ -18,17 +18,25 @@ float sumOf(FloatVector terms) {
   return sum;
 }
 
+// 0.0 and a square are that square, which is no -0.0.
+template <uint32_t n>
+float sumOfSquares(FloatVector x) {
+  const FloatVector squares = x * x;
+  float sum = squares[0];
+  for (uint32_t i = 1; i < n; ++i) sum = sum + squares[i];
+  return sum;
+}
+
 struct Length {
   template <uint32_t n>
   static float apply(FloatVector x, FloatVector) {
-    return std::sqrt(sumOf<n>(x * x));
+    return std::sqrt(sumOfSquares<n>(x));
   }
 };
 struct Distance {
   template <uint32_t n>
   static float apply(FloatVector a, FloatVector b) {
-    const FloatVector difference = a - b;
-    return std::sqrt(sumOf<n>(difference * difference));
+    return std::sqrt(sumOfSquares<n>(a - b));
   }
 };
 struct Dot {
@@ -40,7 +48,7 @@ struct Dot {
 struct Normalize {
   template <uint32_t n>
   static FloatVector apply(FloatVector x, FloatVector) {
-    return x * splat(1.0f / std::sqrt(sumOf<n>(x * x)));
+    return x * splat(1.0f / std::sqrt(sumOfSquares<n>(x)));
   }
 };
 struct Cross {

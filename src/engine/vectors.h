@@ -133,9 +133,17 @@ FloatVector loadVector(const uint32_t* words) {
   }
 }
 
+// Not by memcpy(): clang 14 would go through a copy of v on the stack, and guard it.
 template <uint32_t n>
 void storeVector(uint32_t* words, FloatVector v) {
-  std::memcpy(words, &v, n == 2 ? 8 : 16);
+  if constexpr (n == 2) {
+    using Pair = uint64_t __attribute__((aligned(4), may_alias));
+    using PairVector = uint64_t __attribute__((vector_size(16)));
+    *reinterpret_cast<Pair*>(words) = std::bit_cast<PairVector>(v)[0];
+  } else {
+    using Quad = float __attribute__((vector_size(16), aligned(4), may_alias));
+    *reinterpret_cast<Quad*>(words) = v;
+  }
 }
 
 }  // namespace shadermachine::engine
