@@ -14,7 +14,7 @@ using shadermachine::Machine;
 namespace {
 
 bool isBusy(const Machine& machine) {
-  return machine.runState != VM_RUN_IDLE || machine.insideRun != 0;
+  return machine.runState != VM_RUN_IDLE || machine.isDelivering != 0;
 }
 
 }  // namespace

@@ -3,9 +3,8 @@
 #include <memory>
 
 #include "engine/snapshot.h"
+#include "engine/steps.h"
 #include "engine/translator.h"
-#include "instructions/opcode_table.h"
-#include "machine/run_loop.h"
 
 namespace shadermachine::engine {
 
@@ -17,7 +16,7 @@ struct Translation {
   Translation* next = nullptr;
   Snapshot snapshot;
   Arena arena;
-  const Record* first = nullptr;  // null: the shader is left to the plain handlers
+  const Record* first = nullptr;
 };
 
 namespace {
@@ -31,10 +30,9 @@ void destroy(Translation* translation) {
   std::free(translation);
 }
 
-void executePlain(Machine& machine) {
-  initEntryLocals(machine);
-  while (machine.runState != VM_RUN_STOPPING) kHandlers[fetchU8(machine)](machine);
-}
+// The program of a shader that is left to the plain handlers.
+constexpr Record kPlainProgram = {&plainRunStep, nullptr, nullptr, nullptr, nullptr,
+                                  {nullptr},     0,       0,       0,       0};
 
 bool makeRecords(Machine& machine, Decoder& decoder, Translation& translation) {
   for (uint32_t attempt = 0; attempt < kMaxAttempts; ++attempt) {
@@ -59,10 +57,11 @@ Translation* translate(Machine& machine) {
   std::construct_at(translation);
   Decoder decoder(translation->arena, machine);
   if (!makeRecords(machine, decoder, *translation) ||
-      !translation->snapshot.take(*machine.shader, decoder)) {
+      !translation->snapshot.take(*machine.shader, decoder, translation->arena)) {
     destroy(translation);
     return nullptr;
   }
+  if (translation->first == nullptr) translation->first = &kPlainProgram;
   return translation;
 }
 
@@ -80,49 +79,43 @@ void limitTranslations(Machine& machine) {
   }
 }
 
-// Moves a translation of this shader to the front; null when there is none.
-Translation* findTranslation(Machine& machine) {
-  Translation** link = &machine.translations;
-  for (; *link != nullptr; link = &(*link)->next) {
-    Translation* found = *link;
-    if (!found->snapshot.matches(*machine.shader)) continue;
-    *link = found->next;
-    found->next = machine.translations;
-    machine.translations = found;
-    return found;
-  }
-  return nullptr;
-}
-
-const Translation* translationOf(Machine& machine) {
-  // A shader that the machine has held since its last run must not have changed.
-  if (machine.sameShader != 0 && machine.heldTranslation != nullptr) {
-    return machine.heldTranslation;
-  }
-  machine.heldTranslation = findTranslation(machine);
-  if (machine.heldTranslation != nullptr) return machine.heldTranslation;
+// Apart from selectProgram(), which has to save the fewer registers.
+[[gnu::noinline]] Translation* addTranslation(Machine& machine) {
   Translation* made = translate(machine);
   if (made == nullptr) return nullptr;
   made->next = machine.translations;
   machine.translations = made;
-  machine.heldTranslation = made;
   limitTranslations(machine);
   return made;
 }
 
+// Moves a translation of this shader to the front; null when there is none.
+Translation* findTranslation(Machine& machine) {
+  Translation** link = &machine.translations;
+  while (*link != nullptr && !(*link)->snapshot.matches(*machine.shader)) link = &(*link)->next;
+  Translation* found = *link;
+  if (found != nullptr && found != machine.translations) {
+    *link = found->next;
+    found->next = machine.translations;
+    machine.translations = found;
+  }
+  return found;
+}
+
 }  // namespace
 
-void execute(Machine& machine) {
-  const Translation* translation = machine.runsPlain != 0 ? nullptr : translationOf(machine);
+const Record* selectProgram(Machine& machine) {
   const bool stopped = machine.runState == VM_RUN_STOPPING;  // a global could not be allocated
-  if (translation == nullptr || translation->first == nullptr || stopped) {
-    return executePlain(machine);
-  }
-  runRecords(translation->first, machine);
+  if (stopped || machine.runsPlain != 0) return &kPlainProgram;
+  const Translation* translation = findTranslation(machine);
+  if (translation == nullptr) translation = addTranslation(machine);
+  if (translation == nullptr) return &kPlainProgram;
+  machine.heldProgram = translation->first;
+  return translation->first;
 }
 
 bool isTranslated(const Machine& machine) {
-  return machine.heldTranslation != nullptr && machine.heldTranslation->first != nullptr;
+  return machine.heldProgram != nullptr && machine.heldProgram != &kPlainProgram;
 }
 
 void release(Machine& machine) {
@@ -131,7 +124,7 @@ void release(Machine& machine) {
     destroy(machine.translations);
     machine.translations = next;
   }
-  machine.heldTranslation = nullptr;
+  machine.heldProgram = nullptr;
 }
 
 }  // namespace shadermachine::engine

@@ -6,8 +6,11 @@
 
 namespace shadermachine::engine {
 
-// Executes the run that prepareRun() has set up, until some instruction stops it.
-void execute(Machine& machine);
+struct Record;
+
+// The program for the run that prepareRun() has set up. The machine holds it when it is one of the
+// shader's own: until the machine forgets the shader, further runs are of the same program.
+const Record* selectProgram(Machine& machine);
 
 // True when the shader that the machine holds runs translated, not by the plain handlers.
 bool isTranslated(const Machine& machine);

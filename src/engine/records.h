@@ -99,6 +99,15 @@ struct Record {
 static_assert(sizeof(Record) == 64);
 
 // Runs records until one ends the run.
-void runRecords(const Record* first, Machine& machine);
+inline void runRecords(const Record* first, Machine& machine) {
+#if ENGINE_TAIL_CALLS
+  first->run(first, machine, 0, FloatVector{}, 0.0f);
+#else
+  Step step = {first, 0, FloatVector{}, 0.0f};
+  while (step.next != nullptr) {
+    step = step.next->run(step.next, machine, step.word, step.vector, step.scalar);
+  }
+#endif
+}
 
 }  // namespace shadermachine::engine

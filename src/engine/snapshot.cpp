@@ -5,153 +5,155 @@
 namespace shadermachine::engine {
 namespace {
 
-class Writer {
- public:
-  explicit Writer(Array<uint8_t>& bytes) : bytes_(bytes) {}
-  bool put(const void* data, size_t size) {
-    for (size_t i = 0; i < size; ++i) {
-      if (!bytes_.append(static_cast<const uint8_t*>(data)[i])) return false;
-    }
-    return true;
-  }
+// Comparison --------------------------------------------------------------------------------------
 
- private:
-  Array<uint8_t>& bytes_;
-};
-
-class Comparer {
- public:
-  Comparer(const uint8_t* bytes, size_t size) : bytes_(bytes), left_(size) {}
-  bool put(const void* data, size_t size) {
-    if (size > left_ || std::memcmp(bytes_, data, size) != 0) return false;
-    bytes_ += size;
-    left_ -= size;
-    return true;
-  }
-  bool atEnd() const { return left_ == 0; }
-
- private:
-  const uint8_t* bytes_;
-  size_t left_;
-};
-
-template <class Sink, class T>
-bool putValue(Sink& sink, const T& value) {
-  return sink.put(&value, sizeof value);
+template <class T>
+bool sameAt(const void* a, const void* b) {
+  T left, right;
+  std::memcpy(&left, a, sizeof(T));
+  std::memcpy(&right, b, sizeof(T));
+  return left == right;
 }
 
-template <class Sink>
-bool putVariables(Sink& sink, const VarInfo* entries, uint32_t count) {
+bool sameCode(const uint8_t* a, const uint8_t* b, size_t size) {
+  // Of a short function the call would cost more than the comparison.
+  if (size > 32) return std::memcmp(a, b, size) == 0;
+  for (; size >= 8; a += 8, b += 8, size -= 8) {
+    if (!sameAt<uint64_t>(a, b)) return false;
+  }
+  for (; size > 0; ++a, ++b, --size) {
+    if (*a != *b) return false;
+  }
+  return true;
+}
+
+// The name is nothing to a translation, and may have moved.
+constexpr size_t kComparedBytes = offsetof(VarInfo, name);
+
+bool matchesVariables(const Snapshot::Variables& copy, const VarInfo* entries, uint32_t count) {
+  if (copy.count != count) return false;
+  static_assert(kComparedBytes == 16);
   for (uint32_t i = 0; i < count; ++i) {
-    // The name is nothing to a translation, and may have moved.
-    if (!sink.put(&entries[i], offsetof(VarInfo, name))) return false;
+    const auto* kept = reinterpret_cast<const char*>(&copy.entries[i]);
+    const auto* given = reinterpret_cast<const char*>(&entries[i]);
+    if (!sameAt<uint64_t>(kept, given) || !sameAt<uint64_t>(kept + 8, given + 8)) return false;
   }
   return true;
 }
 
-template <class Sink>
-bool putShader(Sink& sink, const CompiledShader& shader) {
-  return putValue(sink, shader.entryIndex) && putValue(sink, shader.functionCount) &&
-         putValue(sink, shader.globalCount) && putValue(sink, shader.hostFunctionBase) &&
-         putValue(sink, shader.hostFunctionCount) && putValue(sink, shader.hostFunctionA) &&
-         putValue(sink, shader.hostFunctionB) &&
-         putVariables(sink, shader.globals, shader.globalCount);
+Snapshot::Numbers numbersOf(const CompiledShader& shader) {
+  return {shader.entryIndex,    shader.functionCount, shader.hostFunctionCount,
+          shader.hostFunctionA, shader.hostFunctionB, shader.hostFunctionBase};
 }
 
-template <class Sink>
-bool putFunction(Sink& sink, const CompiledShader& shader, uint32_t number) {
-  const ShaderFunction* function = shader.functions[number];
-  const uint32_t codeLength = function == nullptr ? 0 : function->codeLength;
-  if (!putValue(sink, codeLength) || codeLength == 0) return codeLength == 0;
-  return putValue(sink, function->paramCount) && putValue(sink, function->localCount) &&
-         putVariables(sink, function->locals, function->localCount) &&
-         sink.put(shader.code + function->codeOffset, codeLength);
+bool matchesFunction(const Snapshot::Function& copy, const CompiledShader& shader) {
+  const ShaderFunction* function = shader.functions[copy.number];
+  if (function == nullptr || copy.codeLength == 0) {
+    return copy.codeLength == (function == nullptr ? 0 : function->codeLength);
+  }
+  return copy.codeLength == function->codeLength && copy.paramCount == function->paramCount &&
+         sameCode(copy.code, shader.code + function->codeOffset, copy.codeLength) &&
+         matchesVariables(copy.locals, function->locals, function->localCount);
 }
 
-template <class Sink>
-bool putStruct(Sink& sink, const CompiledShader& shader, uint32_t number) {
+const StructInfo* presentStruct(const CompiledShader& shader, uint32_t number) {
   const StructInfo* info = shader.structTypes == nullptr ? nullptr : shader.structTypes[number];
-  const bool present = info != nullptr && info->members != nullptr;
-  if (!putValue(sink, present) || !present) return !present;
-  return putValue(sink, info->size) && putValue(sink, info->memberCount) &&
-         putVariables(sink, info->members, info->memberCount);
+  return info == nullptr || info->members == nullptr ? nullptr : info;
 }
 
-// Which functions and structure types a translation depends on; kept before the copy itself.
-struct Dependencies {
-  Array<uint32_t> functions;
-  Array<uint32_t> structs;
+bool matchesStruct(const Snapshot::Struct& copy, const CompiledShader& shader) {
+  const StructInfo* info = presentStruct(shader, copy.number);
+  if (info == nullptr || !copy.present) return copy.present == (info != nullptr);
+  return copy.size == info->size &&
+         matchesVariables(copy.members, info->members, info->memberCount);
+}
 
-  bool failed() const { return functions.failed() || structs.failed(); }
+// Copies ------------------------------------------------------------------------------------------
 
-  void addStruct(uint32_t number) {
-    for (uint32_t i = 0; i < structs.size(); ++i) {
-      if (structs[i] == number) return;
-    }
-    structs.append(number);
-  }
+Snapshot::Variables copyVariables(const VarInfo* entries, uint32_t count, Arena& arena) {
+  auto* copies = arena.allocate<VarInfo>(count);
+  if (copies == nullptr) return {};
+  for (uint32_t i = 0; i < count; ++i) std::memcpy(&copies[i], &entries[i], kComparedBytes);
+  return {copies, count};
+}
 
-  void addStructsOf(const DecodedFunction& function) {
-    for (uint32_t i = 0; i < function.count; ++i) {
-      const Instruction& item = function.instructions[i];
-      const bool names = item.opcode == Opcode::STRUCT_FIELD ||
-                         item.opcode == Opcode::ARRAY_ELEMENT ||
-                         item.opcode == Opcode::CTOR_STRUCT || item.opcode == Opcode::CTOR_ARRAY;
-      if (!names) continue;
-      const uint32_t number = operandU16(function.code, item.pc + 1);
-      const bool basic = item.opcode != Opcode::STRUCT_FIELD && static_cast<int16_t>(number) < 0;
-      if (!basic) addStruct(number);
-    }
-  }
-};
+Snapshot::Function copyFunction(const CompiledShader& shader, uint32_t number, Arena& arena) {
+  const ShaderFunction* function = shader.functions[number];
+  if (function == nullptr || function->codeLength == 0) return {number, 0, 0, {}, nullptr};
+  auto* code = arena.allocate<uint8_t>(function->codeLength);
+  if (code == nullptr) return {};
+  std::memcpy(code, shader.code + function->codeOffset, function->codeLength);
+  return {number, function->codeLength, function->paramCount,
+          copyVariables(function->locals, function->localCount, arena), code};
+}
 
-template <class Sink>
-bool putAll(Sink& sink, const CompiledShader& shader, const uint32_t* functions,
-            uint32_t functionCount, const uint32_t* structs, uint32_t structCount) {
-  if (!putShader(sink, shader)) return false;
-  for (uint32_t i = 0; i < functionCount; ++i) {
-    if (!putFunction(sink, shader, functions[i])) return false;
+Snapshot::Struct copyStruct(const CompiledShader& shader, uint32_t number, Arena& arena) {
+  const StructInfo* info = presentStruct(shader, number);
+  if (info == nullptr) return {number, false, 0, {}};
+  return {number, true, info->size, copyVariables(info->members, info->memberCount, arena)};
+}
+
+void addNumber(Array<uint32_t>& numbers, uint32_t number) {
+  for (uint32_t i = 0; i < numbers.size(); ++i) {
+    if (numbers[i] == number) return;
   }
-  for (uint32_t i = 0; i < structCount; ++i) {
-    if (!putStruct(sink, shader, structs[i])) return false;
+  numbers.append(number);
+}
+
+// The structure types that the function's instructions name.
+void addStructs(Array<uint32_t>& structs, const DecodedFunction& function) {
+  for (uint32_t i = 0; i < function.count; ++i) {
+    const Instruction& item = function.instructions[i];
+    const bool names = item.opcode == Opcode::STRUCT_FIELD ||
+                       item.opcode == Opcode::ARRAY_ELEMENT || item.opcode == Opcode::CTOR_STRUCT ||
+                       item.opcode == Opcode::CTOR_ARRAY;
+    if (!names) continue;
+    const uint32_t number = operandU16(function.code, item.pc + 1);
+    const bool basic = item.opcode != Opcode::STRUCT_FIELD && static_cast<int16_t>(number) < 0;
+    if (!basic) addNumber(structs, number);
   }
-  return true;
 }
 
 }  // namespace
 
-bool Snapshot::take(const CompiledShader& shader, const Decoder& decoder) {
-  Dependencies needs;
+bool Snapshot::take(const CompiledShader& shader, const Decoder& decoder, Arena& arena) {
+  Array<uint32_t> numbers;  // of the functions
+  Array<uint32_t> structNumbers;
   for (uint32_t f = 0; f < shader.functionCount; ++f) {
     if (!decoder.consulted(f)) continue;
-    needs.functions.append(f);
-    if (decoder.decoded(f) != nullptr) needs.addStructsOf(*decoder.decoded(f));
+    numbers.append(f);
+    if (decoder.decoded(f) != nullptr) addStructs(structNumbers, *decoder.decoded(f));
   }
-  if (needs.failed()) return false;
-  Array<uint8_t> copy;
-  Writer writer(copy);
-  if (!putAll(writer, shader, needs.functions.data(), needs.functions.size(), needs.structs.data(),
-              needs.structs.size())) {
-    return false;
+  auto* functions = arena.allocate<Function>(numbers.size());
+  auto* structs = arena.allocate<Struct>(structNumbers.size());
+  if (numbers.failed() || structNumbers.failed() || arena.failed()) return false;
+  functionCount_ = numbers.size();
+  structCount_ = structNumbers.size();
+  for (uint32_t i = 0; i < functionCount_; ++i) {
+    functions[i] = copyFunction(shader, numbers[i], arena);
   }
-  lists_ = static_cast<uint32_t*>(
-      std::malloc((needs.functions.size() + needs.structs.size() + 1) * sizeof(uint32_t)));
-  bytes_ = static_cast<uint8_t*>(std::malloc(copy.size()));
-  if (lists_ == nullptr || bytes_ == nullptr) return false;
-  functionCount_ = needs.functions.size();
-  structCount_ = needs.structs.size();
-  size_ = copy.size();
-  for (uint32_t i = 0; i < functionCount_; ++i) lists_[i] = needs.functions[i];
-  for (uint32_t i = 0; i < structCount_; ++i) lists_[functionCount_ + i] = needs.structs[i];
-  std::memcpy(bytes_, copy.data(), size_);
-  return true;
+  for (uint32_t i = 0; i < structCount_; ++i) {
+    structs[i] = copyStruct(shader, structNumbers[i], arena);
+  }
+  numbers_ = numbersOf(shader);
+  globals_ = copyVariables(shader.globals, shader.globalCount, arena);
+  functions_ = functions;
+  structs_ = structs;
+  return !arena.failed();
 }
 
 bool Snapshot::matches(const CompiledShader& shader) const {
-  if (bytes_ == nullptr) return false;
-  Comparer comparer(bytes_, size_);
-  return putAll(comparer, shader, lists_, functionCount_, lists_ + functionCount_, structCount_) &&
-         comparer.atEnd();
+  if (numbers_ != numbersOf(shader) ||
+      !matchesVariables(globals_, shader.globals, shader.globalCount)) {
+    return false;
+  }
+  for (uint32_t i = 0; i < functionCount_; ++i) {
+    if (!matchesFunction(functions_[i], shader)) return false;
+  }
+  for (uint32_t i = 0; i < structCount_; ++i) {
+    if (!matchesStruct(structs_[i], shader)) return false;
+  }
+  return true;
 }
 
 }  // namespace shadermachine::engine

@@ -12,22 +12,39 @@ class Decoder;
 class Snapshot {
  public:
   // Copies all of the shader that the decoder has looked at. False when memory is short.
-  bool take(const CompiledShader& shader, const Decoder& decoder);
-  ~Snapshot() {
-    std::free(bytes_);
-    std::free(lists_);
-  }
-  Snapshot() = default;
-  Snapshot(const Snapshot&) = delete;
-  Snapshot& operator=(const Snapshot&) = delete;
+  bool take(const CompiledShader& shader, const Decoder& decoder, Arena& arena);
 
   bool matches(const CompiledShader& shader) const;
 
+  struct Numbers {
+    uint16_t entryIndex, functionCount, hostFunctionCount;
+    int32_t hostFunctionA, hostFunctionB, hostFunctionBase;
+    bool operator==(const Numbers&) const = default;
+  };
+  struct Variables {
+    const VarInfo* entries;  // without their names
+    uint32_t count;
+  };
+  struct Function {
+    uint32_t number;
+    uint32_t codeLength;  // 0: the shader has no such function, or none that can run
+    uint32_t paramCount;
+    Variables locals;
+    const uint8_t* code;
+  };
+  struct Struct {
+    uint32_t number;
+    bool present;
+    uint32_t size;
+    Variables members;
+  };
+
  private:
-  uint8_t* bytes_ = nullptr;
-  size_t size_ = 0;
-  uint32_t* lists_ = nullptr;  // functions, then structure types that the copy covers
+  Numbers numbers_ = {};
+  Variables globals_ = {};
+  const Function* functions_ = nullptr;
   uint32_t functionCount_ = 0;
+  const Struct* structs_ = nullptr;
   uint32_t structCount_ = 0;
 };
 

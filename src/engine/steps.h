@@ -17,6 +17,7 @@ inline ValueSlot& slotOf(const uint32_t* words) {
 // Brings frames, pc, top and the index stack to what the plain handlers would have at the site.
 void enterSite(Machine& machine, const Site& site);
 
+Step plainRunStep(ENGINE_STATE);   // all of a run by the plain handlers
 Step plainStep(ENGINE_STATE);      // site: one instruction by its plain handler
 Step plainCallStep(ENGINE_STATE);  // site: CALL, and what it calls, by the plain handlers
 Step stopStep(ENGINE_STATE);       // site, x: ends the run with code x

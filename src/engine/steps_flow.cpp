@@ -3,6 +3,7 @@
 #include "engine/steps.h"
 #include "engine/vectors.h"
 #include "instructions/opcode_table.h"
+#include "machine/run_loop.h"
 
 namespace shadermachine::engine {
 namespace {
@@ -40,6 +41,15 @@ void enterSite(Machine& machine, const Site& site) {
   CallFrame& entry = machine.frames[call->frameIndex];
   entry.pc = pc;
   entry.top = top;
+}
+
+Step plainRunStep(ENGINE_STATE) {
+  CallFrame& frame = machine.frames[0];
+  frame.pc = 0;
+  frame.top = frame.function->localCount - 1;
+  initEntryLocals(machine);
+  runPlainToEnd(machine);
+  ENGINE_END;
 }
 
 Step plainStep(ENGINE_STATE) {
@@ -159,17 +169,6 @@ Step shareViewStep(ENGINE_STATE) {
     blockSubView(&target, &source, record->x, record->y);
   }
   ENGINE_NEXT;
-}
-
-void runRecords(const Record* first, Machine& machine) {
-#if ENGINE_TAIL_CALLS
-  first->run(first, machine, 0, FloatVector{}, 0.0f);
-#else
-  Step step = {first, 0, FloatVector{}, 0.0f};
-  while (step.next != nullptr) {
-    step = step.next->run(step.next, machine, step.word, step.vector, step.scalar);
-  }
-#endif
 }
 
 }  // namespace shadermachine::engine

@@ -13,18 +13,19 @@
 namespace shadermachine {
 
 namespace engine {
+struct Record;
 struct Translation;
-}
+}  // namespace engine
 
 // The public record followed by what hosts have no business with.
 struct Machine : ShaderMachine {
-  uint32_t insideRun;        // 1 from the start of a run until its outputs are delivered
+  uint32_t isDelivering;     // 1 while the outputs are delivered: the run state is idle then
   uint32_t heldGlobalCount;  // globals on the stack of the shader that the machine holds
   TimeLimit timeLimit;
-  ValueSlot stray;                       // stands in for slots and variables that do not exist
-  uint32_t runsPlain;                    // for tests and benchmarks: never translate
-  engine::Translation* translations;     // owned; the most recently used first
-  engine::Translation* heldTranslation;  // of the shader that the machine holds
+  ValueSlot stray;                    // stands in for slots and variables that do not exist
+  uint32_t runsPlain;                 // for tests and benchmarks: never translate
+  engine::Translation* translations;  // owned; the most recently used first
+  const engine::Record* heldProgram;  // translation of the shader that the machine holds, or null
 };
 
 // Every instruction handler: reads its operands at the current frame's pc, works on the top slots,

@@ -3,6 +3,7 @@
 #include <cstdlib>
 
 #include "engine/engine.h"
+#include "engine/records.h"
 #include "instructions/opcode_table.h"
 
 namespace shadermachine {
@@ -14,19 +15,21 @@ VmError refuseRun(Machine& machine, VmError error) {
   machine.shader = nullptr;
   machine.runState = VM_RUN_IDLE;
   machine.error = error;
-  machine.insideRun = 0;
   return error;
 }
 
-void copyStartup(Machine& machine, const StartupInfo& startup) {
-  machine.userData = startup.userData;
-  machine.builtin258 = startup.builtin258;
-  machine.builtin281 = startup.builtin281;
-  machine.builtin282 = startup.builtin282;
-  machine.builtin285 = startup.builtin285;
+// Read in one go before anything is written, so that the compiler can move several words at once.
+void beginState(Machine& machine, const StartupInfo& startup, uint32_t sameShader) {
+  const StartupInfo given = startup;
+  machine.userData = given.userData;
   machine.indexTop = -1;
   machine.runState = VM_RUN_RUNNING;
   machine.error = VM_OK;
+  machine.builtin258 = given.builtin258;
+  machine.builtin281 = given.builtin281;
+  machine.builtin282 = given.builtin282;
+  machine.builtin285 = given.builtin285;
+  machine.sameShader = sameShader;
 }
 
 // Frees every block named by a slot from 0 to the current top, each once. The counts do not tell
@@ -35,12 +38,15 @@ void copyStartup(Machine& machine, const StartupInfo& startup) {
 void sweepStack(Machine& machine) {
   const CallFrame& frame = currentFrame(machine);
   ValueSlot* const end = frame.locals + frame.top + 1;
+  bool found = false;
   for (ValueSlot* slot = machine.stack; slot < end; ++slot) {
     if (slot->view.data == nullptr) continue;
     uint32_t& count = blockOf(slot->view)->referenceCount;
     if (count == 0) clearView(&slot->view);
     count = 0;
+    found = true;
   }
+  if (!found) return;
   for (ValueSlot* slot = machine.stack; slot < end; ++slot) {
     if (slot->view.data == nullptr) continue;
     std::free(blockOf(slot->view));
@@ -53,7 +59,7 @@ const ValueSlot* outputSlot(const Machine& machine, int32_t global) {
   return exists ? &machine.stack[global] : nullptr;
 }
 
-void deliverOutputs(Machine& machine) {
+void callOutputs(Machine& machine) {
   const CompiledShader& shader = *machine.shader;
   if (machine.callbacks.output0 != nullptr) {
     const ValueSlot* slot = outputSlot(machine, shader.outputGlobal0);
@@ -66,14 +72,13 @@ void deliverOutputs(Machine& machine) {
   }
 }
 
-}  // namespace
-
-VmError verifyShader(const CompiledShader* shader) {
-  if (shader == nullptr || shader->functions == nullptr) return VM_ERR_INVALID_SHADER;
-  if (shader->version != 1) return VM_ERR_NEWER_COMPILER;
-  if (shader->entryIndex >= shader->functionCount) return VM_ERR_INVALID_ENTRY;
-  return VM_OK;
+void deliverOutputs(Machine& machine) {
+  machine.isDelivering = 1;
+  callOutputs(machine);
+  machine.isDelivering = 0;
 }
+
+}  // namespace
 
 void releaseGlobals(Machine& machine) {
   for (uint32_t g = 0; g < machine.heldGlobalCount; ++g) blockRelease(&machine.stack[g].view);
@@ -81,12 +86,12 @@ void releaseGlobals(Machine& machine) {
 }
 
 VmError prepareRun(Machine& machine, const CompiledShader& shader, const StartupInfo& startup) {
-  machine.insideRun = 1;
-  machine.sameShader = machine.shader == &shader ? 1 : 0;
-  if (machine.sameShader == 0) releaseGlobals(machine);
+  const bool same = machine.shader == &shader;
+  if (!same) releaseGlobals(machine);
+  machine.heldProgram = nullptr;
   machine.frameIndex = 0;
   machine.shader = &shader;
-  copyStartup(machine, startup);
+  beginState(machine, startup, same ? 1 : 0);
 
   const ShaderFunction* entry = shader.functions[shader.entryIndex];
   if (entry == nullptr) return refuseRun(machine, VM_ERR_INVALID_ENTRY);
@@ -98,7 +103,7 @@ VmError prepareRun(Machine& machine, const CompiledShader& shader, const Startup
   startTimeLimit(machine.timeLimit, startup.timeout);
 
   machine.heldGlobalCount = shader.globalCount;
-  if (machine.sameShader == 0) {
+  if (!same) {
     initVariables(machine, machine.stack, shader.globals, shader.globalCount);
   }
   return VM_OK;
@@ -123,20 +128,42 @@ void stepInstruction(Machine& machine) {
 VmError endRun(Machine& machine) {
   const VmError error = machine.error;
   machine.runState = VM_RUN_IDLE;
-  if (error == VM_OK || error == VM_ERR_HALTED) deliverOutputs(machine);
+  const HostCallbacks& callbacks = machine.callbacks;
+  const bool listens = callbacks.output0 != nullptr || callbacks.output1 != nullptr;
+  if (listens && (error == VM_OK || error == VM_ERR_HALTED)) deliverOutputs(machine);
   if (error != VM_OK) {
     sweepStack(machine);
     machine.heldGlobalCount = 0;
     machine.shader = nullptr;
   }
-  machine.insideRun = 0;
   return error;
 }
 
-VmError runShader(Machine& machine, const CompiledShader& shader, const StartupInfo& startup) {
+namespace {
+
+// True when frame 0, the globals, the translation and all that prepareRun() checks are as the
+// shader's last run left them.
+bool holdsAll(const Machine& machine, const CompiledShader& shader) {
+  return machine.shader == &shader && machine.heldProgram != nullptr && machine.runsPlain == 0 &&
+         machine.frames[0].function == shader.functions[shader.entryIndex];
+}
+
+// Apart from runShader(), which has to save the fewer registers.
+[[gnu::noinline]] VmError runAfresh(Machine& machine, const CompiledShader& shader,
+                                    const StartupInfo& startup) {
   const VmError refused = prepareRun(machine, shader, startup);
   if (refused != VM_OK) return refused;
-  engine::execute(machine);
+  engine::runRecords(engine::selectProgram(machine), machine);
+  return endRun(machine);
+}
+
+}  // namespace
+
+VmError runShader(Machine& machine, const CompiledShader& shader, const StartupInfo& startup) {
+  if (!holdsAll(machine, shader)) return runAfresh(machine, shader, startup);
+  beginState(machine, startup, 1);
+  startTimeLimit(machine.timeLimit, startup.timeout);
+  engine::runRecords(machine.heldProgram, machine);
   return endRun(machine);
 }
 

@@ -7,7 +7,12 @@
 namespace shadermachine {
 
 // The checks that a record must pass before a run.
-VmError verifyShader(const CompiledShader* shader);
+inline VmError verifyShader(const CompiledShader* shader) {
+  if (shader == nullptr || shader->functions == nullptr) return VM_ERR_INVALID_SHADER;
+  if (shader->version != 1) return VM_ERR_NEWER_COMPILER;
+  if (shader->entryIndex >= shader->functionCount) return VM_ERR_INVALID_ENTRY;
+  return VM_OK;
+}
 
 // Releases the globals' blocks of the shader that the machine holds, if any.
 void releaseGlobals(Machine& machine);

@@ -18,7 +18,7 @@ uint64_t steadyNanoseconds() {
 
 }  // namespace
 
-void startTimeLimit(TimeLimit& limit, uint32_t milliseconds) {
+void beginTimeLimit(TimeLimit& limit, uint32_t milliseconds) {
   limit = {UINT32_MAX, UINT32_MAX, 0, 0};
   if (milliseconds == 0) return;
   limit.ticksLeft = limit.interval = kFirstInterval;

@@ -15,7 +15,12 @@ struct TimeLimit {
   uint64_t lastRead;
 };
 
-void startTimeLimit(TimeLimit& limit, uint32_t milliseconds);
+void beginTimeLimit(TimeLimit& limit, uint32_t milliseconds);
+
+inline void startTimeLimit(TimeLimit& limit, uint32_t milliseconds) {
+  // A run without a limit after another changes nothing.
+  if (milliseconds != 0 || limit.deadline != 0) beginTimeLimit(limit, milliseconds);
+}
 
 // Reads the clock and sets the next interval; true when the deadline has passed.
 bool readTimeLimit(TimeLimit& limit);
