@@ -52,7 +52,7 @@ tools::BuiltShader loadShader(const Subject& subject) {
 Bench::Bench(const Subject& subject) : shader_(loadShader(subject)) {
   HostCallbacks callbacks = {};
   callbacks.hostVariable = fillVariable;
-  callbacks.output0 = takeColor;
+  if (subject.deliversColor) callbacks.output0 = takeColor;
   const MachineCreateInfo info = {&callbacks};
   machine_ = vmShaderMachineCreate(&info);
   startup_.userData = reinterpret_cast<uintptr_t>(&fragment_);

@@ -180,6 +180,7 @@ const DecodedFunction* Decoder::decode(uint32_t function) {
 }
 
 bool Decoder::isPlainCall(uint32_t function) const {
+  foundCalls_ = true;
   if (function >= shader_.functionCount || functions_ == nullptr) return true;
   functions_[function].consulted = true;
   const HostCallbacks& callbacks = machine_.callbacks;

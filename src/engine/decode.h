@@ -56,6 +56,8 @@ class Decoder {
   // True when CALL of the function goes to the host or ends the run, whatever is on the stack.
   bool isPlainCall(uint32_t function) const;
 
+  // True when any CALL has been looked at: then the numbers that decide who serves it matter.
+  bool foundCalls() const { return foundCalls_; }
   // True when anything of the function's record has been looked at.
   bool consulted(uint32_t function) const { return functions_[function].consulted; }
   // Null for a function that is not decoded, or could not be.
@@ -75,6 +77,7 @@ class Decoder {
   const Machine& machine_;
   Arena& arena_;
   Entry* functions_;
+  mutable bool foundCalls_ = false;
 };
 
 }  // namespace shadermachine::engine

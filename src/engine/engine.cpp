@@ -79,8 +79,22 @@ void limitTranslations(Machine& machine) {
   }
 }
 
-// Apart from selectProgram(), which has to save the fewer registers.
-[[gnu::noinline]] Translation* addTranslation(Machine& machine) {
+// Moves a translation of this shader to the front; null when there is none.
+Translation* findTranslation(Machine& machine) {
+  Translation** link = &machine.translations;
+  while (*link != nullptr && !(*link)->snapshot.matches(*machine.shader)) link = &(*link)->next;
+  Translation* found = *link;
+  if (found == nullptr) return nullptr;
+  *link = found->next;
+  found->next = machine.translations;
+  machine.translations = found;
+  return found;
+}
+
+// Apart from selectProgram(), which has to save the fewer registers. Null when memory is short.
+[[gnu::noinline]] Translation* findOrTranslate(Machine& machine) {
+  Translation* found = findTranslation(machine);
+  if (found != nullptr) return found;
   Translation* made = translate(machine);
   if (made == nullptr) return nullptr;
   made->next = machine.translations;
@@ -89,27 +103,17 @@ void limitTranslations(Machine& machine) {
   return made;
 }
 
-// Moves a translation of this shader to the front; null when there is none.
-Translation* findTranslation(Machine& machine) {
-  Translation** link = &machine.translations;
-  while (*link != nullptr && !(*link)->snapshot.matches(*machine.shader)) link = &(*link)->next;
-  Translation* found = *link;
-  if (found != nullptr && found != machine.translations) {
-    *link = found->next;
-    found->next = machine.translations;
-    machine.translations = found;
-  }
-  return found;
-}
-
 }  // namespace
 
 const Record* selectProgram(Machine& machine) {
+  machine.heldProgram = nullptr;
   const bool stopped = machine.runState == VM_RUN_STOPPING;  // a global could not be allocated
   if (stopped || machine.runsPlain != 0) return &kPlainProgram;
-  const Translation* translation = findTranslation(machine);
-  if (translation == nullptr) translation = addTranslation(machine);
-  if (translation == nullptr) return &kPlainProgram;
+  const Translation* translation = machine.translations;
+  if (translation == nullptr || !translation->snapshot.matches(*machine.shader)) {
+    translation = findOrTranslate(machine);
+    if (translation == nullptr) return &kPlainProgram;
+  }
   machine.heldProgram = translation->first;
   return translation->first;
 }

@@ -8,8 +8,8 @@ namespace shadermachine::engine {
 
 struct Record;
 
-// The program for the run that prepareRun() has set up. The machine holds it when it is one of the
-// shader's own: until the machine forgets the shader, further runs are of the same program.
+// The program for a run that is prepared but for its locals. The machine holds it when it is one of
+// the shader's own: until the machine forgets the shader, further runs are of the same program.
 const Record* selectProgram(Machine& machine);
 
 // True when the shader that the machine holds runs translated, not by the plain handlers.

@@ -123,7 +123,7 @@ void Translator::setIndexHome(int32_t i) {
 
 void Translator::selectStop(const Instruction& item, uint32_t code) {
   out_.flushIndices();
-  Record record = makeRecord(&stopStep);
+  Record record = makeRecord(out_.call->caller == nullptr ? &finishStep : &stopStep);
   record.site = out_.site(item.end, 0);
   record.x = code;
   out_.emit(record);

@@ -7,6 +7,9 @@ namespace {
 
 // Comparison --------------------------------------------------------------------------------------
 
+// This is the cost of a discarded fragment. What a small shader has none of goes to functions that
+// are not inlined.
+
 template <class T>
 bool sameAt(const void* a, const void* b) {
   T left, right;
@@ -15,35 +18,34 @@ bool sameAt(const void* a, const void* b) {
   return left == right;
 }
 
-bool sameCode(const uint8_t* a, const uint8_t* b, size_t size) {
-  // Of a short function the call would cost more than the comparison.
-  if (size > 32) return std::memcmp(a, b, size) == 0;
-  for (; size >= 8; a += 8, b += 8, size -= 8) {
-    if (!sameAt<uint64_t>(a, b)) return false;
-  }
-  for (; size > 0; ++a, ++b, --size) {
-    if (*a != *b) return false;
-  }
-  return true;
-}
-
 // The name is nothing to a translation, and may have moved.
 constexpr size_t kComparedBytes = offsetof(VarInfo, name);
 
-bool matchesVariables(const Snapshot::Variables& copy, const VarInfo* entries, uint32_t count) {
-  if (copy.count != count) return false;
-  static_assert(kComparedBytes == 16);
+[[gnu::noinline]] bool sameEntries(const VarInfo* a, const VarInfo* b, uint32_t count) {
+  static_assert(kComparedBytes == 2 * sizeof(uint64_t));
   for (uint32_t i = 0; i < count; ++i) {
-    const auto* kept = reinterpret_cast<const char*>(&copy.entries[i]);
-    const auto* given = reinterpret_cast<const char*>(&entries[i]);
-    if (!sameAt<uint64_t>(kept, given) || !sameAt<uint64_t>(kept + 8, given + 8)) return false;
+    if (!sameAt<uint64_t>(&a[i], &b[i]) || !sameAt<uint64_t>(&a[i].byteSize, &b[i].byteSize)) {
+      return false;
+    }
   }
   return true;
 }
 
-Snapshot::Numbers numbersOf(const CompiledShader& shader) {
-  return {shader.entryIndex,    shader.functionCount, shader.hostFunctionCount,
-          shader.hostFunctionA, shader.hostFunctionB, shader.hostFunctionBase};
+bool matchesVariables(const Snapshot::Variables& copy, const VarInfo* entries, uint32_t count) {
+  return copy.count == count && (count == 0 || sameEntries(copy.entries, entries, count));
+}
+
+bool sameCode(const uint8_t* a, const uint8_t* b, uint32_t size) {
+  if (size >= sizeof(uint64_t)) return std::memcmp(a, b, size) == 0;
+  for (uint32_t i = 0; i < size; ++i) {
+    if (a[i] != b[i]) return false;
+  }
+  return true;
+}
+
+Snapshot::Services servicesOf(const CompiledShader& shader) {
+  return {shader.functionCount, shader.hostFunctionCount, shader.hostFunctionA,
+          shader.hostFunctionBase, shader.hostFunctionB};
 }
 
 bool matchesFunction(const Snapshot::Function& copy, const CompiledShader& shader) {
@@ -117,11 +119,11 @@ void addStructs(Array<uint32_t>& structs, const DecodedFunction& function) {
 }  // namespace
 
 bool Snapshot::take(const CompiledShader& shader, const Decoder& decoder, Arena& arena) {
-  Array<uint32_t> numbers;  // of the functions
+  Array<uint32_t> numbers;  // of the functions but the entry function
   Array<uint32_t> structNumbers;
   for (uint32_t f = 0; f < shader.functionCount; ++f) {
     if (!decoder.consulted(f)) continue;
-    numbers.append(f);
+    if (f != shader.entryIndex) numbers.append(f);
     if (decoder.decoded(f) != nullptr) addStructs(structNumbers, *decoder.decoded(f));
   }
   auto* functions = arena.allocate<Function>(numbers.size());
@@ -135,18 +137,25 @@ bool Snapshot::take(const CompiledShader& shader, const Decoder& decoder, Arena&
   for (uint32_t i = 0; i < structCount_; ++i) {
     structs[i] = copyStruct(shader, structNumbers[i], arena);
   }
-  numbers_ = numbersOf(shader);
-  globals_ = copyVariables(shader.globals, shader.globalCount, arena);
   functions_ = functions;
   structs_ = structs;
+  entryIndex_ = shader.entryIndex;
+  entry_ = copyFunction(shader, entryIndex_, arena);
+  globals_ = copyVariables(shader.globals, shader.globalCount, arena);
+  foundCalls_ = decoder.foundCalls();
+  services_ = servicesOf(shader);
+  hasRest_ = foundCalls_ || functionCount_ != 0 || structCount_ != 0;
   return !arena.failed();
 }
 
 bool Snapshot::matches(const CompiledShader& shader) const {
-  if (numbers_ != numbersOf(shader) ||
-      !matchesVariables(globals_, shader.globals, shader.globalCount)) {
-    return false;
-  }
+  return entryIndex_ == shader.entryIndex && matchesFunction(entry_, shader) &&
+         matchesVariables(globals_, shader.globals, shader.globalCount) &&
+         (!hasRest_ || matchesRest(shader));
+}
+
+[[gnu::noinline]] bool Snapshot::matchesRest(const CompiledShader& shader) const {
+  if (foundCalls_ && services_ != servicesOf(shader)) return false;
   for (uint32_t i = 0; i < functionCount_; ++i) {
     if (!matchesFunction(functions_[i], shader)) return false;
   }

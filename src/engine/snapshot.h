@@ -16,10 +16,11 @@ class Snapshot {
 
   bool matches(const CompiledShader& shader) const;
 
-  struct Numbers {
-    uint16_t entryIndex, functionCount, hostFunctionCount;
-    int32_t hostFunctionA, hostFunctionB, hostFunctionBase;
-    bool operator==(const Numbers&) const = default;
+  // Which functions the host serves.
+  struct Services {
+    uint16_t functionCount, hostFunctionCount;
+    int32_t hostFunctionA, hostFunctionBase, hostFunctionB;
+    bool operator==(const Services&) const = default;
   };
   struct Variables {
     const VarInfo* entries;  // without their names
@@ -40,8 +41,16 @@ class Snapshot {
   };
 
  private:
-  Numbers numbers_ = {};
+  bool matchesRest(const CompiledShader& shader) const;
+
+  uint16_t entryIndex_ = 0;
+  bool hasRest_ = false;
+  Function entry_ = {};
   Variables globals_ = {};
+
+  // The rest: of shaders with calls or structures.
+  bool foundCalls_ = false;
+  Services services_ = {};  // looked at when there are calls only
   const Function* functions_ = nullptr;
   uint32_t functionCount_ = 0;
   const Struct* structs_ = nullptr;

@@ -21,7 +21,7 @@ Step plainRunStep(ENGINE_STATE);   // all of a run by the plain handlers
 Step plainStep(ENGINE_STATE);      // site: one instruction by its plain handler
 Step plainCallStep(ENGINE_STATE);  // site: CALL, and what it calls, by the plain handlers
 Step stopStep(ENGINE_STATE);       // site, x: ends the run with code x
-Step finishStep(ENGINE_STATE);     // site: the entry function returns
+Step finishStep(ENGINE_STATE);     // as stopStep(), in the entry function
 Step jumpStep(ENGINE_STATE);       // target
 // Where loops go when their time may be over: d: site, c: the record that goes on.
 Step timeStep(ENGINE_STATE);

@@ -87,7 +87,7 @@ Step finishStep(ENGINE_STATE) {
   frame.top = site.top;
   machine.frameIndex = 0;
   machine.indexTop = site.indexTop;
-  stopRun(machine, VM_OK);
+  stopRun(machine, record->x);
   ENGINE_END;
 }
 

@@ -10,7 +10,7 @@ namespace shadermachine {
 namespace {
 
 // Ends a run that never began.
-VmError refuseRun(Machine& machine, VmError error) {
+[[gnu::noinline]] VmError refuseRun(Machine& machine, VmError error) {
   releaseGlobals(machine);
   machine.shader = nullptr;
   machine.runState = VM_RUN_IDLE;
@@ -32,25 +32,29 @@ void beginState(Machine& machine, const StartupInfo& startup, uint32_t sameShade
   machine.sameShader = sameShader;
 }
 
-// Frees every block named by a slot from 0 to the current top, each once. The counts do not tell
-// how often to release (DUP makes two slots name one reference), and nothing outside the stack can
-// hold a block, so a count of 0 marks blocks already seen.
-void sweepStack(Machine& machine) {
-  const CallFrame& frame = currentFrame(machine);
-  ValueSlot* const end = frame.locals + frame.top + 1;
-  bool found = false;
-  for (ValueSlot* slot = machine.stack; slot < end; ++slot) {
+// Frees every block named by the slots, each once. The counts do not tell how often to release (DUP
+// makes two slots name one reference), and nothing outside the stack can hold a block, so a count
+// of 0 marks blocks already seen.
+[[gnu::noinline]] void freeBlocks(ValueSlot* first, ValueSlot* end) {
+  for (ValueSlot* slot = first; slot < end; ++slot) {
     if (slot->view.data == nullptr) continue;
     uint32_t& count = blockOf(slot->view)->referenceCount;
     if (count == 0) clearView(&slot->view);
     count = 0;
-    found = true;
   }
-  if (!found) return;
-  for (ValueSlot* slot = machine.stack; slot < end; ++slot) {
+  for (ValueSlot* slot = first; slot < end; ++slot) {
     if (slot->view.data == nullptr) continue;
     std::free(blockOf(slot->view));
     clearView(&slot->view);
+  }
+}
+
+// Frees the blocks of all slots from 0 to the current top.
+void sweepStack(Machine& machine) {
+  const CallFrame& frame = currentFrame(machine);
+  ValueSlot* const end = frame.locals + frame.top + 1;
+  for (ValueSlot* slot = machine.stack; slot < end; ++slot) {
+    if (slot->view.data != nullptr) return freeBlocks(slot, end);
   }
 }
 
@@ -59,7 +63,7 @@ const ValueSlot* outputSlot(const Machine& machine, int32_t global) {
   return exists ? &machine.stack[global] : nullptr;
 }
 
-void callOutputs(Machine& machine) {
+[[gnu::noinline]] void callOutputs(Machine& machine) {
   const CompiledShader& shader = *machine.shader;
   if (machine.callbacks.output0 != nullptr) {
     const ValueSlot* slot = outputSlot(machine, shader.outputGlobal0);
@@ -73,25 +77,20 @@ void callOutputs(Machine& machine) {
 }
 
 void deliverOutputs(Machine& machine) {
+  if (machine.callbacks.output0 == nullptr && machine.callbacks.output1 == nullptr) return;
   machine.isDelivering = 1;
   callOutputs(machine);
   machine.isDelivering = 0;
 }
 
-}  // namespace
-
-void releaseGlobals(Machine& machine) {
-  for (uint32_t g = 0; g < machine.heldGlobalCount; ++g) blockRelease(&machine.stack[g].view);
-  machine.heldGlobalCount = 0;
-}
-
+// All of beginRun() but the entry function's locals. What a small shader has none of goes to
+// functions that are not inlined.
 VmError prepareRun(Machine& machine, const CompiledShader& shader, const StartupInfo& startup) {
-  const bool same = machine.shader == &shader;
-  if (!same) releaseGlobals(machine);
-  machine.heldProgram = nullptr;
+  const uint32_t same = machine.shader == &shader ? 1 : 0;
+  if (same == 0 && machine.heldGlobalCount != 0) releaseGlobals(machine);
   machine.frameIndex = 0;
   machine.shader = &shader;
-  beginState(machine, startup, same ? 1 : 0);
+  beginState(machine, startup, same);
 
   const ShaderFunction* entry = shader.functions[shader.entryIndex];
   if (entry == nullptr) return refuseRun(machine, VM_ERR_INVALID_ENTRY);
@@ -103,10 +102,17 @@ VmError prepareRun(Machine& machine, const CompiledShader& shader, const Startup
   startTimeLimit(machine.timeLimit, startup.timeout);
 
   machine.heldGlobalCount = shader.globalCount;
-  if (!same) {
+  if (shader.globalCount != 0 && machine.sameShader == 0) {
     initVariables(machine, machine.stack, shader.globals, shader.globalCount);
   }
   return VM_OK;
+}
+
+}  // namespace
+
+[[gnu::noinline]] void releaseGlobals(Machine& machine) {
+  for (uint32_t g = 0; g < machine.heldGlobalCount; ++g) blockRelease(&machine.stack[g].view);
+  machine.heldGlobalCount = 0;
 }
 
 void initEntryLocals(Machine& machine) {
@@ -115,6 +121,7 @@ void initEntryLocals(Machine& machine) {
 }
 
 VmError beginRun(Machine& machine, const CompiledShader& shader, const StartupInfo& startup) {
+  machine.heldProgram = nullptr;
   const VmError refused = prepareRun(machine, shader, startup);
   if (refused == VM_OK) initEntryLocals(machine);
   return refused;
@@ -128,9 +135,7 @@ void stepInstruction(Machine& machine) {
 VmError endRun(Machine& machine) {
   const VmError error = machine.error;
   machine.runState = VM_RUN_IDLE;
-  const HostCallbacks& callbacks = machine.callbacks;
-  const bool listens = callbacks.output0 != nullptr || callbacks.output1 != nullptr;
-  if (listens && (error == VM_OK || error == VM_ERR_HALTED)) deliverOutputs(machine);
+  if (error == VM_OK || error == VM_ERR_HALTED) deliverOutputs(machine);
   if (error != VM_OK) {
     sweepStack(machine);
     machine.heldGlobalCount = 0;

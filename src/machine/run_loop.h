@@ -21,9 +21,7 @@ void releaseGlobals(Machine& machine);
 // when a variable could not be allocated); any other code has ended it.
 VmError beginRun(Machine& machine, const CompiledShader& shader, const StartupInfo& startup);
 
-// The two steps of beginRun(): all but the entry function's locals, and these. A translated program
-// starts with a second step of its own.
-VmError prepareRun(Machine& machine, const CompiledShader& shader, const StartupInfo& startup);
+// The last step of beginRun(). A translated program starts with one of its own instead.
 void initEntryLocals(Machine& machine);
 
 // Executes one instruction.
