@@ -159,18 +159,26 @@ TEST(Renderer, Textures) {
   }
 }
 
-// Squares of the position, in the pixel at the top right of 4 x 2: its block is columns 2 and 3 and
-// both rows.
+// In the block of columns 2 and 3 and rows 0 and 1, also where the picture ends within it.
 TEST(Renderer, DerivativesAreDifferencesInABlock) {
-  const std::pair<const char*, Pixel> cases[] = {{"HOST_UNARY_1", {6, 0, 0, 1}},
-                                                 {"HOST_UNARY_2", {0, 2, 0, 1}},
-                                                 {"HOST_UNARY_3", {6, 2, 0, 1}}};
-  for (const auto& [instruction, expected] : cases) {
-    const BuiltShader shader =
-        showing("", std::string("LOAD_GLOBAL fragCoord\nDUP\nMUL_F 2\n") + instruction, 2);
-    const RenderResult result = Renderer(shader.view()).render(sized(4, 2));
-    EXPECT_EQ(pixelAt(result, 3, 0), expected) << instruction;
-    EXPECT_EQ(pixelAt(result, 2, 1), expected) << instruction;
+  const std::string squares = "LOAD_GLOBAL fragCoord\nDUP\nMUL_F 2\n";
+  const std::string product = "LOAD_GLOBAL fragCoord\nDUP\nSWIZZLE .yx\nMUL_F 2\n";
+  const std::string apart = "LOAD_GLOBAL fragCoord\nDUP\nSWIZZLE .x\nPUSH_U32 3.0\nLT_F\n";
+  const std::pair<std::string, Pixel> cases[] = {
+      {squares + "HOST_UNARY_1 2", {6, 0, 0, 1}},
+      {squares + "HOST_UNARY_2 2", {0, 2, 0, 1}},
+      {squares + "HOST_UNARY_3 2", {6, 2, 0, 1}},
+      {product + "HOST_UNARY_1 2\nHOST_UNARY_2 2", {1, 1, 0, 1}},
+      {apart + "JUMP_IF_FALSE right\nHOST_UNARY_3 2\nJUMP end\nright:\nHOST_UNARY_3 2\nend:",
+       {0, 1, 0, 1}}};
+  for (const auto& [code, expected] : cases) {
+    const BuiltShader shader = showing("", code, 2);
+    const RenderResult whole = Renderer(shader.view()).render(sized(4, 2));
+    EXPECT_EQ(pixelAt(whole, 3, 0), expected) << code;
+    EXPECT_EQ(pixelAt(whole, 2, 1), expected) << code;
+    const RenderResult part = Renderer(shader.view()).render(sized(3, 1));
+    EXPECT_EQ(pixelAt(part, 2, 0), expected) << code;
+    EXPECT_EQ(part.statistics.total(), 3u);
   }
 }
 

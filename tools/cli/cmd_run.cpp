@@ -9,7 +9,7 @@
 #include "cli/shader_file.h"
 #include "machine/machine.h"
 #include "machine/run_loop.h"
-#include "render/fragment_host.h"
+#include "render/quad.h"
 
 namespace shadermachine::tools {
 namespace {
@@ -103,12 +103,12 @@ int runOnce(const RunOptions& options) {
   if (machine == nullptr) throw std::bad_alloc();
   // Slots nobody has written yet are shown, too.
   std::memset(machine->stack, 0, sizeof(ValueSlot) * static_cast<size_t>(machine->stackCapacity));
-  FragmentHost host(view, inputs);
-  host.startFragment(static_cast<float>(failure.x) + 0.5f,
-                     static_cast<float>(frame.height - 1 - failure.y) + 0.5f);
-  const StartupInfo startup = host.startupInfo(options.input.timeout);
-  failure.error = options.trace ? traceRun(*machine, view, startup)
-                                : vmShaderMachineExecuteShader(machine, view.shader, &startup);
+  QuadRunner runner(view, inputs, *machine, options.input.timeout);
+  const auto run = [&](const StartupInfo& startup) {
+    return options.trace ? traceRun(*machine, view, startup)
+                         : vmShaderMachineExecuteShader(machine, view.shader, &startup);
+  };
+  failure.error = runner.runOne(failure.x, frame.height - 1 - failure.y, run);
   if (isFailure(failure.error)) {
     locateFailure(*machine, view, failure);
     std::fprintf(stderr, "%s: error: pixel (%u, %u): %s\n", options.input.shaderPath.c_str(),
@@ -116,7 +116,7 @@ int runOnce(const RunOptions& options) {
     return kRunFailed;
   }
   std::printf("code %u: %s\n", failure.error, vmGetErrorString(failure.error));
-  if (failure.error != VM_ERR_DISCARDED) printOutputs(*view.shader, host);
+  if (failure.error != VM_ERR_DISCARDED) printOutputs(*view.shader, runner.host());
   return kSuccess;
 }
 

@@ -3,17 +3,10 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
-#include <new>
 
 #include "render/texture.h"
 
 namespace shadermachine::tools {
-
-struct FragmentHost::Neighbours {
-  FragmentHost host;
-  MachineHandle machine;
-  std::array<PassedValues, 2> passed = {};  // by the neighbour along x, along y
-};
 
 // Friends of the host with C signatures.
 struct FragmentCallbacks {
@@ -53,19 +46,15 @@ struct FragmentCallbacks {
 
   template <class Combine>
   static void derivative(void* data, uint64_t userData, Combine combine) {
-    FragmentHost& self = host(userData);
-    std::array<float, 4> value;
+    const FragmentHost& self = host(userData);
+    DerivativeRecord::Value value;
     std::memcpy(value.data(), data, sizeof value);
-    const size_t call = self.unaryCalls_++;
-    if (self.recordInto_ != nullptr) {
-      FragmentHost::PassedValues& passed = *self.recordInto_;
-      if (call < passed.values.size()) passed.values[passed.count++] = value;
-      value = {};
-    } else {
-      if (call == 0) self.runNeighbours();
-      const std::array<float, 4> dx = self.difference(value.data(), call, 0);
-      const std::array<float, 4> dy = self.difference(value.data(), call, 1);
-      for (size_t i = 0; i < value.size(); ++i) value[i] = combine(dx[i], dy[i]);
+    DerivativeRecord::Differences differences;
+    if (self.derivatives_ != nullptr) {
+      differences = self.derivatives_->answer(*self.machine_, value);
+    }
+    for (size_t i = 0; i < value.size(); ++i) {
+      value[i] = combine(differences.dx[i], differences.dy[i]);
     }
     std::memcpy(data, value.data(), sizeof value);
   }
@@ -121,11 +110,7 @@ void fillInlineBuiltins(HostCallbacks& table) {
 }  // namespace
 
 FragmentHost::FragmentHost(const ShaderView& view, const HostInputs& inputs)
-    : shader_(view.shader),
-      inputs_(&inputs),
-      colourWords_(componentsOf(*view.shader, view.shader->outputGlobal0)) {}
-
-FragmentHost::~FragmentHost() = default;
+    : inputs_(&inputs), colourWords_(componentsOf(*view.shader, view.shader->outputGlobal0)) {}
 
 // Slots that stay null: functions of the host and variables backed by globals, whose zero-filled
 // blocks the machine hands out as they are.
@@ -143,15 +128,19 @@ HostCallbacks FragmentHost::callbacks() {
   return table;
 }
 
-void FragmentHost::startFragment(float x, float y) {
-  x_ = x;
-  y_ = y;
+void FragmentHost::setDerivatives(DerivativeRecord& record, const ShaderMachine& machine) {
+  derivatives_ = &record;
+  machine_ = &machine;
+}
+
+void FragmentHost::startFragment(uint32_t column, uint32_t row) {
+  x_ = static_cast<float>(column) + 0.5f;
+  y_ = static_cast<float>(row) + 0.5f;
   depth_ = 1;
-  unaryCalls_ = 0;
+  if (derivatives_ != nullptr) derivatives_->startFragment((column & 1) | (row & 1) << 1);
 }
 
 StartupInfo FragmentHost::startupInfo(uint32_t timeout) {
-  timeout_ = timeout;
   return {.userData = reinterpret_cast<uint64_t>(this),
           .builtin258 = 0,
           .timeout = timeout,
@@ -159,49 +148,6 @@ StartupInfo FragmentHost::startupInfo(uint32_t timeout) {
           .builtin281 = 0,
           .builtin282 = 0,
           .builtin285 = 0};
-}
-
-namespace {
-
-// Centre of the other pixel of a pair.
-float partner(float centre) {
-  const float pixel = std::floor(centre);
-  return std::fmod(pixel, 2.0f) == 0 ? centre + 1 : centre - 1;
-}
-
-}  // namespace
-
-// Runs inside a callback: nothing may be thrown. Without memory there are no neighbours, and every
-// difference is 0.
-void FragmentHost::runNeighbours() {
-  if (neighbours_ == nullptr) {
-    const HostCallbacks table = callbacks();
-    const MachineCreateInfo info = {&table};
-    ShaderView view;
-    view.shader = shader_;
-    neighbours_.reset(new (std::nothrow) Neighbours{{view, *inputs_},
-                                                    MachineHandle(vmShaderMachineCreate(&info))});
-  }
-  if (neighbours_ == nullptr || neighbours_->machine == nullptr) return;
-  FragmentHost& host = neighbours_->host;
-  const StartupInfo startup = host.startupInfo(timeout_);
-  for (uint32_t axis = 0; axis < 2; ++axis) {
-    host.recordInto_ = &neighbours_->passed[axis];
-    host.recordInto_->count = 0;
-    host.startFragment(axis == 0 ? partner(x_) : x_, axis == 1 ? partner(y_) : y_);
-    vmShaderMachineExecuteShader(neighbours_->machine.get(), shader_, &startup);
-  }
-}
-
-std::array<float, 4> FragmentHost::difference(const float* value, size_t call,
-                                              uint32_t axis) const {
-  std::array<float, 4> result = {};
-  if (neighbours_ == nullptr || call >= neighbours_->passed[axis].count) return result;
-  const float place = axis == 0 ? x_ : y_;
-  const float sign = partner(place) > place ? 1.0f : -1.0f;
-  const std::array<float, 4>& other = neighbours_->passed[axis].values[call];
-  for (size_t i = 0; i < result.size(); ++i) result[i] = sign * (other[i] - value[i]);
-  return result;
 }
 
 }  // namespace shadermachine::tools

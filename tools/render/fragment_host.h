@@ -5,9 +5,10 @@
 #include <shadermachine-tools/shader_view.h>
 
 #include <array>
-#include <cstddef>
 #include <cstdint>
 #include <memory>
+
+#include "render/derivatives.h"
 
 namespace shadermachine::tools {
 
@@ -20,14 +21,15 @@ using MachineHandle = std::unique_ptr<ShaderMachine, MachineDeleter>;
 class FragmentHost {
  public:
   FragmentHost(const ShaderView& view, const HostInputs& inputs);
-  ~FragmentHost();
   FragmentHost(const FragmentHost&) = delete;
   FragmentHost& operator=(const FragmentHost&) = delete;
 
   static HostCallbacks callbacks();
 
-  // Moves on to the pixel whose centre is (x, y), y up.
-  void startFragment(float x, float y);
+  // What derivatives are answered from, for runs of this machine.
+  void setDerivatives(DerivativeRecord& record, const ShaderMachine& machine);
+  // Moves on to a pixel, counted from the bottom left.
+  void startFragment(uint32_t column, uint32_t row);
   StartupInfo startupInfo(uint32_t timeout);
 
   const std::array<float, 4>& colour() const { return colour_; }
@@ -36,30 +38,14 @@ class FragmentHost {
  private:
   friend struct FragmentCallbacks;
 
-  // The values that a fragment passed to HOST_UNARY, in the order of the calls; the first ones.
-  struct PassedValues {
-    std::array<std::array<float, 4>, 64> values = {};
-    size_t count = 0;
-  };
-  struct Neighbours;
-
-  void runNeighbours();
-  std::array<float, 4> difference(const float* value, size_t call, uint32_t axis) const;
-
-  const CompiledShader* shader_;
   const HostInputs* inputs_;
   uint32_t colourWords_;  // components of the colour output
-  uint32_t timeout_ = 0;
-  float x_ = 0;
+  float x_ = 0;           // centre of the pixel, y up
   float y_ = 0;
   std::array<float, 4> colour_ = {};
   float depth_ = 1;
-
-  // Derivatives are differences within a block of 2 x 2 pixels. At the first one that a fragment
-  // asks for, its two neighbours are run on a machine of their own, for the values they pass.
-  PassedValues* recordInto_ = nullptr;  // set in the host of a neighbour
-  std::unique_ptr<Neighbours> neighbours_;
-  size_t unaryCalls_ = 0;  // of this fragment
+  DerivativeRecord* derivatives_ = nullptr;
+  const ShaderMachine* machine_ = nullptr;
 };
 
 }  // namespace shadermachine::tools

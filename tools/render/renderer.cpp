@@ -11,7 +11,7 @@
 #include <numeric>
 #include <thread>
 
-#include "render/fragment_host.h"
+#include "render/quad.h"
 
 namespace shadermachine::tools {
 namespace {
@@ -43,15 +43,16 @@ class Job {
     }
   }
 
-  // Renders rows until none are left. Every thread does this with a machine of its own.
-  void work(ShaderMachine* machine) {
-    Share share = {machine, {view_, inputs_}, {}, {}};
+  // Renders pairs of rows, from the top, until none are left. Every thread does this with a machine
+  // of its own.
+  void work(ShaderMachine& machine) {
+    Share share = {{view_, inputs_, machine, settings_.timeout}, {}, {}};
     const double start = threadNanoseconds();
+    const uint32_t pairs = (settings_.frame.height + 1) / 2;
     while (!cancelled_.load(std::memory_order_relaxed)) {
-      const uint32_t row = nextRow_.fetch_add(1, std::memory_order_relaxed);
-      if (row >= settings_.frame.height) break;
-      renderRow(share, row);
-      reportRow();
+      const uint32_t pair = nextPair_.fetch_add(1, std::memory_order_relaxed);
+      if (pair >= pairs) break;
+      renderPair(share, pairs - 1 - pair);
     }
     merge(share, threadNanoseconds() - start);
   }
@@ -68,38 +69,44 @@ class Job {
  private:
   // What one thread works with and collects.
   struct Share {
-    ShaderMachine* machine;
-    FragmentHost host;
+    QuadRunner runner;
     std::array<uint64_t, VM_ERROR_COUNT> runs;
     std::optional<RunFailure> failure;
   };
 
-  void renderRow(Share& share, uint32_t row) {
-    const uint32_t width = settings_.frame.width;
-    const StartupInfo startup = share.host.startupInfo(settings_.timeout);
-    const float y = static_cast<float>(settings_.frame.height - 1 - row) + 0.5f;
-    for (uint32_t x = 0; x < width; ++x) {
-      share.host.startFragment(static_cast<float>(x) + 0.5f, y);
-      const VmError error = vmShaderMachineExecuteShader(share.machine, view_.shader, &startup);
-      ++share.runs[std::min<VmError>(error, VM_ERROR_COUNT - 1)];
-      if (error == VM_OK || error == VM_ERR_HALTED) {
-        std::ranges::copy(share.host.colour(), result_.colour.pixel(x, row));
-        result_.depth[size_t{row} * width + x] = share.host.depth();
-      } else if (isFailure(error)) {
-        recordFailure(share, {.x = x, .y = row, .error = error});
-        if (error == VM_ERR_TIMEOUT) {
-          cancelled_.store(true, std::memory_order_relaxed);
-          return;
-        }
+  // Rows 2 * blockY and the next, counted from the bottom as fragments are.
+  void renderPair(Share& share, uint32_t blockY) {
+    const auto [width, height] = std::pair(settings_.frame.width, settings_.frame.height);
+    for (uint32_t blockX = 0; blockX < (width + 1) / 2; ++blockX) {
+      const QuadRunner::Results& results = share.runner.run(blockX, blockY, width, height);
+      for (uint32_t i = 0; i < results.size(); ++i) {
+        if (!results[i].isComplete) continue;
+        take(share, results[i], 2 * blockX + (i & 1), height - 1 - (2 * blockY + (i >> 1)));
       }
+      if (share.runs[VM_ERR_TIMEOUT] > 0) return;
+    }
+    const uint32_t rows = std::min(height - 2 * blockY, 2u);
+    for (uint32_t i = 0; i < rows; ++i) reportRow();
+  }
+
+  void take(Share& share, const FragmentResult& result, uint32_t x, uint32_t y) {
+    ++share.runs[std::min<VmError>(result.error, VM_ERROR_COUNT - 1)];
+    if (isFailure(result.error)) {
+      RunFailure failure = result.failure;
+      failure.x = x;
+      failure.y = y;
+      takeFailure(share.failure, failure);
+      if (result.error == VM_ERR_TIMEOUT) cancelled_.store(true, std::memory_order_relaxed);
+    } else if (result.error != VM_ERR_DISCARDED) {
+      std::ranges::copy(result.colour, result_.colour.pixel(x, y));
+      result_.depth[size_t{y} * result_.colour.width + x] = result.depth;
     }
   }
 
-  // Rows come to a thread in rising order, so its first failure is the one that counts.
-  void recordFailure(Share& share, RunFailure failure) {
-    if (share.failure) return;
-    locateFailure(*share.machine, view_, failure);
-    share.failure = failure;
+  // The first one in reading order counts.
+  static void takeFailure(std::optional<RunFailure>& first, const RunFailure& failure) {
+    const auto place = [](const RunFailure& f) { return std::pair(f.y, f.x); };
+    if (!first || place(failure) < place(*first)) first = failure;
   }
 
   void reportRow() {
@@ -114,17 +121,14 @@ class Job {
       result_.statistics.runs[code] += share.runs[code];
     }
     nanoseconds_ += nanoseconds;
-    const auto place = [](const RunFailure& f) { return std::pair(f.y, f.x); };
-    if (share.failure && (!result_.failure || place(*share.failure) < place(*result_.failure))) {
-      result_.failure = share.failure;
-    }
+    if (share.failure) takeFailure(result_.failure, *share.failure);
   }
 
   const ShaderView& view_;
   const HostInputs& inputs_;
   const RenderSettings& settings_;
   RenderResult result_;
-  std::atomic<uint32_t> nextRow_ = 0;
+  std::atomic<uint32_t> nextPair_ = 0;
   std::atomic<bool> cancelled_ = false;
   std::mutex mutex_;  // guards what follows, and the statistics of the result
   uint32_t rowsDone_ = 0;
@@ -167,9 +171,9 @@ RenderResult Renderer::render(const RenderSettings& settings) {
   {
     std::vector<std::jthread> threads;
     for (uint32_t i = 1; i < count; ++i) {
-      threads.emplace_back([&job, machine = machines[i].get()] { job.work(machine); });
+      threads.emplace_back([&job, machine = machines[i].get()] { job.work(*machine); });
     }
-    job.work(machines[0].get());
+    job.work(*machines[0]);
   }
   const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - start;
   return std::move(job).finish(elapsed.count(), count);

@@ -92,6 +92,7 @@ inline constexpr std::array<LookupKind, 8> kLookupKinds = {{
 }};
 
 // HOST_UNARY: at most the first four words in place, each result word from the word it replaces.
+// The instruction's operand is the number of components, for hosts that look for it.
 inline constexpr uint32_t kHostUnaryWords = 4;
 
 // CALL of a function that the host takes over.

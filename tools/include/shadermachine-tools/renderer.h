@@ -1,4 +1,5 @@
-// Runs a fragment shader over a picture: one machine per thread, rows handed out as they come.
+// Runs a fragment shader over a picture: one machine per thread, pairs of rows handed out as they
+// come.
 //
 //   Renderer renderer(built.view());
 //   renderer.inputs().set("scale", std::array{2.0});
