@@ -109,12 +109,13 @@ void Emitter::forgetRegisters() {
 }
 
 void Emitter::forgetRange(const uint32_t* address, uint32_t n) {
-  for (RegisterState& held : registers_) {
-    if (held.address != nullptr && address < held.address + held.width &&
-        held.address < address + n) {
-      held = {};
-    }
-  }
+  const auto forget = [&](RegisterState& held) {
+    const bool within = held.address != nullptr && address < held.address + held.width &&
+                        held.address < address + n;
+    if (within) held = {};
+  };
+  for (RegisterState& held : registers_) forget(held);
+  forget(previous_);
 }
 
 bool Emitter::moveHome(Entry& entry, uint32_t* newHome) {
@@ -230,6 +231,10 @@ void Emitter::prepareHome(int32_t s, int32_t firstOperand) { evict(s, firstOpera
 
 void Emitter::produce(Record record, StepPair steps, Register result, uint32_t n, int32_t s) {
   top = s - 1;
+  previous_ = state(result);
+  // What was dropped unwritten is in no memory that could be read again.
+  if (previous_.pending && !isLive(previous_)) previous_ = {};
+  previous_.pending = false;
   clobber(result);
   record.run = steps.keep;
   const uint32_t index = emit(record);
@@ -275,7 +280,8 @@ bool Emitter::takeBack(const Entry& value, Register which, int32_t s, Record& re
   records_.removeLast();
   stores_.removeLast();
   branches_.removeLast();
-  held = {};
+  held = previous_;
+  previous_ = {};
   return true;
 }
 

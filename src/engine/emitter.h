@@ -132,6 +132,7 @@ class Emitter {
   Entry* entries_;
   Entry indices_[VM_INDEX_STACK_CAPACITY] = {};
   RegisterState registers_[3] = {};
+  RegisterState previous_ = {};    // of the last record's register, before that record
   uint32_t* constants_ = nullptr;  // current pool
   uint32_t constantsFree_ = 0;
   bool retry_ = false;

@@ -141,11 +141,12 @@ Step compareAndLoop(ENGINE_STATE) {
   ENGINE_GO(reinterpret_cast<const Record*>(record->c));
 }
 
-// The second operation on the first one's result.
-template <class First, class Second, bool swapped, uint32_t n, unsigned form, bool stores>
+// The second operation on the first one's result; scalarB: the first one's b is a scalar.
+template <class First, bool scalarB, class Second, bool swapped, uint32_t n, unsigned form,
+          bool stores>
 Step pairStep(ENGINE_STATE) {
   const auto a = operand<float, n, false, (form & 1) != 0>(record->a, word, vector, scalar);
-  const auto b = operand<float, n, false, (form & 2) != 0>(record->b, word, vector, scalar);
+  const auto b = operand<float, n, scalarB, (form & 2) != 0>(record->b, word, vector, scalar);
   const auto c = operand<float, n, false, false>(record->c, word, vector, scalar);
   const auto inner = applyOperands<First, n>(a, b);
   if constexpr (swapped) {

@@ -217,45 +217,54 @@ constexpr KernelForms kKernelForms[] = {
 };
 static_assert(std::size(kKernelForms) == kOpcodeCount);
 
+constexpr KernelForms kScaleForms = binaryVS<MulF>();
+
 // Pairs -------------------------------------------------------------------------------------------
 
 using PairForms = std::array<StepPair, 4>;
 using PairCounts = std::array<PairForms, 3>;   // one, two, and three or four components
 using PairOrders = std::array<PairCounts, 2>;  // as written, swapped
+using PairSeconds = std::array<PairOrders, 4>;
 
-template <class First, class Second, bool swapped, uint32_t n, unsigned form>
+template <class First, bool scalarB, class Second, bool swapped, uint32_t n, unsigned form>
 constexpr StepPair pairOf() {
-  return {&pairStep<First, Second, swapped, n, form, false>,
-          &pairStep<First, Second, swapped, n, form, true>};
+  return {&pairStep<First, scalarB, Second, swapped, n, form, false>,
+          &pairStep<First, scalarB, Second, swapped, n, form, true>};
 }
 
-template <class First, class Second, bool swapped, uint32_t n>
+template <class First, bool scalarB, class Second, bool swapped, uint32_t n>
 constexpr PairForms pairForms() {
-  return {pairOf<First, Second, swapped, n, 0>(), pairOf<First, Second, swapped, n, 1>(),
-          pairOf<First, Second, swapped, n, 2>(), pairOf<First, Second, swapped, n, 3>()};
+  return {pairOf<First, scalarB, Second, swapped, n, 0>(),
+          pairOf<First, scalarB, Second, swapped, n, 1>(),
+          pairOf<First, scalarB, Second, swapped, n, 2>(),
+          pairOf<First, scalarB, Second, swapped, n, 3>()};
 }
 
-template <class First, class Second, bool swapped>
+template <class First, bool scalarB, class Second, bool swapped>
 constexpr PairCounts pairCounts() {
-  return {pairForms<First, Second, swapped, 1>(), pairForms<First, Second, swapped, 2>(),
-          pairForms<First, Second, swapped, 4>()};
+  return {pairForms<First, false, Second, swapped, 1>(),
+          pairForms<First, scalarB, Second, swapped, 2>(),
+          pairForms<First, scalarB, Second, swapped, 4>()};
 }
 
-template <class First, class Second>
+template <class First, bool scalarB, class Second>
 constexpr PairOrders pairOrders() {
-  return {pairCounts<First, Second, false>(), pairCounts<First, Second, true>()};
+  return {pairCounts<First, scalarB, Second, false>(), pairCounts<First, scalarB, Second, true>()};
 }
 
-template <class First>
-constexpr std::array<PairOrders, 3> pairSeconds() {
-  return {pairOrders<First, AddF>(), pairOrders<First, SubF>(), pairOrders<First, MulF>()};
+template <class First, bool scalarB>
+constexpr PairSeconds pairSeconds() {
+  return {pairOrders<First, scalarB, AddF>(), pairOrders<First, scalarB, SubF>(),
+          pairOrders<First, scalarB, MulF>(), pairOrders<First, scalarB, DivF>()};
 }
 
-constexpr std::array<std::array<PairOrders, 3>, 3> kPairs = {
-    pairSeconds<AddF>(), pairSeconds<SubF>(), pairSeconds<MulF>()};
+constexpr std::array<PairSeconds, 4> kPairs = {
+    pairSeconds<AddF, false>(), pairSeconds<SubF, false>(), pairSeconds<MulF, false>(),
+    pairSeconds<MulF, true>()};
 
-// Row of an operation in the table of pairs; 3 for all that have none.
-unsigned pairRow(unsigned opcode) {
+constexpr unsigned kNoPair = 4;
+
+unsigned pairSecond(unsigned opcode) {
   switch (static_cast<Opcode>(opcode)) {
     case Opcode::ADD_F:
       return 0;
@@ -264,19 +273,31 @@ unsigned pairRow(unsigned opcode) {
     case Opcode::MUL_F:
     case Opcode::COMP_MUL_F:
       return 2;
-    default:
+    case Opcode::DIV_F:
       return 3;
+    default:
+      return kNoPair;
   }
+}
+
+unsigned pairFirst(unsigned operation) {
+  if (operation == kScaleOperation) return 3;
+  const unsigned row = pairSecond(operation);
+  return row < 3 ? row : kNoPair;
 }
 
 }  // namespace
 
-bool isPairable(unsigned opcode) { return pairRow(opcode) < 3; }
+bool isPairable(unsigned first, unsigned second) {
+  return pairFirst(first) != kNoPair && pairSecond(second) != kNoPair;
+}
 
 StepPair pairSteps(unsigned first, unsigned second, bool swapped, uint32_t n, unsigned form) {
   const uint32_t count = n < 3 ? n - 1 : 2;
-  return kPairs[pairRow(first)][pairRow(second)][swapped ? 1 : 0][count][form];
+  return kPairs[pairFirst(first)][pairSecond(second)][swapped ? 1 : 0][count][form];
 }
+
+const KernelForms& scaleForms() { return kScaleForms; }
 
 const KernelForms& kernelForms(unsigned opcode) { return kKernelForms[opcode]; }
 

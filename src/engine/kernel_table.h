@@ -28,10 +28,14 @@ struct StepPair {
   RecordHandler store;  // stores it too
 };
 
-// A sum, difference or product of the result of another, n components each: the first operation's
-// operands and form as usual, the other operand of the second at c. swapped: c is the second
-// operation's left operand.
-bool isPairable(unsigned opcode);
+// An operation besides the opcodes: the product of a vector and a scalar at b.
+inline constexpr unsigned kScaleOperation = 256;
+const KernelForms& scaleForms();
+
+// A sum, difference, product or quotient of the result of a sum, difference or product, n
+// components each: the first operation's operands and form as usual, the other operand of the
+// second at c. swapped: c is the second operation's left operand.
+bool isPairable(unsigned first, unsigned second);
 StepPair pairSteps(unsigned first, unsigned second, bool swapped, uint32_t n, unsigned form);
 
 // Indexed by opcode.

@@ -45,7 +45,7 @@ bool Translator::selectKernel(const uint8_t* code, Instruction& item) {
   const uint32_t written = forms.singleWord ? 1 : n;
   if (!beginResult(item, m, written)) return false;
   const Entry first = out_.topEntry(static_cast<int32_t>(m - 1));
-  if (isPairable(static_cast<unsigned>(item.opcode)) && !item.keepsWords && selectPair(item, n)) {
+  if (!item.keepsWords && selectJoined(item, n)) {
     endResult(item, first, written);
     return true;
   }
@@ -79,10 +79,57 @@ bool Translator::selectKernel(const uint8_t* code, Instruction& item) {
   return true;
 }
 
+bool Translator::selectJoined(const Instruction& item, uint32_t n) {
+  using enum Opcode;
+  if (lastOperation_.record + 1 != out_.recordCount()) return false;
+  if (lastOperation_.opcode == kSplat) {
+    return n > 1 && (item.opcode == MUL_F || item.opcode == COMP_MUL_F) && selectScale(n);
+  }
+  if (lastOperation_.opcode == static_cast<unsigned>(DOT)) {
+    return n == 1 && item.opcode == MAX && selectDotMax();
+  }
+  const bool pairs = lastOperation_.n == n &&
+                     isPairable(lastOperation_.opcode, static_cast<unsigned>(item.opcode));
+  return pairs && selectPair(item, n);
+}
+
+bool Translator::selectScale(uint32_t n) {
+  const Entry left = out_.topEntry(1);
+  const Entry right = out_.topEntry();
+  const bool splatFirst = out_.inRegister(left, Register::Vector, n);
+  if (splatFirst == out_.inRegister(right, Register::Vector, n)) return false;
+  const Entry& other = splatFirst ? right : left;
+  const int32_t s = out_.top - 1;
+  const uint32_t* address = out_.memory(other, n);
+  Record splat = {};
+  if (!out_.takeBack(splatFirst ? left : right, Register::Vector, s, splat)) return false;
+  Record record = {};
+  record.a = address;
+  record.b = splat.a;
+  const unsigned form = (lastOperation_.form != 0 ? 2u : 0u) |
+                        (out_.inRegister(other, Register::Vector, n) ? 1u : 0u);
+  const RecordHandler* steps = scaleForms().steps[n - 1][form];
+  out_.produce(record, {steps[0], steps[1]}, Register::Vector, n, s);
+  lastOperation_ = {out_.recordCount() - 1, kScaleOperation, form, n};
+  return true;
+}
+
+bool Translator::selectDotMax() {
+  const int32_t s = out_.top - 1;
+  const Entry product = out_.topEntry(1);
+  if (!out_.inRegister(product, Register::Scalar, 1) ||
+      out_.inRegister(out_.topEntry(), Register::Scalar, 1)) {
+    return false;
+  }
+  const uint32_t* bound = out_.memory(out_.topEntry(), 1);
+  Record record = {};
+  if (!out_.takeBack(product, Register::Scalar, s, record)) return false;
+  record.c = bound;
+  out_.produce(record, dotMaxSteps(lastOperation_.n, lastOperation_.form), Register::Scalar, 1, s);
+  return true;
+}
+
 bool Translator::selectPair(const Instruction& item, uint32_t n) {
-  const bool follows = lastOperation_.record + 1 == out_.recordCount() && lastOperation_.n == n &&
-                       isPairable(lastOperation_.opcode);
-  if (!follows) return false;
   const Register where = n == 1 ? Register::Scalar : Register::Vector;
   const Entry left = out_.topEntry(1);
   const Entry right = out_.topEntry();
@@ -158,6 +205,9 @@ bool Translator::selectGeometry(const uint8_t* code, Instruction& item) {
   }
   const int32_t s = out_.top - static_cast<int32_t>(m) + 1;
   out_.produce(record, steps, single ? Register::Scalar : Register::Vector, written, s);
+  if (item.opcode == DOT) {
+    lastOperation_ = {out_.recordCount() - 1, static_cast<unsigned>(DOT), form, n};
+  }
   if (!replaces) endResult(item, first, written);
   return true;
 }

@@ -56,6 +56,7 @@ bool Translator::selectSplat(Instruction& item, uint32_t n) {
     Record record = {};
     if (!inScalar) record.a = out_.memory(out_.topEntry(), 1);
     out_.produce(record, splatSteps(n, inScalar), Register::Vector, n, out_.top);
+    lastOperation_ = {out_.recordCount() - 1, kSplat, inScalar ? 1u : 0u, n};
   }
   endResult(item, first, n);
   return true;

@@ -14,8 +14,18 @@ inline ValueSlot& slotOf(const uint32_t* words) {
 
 // steps_flow.cpp
 
+// The frames of inlined calls, and the entry function's, at a site.
+void fillFrames(Machine& machine, const Site& site);
+
 // Brings frames, pc, top and the index stack to what the plain handlers would have at the site.
-void enterSite(Machine& machine, const Site& site);
+inline void enterSite(Machine& machine, const Site& site) {
+  machine.frameIndex = site.call->frameIndex;
+  machine.indexTop = site.indexTop;
+  if (site.call->caller != nullptr) return fillFrames(machine, site);
+  CallFrame& entry = machine.frames[0];
+  entry.pc = site.pc;
+  entry.top = site.top;
+}
 
 Step plainRunStep(ENGINE_STATE);   // all of a run by the plain handlers
 Step plainStep(ENGINE_STATE);      // site: one instruction by its plain handler
@@ -85,6 +95,7 @@ StepPair lengthSteps(uint32_t n, unsigned form);
 StepPair normalizeSteps(uint32_t n, unsigned form);
 StepPair distanceSteps(uint32_t n, unsigned form);
 StepPair dotSteps(uint32_t n, unsigned form);
+StepPair dotMaxSteps(uint32_t n, unsigned form);  // the larger of the dot product and c
 StepPair crossSteps(unsigned form);
 StepPair reflectSteps(uint32_t n, unsigned form);
 StepPair refractSteps(uint32_t n);

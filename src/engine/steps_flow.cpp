@@ -27,12 +27,10 @@ void runPlainToEnd(Machine& machine) {
 
 }  // namespace
 
-void enterSite(Machine& machine, const Site& site) {
+void fillFrames(Machine& machine, const Site& site) {
   const InlinedCall* call = site.call;
   uint32_t pc = site.pc;
   int32_t top = site.top;
-  machine.frameIndex = call->frameIndex;
-  machine.indexTop = site.indexTop;
   for (; call->caller != nullptr; call = call->caller) {
     fillFrame(machine, *call, pc, top);
     pc = call->callerPc;

@@ -101,6 +101,25 @@ StepPair geometrySteps(uint32_t n, unsigned form) {
                   : geometryForm<Function, 4>(form);
 }
 
+template <uint32_t n, unsigned form, bool stores>
+Step dotMaxStep(ENGINE_STATE) {
+  const FloatVector a = (form & 1) != 0 ? vector : loadVector<n>(record->a);
+  const FloatVector b = (form & 2) != 0 ? vector : loadVector<n>(record->b);
+  const float bound = std::bit_cast<float>(*record->c);
+  scalar = MaxF{}(Dot::apply<n>(a, b), bound);
+  if constexpr (stores) std::memcpy(record->d, &scalar, sizeof scalar);
+  ENGINE_NEXT;
+}
+
+template <uint32_t n>
+StepPair dotMaxForm(unsigned form) {
+  constexpr StepPair kSteps[] = {{&dotMaxStep<n, 0, false>, &dotMaxStep<n, 0, true>},
+                                 {&dotMaxStep<n, 1, false>, &dotMaxStep<n, 1, true>},
+                                 {&dotMaxStep<n, 2, false>, &dotMaxStep<n, 2, true>},
+                                 {&dotMaxStep<n, 3, false>, &dotMaxStep<n, 3, true>}};
+  return kSteps[form];
+}
+
 // One-operand functions read b as a.
 template <class Function>
 StepPair oneOperandSteps(uint32_t n, unsigned form) {
@@ -211,6 +230,9 @@ StepPair lengthSteps(uint32_t n, unsigned form) { return oneOperandSteps<Length>
 StepPair normalizeSteps(uint32_t n, unsigned form) { return oneOperandSteps<Normalize>(n, form); }
 StepPair distanceSteps(uint32_t n, unsigned form) { return geometrySteps<Distance>(n, form); }
 StepPair dotSteps(uint32_t n, unsigned form) { return geometrySteps<Dot>(n, form); }
+StepPair dotMaxSteps(uint32_t n, unsigned form) {
+  return n == 2 ? dotMaxForm<2>(form) : n == 3 ? dotMaxForm<3>(form) : dotMaxForm<4>(form);
+}
 StepPair crossSteps(unsigned form) { return geometrySteps<Cross>(3, form); }
 StepPair reflectSteps(uint32_t n, unsigned form) { return geometrySteps<Reflect>(n, form); }
 

@@ -36,10 +36,10 @@ class Translator {
     uint32_t target;
     bool back;
   };
-  // The operation that the last record carries out, for pairs.
+  // The operation that the last record carries out, for records that join two.
   struct LastOperation {
     uint32_t record;
-    unsigned opcode;
+    unsigned opcode;  // or kScaleOperation, or kSplat
     unsigned form;
     uint32_t n;
   };
@@ -49,6 +49,7 @@ class Translator {
     RecordHandler loop;
   };
   static constexpr uint32_t kEnd = UINT32_MAX;
+  static constexpr unsigned kSplat = kScaleOperation + 1;
 
   // select_flow.cpp
   void translateFunction(Instance& instance);
@@ -87,6 +88,9 @@ class Translator {
   // select_math.cpp
   bool selectKernel(const uint8_t* code, Instruction& item);
   // Joins the operation to the one before it, when it works on that one's result.
+  bool selectJoined(const Instruction& item, uint32_t n);
+  bool selectScale(uint32_t n);
+  bool selectDotMax();
   bool selectPair(const Instruction& item, uint32_t n);
   bool selectGeometry(const uint8_t* code, Instruction& item);
   bool selectProduct(const uint8_t* code, const Instruction& item);
