@@ -23,44 +23,42 @@ void checkTop(const Program& program, const HostCall& seen) {
   }
 }
 
-}  // namespace
-
-Body instruction(VmOpcode opcode, std::vector<int64_t> operands, size_t inputs) {
-  return [=](ShaderBuilder& shader, FunctionBuilder& code) {
-    for (size_t i = 0; i < inputs; ++i) code.load(addInput(shader));
-    code.emit(opcode, operands);
-  };
+std::shared_ptr<const BuiltShader> build(const Body& body, int32_t height) {
+  return std::make_shared<BuiltShader>(
+      buildShader([&](ShaderBuilder& shader, FunctionBuilder& code) {
+        body(shader, code);
+        if (height == 0) code.emit(VM_OP_PUSH_EMPTY);  // the probe takes a slot
+        probe(code);
+        code.emit(VM_OP_RETURN);
+      }));
 }
+
+}  // namespace
 
 Program onInputs(VmOpcode opcode, std::vector<int64_t> operands, std::vector<Words> inputs,
                  Words top) {
+  const auto body = [&](ShaderBuilder& shader, FunctionBuilder& code) {
+    for (size_t i = 0; i < inputs.size(); ++i) code.load(addInput(shader));
+    code.emit(opcode, operands);
+  };
   return {.opcode = opcode,
           .title = "",
-          .body = instruction(opcode, std::move(operands), inputs.size()),
+          .shader = build(body, 1),
           .inputs = std::move(inputs),
           .top = std::move(top),
           .keepsRest = true};
 }
 
-Program giving(VmOpcode opcode, std::string title, Body body, Words top, int32_t height) {
+Program giving(VmOpcode opcode, std::string title, const Body& body, Words top, int32_t height) {
   return {.opcode = opcode,
           .title = std::move(title),
-          .body = std::move(body),
+          .shader = build(body, height),
           .top = std::move(top),
           .height = height};
 }
 
-Program failing(VmOpcode opcode, std::string title, Body body, VmError error) {
-  return {.opcode = opcode, .title = std::move(title), .body = std::move(body), .error = error};
-}
-
-BuiltShader buildProgram(const Program& program) {
-  return buildShader([&](ShaderBuilder& shader, FunctionBuilder& code) {
-    program.body(shader, code);
-    if (program.height == 0) code.emit(VM_OP_PUSH_EMPTY);  // the probe takes a slot
-    probe(code);
-    code.emit(VM_OP_RETURN);
-  });
+Program failing(VmOpcode opcode, std::string title, const Body& body, VmError error) {
+  return {.opcode = opcode, .title = std::move(title), .shader = build(body, 1), .error = error};
 }
 
 void check(const Program& program) {
@@ -69,8 +67,7 @@ void check(const Program& program) {
   {
     Rig rig;
     rig.inputs = program.inputs;
-    const BuiltShader shader = buildProgram(program);
-    EXPECT_EQ(rig.run(shader), program.error);
+    EXPECT_EQ(rig.run(*program.shader), program.error);
     EXPECT_EQ(rig.count(kProbe), program.error == VM_OK ? 1u : 0u);
     if (rig.count(kProbe) == 1) checkTop(program, rig.only(kProbe));
   }

@@ -11,10 +11,9 @@
 namespace shadermachine::tests {
 
 struct Program {
-  VmOpcode opcode;    // the instruction that the program is about
-  std::string title;  // what is special about this program
-  // Adds the entry function's code (and any tables); a probe and RETURN follow it.
-  Body body;
+  VmOpcode opcode;                                      // the instruction that the program is about
+  std::string title;                                    // what is special about this program
+  std::shared_ptr<const BuiltShader> shader = nullptr;  // it ends with a probe and RETURN
   std::vector<Words> inputs = {};
   VmError error = VM_OK;
   Words top = {};      // first words of the top slot in the end
@@ -23,32 +22,24 @@ struct Program {
   bool keepsRest = false;
 };
 
-// The program that pushes the inputs and executes the instruction with these operands.
-Body instruction(VmOpcode opcode, std::vector<int64_t> operands, size_t inputs);
-
-// Such a program: inputs deepest first, result in the deepest one's slot.
+// Pushes the inputs, deepest first, and executes the instruction with these operands.
 Program onInputs(VmOpcode opcode, std::vector<int64_t> operands, std::vector<Words> inputs,
                  Words top);
 
 // Programs with a body of their own: one that leaves these words on top of `height` slots, and one
 // that ends with an error.
-Program giving(VmOpcode opcode, std::string title, Body body, Words top, int32_t height = 1);
-Program failing(VmOpcode opcode, std::string title, Body body, VmError error);
-
-BuiltShader buildProgram(const Program& program);
+Program giving(VmOpcode opcode, std::string title, const Body& body, Words top, int32_t height = 1);
+Program failing(VmOpcode opcode, std::string title, const Body& body, VmError error);
 
 // Runs the program on a machine of its own and checks all of the above, and that no block is left.
 void check(const Program& program);
 
-// The programs of each family.
+// Those that are written as text, and those of the families that are not.
+std::vector<Program> textPrograms();
 std::vector<Program> builtinVariablePrograms();
 std::vector<Program> componentPrograms();
-std::vector<Program> constructorPrograms();
-std::vector<Program> controlFlowPrograms();
-std::vector<Program> elementReadPrograms();
 std::vector<Program> elementStorePrograms();
 std::vector<Program> hostPrograms();
-std::vector<Program> stackPrograms();
-std::vector<Program> vectorPrograms();
+std::vector<Program> noisePrograms();
 
 }  // namespace shadermachine::tests
