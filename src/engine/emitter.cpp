@@ -255,6 +255,13 @@ void Emitter::produceWord(const Record& record, StepPair steps, int32_t s) {
   claim(Register::Word, home(s), records_.size() - 1, 1);
 }
 
+void Emitter::produceWords(Record record, StepPair steps, uint32_t n, int32_t s) {
+  if (n == 1) return produceWord(record, steps, s);
+  if (n <= 4) return produce(record, steps, Register::Vector, n, s);
+  record.run = steps.keep;
+  produceInMemory(record, n, s);
+}
+
 void Emitter::holdVector(const Entry& entry, uint32_t n) {
   clobber(Register::Vector);
   state(Register::Vector) = {entry.address, records_.size() - 1, n, false};

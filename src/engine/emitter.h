@@ -74,6 +74,9 @@ class Emitter {
   void produce(Record record, StepPair steps, Register result, uint32_t n, int32_t s);
   // The same for a part of unknown kind, which goes to both the word and the scalar register.
   void produceWord(const Record& record, StepPair steps, int32_t s);
+  // A part of unknown kind of any size: up to four words in registers, more in memory, where the
+  // record that keeps its result writes them.
+  void produceWords(Record record, StepPair steps, uint32_t n, int32_t s);
   // Notes that the last record has left the entry's first n words in the vector register too.
   void holdVector(const Entry& entry, uint32_t n);
   // A result of n words that is in memory only.

@@ -119,13 +119,18 @@ Step ternaryStep(ENGINE_STATE) {
   ENGINE_NEXT;
 }
 
-// Goes to the target when the comparison is false.
 template <class K, unsigned form>
-Step compareAndBranch(ENGINE_STATE) {
+bool comparisonHolds(const Record* record, uint32_t word, FloatVector vector, float scalar) {
   using T = typename KernelTypes<K>::Argument;
   const T a = operand<T, 1, true, (form & 1) != 0>(record->a, word, vector, scalar);
   const T b = operand<T, 1, true, (form & 2) != 0>(record->b, word, vector, scalar);
-  if (K{}(a, b) == 0) ENGINE_GO(record->target);
+  return K{}(a, b) != 0;
+}
+
+// Goes to the target when the comparison is false.
+template <class K, unsigned form>
+Step compareAndBranch(ENGINE_STATE) {
+  if (!comparisonHolds<K, form>(record, word, vector, scalar)) ENGINE_GO(record->target);
   ENGINE_NEXT;
 }
 
@@ -133,10 +138,7 @@ Step compareAndBranch(ENGINE_STATE) {
 // timeStep()).
 template <class K, unsigned form>
 Step compareAndLoop(ENGINE_STATE) {
-  using T = typename KernelTypes<K>::Argument;
-  const T a = operand<T, 1, true, (form & 1) != 0>(record->a, word, vector, scalar);
-  const T b = operand<T, 1, true, (form & 2) != 0>(record->b, word, vector, scalar);
-  if (K{}(a, b) == 0) ENGINE_GO(record->target);
+  if (!comparisonHolds<K, form>(record, word, vector, scalar)) ENGINE_GO(record->target);
   if (--machine.timeLimit.ticksLeft == 0) ENGINE_STAY(timeStep);
   ENGINE_GO(reinterpret_cast<const Record*>(record->c));
 }

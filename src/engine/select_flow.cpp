@@ -35,28 +35,34 @@ void Translator::linkTo(Instance& instance, uint32_t record, uint32_t pc, bool b
   links_.append({record, low, back});
 }
 
-void Translator::selectJump(Instance& instance, const Instruction& item) {
+bool Translator::selectJump(Instance& instance, Instruction& item) {
   const uint32_t target = item.end + operandU32(instance.function->code, item.end - 4);
   const bool back = target <= item.end;
   out_.flush();
   instance.flowEnded = true;
-  if (!back) return linkTo(instance, out_.emit(makeRecord(&jumpStep)), target);
+  if (!back) {
+    linkTo(instance, out_.emit(makeRecord(&jumpStep)), target);
+    return true;
+  }
   const bool closesLoop =
       !item.isTarget && lastBranch_.record + 1 == out_.recordCount() && lastBranch_.loop != nullptr;
   if (!closesLoop) out_.emit(makeRecord(&jumpBackStep));
   const uint32_t record = out_.recordCount() - 1;
-  if (out_.failed()) return;
+  if (out_.failed()) return true;
   if (closesLoop) out_.record(record).run = lastBranch_.loop;
   out_.record(record).d = siteAddress(out_.site(target, 0));
   linkTo(instance, record, target, true);
+  return true;
 }
 
-void Translator::selectBranch(Instance& instance, const Instruction& item) {
+bool Translator::selectBranch(Instance& instance, Instruction& item) {
+  if (!isReadable(out_.topEntry(), 1)) out_.flushSlot(out_.top);
+  outgrown_ = outgrown_ || out_.topEntry().block;
   const uint32_t target = item.end + operandU32(instance.function->code, item.end - 4);
   const Entry condition = out_.topEntry();
   const bool backward = target <= item.end;
   out_.pop();
-  if (condition.constant && *condition.address != 0) return;
+  if (condition.constant && *condition.address != 0) return true;
   // The branch keeps the condition's register through the records that bring the rest home.
   out_.flush();
   uint32_t branch = out_.recordCount() - 1;
@@ -72,13 +78,17 @@ void Translator::selectBranch(Instance& instance, const Instruction& item) {
     }
     branch = out_.emit(record);
   }
-  if (!backward) return linkTo(instance, branch, target);
+  if (!backward) {
+    linkTo(instance, branch, target);
+    return true;
+  }
   // Not taken: over the two records of the way back.
   targets_.append({branch, branch + 2, false});
   targets_.append({out_.emit(makeRecord(&jumpStep)), branch + 3, false});
   Record back = makeRecord(&jumpBackStep);
   back.d = siteAddress(out_.site(target, 0));
   linkTo(instance, out_.emit(back), target, true);
+  return true;
 }
 
 // Plain handlers ----------------------------------------------------------------------------------
@@ -121,12 +131,14 @@ void Translator::setIndexHome(int32_t i) {
   out_.index(i).width = 1;
 }
 
-void Translator::selectStop(const Instruction& item, uint32_t code) {
+bool Translator::selectStop(Instance& instance, Instruction& item) {
   out_.flushIndices();
   Record record = makeRecord(out_.call->caller == nullptr ? &finishStep : &stopStep);
   record.site = out_.site(item.end, 0);
-  record.x = code;
+  record.x = item.opcode == Opcode::DISCARD ? VM_ERR_DISCARDED : VM_ERR_HALTED;
   out_.emit(record);
+  instance.flowEnded = true;
+  return true;
 }
 
 // Calls -------------------------------------------------------------------------------------------
@@ -139,26 +151,25 @@ bool Translator::canInline(const Instance& caller, uint32_t function) const {
   return true;
 }
 
-void Translator::selectCall(Instance& instance, const Instruction& item) {
+bool Translator::selectCall(Instance& instance, Instruction& item) {
   const uint32_t number = operandU16(instance.function->code, item.pc + 1);
   const DecodedFunction* callee = decoder_.isPlainCall(number) || !canInline(instance, number) ||
                                           out_.recordCount() > kMaxRecords
                                       ? nullptr
                                       : decoder_.decode(number);
-  if (callee == nullptr || callee->keepsIndices) return selectPlain(instance, item);
+  if (callee == nullptr || callee->keepsIndices) return false;
   const ShaderFunction& record = *callee->record;
   const int32_t locals = out_.top + 1 - record.paramCount;
   if (locals + record.localCount + static_cast<int32_t>(callee->maxTemporaries) >=
       machine_.stackCapacity) {
-    return selectPlain(instance, item);
+    return false;
   }
   for (uint32_t k = 0; k < record.paramCount; ++k) {
     const Entry& argument = out_.slot(locals + static_cast<int32_t>(k));
-    if (isBasicVar(record.locals[k]) && (argument.block || argument.lazyView)) {
-      return selectPlain(instance, item);
-    }
+    if (isBasicVar(record.locals[k]) && (argument.block || argument.lazyView)) return false;
   }
   inlineCall(instance, item, *callee);
+  return true;
 }
 
 void Translator::inlineCall(Instance& instance, const Instruction& item,
@@ -308,13 +319,16 @@ void Translator::selectEntryReturn(Instance& instance, const Instruction& item) 
   instance.flowEnded = true;
 }
 
-void Translator::selectReturn(Instance& instance, const Instruction& item) {
-  if (instance.caller == nullptr) return selectEntryReturn(instance, item);
+bool Translator::selectReturn(Instance& instance, Instruction& item) {
+  if (instance.caller == nullptr) {
+    selectEntryReturn(instance, item);
+    return true;
+  }
   if (item.opcode != Opcode::RETURN) moveReturnValue(instance);
   leaveLocals(instance);
   // The only return at the end of the code goes on with the caller.
   const bool last = instance.current + 1 == instance.function->count;
-  if (last && !instance.joinsAtEnd) return;
+  if (last && !instance.joinsAtEnd) return true;
   const int32_t base = static_cast<int32_t>(instance.call->localsSlot);
   const int32_t parameters = instance.function->record->paramCount;
   out_.top = base + parameters - 1;
@@ -322,6 +336,7 @@ void Translator::selectReturn(Instance& instance, const Instruction& item) {
   instance.joinsAtEnd = true;
   instance.flowEnded = true;
   if (!last) links_.append({out_.emit(makeRecord(&jumpStep)), kEnd, false});
+  return true;
 }
 
 // Functions ---------------------------------------------------------------------------------------

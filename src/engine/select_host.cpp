@@ -24,20 +24,13 @@ bool Translator::loadHostVariable(uint32_t number, const Instruction& item) {
     return loadVariable(static_cast<int32_t>(number), info);
   }
   record.a = out_.home(s);
-  const StepPair steps = hostVariableSteps(n);
-  if (n == 1) {
-    out_.produceWord(record, steps, s);
-  } else if (n <= 4) {
-    out_.produce(record, steps, Register::Vector, n, s);
-  } else {
-    record.run = steps.keep;
-    out_.produceInMemory(record, n, s);
-  }
+  out_.produceWords(record, hostVariableSteps(n), n, s);
   return true;
 }
 
-bool Translator::loadBuiltinVariable(uint32_t id, const Instruction& item) {
-  const BuiltinVariable variable = builtinVariable(id);
+bool Translator::selectBuiltin(Instance& instance, Instruction& item) {
+  const BuiltinVariable variable =
+      builtinVariable(operandU16(instance.function->code, item.pc + 1));
   const int32_t s = out_.top + 1;
   switch (variable.family) {
     case BuiltinFamily::RunWord: {

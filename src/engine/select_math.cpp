@@ -31,7 +31,8 @@ void Translator::endResult(Instruction& item, const Entry& first, uint32_t n) {
   }
 }
 
-bool Translator::selectKernel(const uint8_t* code, Instruction& item) {
+bool Translator::selectKernel(Instance& instance, Instruction& item) {
+  const uint8_t* code = instance.function->code;
   const KernelForms& forms = kernelForms(static_cast<unsigned>(item.opcode));
   if (forms.operands == 0) return false;
   const bool counted = opcodeInfo(item.opcode).operands[0] != OperandKind::None;
@@ -149,7 +150,8 @@ bool Translator::selectPair(const Instruction& item, uint32_t n) {
   return true;
 }
 
-bool Translator::selectGeometry(const uint8_t* code, Instruction& item) {
+bool Translator::selectGeometry(Instance& instance, Instruction& item) {
+  const uint8_t* code = instance.function->code;
   using enum Opcode;
   const uint32_t n = item.opcode == CROSS ? 3 : operandU8(code, item.pc + 1);
   if (n < 2 || n > 4) return false;
@@ -212,7 +214,8 @@ bool Translator::selectGeometry(const uint8_t* code, Instruction& item) {
   return true;
 }
 
-bool Translator::selectProduct(const uint8_t* code, const Instruction& item) {
+bool Translator::selectProduct(Instance& instance, Instruction& item) {
+  const uint8_t* code = instance.function->code;
   using enum Opcode;
   const uint32_t n = operandU8(code, item.pc + 1);
   if (n < 2 || n > 4) return false;
@@ -243,7 +246,8 @@ bool Translator::selectProduct(const uint8_t* code, const Instruction& item) {
   return true;
 }
 
-bool Translator::selectNoise(const uint8_t* code, Instruction& item) {
+bool Translator::selectNoise(Instance& instance, Instruction& item) {
+  const uint8_t* code = instance.function->code;
   const uint32_t n = operandU8(code, item.pc + 1);
   const uint32_t results =
       static_cast<uint32_t>(item.opcode) - static_cast<uint32_t>(Opcode::NOISE1) + 1;

@@ -19,7 +19,8 @@ bool isRun(uint32_t mask, uint32_t n) {
 
 // Constructors ------------------------------------------------------------------------------------
 
-bool Translator::selectConstructor(const uint8_t* code, Instruction& item) {
+bool Translator::selectConstructor(Instance& instance, Instruction& item) {
+  const uint8_t* code = instance.function->code;
   using enum Opcode;
   const uint32_t operands = operandU16(code, item.pc + 1);
   const uint8_t* counts = code + item.pc + 3;
@@ -121,7 +122,8 @@ bool Translator::selectGather(Instruction& item, uint32_t n, const uint8_t* coun
 
 // Swizzles ----------------------------------------------------------------------------------------
 
-bool Translator::selectSwizzle(const uint8_t* instruction) {
+bool Translator::selectSwizzle(Instance& instance, Instruction& item) {
+  const uint8_t* instruction = instance.function->code + item.pc;
   const uint32_t n = instruction[2];
   const uint32_t mask = instruction[3];
   if (n == 0 || n > 4) return false;
@@ -165,7 +167,8 @@ bool Translator::takeIndexOperand(Record& record) {
   return false;
 }
 
-bool Translator::selectComponent(const uint8_t* code, Instruction& item) {
+bool Translator::selectComponent(Instance& instance, Instruction& item) {
+  const uint8_t* code = instance.function->code;
   const uint32_t n = operandU8(code, item.pc + 1);
   const Entry first = out_.topEntry();
   if (n == 0 || n > VM_COMPONENT_COUNT || !isReadable(first, n)) return false;
@@ -191,7 +194,8 @@ bool Translator::selectComponent(const uint8_t* code, Instruction& item) {
   return true;
 }
 
-bool Translator::selectColumn(const uint8_t* code, Instruction& item) {
+bool Translator::selectColumn(Instance& instance, Instruction& item) {
+  const uint8_t* code = instance.function->code;
   const uint32_t n = operandU8(code, item.pc + 1);
   const Entry first = out_.topEntry();
   if (n < 2 || n > 4 || !isReadable(first, n * n) || item.keepsWords) return false;
@@ -238,18 +242,10 @@ void Translator::emitElement(const Instruction& item, const Entry& view, uint32_
   }
   const bool inWord = takeIndexOperand(record);
   --out_.indexTop;
-  const StepPair steps = elementSteps(n, inWord);
-  if (n == 1) {
-    out_.produceWord(record, steps, s);
-  } else if (n <= 4) {
-    out_.produce(record, steps, Register::Vector, n, s);
-  } else {
-    record.run = steps.keep;
-    out_.produceInMemory(record, n, s);
-  }
+  out_.produceWords(record, elementSteps(n, inWord), n, s);
 }
 
-bool Translator::selectArrayElement(Instance& instance, const Instruction& item) {
+bool Translator::selectArrayElement(Instance& instance, Instruction& item) {
   const uint8_t* code = instance.function->code;
   const Entry view = out_.topEntry();
   if (!view.lazyView) return false;
@@ -293,19 +289,12 @@ bool Translator::readMember(const Entry& view, uint32_t offset, uint32_t bytes) 
   // A member of a member is there only when the member around it is.
   record.y = view.viewSize != 0 ? view.viewOffset + view.viewSize : offset + bytes;
   record.size = n;
-  const StepPair steps = memberSteps(n);
-  if (n == 1) {
-    out_.produceWord(record, steps, s);
-  } else if (n <= 4) {
-    out_.produce(record, steps, Register::Vector, n, s);
-  } else {
-    record.run = steps.keep;
-    out_.produceInMemory(record, n, s);
-  }
+  out_.produceWords(record, memberSteps(n), n, s);
   return true;
 }
 
-bool Translator::selectMember(const uint8_t* instruction) {
+bool Translator::selectMember(Instance& instance, Instruction& item) {
+  const uint8_t* instruction = instance.function->code + item.pc;
   const Entry view = out_.topEntry();
   if (!view.lazyView) return false;
   const StructInfo* info = structType(machine_, static_cast<int32_t>(operandU16(instruction, 1)));

@@ -6,7 +6,8 @@
 
 namespace shadermachine::engine {
 
-bool Translator::selectConstant(const uint8_t* code, const Instruction& item) {
+bool Translator::selectConstant(Instance& instance, Instruction& item) {
+  const uint8_t* code = instance.function->code;
   using enum Opcode;
   constexpr uint32_t kOne = std::bit_cast<uint32_t>(1.0f);
   uint32_t words[4] = {};
@@ -73,7 +74,7 @@ bool Translator::storeVariable(int32_t s, const VarInfo& info, bool global) {
   return true;
 }
 
-bool Translator::selectVariable(Instance& instance, const Instruction& item) {
+bool Translator::selectVariable(Instance& instance, Instruction& item) {
   using enum Opcode;
   const uint8_t* code = instance.function->code;
   const bool global = item.opcode == LOAD_GLOBAL || item.opcode == STORE_GLOBAL ||
@@ -172,7 +173,8 @@ bool Translator::writeSelected(int32_t s, uint32_t words, uint32_t pattern) {
   return true;
 }
 
-bool Translator::selectStack(const uint8_t* code, const Instruction& item) {
+bool Translator::selectStack(Instance& instance, Instruction& item) {
+  const uint8_t* code = instance.function->code;
   using enum Opcode;
   switch (item.opcode) {
     case POP:
@@ -205,7 +207,8 @@ bool Translator::selectStack(const uint8_t* code, const Instruction& item) {
   }
 }
 
-bool Translator::selectIndexPush(const uint8_t* code, const Instruction& item) {
+bool Translator::selectIndexPush(Instance& instance, Instruction& item) {
+  const uint8_t* code = instance.function->code;
   if (out_.indexTop + 1 >= VM_INDEX_STACK_CAPACITY) return false;
   const int32_t i = out_.indexTop + 1;
   if (item.opcode == Opcode::PUSH_INDEX_IMM) {

@@ -48,98 +48,56 @@ const Record* Translator::translate(uint32_t entryFunction) {
   return records;
 }
 
-// One case per family; the work is done elsewhere.
-// NOLINTNEXTLINE(readability-function-size)
-bool Translator::select(Instance& instance, Instruction& item) {
-  using enum Opcode;
-  const uint8_t* code = instance.function->code;
-  switch (item.opcode) {
-    case NOP:
-    case NOP_45:
-    case NOP_46:
-    case NOP_49:
-    case NOP_50:
-    case NOP_51:
-      return true;
-    case LOAD_LOCAL:
-    case LOAD_GLOBAL:
-    case LOAD_LOCAL_COMPONENT:
-    case STORE_LOCAL:
-    case STORE_GLOBAL:
-    case STORE_LOCAL_KEEP:
-    case STORE_LOCAL_ELEM_IMM:
-    case STORE_GLOBAL_ELEM_IMM:
-      return selectVariable(instance, item);
-    case LOAD_BUILTIN:
-      return loadBuiltinVariable(operandU16(code, item.pc + 1), item);
-    case POP:
-    case POP_N:
-    case POP_RELEASE:
-    case PUSH_EMPTY:
-    case DUP:
-      return selectStack(code, item);
-    case PUSH_INDEX:
-    case PUSH_INDEX_IMM:
-      return selectIndexPush(code, item);
-    case JUMP:
-      selectJump(instance, item);
-      return true;
-    case JUMP_IF_FALSE:
-      if (!isReadable(out_.topEntry(), 1)) out_.flushSlot(out_.top);
-      outgrown_ = outgrown_ || out_.topEntry().block;
-      selectBranch(instance, item);
-      return true;
-    case CALL:
-      selectCall(instance, item);
-      return true;
-    case RETURN:
-    case RETURN_VALUE:
-    case RETURN_VALUE_2:
-      selectReturn(instance, item);
-      return true;
-    case DISCARD:
-    case HALT:
-      selectStop(item, item.opcode == DISCARD ? VM_ERR_DISCARDED : VM_ERR_HALTED);
-      instance.flowEnded = true;
-      return true;
-    case SWIZZLE:
-    case SWIZZLE_2:
-    case SWIZZLE_3:
-      return selectSwizzle(code + item.pc);
-    case VEC_ELEMENT:
-    case VEC_ELEMENT_2:
-    case VEC_ELEMENT_3:
-      return selectComponent(code, item);
-    case MAT_COLUMN:
-      return selectColumn(code, item);
-    case ARRAY_ELEMENT:
-      return selectArrayElement(instance, item);
-    case STRUCT_FIELD:
-      return selectMember(code + item.pc);
-    case LENGTH:
-    case DISTANCE:
-    case DOT:
-    case CROSS:
-    case NORMALIZE:
-    case FACEFORWARD:
-    case REFLECT:
-    case REFRACT:
-      return selectGeometry(code, item);
-    case MUL_MAT_MAT:
-    case MUL_VEC_MAT:
-    case MUL_MAT_VEC:
-      return selectProduct(code, item);
-    case NOISE1:
-    case NOISE2:
-    case NOISE3:
-    case NOISE4:
-      return selectNoise(code, item);
-    default:
-      break;
+bool Translator::selectNothing(Instance&, Instruction&) { return true; }
+
+// All other opcodes have selectKernel(): the component-wise instructions, and those that it leaves
+// to their plain handlers.
+constexpr Translator::SelectorRange Translator::kSelectorRanges[] = {
+    {Opcode::NOP, Opcode::NOP, &Translator::selectNothing},
+    {Opcode::NOP_45, Opcode::NOP_46, &Translator::selectNothing},
+    {Opcode::NOP_49, Opcode::NOP_51, &Translator::selectNothing},
+    {Opcode::LOAD_LOCAL, Opcode::LOAD_GLOBAL, &Translator::selectVariable},
+    {Opcode::LOAD_LOCAL_COMPONENT, Opcode::LOAD_LOCAL_COMPONENT, &Translator::selectVariable},
+    {Opcode::STORE_LOCAL, Opcode::STORE_LOCAL, &Translator::selectVariable},
+    {Opcode::STORE_GLOBAL, Opcode::STORE_GLOBAL, &Translator::selectVariable},
+    {Opcode::STORE_LOCAL_KEEP, Opcode::STORE_LOCAL_KEEP, &Translator::selectVariable},
+    {Opcode::STORE_LOCAL_ELEM_IMM, Opcode::STORE_LOCAL_ELEM_IMM, &Translator::selectVariable},
+    {Opcode::STORE_GLOBAL_ELEM_IMM, Opcode::STORE_GLOBAL_ELEM_IMM, &Translator::selectVariable},
+    {Opcode::LOAD_BUILTIN, Opcode::LOAD_BUILTIN, &Translator::selectBuiltin},
+    {Opcode::PUSH_U8, Opcode::PUSH_1_F, &Translator::selectConstant},
+    {Opcode::POP, Opcode::PUSH_EMPTY, &Translator::selectStack},
+    {Opcode::DUP, Opcode::DUP, &Translator::selectStack},
+    {Opcode::PUSH_INDEX, Opcode::PUSH_INDEX_IMM, &Translator::selectIndexPush},
+    {Opcode::JUMP, Opcode::JUMP, &Translator::selectJump},
+    {Opcode::JUMP_IF_FALSE, Opcode::JUMP_IF_FALSE, &Translator::selectBranch},
+    {Opcode::CALL, Opcode::CALL, &Translator::selectCall},
+    {Opcode::RETURN, Opcode::RETURN_VALUE_2, &Translator::selectReturn},
+    {Opcode::DISCARD, Opcode::HALT, &Translator::selectStop},
+    {Opcode::CTOR_VEC2_A, Opcode::CTOR_MAT4, &Translator::selectConstructor},
+    {Opcode::SWIZZLE, Opcode::SWIZZLE_3, &Translator::selectSwizzle},
+    {Opcode::VEC_ELEMENT, Opcode::VEC_ELEMENT_3, &Translator::selectComponent},
+    {Opcode::MAT_COLUMN, Opcode::MAT_COLUMN, &Translator::selectColumn},
+    {Opcode::ARRAY_ELEMENT, Opcode::ARRAY_ELEMENT, &Translator::selectArrayElement},
+    {Opcode::STRUCT_FIELD, Opcode::STRUCT_FIELD, &Translator::selectMember},
+    {Opcode::LENGTH, Opcode::REFRACT, &Translator::selectGeometry},
+    {Opcode::MUL_MAT_MAT, Opcode::MUL_MAT_VEC, &Translator::selectProduct},
+    {Opcode::NOISE1, Opcode::NOISE4, &Translator::selectNoise},
+};
+
+constexpr Translator::Selectors Translator::makeSelectors() {
+  Selectors selectors = {};
+  for (Selector& selector : selectors) selector = &Translator::selectKernel;
+  for (const SelectorRange& range : kSelectorRanges) {
+    for (auto i = static_cast<unsigned>(range.first); i <= static_cast<unsigned>(range.last); ++i) {
+      selectors[i] = range.selector;
+    }
   }
-  if (item.opcode >= PUSH_U8 && item.opcode <= PUSH_1_F) return selectConstant(code, item);
-  if (item.opcode >= CTOR_VEC2_A && item.opcode <= CTOR_MAT4) return selectConstructor(code, item);
-  return selectKernel(code, item);
+  return selectors;
+}
+
+bool Translator::select(Instance& instance, Instruction& item) {
+  static constexpr Selectors kSelectors = makeSelectors();
+  return (this->*kSelectors[static_cast<unsigned>(item.opcode)])(instance, item);
 }
 
 }  // namespace shadermachine::engine

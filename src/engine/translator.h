@@ -2,6 +2,8 @@
 // jumps to their targets.
 #pragma once
 
+#include <array>
+
 #include "engine/emitter.h"
 
 namespace shadermachine::engine {
@@ -54,47 +56,48 @@ class Translator {
   // select_flow.cpp
   void translateFunction(Instance& instance);
   void beginInstruction(Instance& instance, const Instruction& item);
-  void selectJump(Instance& instance, const Instruction& item);
-  void selectBranch(Instance& instance, const Instruction& item);
-  void selectCall(Instance& instance, const Instruction& item);
+  bool selectJump(Instance& instance, Instruction& item);
+  bool selectBranch(Instance& instance, Instruction& item);
+  bool selectCall(Instance& instance, Instruction& item);
   bool canInline(const Instance& caller, uint32_t function) const;
   void inlineCall(Instance& instance, const Instruction& item, const DecodedFunction& callee);
   void enterLocals(Instance& instance);
-  void selectReturn(Instance& instance, const Instruction& item);
+  bool selectReturn(Instance& instance, Instruction& item);
   void selectEntryReturn(Instance& instance, const Instruction& item);
   void moveReturnValue(Instance& instance);
   void leaveLocals(Instance& instance);
-  void selectStop(const Instruction& item, uint32_t code);
+  bool selectStop(Instance& instance, Instruction& item);
+  bool selectNothing(Instance& instance, Instruction& item);
   void selectPlain(Instance& instance, const Instruction& item);
   void setIndexHome(int32_t i);
   void linkTo(Instance& instance, uint32_t record, uint32_t pc, bool back = false);
 
   // select_values.cpp
-  bool selectConstant(const uint8_t* code, const Instruction& item);
-  bool selectVariable(Instance& instance, const Instruction& item);
+  bool selectConstant(Instance& instance, Instruction& item);
+  bool selectVariable(Instance& instance, Instruction& item);
   bool loadVariable(int32_t s, const VarInfo& info);
   bool storeVariable(int32_t s, const VarInfo& info, bool global);
   bool storePart(int32_t s, const VarInfo& info, const uint8_t* code, const Instruction& item);
   bool writePart(int32_t s, uint32_t firstWord, uint32_t n);
   bool writeSelected(int32_t s, uint32_t words, uint32_t pattern);
-  bool selectStack(const uint8_t* code, const Instruction& item);
-  bool selectIndexPush(const uint8_t* code, const Instruction& item);
+  bool selectStack(Instance& instance, Instruction& item);
+  bool selectIndexPush(Instance& instance, Instruction& item);
 
   // select_host.cpp
   bool loadHostVariable(uint32_t number, const Instruction& item);
-  bool loadBuiltinVariable(uint32_t id, const Instruction& item);
+  bool selectBuiltin(Instance& instance, Instruction& item);
   bool storeAggregate(int32_t s, const Instruction& item);
 
   // select_math.cpp
-  bool selectKernel(const uint8_t* code, Instruction& item);
+  bool selectKernel(Instance& instance, Instruction& item);
   // Joins the operation to the one before it, when it works on that one's result.
   bool selectJoined(const Instruction& item, uint32_t n);
   bool selectScale(uint32_t n);
   bool selectDotMax();
   bool selectPair(const Instruction& item, uint32_t n);
-  bool selectGeometry(const uint8_t* code, Instruction& item);
-  bool selectProduct(const uint8_t* code, const Instruction& item);
-  bool selectNoise(const uint8_t* code, Instruction& item);
+  bool selectGeometry(Instance& instance, Instruction& item);
+  bool selectProduct(Instance& instance, Instruction& item);
+  bool selectNoise(Instance& instance, Instruction& item);
   // True when the value can be read as n words.
   bool isReadable(const Entry& entry, uint32_t n);
   // Starts an instruction that writes n words over its first operand's: false when only the plain
@@ -104,20 +107,31 @@ class Translator {
   void endResult(Instruction& item, const Entry& first, uint32_t n);
 
   // select_parts.cpp
-  bool selectConstructor(const uint8_t* code, Instruction& item);
+  bool selectConstructor(Instance& instance, Instruction& item);
   bool selectSplat(Instruction& item, uint32_t n);
   bool selectAppend(Instruction& item, uint32_t n, const uint8_t* counts, uint32_t operands);
   bool selectGather(Instruction& item, uint32_t n, const uint8_t* counts, uint32_t operands);
-  bool selectSwizzle(const uint8_t* instruction);
-  bool selectComponent(const uint8_t* code, Instruction& item);
-  bool selectColumn(const uint8_t* code, Instruction& item);
-  bool selectArrayElement(Instance& instance, const Instruction& item);
-  bool selectMember(const uint8_t* instruction);
+  bool selectSwizzle(Instance& instance, Instruction& item);
+  bool selectComponent(Instance& instance, Instruction& item);
+  bool selectColumn(Instance& instance, Instruction& item);
+  bool selectArrayElement(Instance& instance, Instruction& item);
+  bool selectMember(Instance& instance, Instruction& item);
   bool takeIndexOperand(Record& record);
   void emitElement(const Instruction& item, const Entry& view, uint32_t stride, uint32_t offset,
                    uint32_t bytes);
   bool readMember(const Entry& view, uint32_t offset, uint32_t bytes);
 
+  // Appends the records of an instruction. False when it must be left to its plain handler; nothing
+  // has been appended then that does harm.
+  using Selector = bool (Translator::*)(Instance& instance, Instruction& item);
+  using Selectors = std::array<Selector, kOpcodeCount>;
+  struct SelectorRange {
+    Opcode first;
+    Opcode last;
+    Selector selector;
+  };
+  static const SelectorRange kSelectorRanges[];
+  static constexpr Selectors makeSelectors();
   bool select(Instance& instance, Instruction& item);
 
   Arena& arena_;
