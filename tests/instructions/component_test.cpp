@@ -295,59 +295,6 @@ TEST(Components, MatchTheirFormulas) {
   }
 }
 
-// Values to be read, not computed.
-TEST(Components, GiveTheseValues) {
-  const auto programs = {
-      onInputs(VM_OP_ADD_I, {1}, {ints({2147483647}), ints({1})}, ints({kIntMin})),
-      onInputs(VM_OP_MUL_I, {1}, {ints({65536}), ints({65536})}, ints({0})),
-      onInputs(VM_OP_DIV_I, {4}, {ints({-7, 7, 5, kIntMin}), ints({2, -2, 0, -1})},
-               ints({-3, -3, 0, kIntMin})),
-      onInputs(VM_OP_NEG_I, {1}, {ints({kIntMin})}, ints({kIntMin})),
-      onInputs(VM_OP_SUB_SV_F, {3}, {floats({10}), floats({1, 2, 3})}, floats({9, 8, 7})),
-      onInputs(VM_OP_DIV_VS_F, {2}, {floats({0, 1}), floats({0})}, floats({kNan, kInfinity})),
-      onInputs(VM_OP_NEG_F, {2}, {Words{0, kMinusZero}}, Words{0, 0}),
-      onInputs(VM_OP_FLOAT_TO_BOOL, {4}, {floats({0, -0.0f, 0.5f, kNan})}, ints({0, 0, 1, 1})),
-      onInputs(VM_OP_FLOAT_TO_INT, {4}, {floats({-1.7f, 2.9f, 3.0e9f, kNan})},
-               ints({-1, 2, kIntMin, kIntMin})),
-      onInputs(VM_OP_INT_TO_FLOAT, {1}, {ints({16777217})}, floats({16777216})),
-      onInputs(VM_OP_INT_TO_BOOL, {2}, {Words{kMinusZero, 0}}, ints({1, 0})),
-      onInputs(VM_OP_LT_I, {}, {ints({-1}), ints({0})}, ints({1})),
-      onInputs(VM_OP_LE_F, {}, {floats({-0.0f}), floats({0})}, ints({1})),
-      onInputs(VM_OP_GE_F, {}, {floats({kNan}), floats({1})}, ints({0})),
-      onInputs(VM_OP_LOGICAL_XOR_B, {}, {ints({5}), ints({2})}, ints({0})),
-      onInputs(VM_OP_DEGREES, {1}, {Words{0x40490FDB}}, floats({180})),
-      onInputs(VM_OP_RADIANS, {1}, {floats({180})}, Words{0x40490FDB}),
-      onInputs(VM_OP_ATAN2, {2}, {floats({1, -1}), floats({0, 0})}, Words{0x3FC90FDB, 0xBFC90FDB}),
-      onInputs(VM_OP_LOG2, {2}, {floats({0, -1})}, floats({-kInfinity, kNan})),
-      onInputs(VM_OP_INVERSE_SQRT, {3}, {floats({4, 0, -0.0f})},
-               floats({0.5f, kInfinity, -kInfinity})),
-      onInputs(VM_OP_POW, {2}, {floats({2, 9}), floats({10, 0.5f})}, floats({1024, 3})),
-      onInputs(VM_OP_FLOOR, {6}, {floats({-1.5f, -0.5f, 1.5f, 2.5f, -0.0f, 1e10f})},
-               floats({-2, -1, 1, 2, 0, 1e10f})),
-      onInputs(VM_OP_CEIL, {4}, {floats({-1.5f, -0.5f, 1.5f, 2.5f})}, floats({-1, 0, 2, 3})),
-      onInputs(VM_OP_FRACT, {3}, {floats({-0.25f, -0.0f, kInfinity})},
-               floats({0.75f, -0.0f, kNan})),
-      onInputs(VM_OP_SIGN, {4}, {floats({-3, 0, -0.0f, kNan})}, floats({-1, 0, 0, 0})),
-      onInputs(VM_OP_MOD_VS, {2}, {floats({5.5f, -1}), floats({2})}, floats({1.5f, 1})),
-      onInputs(VM_OP_MIN, {2}, {floats({kNan, 1}), floats({2, kNan})}, floats({2, kNan})),
-      onInputs(VM_OP_MAX, {2}, {Words{kMinusZero, 0}, Words{0, kMinusZero}}, Words{0, kMinusZero}),
-      onInputs(VM_OP_CLAMP_VSS, {4}, {floats({-1, 0.5f, 2, kNan}), floats({0}), floats({1})},
-               floats({0, 0.5f, 1, 0})),
-      onInputs(VM_OP_MIN, {2}, {Words{kMinusZero, 0}, Words{0, kMinusZero}}, Words{0, kMinusZero}),
-      onInputs(VM_OP_CLAMP, {1}, {Words{kMinusZero}, floats({-1}), Words{0}}, Words{0}),
-      onInputs(VM_OP_CLAMP, {1}, {floats({5}), floats({3}), floats({2})}, floats({2})),
-      onInputs(VM_OP_STEP_SV, {3}, {floats({0.5f}), floats({0.4f, 0.5f, kNan})}, floats({0, 1, 1})),
-      onInputs(VM_OP_MIX_VVS, {2}, {floats({0, 10}), floats({10, 20}), floats({0.25f})},
-               floats({2.5f, 12.5f})),
-      onInputs(VM_OP_SMOOTHSTEP_SSV, {4}, {floats({0}), floats({1}), floats({-1, 0, 0.5f, kNan})},
-               floats({0, 0, 0.5f, 0})),
-      onInputs(VM_OP_SMOOTHSTEP_SSV, {2}, {floats({1}), floats({1}), floats({1, 1.5f})},
-               floats({0, 1})),
-      onInputs(VM_OP_BIT_NOT, {2}, {ints({0, 5})}, Words{0xFFFFFFFF, 0xFFFFFFFA}),
-  };
-  for (const Program& program : programs) check(program);
-}
-
 }  // namespace
 
 std::vector<Program> componentPrograms() {
