@@ -18,7 +18,11 @@ namespace {
 // A run that gives another colour than the C++ twin measures nothing.
 bool agrees(const Subject& subject) {
   Bench bench(subject);
-  if (bench.run() != subject.result) return false;
+  const uint32_t code = subject.discarding != nullptr ? VM_ERR_DISCARDED : VM_OK;
+  if (bench.run() != code) {
+    std::fprintf(stderr, "%s does not end with %u\n", subject.name, code);
+    return false;
+  }
   if (!subject.deliversColor) return true;
   Color expected = {};
   subject.native(Inputs(), expected);
@@ -37,10 +41,16 @@ void runMachine(benchmark::State& state, const Subject& subject) {
   for (auto _ : state) benchmark::DoNotOptimize(bench.run());
 }
 
+void runPlain(benchmark::State& state, const Subject& subject) {
+  Bench bench(subject);
+  bench.machine().runsPlain = 1;
+  for (auto _ : state) benchmark::DoNotOptimize(bench.run());
+}
+
 void runNative(benchmark::State& state, const Subject& subject) {
   const Inputs inputs;
   Color color = {};
-  // Through a pointer the compiler cannot see through, like a call into another module.
+  // Into another shared object, through a pointer that the compiler cannot see through.
   NativeShader shader = subject.native;
   benchmark::DoNotOptimize(shader);
   for (auto _ : state) {
@@ -49,41 +59,90 @@ void runNative(benchmark::State& state, const Subject& subject) {
   }
 }
 
-// Prints the usual lines, and at the end the ratio of every kind to native.
+// Prints the usual lines, and at the end the ratios.
 class RatioReporter : public benchmark::ConsoleReporter {
  public:
   void ReportRuns(const std::vector<Run>& runs) override {
     ConsoleReporter::ReportRuns(runs);
     for (const Run& run : runs) {
-      if (run.run_type == Run::RT_Iteration || run.aggregate_name == "median") {
-        times_[run.run_name.function_name] = run.GetAdjustedCPUTime();
-      }
+      if (run.run_type != Run::RT_Iteration && run.aggregate_name != "median") continue;
+      const std::string name = run.run_name.function_name;
+      const bool onThreads = name.rfind("scaling/", 0) == 0;
+      times_[onThreads ? name + "/" + std::to_string(run.threads) : name] =
+          onThreads ? run.GetAdjustedRealTime() : run.GetAdjustedCPUTime();
     }
   }
 
   void Finalize() override {
     ConsoleReporter::Finalize();
-    std::printf("\n%-16s %12s %12s %8s\n", "shader", "native ns", "machine ns", "ratio");
+    std::printf("\n%-20s %12s %12s %12s %8s %8s\n", "shader", "native ns", "plain ns", "machine ns",
+                "plain", "ratio");
     for (const Subject& subject : subjects()) {
-      const std::string name = subject.name;
-      const auto native = times_.find("native/" + name);
-      const auto machine = times_.find("machine/" + name);
-      if (native == times_.end() || machine == times_.end()) continue;
-      std::printf("%-16s %12.1f %12.1f %8.1f\n", subject.name, native->second, machine->second,
-                  machine->second / native->second);
+      if (subject.native == nullptr) continue;
+      const double native = time("native/", subject), plain = time("plain/", subject),
+                   machine = time("machine/", subject);
+      std::printf("%-20s %12.1f %12.1f %12.1f %8.1f %8.1f\n", subject.name, native, plain, machine,
+                  plain / native, machine / native);
     }
+    printDiscards();
+    printScaling();
   }
 
  private:
+  // Not a number when the benchmark was filtered out.
+  double time(const std::string& kind, const Subject& subject, const char* suffix = "") const {
+    const auto found = times_.find(kind + subject.name + suffix);
+    return found == times_.end() ? std::nan("") : found->second;
+  }
+
+  void printDiscards() const {
+    std::printf("\n%-20s %12s %12s %8s\n", "shader", "returning", "discarding", "ratio");
+    for (const Subject& subject : subjects()) {
+      if (subject.discarding == nullptr) continue;
+      const auto returning = times_.find(std::string("machine/") + subject.discarding);
+      if (returning == times_.end()) continue;
+      const double discarding = time("machine/", subject);
+      std::printf("%-20s %12.1f %12.1f %8.2f\n", subject.discarding, returning->second, discarding,
+                  discarding / returning->second);
+    }
+  }
+
+  void printScaling() const {
+    std::printf("\n%-20s %12s %12s %8s\n", "two threads over one", "native", "machine", "share");
+    for (const Subject& subject : subjects()) {
+      const double native =
+          time("scaling/native/", subject, "/1") / time("scaling/native/", subject, "/2");
+      const double machine =
+          time("scaling/machine/", subject, "/1") / time("scaling/machine/", subject, "/2");
+      if (std::isnan(native + machine)) continue;
+      std::printf("%-20s %12.2f %12.2f %7.0f%%\n", subject.name, native, machine,
+                  100 * machine / native);
+    }
+  }
+
   std::map<std::string, double> times_;
 };
+
+void registerSubject(const Subject& subject) {
+  const std::string name = subject.name;
+  benchmark::RegisterBenchmark(("machine/" + name).c_str(), runMachine, subject);
+  if (subject.native == nullptr) return;
+  benchmark::RegisterBenchmark(("native/" + name).c_str(), runNative, subject);
+  benchmark::RegisterBenchmark(("plain/" + name).c_str(), runPlain, subject);
+  if (!subject.deliversColor) return;
+  // Machines of their own, side by side.
+  benchmark::RegisterBenchmark(("scaling/native/" + name).c_str(), runNative, subject)
+      ->ThreadRange(1, 2)
+      ->UseRealTime();
+  benchmark::RegisterBenchmark(("scaling/machine/" + name).c_str(), runMachine, subject)
+      ->ThreadRange(1, 2)
+      ->UseRealTime();
+}
 
 int runAll(int argc, char** argv) {
   for (const Subject& subject : subjects()) {
     if (!agrees(subject)) return 1;
-    const std::string name = subject.name;
-    benchmark::RegisterBenchmark(("native/" + name).c_str(), runNative, subject);
-    benchmark::RegisterBenchmark(("machine/" + name).c_str(), runMachine, subject);
+    registerSubject(subject);
   }
   benchmark::Initialize(&argc, argv);
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;

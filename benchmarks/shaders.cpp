@@ -12,14 +12,16 @@ namespace shadermachine::benchmarks {
 namespace {
 
 constexpr Subject kSubjects[] = {
-    {"empty", nativeEmpty, VM_OK, false},
-    {"discard", nativeEmpty, VM_ERR_DISCARDED, false},
+    {"empty", nativeEmpty, false},
     {"mandelbrot", nativeMandelbrot},
     {"phong", nativePhong},
     {"march", nativeMarch},
     {"lights", nativeLights},
     {"hash_noise", nativeHashNoise},
     {"noise", nativeNoise},
+    {"empty_discard", nullptr, false, "empty"},
+    {"mandelbrot_discard", nullptr, false, "mandelbrot"},
+    {"phong_discard", nullptr, false, "phong"},
 };
 
 struct Input {
@@ -38,12 +40,16 @@ constexpr Input kInputs[] = {
 std::span<const Subject> subjects() { return kSubjects; }
 
 tools::BuiltShader loadShader(const Subject& subject) {
-  const std::string path = std::string(BENCHMARK_SHADERS) + "/" + subject.name + ".sasm";
-  std::ostringstream text;
-  text << std::ifstream(path).rdbuf();
-  tools::AssemblyResult result = tools::assemble(text.str());
+  const bool discards = subject.discarding != nullptr;
+  const std::string path = std::string(BENCHMARK_SHADERS) + "/" +
+                           (discards ? subject.discarding : subject.name) + ".sasm";
+  std::ostringstream read;
+  read << std::ifstream(path).rdbuf();
+  std::string text = read.str();
+  if (discards) text.replace(text.rfind("RETURN"), std::strlen("RETURN"), "DISCARD");
+  tools::AssemblyResult result = tools::assemble(text);
   for (const tools::AssemblyError& error : result.errors) {
-    std::fprintf(stderr, "%s\n", tools::formatError(error, text.str(), path).c_str());
+    std::fprintf(stderr, "%s\n", tools::formatError(error, text, path).c_str());
   }
   if (!result.shader) std::exit(1);
   return std::move(*result.shader);

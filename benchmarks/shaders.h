@@ -14,8 +14,9 @@ namespace shadermachine::benchmarks {
 struct Subject {
   const char* name;  // of the file in benchmarks/shaders
   NativeShader native;
-  VmError result = VM_OK;
   bool deliversColor = true;
+  // Instead of a file and a twin: the subject that this one is, but for ending with DISCARD.
+  const char* discarding = nullptr;
 };
 
 std::span<const Subject> subjects();
