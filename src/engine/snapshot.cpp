@@ -10,12 +10,11 @@ namespace {
 // This is the cost of a discarded fragment. What a small shader has none of goes to functions that
 // are not inlined.
 
-template <class T>
-bool sameAt(const void* a, const void* b) {
-  T left, right;
-  std::memcpy(&left, a, sizeof(T));
-  std::memcpy(&right, b, sizeof(T));
-  return left == right;
+uint64_t differenceAt(const void* a, const void* b) {
+  uint64_t left, right;
+  std::memcpy(&left, a, sizeof left);
+  std::memcpy(&right, b, sizeof right);
+  return left ^ right;
 }
 
 // The name is nothing to a translation, and may have moved.
@@ -23,12 +22,12 @@ constexpr size_t kComparedBytes = offsetof(VarInfo, name);
 
 [[gnu::noinline]] bool sameEntries(const VarInfo* a, const VarInfo* b, uint32_t count) {
   static_assert(kComparedBytes == 2 * sizeof(uint64_t));
+  uint64_t difference = 0;
+#pragma GCC unroll 2
   for (uint32_t i = 0; i < count; ++i) {
-    if (!sameAt<uint64_t>(&a[i], &b[i]) || !sameAt<uint64_t>(&a[i].byteSize, &b[i].byteSize)) {
-      return false;
-    }
+    difference |= differenceAt(&a[i], &b[i]) | differenceAt(&a[i].byteSize, &b[i].byteSize);
   }
-  return true;
+  return difference == 0;
 }
 
 bool matchesVariables(const Snapshot::Variables& copy, const VarInfo* entries, uint32_t count) {

@@ -38,8 +38,15 @@ namespace {
 void initBasic(ValueSlot& slot, const VarInfo& info) {
   const bool isFloatValue = (info.type >= VM_TYPE_FLOAT && info.type <= VM_TYPE_VEC4) ||
                             (info.type >= VM_TYPE_MAT2 && info.type <= VM_TYPE_MAT4);
+  // Constant sizes first: g++ clears a variable one in a loop of small steps.
   slot.value.block = nullptr;
-  std::memset(slot.value.words, 0, isFloatValue ? sizeof slot.value.words : inlineByteSize(info));
+  if (isFloatValue) {
+    slot.value = {};
+  } else if (info.byteSize == sizeof(uint32_t)) {
+    slot.value.words[0] = 0;
+  } else {
+    std::memset(slot.value.words, 0, inlineByteSize(info));
+  }
 }
 
 }  // namespace

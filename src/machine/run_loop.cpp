@@ -53,9 +53,12 @@ void beginState(Machine& machine, const StartupInfo& startup, uint32_t sameShade
 void sweepStack(Machine& machine) {
   const CallFrame& frame = currentFrame(machine);
   ValueSlot* const end = frame.locals + frame.top + 1;
-  for (ValueSlot* slot = machine.stack; slot < end; ++slot) {
-    if (slot->view.data != nullptr) return freeBlocks(slot, end);
+  uintptr_t any = 0;
+#pragma GCC unroll 4
+  for (const ValueSlot* slot = machine.stack; slot < end; ++slot) {
+    any |= reinterpret_cast<uintptr_t>(slot->view.data);
   }
+  if (any != 0) freeBlocks(machine.stack, end);
 }
 
 const ValueSlot* outputSlot(const Machine& machine, int32_t global) {
