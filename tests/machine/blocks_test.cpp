@@ -54,6 +54,29 @@ TEST_F(Blocks, SubViewsStayInside) {
   }
 }
 
+TEST_F(Blocks, StoresWriteOverAPrivateBlockOfTheSize) {
+  BlockView variable;
+  ASSERT_TRUE(blockAlloc(&variable, 16, nullptr));
+  BlockView holder;
+  ASSERT_TRUE(blockShare(&holder, &block_));
+  block_.data[5] = 9;
+  const int64_t before = requestedAllocations();
+  const uint8_t* const data = variable.data;
+  EXPECT_TRUE(blockStore(&variable, &block_));
+  EXPECT_EQ(requestedAllocations(), before);
+  EXPECT_EQ(variable.data, data);
+  EXPECT_EQ(variable.data[5], 9);
+  // One that others hold too keeps its bytes.
+  BlockView shared;
+  ASSERT_TRUE(blockShare(&shared, &variable));
+  block_.data[5] = 10;
+  EXPECT_TRUE(blockStore(&variable, &block_));
+  EXPECT_EQ(requestedAllocations(), before + 1);
+  EXPECT_EQ(shared.data[5], 9);
+  EXPECT_EQ(variable.data[5], 10);
+  for (BlockView* view : {&shared, &variable, &holder}) blockRelease(view);
+}
+
 TEST_F(Blocks, ClonesAreSeparate) {
   BlockView copy;
   block_.data[3] = 7;
