@@ -1,6 +1,6 @@
 """Fails when a record handler of the engine calls the next one where it should jump.
 
-    check_tail_calls.py OBJDUMP LIBRARY
+    check_tail_calls.py OBJDUMP LIBRARY        OBJDUMP: of binutils or of LLVM
 
 A handler that keeps a local in memory, or calls with registers to save, makes the compiler return to
 it: programs of records then eat the stack, and slowly. C++ cannot say so with g++; the machine code
@@ -13,7 +13,7 @@ import sys
 # uint32_t, four floats, float: the end of every handler's parameters.
 HANDLER = re.compile(r"jDv4_ff(\.\w+)*$")
 FUNCTION = re.compile(r"^[0-9a-f]+ <(.+)>:$")
-INSTRUCTION = re.compile(r"^ *[0-9a-f]+:\t(?:notrack |bnd )?(\w+) *(.*)$")
+INSTRUCTION = re.compile(r"^ *[0-9a-f]+:\s+(?:notrack |bnd )?(\w+)\s*(.*)$")
 TARGET = re.compile(r"<([^>+]+)")
 
 ENDS_THE_RUN = {"stopStep", "finishStep", "plainRunStep"}
@@ -42,7 +42,7 @@ def fault_of(name, code):
     def is_one_of(names):
         return any(f"{len(short)}{short}E" in name for short in names)
 
-    jumps = [operands for mnemonic, operands in code if mnemonic == "jmp"]
+    jumps = [operands for mnemonic, operands in code if mnemonic.startswith("jmp")]
     calls = [operands for mnemonic, operands in code if mnemonic.startswith("call")]
 
     def reaches_handler(operands):
@@ -62,7 +62,7 @@ def fault_of(name, code):
 def main():
     found = handlers(*sys.argv[1:])
     faults = {name: fault for name, code in found.items() if (fault := fault_of(name, code))}
-    for name, fault in faults.items():
+    for name, fault in list(faults.items())[:20]:
         print(f"{name} {fault}")
     if len(found) < FEWEST_HANDLERS:
         sys.exit(f"only {len(found)} handlers found")
