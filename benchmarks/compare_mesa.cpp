@@ -41,6 +41,9 @@ Picture renderHere(const std::string& source, const std::string& path, const Siz
   GlslResult compiled = compileGlsl(source, {.fileName = path});
   if (!compiled.shader) throw std::runtime_error(toString(compiled.messages.front()));
   Renderer renderer(compiled.shader->view());
+  for (const NamedValue& value : compiled.uniformValues) {
+    renderer.inputs().set(value.name, value.components);
+  }
   RenderSettings settings;
   settings.frame.width = static_cast<uint32_t>(size.width);
   settings.frame.height = static_cast<uint32_t>(size.height);

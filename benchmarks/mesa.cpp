@@ -59,24 +59,30 @@ void createContext(const Size& size) {
 }
 
 Picture renderWithDriver(const std::string& source, const Size& size) {
-  const bool isModern = source.starts_with("#version 300 es");
+  // Both stages must be of one version.
+  const bool isModern = source.starts_with("#version 3");
+  const std::string head = isModern ? source.substr(0, source.find('\n') + 1) + "in vec2 corner;\n"
+                                    : "attribute vec2 corner;\n";
   const GLuint program = glCreateProgram();
   glAttachShader(program,
                  compileStage(GL_VERTEX_SHADER,
-                              isModern ? "#version 300 es\nin vec2 corner;\n"
-                                         "void main() { gl_Position = vec4(corner, 0.0, 1.0); }"
-                                       : "attribute vec2 corner;\n"
-                                         "void main() { gl_Position = vec4(corner, 0.0, 1.0); }"));
+                              head + "void main() { gl_Position = vec4(corner, 0.0, 1.0); }"));
   glAttachShader(program, compileStage(GL_FRAGMENT_SHADER, source));
   glBindAttribLocation(program, 0, "corner");
   glLinkProgram(program);
+  GLint linked = 0;
+  glGetProgramiv(program, GL_LINK_STATUS, &linked);
+  require(linked != 0, "the program cannot be linked");
   glUseProgram(program);
   const auto width = static_cast<float>(size.width);
   const auto height = static_cast<float>(size.height);
-  glUniform2f(glGetUniformLocation(program, "u_resolution"), width, height);
+  for (const char* name : {"u_resolution", "resolution"}) {
+    glUniform2f(glGetUniformLocation(program, name), width, height);
+  }
   glUniform3f(glGetUniformLocation(program, "iResolution"), width, height, 1);
-  glUniform1f(glGetUniformLocation(program, "u_time"), kTime);
-  glUniform1f(glGetUniformLocation(program, "iTime"), kTime);
+  for (const char* name : {"iTime", "u_time", "time"}) {
+    glUniform1f(glGetUniformLocation(program, name), kTime);
+  }
   const float corners[] = {-1, -1, 3, -1, -1, 3};
   glVertexAttribPointer(0, 2, GL_FLOAT, GL_FALSE, 0, corners);
   glEnableVertexAttribArray(0);

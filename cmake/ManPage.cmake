@@ -4,7 +4,7 @@ set(man_page ".TH SHADERMACHINE 1 \"\" \"shadermachine ${PROJECT_VERSION}\" \"Us
 .SH NAME
 shadermachine \\- assembles, checks, runs and renders shader programs on the CPU
 ")
-foreach(name shadermachine render run asm dis val opcodes)
+foreach(name shadermachine render run asm dis val glsl opcodes)
   set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${help_dir}/${name}.txt)
   file(READ ${help_dir}/${name}.txt help)
   string(REPLACE "\\" "\\e" help "${help}")

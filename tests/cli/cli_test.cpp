@@ -49,6 +49,10 @@ class Cli : public testing::Test {
     write("failing.sasm", shader("PUSH_INDEX_IMM 4\nPUSH_ZERO4\nVEC_ELEMENT 4\nPUSH_ZERO4"));
     write("endless.sasm", shader("again:\nJUMP again\nPUSH_ZERO4"));
     write("junk.png", "no picture");
+    write("good.frag",
+          "uniform vec2 u_resolution;\nvoid main() {\n  gl_FragColor = "
+          "vec4(gl_FragCoord.xy / u_resolution, 0.0, 1.0);\n}\n");
+    write("bad.frag", "void main() {\n  gl_FragColor = vec4(x);\n}\n");
   }
   void TearDown() override {
     fs::current_path("/");
@@ -140,9 +144,23 @@ TEST_F(Cli, PicturesCanBeTextures) {
   EXPECT_EQ(readFile("a.png"), readFile("b.png"));
 }
 
+#ifdef SHADERMACHINE_HAVE_GLSL
+TEST_F(Cli, GlslBecomesAssembly) {
+  EXPECT_EQ(run("glsl bad.frag").output, "bad.frag:2: error: 'x' : undeclared identifier\n");
+  EXPECT_EQ(run("glsl bad.frag").exitCode, 1);
+  EXPECT_EQ(run("glsl good.frag -o missing/a.sasm").exitCode, 1);
+  ASSERT_EQ(run("glsl good.frag -o a.sasm").output, "");
+  EXPECT_EQ(run("glsl good.frag").output, readFile("a.sasm"));
+  EXPECT_EQ(run("val a.sasm good.frag").output, "");
+  ASSERT_EQ(run("render a.sasm --size 5x4 -o a.png").exitCode, 0);
+  ASSERT_EQ(run("render good.frag --size 5x4 -o b.png").exitCode, 0);
+  EXPECT_EQ(readFile("a.png"), readFile("b.png"));
+}
+#endif
+
 // With SHADERMACHINE_REBASE=1 in the environment the files are rewritten instead.
 TEST_F(Cli, HelpTexts) {
-  for (const char* command : {"", "render", "run", "asm", "dis", "val", "opcodes"}) {
+  for (const char* command : {"", "render", "run", "asm", "dis", "val", "glsl", "opcodes"}) {
     const std::string name = *command != '\0' ? command : "shadermachine";
     const fs::path golden = fs::path(HELP_FOLDER) / (name + ".txt");
     const Outcome outcome = run(std::string(command) + " --help");

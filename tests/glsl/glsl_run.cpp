@@ -47,7 +47,10 @@ void answerLookup(const LookupRequest* request) {
   std::memcpy(answer, request->coords, std::min(request->kind, 3u) * sizeof(float));
   if (request->hasExtra != 0) std::memcpy(answer + 3, &request->extra, sizeof(float));
   if (request->kind == 0) std::memcpy(answer, request->coords, 3 * sizeof(float));
-  if (request->kind == 0 && request->param == 16) answer[0] = 64;
+  if (request->kind == 0 && request->param == 16) {
+    answer[0] = 64;
+    answer[1] = 32;
+  }
   std::memcpy(request->result, answer, sizeof answer);
 }
 
@@ -92,7 +95,7 @@ Fragment runGlsl(const std::string& source) {
 }
 
 std::string withBody(const std::string& body, const std::string& globals) {
-  return "#version 300 es\nprecision highp float; precision highp int;\n"
+  return "#version 310 es\nprecision highp float; precision highp int;\n"
          "uniform float two; uniform vec3 two3; uniform int three; uniform bool yes;\n"
          "out vec4 r;\n" +
          globals + "\nvoid main() {\n" + body + "\n}\n";

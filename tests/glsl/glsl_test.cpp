@@ -312,8 +312,9 @@ const Case kFunctions[] = {
      {8, 2, 7, 7}},
     {"builtinOutputs",
      "",
-     "float whole; float part = modf(two + 1.25, whole); r = vec4(whole, part, 0.0, 0.0);",
-     {3, 0.25f, 0, 0}},
+     "float whole; float part = modf(two + 1.25, whole); int e; float m = frexp(two * 3.0, e); r = "
+     "vec4(whole, part, m, e);",
+     {3, 0.25f, 0.75f, 3}},
     {"overloads",
      "float f(float x) { return x; } float f(vec2 x) { return x.y * 2.0; } float f(int x) { return "
      "9.0; }",
@@ -451,6 +452,36 @@ const Case kBuiltins[] = {
      "vec2 v = unpackUnorm2x16(packUnorm2x16(vec2(0.0, 1.0))); r = vec4(v, "
      "unpackSnorm2x16(packSnorm2x16(vec2(-1.0, 0.0)))); r.x += two - 2.0;",
      {0, 1, -1, 0}},
+    {"halves",
+     "",
+     "vec2 v = unpackHalf2x16(packHalf2x16(vec2(two + 0.1, -1e-7))); r = vec4(v.x, v.y * 1e7, "
+     "packHalf2x16(vec2(1e9, two)) == 0x40007c00u, unpackHalf2x16(0x7c00u).x > 1e30);",
+     {2.099609375f, -1.1920929f, 1, 1}},
+    {"signedBytes",
+     "",
+     "r = unpackSnorm4x8(packSnorm4x8(vec4(-1.0, 0.0, 1.0, two)));",
+     {-1, 0, 1, 1}},
+    {"bits",
+     "",
+     "uint u = uint(three) * 20u; r = vec4(findMSB(u), findLSB(u), bitCount(u), findMSB(-three));",
+     {5, 2, 4, 1}},
+    {"bitFields",
+     "",
+     "int i = three * 20; r = vec4(bitfieldExtract(i, 2, 3), bitfieldExtract(uint(i), 3, 9), "
+     "bitfieldInsert(ivec2(three), ivec2(5), 4, 3).y, bitfieldReverse(three) >> 30);",
+     {-1, 7, 83, -1}},
+    {"carries",
+     "",
+     "uint c, b, t = uint(three); uint s = uaddCarry(4294967295u, t, c); uint d = usubBorrow(2u, "
+     "t, "
+     "b); r = vec4(s, c, d == 4294967295u, b);",
+     {2, 1, 1, 1}},
+    {"extendedProducts",
+     "",
+     "uint h, l; umulExtended(4294967295u, uint(three), h, l); int i, j; imulExtended(-three, 5, "
+     "i, "
+     "j); r = vec4(h, l == 4294967293u, i, j);",
+     {2, 1, -1, -15}},
     {"outerProduct",
      "",
      "mat2 m = outerProduct(vec2(1.0, two), vec2(3.0, 4.0)); r = vec4(matrixCompMult(m, m));",
@@ -487,6 +518,16 @@ const Case kInputs[] = {
      "uniform sampler2D s;",
      "r = vec4(texelFetch(s, ivec2(three, 4), 1).xyz, textureSize(s, 0).x);",
      {3, 4, 1, 64}},
+    {"textureOffsets",
+     "uniform sampler2D s;",
+     "r = vec4(textureOffset(s, vec2(0.5), ivec2(4, 7), two).xw, texelFetchOffset(s, ivec2(1), 0, "
+     "ivec2(3, 4)).y, textureLodOffset(s, vec2(0.0), 5.0, ivec2(0, 4)).y + textureGradOffset(s, "
+     "vec2(0.0), vec2(1.0), vec2(1.0), ivec2(-4)).x);",
+     {0.5625f, 2, 5, 0.0625f}},
+    {"samplerArrays",
+     "uniform sampler2D s[2];",
+     "r = texture(s[1], vec2(0.5, two));",
+     {0.5f, 2, 0, -1}},
     {"solidTextures",
      "uniform samplerCube c; uniform highp sampler3D v;",
      "r = vec4(texture(c, two3).z, texture(v, vec3(1, 2, 3)).yz, 0.0);",
@@ -514,6 +555,18 @@ TEST(GlslEntry, imageShadersGetAnEntry) {
   const Fragment result =
       runGlsl("void mainImage(out vec4 c, in vec2 p) { c = vec4(p, iTime + iResolution.x, 0.0); }");
   EXPECT_EQ(result.colour, (std::array<float, 4>{10.5f, 20.5f, 0, 1}));
+}
+
+TEST(GlslEntry, initialValuesOfUniforms) {
+  const std::vector<tools::NamedValue> values =
+      tools::compileGlsl(
+          "#version 120\nuniform vec2 a = vec2(1.5, 2.0); uniform int n = -3; uniform float unused "
+          "= 1.0;\nvoid main() { gl_FragColor = vec4(a, n, a.x); }")
+          .uniformValues;
+  ASSERT_EQ(values.size(), 2u);
+  EXPECT_EQ(values[0].name + values[1].name, "an");
+  EXPECT_EQ(values[0].components, (std::vector<double>{1.5, 2}));
+  EXPECT_EQ(values[1].components, (std::vector<double>{-3}));
 }
 
 TEST(GlslEntry, depthAndDiscard) {
@@ -588,6 +641,14 @@ TEST(GlslErrors, nameFileLineAndReason) {
       {"#version 300 es\nprecision highp float;\nout vec4 c;\nuniform highp sampler2DArray "
        "s;\nvoid main() {\n  c = texture(s, vec3(0.0));\n}",
        "a.frag:6: error: samplers of type"},
+      {"#version 110\nvoid main() {\n  gl_FragColor = 1;\n}", "a.frag:3: error: 'assign'"},
+      {"#version 150\nlayout(origin_upper_left) in vec4 gl_FragCoord;\nout vec4 c;\nvoid main() { "
+       "c "
+       "= gl_FragCoord; }",
+       "a.frag: error: redeclared origins of gl_FragCoord are not supported"},
+      {"#version 300 es\nprecision highp float;\nuniform highp sampler3D s;\nout vec4 c;\nvoid "
+       "main() {\n  c = textureOffset(s, vec3(0.0), ivec3(1));\n}",
+       "a.frag:6: error: offsets are supported in 2D textures only"},
       {"float f(float x);\nvoid main() {\n  gl_FragColor = vec4(f(1.0));\n}",
        "a.frag:3: error: function f() has no body"},
       {"float f(float x);\nfloat g(float x) { return f(x); }\nfloat f(float x) { return g(x); "

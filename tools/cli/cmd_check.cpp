@@ -7,6 +7,20 @@
 #include "cli/shader_file.h"
 
 namespace shadermachine::tools {
+namespace {
+
+// To a file, or to standard output when the path is empty.
+void writeAssembly(const LoadedShader& shader, const DisassemblyOptions& options,
+                   const std::string& path) {
+  const std::string text = disassemble(shader.view(), options);
+  if (path.empty()) {
+    std::fputs(text.c_str(), stdout);
+  } else {
+    writeText(path, text);
+  }
+}
+
+}  // namespace
 
 void addAsmCommand(CLI::App& program, Outcome&) {
   CLI::App* command = program.add_subcommand("asm", "Check that shaders assemble");
@@ -24,8 +38,19 @@ void addDisCommand(CLI::App& program, Outcome&) {
   command->add_option("shader", *path, "the shader's file")->required();
   command->add_flag("--annotate", options->annotate,
                     "add offset, bytes and stack depth of every instruction");
-  command->callback([path, options] {
-    std::fputs(disassemble(loadShader(*path).view(), *options).c_str(), stdout);
+  command->callback([path, options] { writeAssembly(loadShader(*path), *options, ""); });
+}
+
+void addGlslCommand(CLI::App& program, Outcome&) {
+  CLI::App* command =
+      program.add_subcommand("glsl", "Compile a GLSL fragment shader to assembly text");
+  auto path = std::make_shared<std::string>();
+  auto output = std::make_shared<std::string>();
+  command->add_option("shader", *path, "the shader's file")->required();
+  command->add_option("-o,--output", *output, "the file to write; standard output unless given")
+      ->type_name("FILE.sasm");
+  command->callback([path, output] {
+    writeAssembly(compileShadingLanguage(readText(*path), *path), {}, *output);
   });
 }
 
@@ -35,7 +60,7 @@ void addValCommand(CLI::App& program, Outcome& outcome) {
   command->add_option("shader", *paths, "files to check")->required();
   command->callback([paths, &outcome] {
     for (const std::string& path : *paths) {
-      const BuiltShader shader = loadShader(path);
+      const LoadedShader shader = loadShader(path);
       if (!reportValidation(shader.view(), path)) outcome.exitCode = kBadInput;
     }
   });

@@ -88,11 +88,11 @@ void printOutputs(const CompiledShader& shader, const FragmentHost& host) {
 int runOnce(const RunOptions& options) {
   RunFailure failure;
   pixelOf(options, failure.x, failure.y);
-  const BuiltShader shader = loadShader(options.input.shaderPath);
+  const LoadedShader shader = loadShader(options.input.shaderPath);
   const ShaderView view = shader.view();
   validateIfAsked(options.input, view);
   HostInputs inputs(view);
-  applyInputs(options.input, inputs);
+  applyInputs(options.input, shader.values, inputs);
   const FrameInputs frame = frameOf(options);
   inputs.startFrame(frame);
 

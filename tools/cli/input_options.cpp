@@ -124,7 +124,9 @@ void validateIfAsked(const InputOptions& options, const ShaderView& view) {
   }
 }
 
-void applyInputs(const InputOptions& options, HostInputs& inputs) {
+void applyInputs(const InputOptions& options, const std::vector<NamedValue>& initial,
+                 HostInputs& inputs) {
+  for (const NamedValue& value : initial) inputs.set(value.name, value.components);
   for (const std::string& text : options.textures) {
     Assignment assignment;
     parseAssignment(text, assignment);

@@ -27,8 +27,9 @@ FrameInputs frameInputs(const InputOptions& options, int32_t frame);
 // With --validate: throws InputError unless the shader validates.
 void validateIfAsked(const InputOptions& options, const ShaderView& view);
 
-// Gives the shader its textures and values, and warns about host variables that stay without one.
-// Throws InputError.
-void applyInputs(const InputOptions& options, HostInputs& inputs);
+// Gives the shader its textures and values, the initial ones first, and warns about host variables
+// that stay without one. Throws InputError.
+void applyInputs(const InputOptions& options, const std::vector<NamedValue>& initial,
+                 HostInputs& inputs);
 
 }  // namespace shadermachine::tools

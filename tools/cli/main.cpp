@@ -32,6 +32,7 @@ int parseAndRun(int argc, char** argv) {
   addAsmCommand(program, outcome);
   addDisCommand(program, outcome);
   addValCommand(program, outcome);
+  addGlslCommand(program, outcome);
   addOpcodesCommand(program, outcome);
   try {
     program.parse(argc, argv);

@@ -9,38 +9,24 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <fstream>
 #include <memory>
 
 namespace shadermachine::tools {
 namespace {
 
-BuiltShader compileAssembly(const std::string& text, const std::string& path) {
+LoadedShader compileAssembly(const std::string& text, const std::string& path) {
   AssemblyResult result = assemble(text);
-  if (result.shader) return std::move(*result.shader);
+  if (result.shader) return {std::move(*result.shader), {}};
   std::string messages;
   for (const AssemblyError& error : result.errors) messages += formatError(error, text, path);
   while (messages.ends_with('\n')) messages.pop_back();
   throw InputError(messages);
 }
 
-#ifdef SHADERMACHINE_HAVE_GLSL
-BuiltShader compileShadingLanguage(const std::string& text, const std::string& path) {
-  GlslResult result = compileGlsl(text, {.fileName = path});
-  if (result.shader) return std::move(*result.shader);
-  std::string messages;
-  for (const GlslMessage& message : result.messages) messages += toString(message) + "\n";
-  while (messages.ends_with('\n')) messages.pop_back();
-  throw InputError(messages);
-}
-#else
-BuiltShader compileShadingLanguage(const std::string&, const std::string& path) {
-  throw InputError(path + ": this program was built without the GLSL compiler");
-}
-#endif
-
 struct Language {
   const char* extension;
-  BuiltShader (*compile)(const std::string& text, const std::string& path);
+  LoadedShader (*compile)(const std::string& text, const std::string& path);
 };
 
 constexpr Language kLanguages[] = {
@@ -50,6 +36,21 @@ constexpr Language kLanguages[] = {
 };
 
 }  // namespace
+
+#ifdef SHADERMACHINE_HAVE_GLSL
+LoadedShader compileShadingLanguage(const std::string& text, const std::string& path) {
+  GlslResult result = compileGlsl(text, {.fileName = path});
+  if (result.shader) return {std::move(*result.shader), std::move(result.uniformValues)};
+  std::string messages;
+  for (const GlslMessage& message : result.messages) messages += toString(message) + "\n";
+  while (messages.ends_with('\n')) messages.pop_back();
+  throw InputError(messages);
+}
+#else
+LoadedShader compileShadingLanguage(const std::string&, const std::string& path) {
+  throw InputError(path + ": this program was built without the GLSL compiler");
+}
+#endif
 
 std::string readText(const std::string& path) {
   const auto fail = [&path] { return InputError(path + ": " + std::strerror(errno)); };
@@ -65,7 +66,14 @@ std::string readText(const std::string& path) {
   return text;
 }
 
-BuiltShader loadShader(const std::string& path) {
+void writeText(const std::string& path, const std::string& text) {
+  std::ofstream file(path, std::ios::binary);
+  file << text;
+  file.close();
+  if (!file) throw InputError(path + ": cannot be written");
+}
+
+LoadedShader loadShader(const std::string& path) {
   const std::string text = readText(path);
   for (const Language& language : kLanguages) {
     if (path.ends_with(language.extension)) return language.compile(text, path);

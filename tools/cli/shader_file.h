@@ -1,6 +1,7 @@
 // Shaders from files, whatever language they are written in.
 #pragma once
 
+#include <shadermachine-tools/host_inputs.h>
 #include <shadermachine-tools/shader_builder.h>
 
 #include <stdexcept>
@@ -17,8 +18,21 @@ class InputError : public std::runtime_error {
 // Reads a whole file.
 std::string readText(const std::string& path);
 
+// Writes a whole file.
+void writeText(const std::string& path, const std::string& text);
+
+struct LoadedShader {
+  BuiltShader built;
+  std::vector<NamedValue> values;  // of host variables that the user gives none
+
+  ShaderView view() const { return built.view(); }
+};
+
+// The path is for messages. Programs that were built without the compiler say so.
+LoadedShader compileShadingLanguage(const std::string& text, const std::string& path);
+
 // Compiles by the file's extension; assembly text is what files without a known one hold.
-BuiltShader loadShader(const std::string& path);
+LoadedShader loadShader(const std::string& path);
 
 // Prints what the validator finds, each line with the path before it; false when there are errors.
 bool reportValidation(const ShaderView& view, const std::string& path);

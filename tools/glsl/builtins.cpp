@@ -81,6 +81,14 @@ constexpr std::array kLibraryRows = {
     LibraryRow{glslang::EOpBitFieldReverse, "bitfield_reverse"},
     LibraryRow{glslang::EOpBitCount, "bit_count"},
     LibraryRow{glslang::EOpFindLSB, "find_lsb"},
+    LibraryRow{glslang::EOpAddCarry, "add_carry"},
+    LibraryRow{glslang::EOpSubBorrow, "sub_borrow"},
+    LibraryRow{glslang::EOpUMulExtended, "umul_extended"},
+    LibraryRow{glslang::EOpIMulExtended, "imul_extended"},
+    LibraryRow{glslang::EOpPackHalf2x16, "pack_half2x16"},
+    LibraryRow{glslang::EOpUnpackHalf2x16, "unpack_half2x16"},
+    LibraryRow{glslang::EOpPackSnorm4x8, "pack_snorm4x8"},
+    LibraryRow{glslang::EOpUnpackSnorm4x8, "unpack_snorm4x8"},
     LibraryRow{glslang::EOpPackUnorm2x16, "pack_unorm2x16"},
     LibraryRow{glslang::EOpUnpackUnorm2x16, "unpack_unorm2x16"},
     LibraryRow{glslang::EOpPackSnorm2x16, "pack_snorm2x16"},
@@ -89,7 +97,7 @@ constexpr std::array kLibraryRows = {
     LibraryRow{glslang::EOpUnpackUnorm4x8, "unpack_unorm4x8"},
 };
 
-// Integer forms of functions that also take floats.
+// Functions of integers that have another form for floats, or for unsigned integers.
 const char* integerFunction(TOperator op, bool isUnsigned) {
   switch (op) {
     case glslang::EOpAbs:
@@ -102,6 +110,12 @@ const char* integerFunction(TOperator op, bool isUnsigned) {
       return isUnsigned ? "umax" : "max";
     case glslang::EOpClamp:
       return isUnsigned ? "uclamp" : "clamp";
+    case glslang::EOpFindMSB:
+      return isUnsigned ? "ufind_msb" : "find_msb";
+    case glslang::EOpBitfieldExtract:
+      return isUnsigned ? "ubitfield_extract" : "bitfield_extract";
+    case glslang::EOpBitfieldInsert:
+      return "bitfield_insert";
     default:
       return nullptr;
   }

@@ -168,6 +168,8 @@ class FunctionGenerator {
   void textureCall(const TIntermAggregate& node);
   void textureCoordinates(const TIntermTyped& coordinates, unsigned needed, bool isProjective,
                           const TSourceLoc& where);
+  void addOffset(const TIntermTyped& sampler, const TIntermTyped& offset);
+  void emitSize();
   void texelFetch(const TIntermAggregate& node);
   void textureSize(const TIntermAggregate& node);
   void level(const TIntermAggregate& node, size_t index);

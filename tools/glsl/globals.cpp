@@ -1,7 +1,8 @@
 // Global variables: host variables and built-in ones (copied once per run where they are used more
 // than once), outputs, and the source's own.
+#include <shadermachine-tools/host_contract.h>
+
 #include "function_generator.h"
-#include "host_ids.h"
 
 namespace shadermachine::tools::glsl {
 namespace {
@@ -28,6 +29,19 @@ bool isOutput(TStorageQualifier storage) {
 
 bool isHostVariable(TStorageQualifier storage) {
   return storage == glslang::EvqUniform || storage == glslang::EvqVaryingIn;
+}
+
+double numberOf(const glslang::TConstUnion& value) {
+  switch (value.getType()) {
+    case glslang::EbtBool:
+      return value.getBConst() ? 1 : 0;
+    case glslang::EbtInt:
+      return value.getIConst();
+    case glslang::EbtUint:
+      return value.getUConst();
+    default:
+      return value.getDConst();
+  }
 }
 
 // The variable and constant of a global's initialization, when it is no more than that.
@@ -99,7 +113,19 @@ Module::Global Module::declareGlobal(const TIntermSymbol& symbol, int member, co
     throw Unsupported(symbol.getLoc(), "uniform blocks are supported by member only");
   }
   const GlobalId host = builder_->addGlobal({name, value.code, value.count, VM_VAR_HOST_0});
+  noteUniformValue(symbol);
   return withCopy(symbol, {Place::Kind::Global, host.index, value, false}, name);
+}
+
+void Module::noteUniformValue(const TIntermSymbol& symbol) {
+  const glslang::TConstUnionArray& values = symbol.getConstArray();
+  if (symbol.getQualifier().storage != glslang::EvqUniform || values.empty()) return;
+  NamedValue initial{symbol.getName().c_str(), {}};
+  for (int i = 0; i < values.size(); ++i) {
+    const glslang::TConstUnion& component = values[static_cast<size_t>(i)];
+    initial.components.push_back(numberOf(component));
+  }
+  uniformValues_.push_back(std::move(initial));
 }
 
 // Asking the host costs a call; what is read more than once is asked for once per run.

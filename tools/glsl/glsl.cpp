@@ -9,7 +9,9 @@ GlslResult compileGlsl(std::string_view source, const GlslOptions& options) {
   GlslResult result;
   glsl::Diagnostics diagnostics(options.fileName);
   if (const auto program = glsl::Program::parse(source, diagnostics)) {
-    result.shader = glsl::Module(*program, diagnostics).build();
+    glsl::Module module(*program, diagnostics);
+    result.shader = module.build();
+    result.uniformValues = module.takeUniformValues();
     const glsl::FunctionInfo* main = program->findFunction(glsl::kMainFunction);
     result.usesDerivatives = main != nullptr && main->usesDerivatives;
   }

@@ -17,6 +17,22 @@ bool anyNode(const TIntermNode& node, const std::function<bool(const TIntermNode
   return found;
 }
 
+// Of a built-in function that writes its last arguments.
+size_t firstOutput(TOperator op) {
+  switch (op) {
+    case glslang::EOpModf:
+    case glslang::EOpFrexp:
+      return 1;
+    case glslang::EOpAddCarry:
+    case glslang::EOpSubBorrow:
+    case glslang::EOpUMulExtended:
+    case glslang::EOpIMulExtended:
+      return 2;
+    default:
+      return SIZE_MAX;
+  }
+}
+
 bool isDynamicIndex(const TIntermNode& node) {
   const TIntermBinary* binary = node.getAsBinaryNode();
   return binary != nullptr && binary->getOp() == glslang::EOpIndexIndirect;
@@ -96,7 +112,7 @@ bool writesVariables(const TIntermNode& node) {
   return anyNode(node, [](const TIntermNode& part) {
     if (isUserCall(part)) return true;
     if (const TIntermAggregate* call = part.getAsAggregate()) {
-      return call->getOp() == glslang::EOpModf || call->getOp() == glslang::EOpFrexp;
+      return firstOutput(call->getOp()) != SIZE_MAX;
     }
     const TIntermTyped* typed = part.getAsTyped();
     const TIntermOperator* op = typed != nullptr ? typed->getAsOperator() : nullptr;
@@ -131,7 +147,7 @@ bool isOutputArgument(const TIntermAggregate& call, size_t index) {
     const glslang::TStorageQualifier qualifier = call.getQualifierList()[index];
     return qualifier == glslang::EvqOut || qualifier == glslang::EvqInOut;
   }
-  return (call.getOp() == glslang::EOpModf || call.getOp() == glslang::EOpFrexp) && index == 1;
+  return index >= firstOutput(call.getOp());
 }
 
 }  // namespace shadermachine::tools::glsl

@@ -240,6 +240,91 @@ int bitfield_reverse(int a) {
 }
 EACH1(int, ivec, bitfield_reverse)
 
+int ufind_msb(int a) {
+  if (a < 0) return 31;
+  for (int i = 30; i >= 0; --i) { if (a >= power_of_two(i)) return i; }
+  return -1;
+}
+EACH1(int, ivec, ufind_msb)
+int find_msb(int a) { return ufind_msb(a < 0 ? ~a : a); }
+EACH1(int, ivec, find_msb)
+#define EACH_FIELD(f) \
+  ivec2 f(ivec2 a, int b, int c) { return ivec2(f(a.x, b, c), f(a.y, b, c)); } \
+  ivec3 f(ivec3 a, int b, int c) { return ivec3(f(a.xy, b, c), f(a.z, b, c)); } \
+  ivec4 f(ivec4 a, int b, int c) { return ivec4(f(a.xy, b, c), f(a.zw, b, c)); }
+int bitfield_extract(int a, int first, int bits) {
+  return bits == 0 ? 0 : ishr(ishl(a, 32 - first - bits), 32 - bits);
+}
+EACH_FIELD(bitfield_extract)
+int ubitfield_extract(int a, int first, int bits) {
+  return bits == 0 ? 0 : ushr(ishl(a, 32 - first - bits), 32 - bits);
+}
+EACH_FIELD(ubitfield_extract)
+int bitfield_insert(int a, int b, int first, int bits) {
+  if (bits == 0) return a;
+  int mask = ishl(ushr(-1, 32 - bits), first);
+  return (a & ~mask) | (ishl(b, first) & mask);
+}
+ivec2 bitfield_insert(ivec2 a, ivec2 b, int c, int d) {
+  return ivec2(bitfield_insert(a.x, b.x, c, d), bitfield_insert(a.y, b.y, c, d));
+}
+ivec3 bitfield_insert(ivec3 a, ivec3 b, int c, int d) {
+  return ivec3(bitfield_insert(a.xy, b.xy, c, d), bitfield_insert(a.z, b.z, c, d));
+}
+ivec4 bitfield_insert(ivec4 a, ivec4 b, int c, int d) {
+  return ivec4(bitfield_insert(a.xy, b.xy, c, d), bitfield_insert(a.zw, b.zw, c, d));
+}
+
+int add_carry(int a, int b, out int carry) {
+  carry = unsigned_less(a + b, a) ? 1 : 0;
+  return a + b;
+}
+int sub_borrow(int a, int b, out int borrow) {
+  borrow = unsigned_less(a, b) ? 1 : 0;
+  return a - b;
+}
+// From products of the halves.
+void umul_extended(int a, int b, out int high, out int low) {
+  low = a * b;
+  int middle = ushr(a, 16) * (b & 65535) + ushr((a & 65535) * (b & 65535), 16);
+  int cross_part = (a & 65535) * ushr(b, 16) + (middle & 65535);
+  high = ushr(a, 16) * ushr(b, 16) + ushr(middle, 16) + ushr(cross_part, 16);
+}
+void imul_extended(int a, int b, out int high, out int low) {
+  umul_extended(a, b, high, low);
+  high -= (a < 0 ? b : 0) + (b < 0 ? a : 0);
+}
+
+// Rounds to the nearest half float, ties to even.
+int to_half(float x) {
+  int sign = ushr(floatBitsToInt(x), 16) & 32768;
+  float size = abs(x);
+  if (x != x) return sign | 32256;
+  if (size >= 65520.0) return sign | 31744;
+  if (size < 6.103515625e-5) return sign | int(round_even(size * 16777216.0));
+  int bits = floatBitsToInt(size);
+  return sign | (ushr(bits + 4095 + (ushr(bits, 13) & 1), 13) - 114688);
+}
+float from_half(int h) {
+  int exponent = ushr(h, 10) & 31;
+  int sign = (h & 32768) * 65536;
+  if (exponent == 31) return intBitsToFloat(sign | 2139095040 | (h & 1023) * 8192);
+  if (exponent > 0) return intBitsToFloat(sign | ((h & 32767) + 114688) * 8192);
+  float size = float(h & 1023) * 5.9604644775390625e-8;
+  return sign != 0 ? -size : size;
+}
+int pack_half2x16(vec2 v) { return to_half(v.x) | to_half(v.y) * 65536; }
+vec2 unpack_half2x16(int p) { return vec2(from_half(p & 65535), from_half(ushr(p, 16))); }
+int to_signed_8(float x) { return int(floor(clamp(x, -1.0, 1.0) * 127.0 + 0.5)) & 255; }
+int pack_snorm4x8(vec4 v) {
+  return to_signed_8(v.x) | to_signed_8(v.y) * 256 | to_signed_8(v.z) * 65536 |
+         to_signed_8(v.w) * 16777216;
+}
+vec4 unpack_snorm4x8(int p) {
+  return clamp(vec4(ishr(p * 16777216, 24), ishr(p * 65536, 24), ishr(p * 256, 24), ishr(p, 24)) /
+                   127.0, -1.0, 1.0);
+}
+
 int to_16(float x, float scale) { return int(floor(x * scale + 0.5)) & 65535; }
 int to_8(float x) { return int(floor(clamp(x, 0.0, 1.0) * 255.0 + 0.5)); }
 int pack_unorm2x16(vec2 v) {

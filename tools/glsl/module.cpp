@@ -51,6 +51,7 @@ void Module::start(bool withConstants) {
   zeros_.clear();
   constantIndex_.clear();
   constants_.clear();
+  uniformValues_.clear();
   hasColour_ = false;
   inlinedBytes_ = 0;
   withConstants_ = withConstants;

@@ -1,6 +1,7 @@
 // One shader under construction: its globals, constants and functions.
 #pragma once
 
+#include <shadermachine-tools/host_inputs.h>
 #include <shadermachine-tools/shader_builder.h>
 
 #include <map>
@@ -31,6 +32,7 @@ class Module {
 
   // Generates everything. Empty when there were errors.
   std::optional<BuiltShader> build();
+  std::vector<NamedValue> takeUniformValues() { return std::move(uniformValues_); }
 
   ShaderBuilder& builder() { return *builder_; }
   TypeTable& types() { return *types_; }
@@ -90,6 +92,7 @@ class Module {
   Place addPlain(const std::string& name, const ValueType& type);
   void generatePrologue(FunctionGenerator& generator);
   void generateInitializer(FunctionGenerator& generator, const TIntermNode& node);
+  void noteUniformValue(const TIntermSymbol& symbol);
   bool isFirstWritten(SymbolId id) const;
   bool mentionsInCalls(const TIntermNode& tree, SymbolId id) const;
 
@@ -110,6 +113,7 @@ class Module {
   std::set<SymbolId> initialized_;
   std::map<std::string, unsigned> callCounts_;
   std::map<GlobalKey, Global> globals_;
+  std::vector<NamedValue> uniformValues_;
   bool hasColour_ = false;
 
   std::map<const FunctionInfo*, FunctionId> functionIds_;

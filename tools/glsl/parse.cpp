@@ -109,6 +109,8 @@ std::vector<Attempt> attemptsFor(int version, const std::string& inputs) {
   };
   if (version != 0) {
     const std::string own = preamble(version);
+    const bool isDesktop = version != 100 && version != 300 && version != 310 && version != 320;
+    if (isDesktop) return {{version, "", own}};
     return {{version, "", own}, {version, "", kDefaultPrecision + own}};
   }
   return {{100, "#version 100\n", preamble(100)},
@@ -180,6 +182,12 @@ std::unique_ptr<Program> Program::parse(std::string_view text, Diagnostics& diag
     if (shader != nullptr) {
       diagnostics = std::move(errors);
       if (isTooDeep(*shader, diagnostics)) return nullptr;
+      const glslang::TIntermediate& tree = *shader->getIntermediate();
+      if (tree.getOriginUpperLeft() || tree.getPixelCenterInteger()) {
+        diagnostics.add(
+            Unsupported(TSourceLoc(), "redeclared origins of gl_FragCoord are not supported"));
+        return nullptr;
+      }
       return std::unique_ptr<Program>(new Program(std::move(shader)));
     }
     if (!fewest || errors.count() < fewest->count()) fewest = std::move(errors);

@@ -2,7 +2,6 @@
 #include <shadermachine-tools/host_contract.h>
 
 #include "function_generator.h"
-#include "host_ids.h"
 
 namespace shadermachine::tools::glsl {
 namespace {
@@ -19,18 +18,24 @@ void FunctionGenerator::textureCall(const TIntermAggregate& node) {
   const TIntermTyped& sampler = argumentOf(node, 0);
   valueType(sampler);  // refuses kinds of samplers that no host serves
   const unsigned kind = *lookupKind(sampler.getType().getSampler());
-  const size_t count = node.getSequence().size();
   switch (node.getOp()) {
     case glslang::EOpTexture:
     case glslang::EOpTextureLod:
     case glslang::EOpTextureProj:
     case glslang::EOpTextureProjLod:
+    case glslang::EOpTextureOffset:
+    case glslang::EOpTextureLodOffset:
+    case glslang::EOpTextureProjOffset:
+    case glslang::EOpTextureProjLodOffset:
       break;
     // Textures have no smaller levels that gradients could choose.
     case glslang::EOpTextureGrad:
+    case glslang::EOpTextureGradOffset:
     case glslang::EOpTextureProjGrad:
+    case glslang::EOpTextureProjGradOffset:
       break;
     case glslang::EOpTextureFetch:
+    case glslang::EOpTextureFetchOffset:
       return texelFetch(node);
     case glslang::EOpTextureQuerySize:
       return textureSize(node);
@@ -42,8 +47,14 @@ void FunctionGenerator::textureCall(const TIntermAggregate& node) {
   value(sampler);
   textureCoordinates(argumentOf(node, 1), kLookupKinds[kind].coordinates, cracked.proj,
                      node.getLoc());
-  const bool hasExtra = count > 2 && !cracked.grad;
-  if (hasExtra) value(argumentOf(node, 2));
+  // After the coordinates: a level or two gradients, an offset, a bias.
+  size_t next = 2;
+  const size_t levelIndex = cracked.lod ? next++ : 0;
+  if (cracked.grad) next += 2;
+  if (cracked.offset) addOffset(sampler, argumentOf(node, next++));
+  const size_t extra = cracked.lod ? levelIndex : next;
+  const bool hasExtra = extra < node.getSequence().size();
+  if (hasExtra) value(argumentOf(node, extra));
   code_.emit(cracked.lod ? VM_OP_HOST_LOOKUP_2 : VM_OP_HOST_LOOKUP_1,
              {lookupForm(hasExtra ? 3 : 2, kind)});
 }
@@ -60,6 +71,25 @@ void FunctionGenerator::textureCoordinates(const TIntermTyped& coordinates, unsi
   emitCounted(VM_OP_DIV_VS_F, needed);
 }
 
+// Adds an offset in texels to the coordinates on the stack.
+void FunctionGenerator::addOffset(const TIntermTyped& sampler, const TIntermTyped& offset) {
+  if (sampler.getType().getSampler().dim != glslang::Esd2D) {
+    throw Unsupported(offset.getLoc(), "offsets are supported in 2D textures only");
+  }
+  converted(offset, Scalar::Int, Scalar::Float);
+  value(sampler);
+  code_.pushFloat(0);
+  emitSize();
+  emitCounted(VM_OP_DIV_F, 2);
+  emitCounted(VM_OP_ADD_F, 2);
+}
+
+// The size of a sampler's texture at a level, both on the stack.
+void FunctionGenerator::emitSize() {
+  code_.emit(VM_OP_CTOR_VEC3_A, {1});
+  code_.emit(VM_OP_HOST_LOOKUP_1, {lookupForm(2, kTexelKind)});
+}
+
 void FunctionGenerator::texelFetch(const TIntermAggregate& node) {
   const TIntermTyped& position = argumentOf(node, 1);
   if (shapeOf(position).components != 2) {
@@ -67,6 +97,10 @@ void FunctionGenerator::texelFetch(const TIntermAggregate& node) {
   }
   value(argumentOf(node, 0));
   converted(position, Scalar::Int, Scalar::Float);
+  if (node.getOp() == glslang::EOpTextureFetchOffset) {
+    converted(argumentOf(node, 3), Scalar::Int, Scalar::Float);
+    emitCounted(VM_OP_ADD_F, 2);
+  }
   level(node, 2);
   code_.emit(VM_OP_CTOR_VEC3_A, {2, 1});
   code_.emit(VM_OP_HOST_LOOKUP_2, {lookupForm(2, kTexelKind)});
@@ -74,11 +108,8 @@ void FunctionGenerator::texelFetch(const TIntermAggregate& node) {
 
 void FunctionGenerator::textureSize(const TIntermAggregate& node) {
   value(argumentOf(node, 0));
-  code_.pushFloat(0);
-  code_.pushFloat(0);
   level(node, 1);
-  code_.emit(VM_OP_CTOR_VEC3_A, {1, 1, 1});
-  code_.emit(VM_OP_HOST_LOOKUP_1, {lookupForm(2, kTexelKind)});
+  emitSize();
   emitCounted(VM_OP_FLOAT_TO_INT, shapeOf(node).components);
 }
 

@@ -65,14 +65,19 @@ std::vector<FrameValue> frameValues(const FrameInputs& frame) {
   const std::vector<double> size = {double(frame.width), double(frame.height), 1};
   const std::vector<double> none = {0, 0, 0, 0};
   const std::array<double, 4> date = dateNow();
-  return {{"u_resolution", size},
-          {"iResolution", size},
-          {"u_time", {frame.time}},
+  return {{"iResolution", size},
+          {"u_resolution", size},
+          {"resolution", size},
           {"iTime", {frame.time}},
+          {"iGlobalTime", {frame.time}},
+          {"u_time", {frame.time}},
+          {"time", {frame.time}},
           {"iTimeDelta", {frame.timeDelta}},
+          {"iFrameRate", {1 / double(frame.timeDelta)}},
           {"iFrame", {double(frame.frame)}},
-          {"u_mouse", none},
           {"iMouse", none},
+          {"u_mouse", none},
+          {"mouse", none},
           {"iDate", {date.begin(), date.end()}}};
 }
 

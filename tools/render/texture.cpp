@@ -1,5 +1,7 @@
 #include "render/texture.h"
 
+#include <shadermachine-tools/host_contract.h>
+
 #include <algorithm>
 #include <cmath>
 #include <numbers>
@@ -8,8 +10,6 @@ namespace shadermachine::tools {
 namespace {
 
 using Colour = std::array<float, 4>;
-
-constexpr uint32_t kTexelKind = 0;
 
 struct Point {
   float u, v;

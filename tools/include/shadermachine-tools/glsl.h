@@ -11,6 +11,7 @@
 // promised for its code: it reads nothing undefined and leaks nothing.
 #pragma once
 
+#include <shadermachine-tools/host_inputs.h>
 #include <shadermachine-tools/shader_builder.h>
 
 #include <optional>
@@ -37,6 +38,9 @@ struct GlslResult {
   std::optional<BuiltShader> shader;  // empty when there are messages
   std::vector<GlslMessage> messages;  // errors, in the order of the source where possible
   bool usesDerivatives = false;       // dFdx, dFdy or fwidth: the host needs neighbours' values
+  // Initial values of the uniforms that the shader uses; the host is to give these where it has no
+  // others.
+  std::vector<NamedValue> uniformValues;
 };
 
 // A source without #version is tried as ES 1.00, 1.20 and ES 3.00. A source without main() but with

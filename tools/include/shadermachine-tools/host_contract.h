@@ -12,6 +12,11 @@
 
 namespace shadermachine::tools {
 
+// Ids that compilers and renderers know by name.
+inline constexpr uint16_t kFrontFacing = 280;
+inline constexpr uint16_t kFragmentPosition = 283;
+inline constexpr uint16_t kPointPosition = 284;
+
 // Type of the value that LOAD_BUILTIN of an id gives; for the ids that are backed by a global, of
 // one element: the host writes one, or as many as the global's array has.
 struct BuiltinValue {
@@ -22,11 +27,12 @@ struct BuiltinValue {
 
 inline constexpr std::array<BuiltinValue, 7> kBuiltinValues = {{
     {258, VM_TYPE_INT, "StartupInfo.builtin258"},
-    {280, VM_TYPE_BOOL, "1 on the front of a surface, else 0"},
+    {kFrontFacing, VM_TYPE_BOOL, "1 on the front of a surface, else 0"},
     {281, VM_TYPE_INT, "StartupInfo.builtin281"},
     {282, VM_TYPE_INT, "StartupInfo.builtin282"},
-    {283, VM_TYPE_VEC4, "fragment position: x and y of the pixel's centre, depth, 1 / w"},
-    {284, VM_TYPE_VEC2, "position inside a point sprite, 0 to 1"},
+    {kFragmentPosition, VM_TYPE_VEC4,
+     "fragment position: x and y of the pixel's centre, depth, 1 / w"},
+    {kPointPosition, VM_TYPE_VEC2, "position inside a point sprite, 0 to 1"},
     {285, VM_TYPE_INT, "StartupInfo.builtin285"},
 }};
 
@@ -74,6 +80,8 @@ constexpr const BuiltinFunction* findBuiltinFunction(uint32_t id) {
 // Look-ups: the host writes a vec4 and reads as many coordinates as the kind has.
 inline constexpr uint32_t kLookupResultWords = 4;
 inline constexpr uint32_t kSamplerWords = 2;
+
+inline constexpr uint32_t kTexelKind = 0;  // the one that does not filter
 
 struct LookupKind {
   uint8_t coordinates;

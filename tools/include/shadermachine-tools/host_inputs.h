@@ -21,6 +21,12 @@ struct Texture {
   TextureFilter filter = TextureFilter::Linear;
 };
 
+// A host variable and its components, for HostInputs::set().
+struct NamedValue {
+  std::string name;
+  std::vector<double> components;
+};
+
 // Fills the standard variables of one frame.
 struct FrameInputs {
   uint32_t width = 0;
@@ -32,8 +38,9 @@ struct FrameInputs {
 
 // Values for the host variables of one shader. A variable gets, in this order of precedence: what
 // set() or setTexture() gave it; a standard value, if its name is one of
-//   per frame     u_resolution, iResolution (width, height, 1), u_time, iTime, iTimeDelta, iFrame,
-//                 u_mouse, iMouse (zeros), iDate (year, month, day, seconds), iChannel0 to 3
+//   per frame     iResolution, u_resolution, resolution (width, height, 1); iTime, iGlobalTime,
+//                 u_time, time; iTimeDelta, iFrameRate, iFrame; iMouse, u_mouse, mouse (zeros);
+//                 iDate (year, month, day, seconds); iChannel0 to 3
 //   per fragment  fragCoord (pixel centre, y up), uv, vUv, v_uv, texCoord, vTexCoord, v_texCoord
 //                 (the same from 0 to 1);
 // and zeros otherwise.
