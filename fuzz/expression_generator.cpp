@@ -52,7 +52,7 @@ uint32_t constructedWords(uint32_t words) { return words <= 4 ? words : words <=
 
 const std::vector<Generator::Producer> Generator::kProducers = {
     &Generator::constant,   &Generator::variable,   &Generator::kernel,
-    &Generator::kernel,     &Generator::kernel,     &Generator::constructor,
+    &Generator::kernel,     &Generator::idiom,      &Generator::constructor,
     &Generator::swizzle,    &Generator::product,    &Generator::geometric,
     &Generator::noise,      &Generator::component,  &Generator::column,
     &Generator::inlinePart, &Generator::inlinePart, &Generator::compareAggregates,
@@ -245,6 +245,32 @@ bool Generator::geometric(Wanted wanted, uint32_t depth) {
   } else {
     code_->emit(row.opcode, {count});
   }
+  return true;
+}
+
+// Instructions that compilers put behind each other: the translator joins them.
+bool Generator::idiom(Wanted wanted, uint32_t depth) {
+  if (wanted.kind == WordKind::Bits || wanted.words > 4) return kernel(wanted, depth);
+  const Wanted scalar = {WordKind::Float, 1};
+  if (wanted.words == 1) {
+    const uint32_t count = choices_.between(1, 4);
+    value({WordKind::Float, count}, depth);
+    value({WordKind::Float, count}, depth);
+    code_->emit(VM_OP_DOT, {count});
+    value(scalar, choices_.oneIn(2) ? kDeepest : depth);
+    code_->emit(VM_OP_MAX, {1});
+    return true;
+  }
+  const bool scalarFirst = choices_.oneIn(2);
+  if (!scalarFirst) value(wanted, depth);
+  value(scalar, depth);
+  code_->emit(*constructorOf(wanted.words), {1});
+  if (scalarFirst) value(wanted, choices_.oneIn(2) ? kDeepest : depth);
+  code_->emit(VM_OP_MUL_F, {wanted.words});
+  if (choices_.oneIn(2)) return true;
+  constexpr VmOpcode kSeconds[] = {VM_OP_ADD_F, VM_OP_SUB_F, VM_OP_MUL_F, VM_OP_DIV_F};
+  value(wanted, choices_.oneIn(2) ? kDeepest : depth);
+  code_->emit(choices_.of(kSeconds), {wanted.words});
   return true;
 }
 

@@ -110,6 +110,7 @@ class Generator {
   bool swizzle(Wanted wanted, uint32_t depth);
   bool product(Wanted wanted, uint32_t depth);
   bool geometric(Wanted wanted, uint32_t depth);
+  bool idiom(Wanted wanted, uint32_t depth);
   bool noise(Wanted wanted, uint32_t depth);
   bool component(Wanted wanted, uint32_t depth);
   bool column(Wanted wanted, uint32_t depth);
