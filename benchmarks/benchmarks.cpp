@@ -81,6 +81,7 @@ class RatioReporter : public benchmark::ConsoleReporter {
       if (subject.native == nullptr) continue;
       const double native = time("native/", subject), plain = time("plain/", subject),
                    machine = time("machine/", subject);
+      if (std::isnan(native + plain + machine)) continue;
       std::printf("%-20s %12.1f %12.1f %12.1f %8.1f %8.1f\n", subject.name, native, plain, machine,
                   plain / native, machine / native);
     }

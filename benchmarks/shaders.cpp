@@ -66,8 +66,6 @@ Bench::Bench(const Subject& subject) : shader_(loadShader(subject)) {
 
 Bench::~Bench() { vmShaderMachineDestroy(machine_); }
 
-VmError Bench::run() { return vmShaderMachineExecuteShader(machine_, shader_.record(), &startup_); }
-
 // The lookup by name is what a host does once per shader; here the first letters tell.
 void Bench::fillVariable(const HostVariableRequest* request) {
   const auto& fragment = *reinterpret_cast<const Fragment*>(request->userData);

@@ -32,7 +32,7 @@ class Bench {
   Bench(const Bench&) = delete;
   Bench& operator=(const Bench&) = delete;
 
-  VmError run();
+  VmError run() { return vmShaderMachineExecuteShader(machine_, record_, &startup_); }
   const Color& color() const { return fragment_.color; }
   Machine& machine() { return *static_cast<Machine*>(machine_); }
 
@@ -45,6 +45,7 @@ class Bench {
   static void takeColor(const void* inlineArea, uint64_t userData);
 
   tools::BuiltShader shader_;
+  const CompiledShader* record_ = shader_.record();
   Fragment fragment_;
   StartupInfo startup_ = {};
   ShaderMachine* machine_;

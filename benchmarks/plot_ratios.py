@@ -1,0 +1,67 @@
+#!/usr/bin/python3
+"""Draws the ratios to plain C++ of docs/performance.md. Needs python3-matplotlib.
+
+On an otherwise idle machine, once per compiler:
+
+    build/release/benchmarks/shadermachine-benchmarks --benchmark_repetitions=5 \\
+        --benchmark_enable_random_interleaving=true --benchmark_filter='^(native|plain|machine)/' \\
+        --benchmark_out=gcc.json --benchmark_out_format=json
+    benchmarks/plot_ratios.py docs/images/ratios.svg g++=gcc.json clang=clang.json
+"""
+import json
+import sys
+
+import matplotlib
+
+matplotlib.use("svg")
+matplotlib.rcParams["svg.hashsalt"] = "ratios"  # the same file from the same figures
+import matplotlib.pyplot as plt
+
+AIMS = {"empty": 6, "mandelbrot": 4.2, "phong": 3.3, "march": 2.5, "lights": 6, "hash_noise": 12}
+MARKERS = "os^D"
+TRANSLATED, PLAIN, AIM = "#1f6fb2", "#b0b0b0", "#c0392b"
+
+
+def median_times(path):
+    """Nanoseconds of every benchmark by name; medians where there were repetitions."""
+    times = {}
+    with open(path, encoding="utf-8") as file:
+        for run in json.load(file)["benchmarks"]:
+            if run["run_type"] == "iteration":
+                times.setdefault(run["run_name"], run["cpu_time"])
+            elif run["aggregate_name"] == "median":
+                times[run["run_name"]] = run["cpu_time"]
+    return times
+
+
+def draw(axes, series):
+    shaders = list(AIMS)
+    for marker, (label, times) in zip(MARKERS, series):
+        for kind, name, colour in (("plain", "plain handlers", PLAIN),
+                                   ("machine", "translated", TRANSLATED)):
+            ratios = [times[f"{kind}/{s}"] / times[f"native/{s}"] for s in shaders]
+            axes.plot(ratios, shaders, marker, color=colour, label=f"{name}, {label}")
+    axes.plot(list(AIMS.values()), shaders, "|", color=AIM, markersize=16, markeredgewidth=2,
+              label="aim")
+    axes.set_xscale("log")
+    axes.set_xticks([1, 2, 5, 10, 20, 50, 100], ["1", "2", "5", "10", "20", "50", "100"])
+    axes.minorticks_off()
+    axes.invert_yaxis()
+    axes.grid(axis="x", color="#e0e0e0")
+    axes.set_axisbelow(True)
+    axes.set_xlabel("times the run time of the same work in plain C++ (-O2)")
+    axes.legend(loc="upper center", bbox_to_anchor=(0.5, -0.17), ncol=3, frameon=False)
+
+
+def main():
+    picture, *inputs = sys.argv[1:]
+    series = []
+    for text in inputs:
+        label, path = text.split("=", 1)
+        series.append((label, median_times(path)))
+    figure, axes = plt.subplots(figsize=(8, 3.6))
+    draw(axes, series)
+    figure.savefig(picture, bbox_inches="tight", metadata={"Date": None})
+
+
+main()
