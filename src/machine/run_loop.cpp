@@ -88,7 +88,8 @@ void deliverOutputs(Machine& machine) {
 
 // All of beginRun() but the entry function's locals. What a small shader has none of goes to
 // functions that are not inlined.
-VmError prepareRun(Machine& machine, const CompiledShader& shader, const StartupInfo& startup) {
+[[gnu::always_inline]] inline VmError prepareRun(Machine& machine, const CompiledShader& shader,
+                                                 const StartupInfo& startup) {
   const uint32_t same = machine.shader == &shader ? 1 : 0;
   if (same == 0 && machine.heldGlobalCount != 0) releaseGlobals(machine);
   machine.frameIndex = 0;
