@@ -64,6 +64,57 @@ TEST(Translation, AnotherShaderAtTheSameAddressIsAnother) {
   EXPECT_EQ(storedValue(rig), 3.0f);
 }
 
+// What a shader is made of; each field changes one thing that a translation depends on.
+struct Parts {
+  int32_t constant = 1;
+  TypeCode local = VM_TYPE_INT;
+  TypeCode global = VM_TYPE_INT;
+  TypeCode member = VM_TYPE_INT;
+  uint16_t params = 0;
+  int32_t hostFunctionBase = -1;
+  uint16_t entry = 0;
+};
+
+BuiltShader madeOf(const Parts& parts) {
+  return buildShader([&](ShaderBuilder& shader, FunctionBuilder& code) {
+    const TypeCode s = shader.addStruct("S", {{.name = "m", .type = parts.member}});
+    shader.addGlobal({.name = "g", .type = parts.global});
+    shader.record().hostFunctionBase = parts.hostFunctionBase;
+    shader.record().entryIndex = parts.entry;
+    FunctionBuilder& f = shader.addFunction("f");
+    const LocalId whole = f.addLocal({.name = "s", .type = s});
+    f.load(whole);
+    f.emit(VM_OP_STRUCT_FIELD, {s, 0});
+    f.emit(VM_OP_POP_RELEASE);
+    f.pushInt(parts.constant);
+    f.emit(VM_OP_POP);
+    f.emit(VM_OP_DISCARD);
+    if (parts.params != 0) {
+      code.addParam({.name = "p", .type = VM_TYPE_INT});
+    } else {
+      code.addLocal({.name = "p", .type = VM_TYPE_INT});
+    }
+    code.addLocal({.name = "l", .type = parts.local});
+    code.call(f.id());
+    code.emit(VM_OP_DISCARD);
+  });
+}
+
+TEST(Translation, BelongsToAllThatItWasMadeFrom) {
+  const BuiltShader shader = madeOf({});
+  for (const Parts& other : {Parts{.constant = 2}, Parts{.local = VM_TYPE_BOOL},
+                             Parts{.global = VM_TYPE_FLOAT}, Parts{.member = VM_TYPE_FLOAT},
+                             Parts{.params = 1}, Parts{.hostFunctionBase = 7}, Parts{.entry = 1}}) {
+    Rig rig;
+    EXPECT_EQ(rig.run(shader), VM_ERR_DISCARDED);
+    const engine::Translation* first = internals(rig).translations;
+    EXPECT_EQ(rig.run(madeOf(other)), VM_ERR_DISCARDED);
+    EXPECT_NE(internals(rig).translations, first);
+    EXPECT_EQ(rig.run(shader), VM_ERR_DISCARDED);
+    EXPECT_EQ(internals(rig).translations, first);
+  }
+}
+
 TEST(Translation, MemoryIsBounded) {
   Rig rig;
   std::vector<int64_t> live;
