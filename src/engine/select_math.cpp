@@ -3,6 +3,30 @@
 #include "engine/translator.h"
 
 namespace shadermachine::engine {
+namespace {
+
+StepPair geometrySteps(Opcode opcode, uint32_t n, unsigned form) {
+  switch (opcode) {
+    case Opcode::LENGTH:
+      return lengthSteps(n, form);
+    case Opcode::NORMALIZE:
+      return normalizeSteps(n, form);
+    case Opcode::DISTANCE:
+      return distanceSteps(n, form);
+    case Opcode::DOT:
+      return dotSteps(n, form);
+    case Opcode::CROSS:
+      return crossSteps(form);
+    case Opcode::REFLECT:
+      return reflectSteps(n, form);
+    case Opcode::REFRACT:
+      return refractSteps(n);
+    default:
+      return faceforwardSteps(n);
+  }
+}
+
+}  // namespace
 
 bool Translator::isReadable(const Entry& entry, uint32_t n) {
   if (entry.block || entry.lazyView) return false;
@@ -178,35 +202,9 @@ bool Translator::selectGeometry(Instance& instance, Instruction& item) {
     }
   }
   if (m == 1) record.b = record.a;
-  StepPair steps = {};
-  switch (item.opcode) {
-    case LENGTH:
-      steps = lengthSteps(n, form);
-      break;
-    case NORMALIZE:
-      steps = normalizeSteps(n, form);
-      break;
-    case DISTANCE:
-      steps = distanceSteps(n, form);
-      break;
-    case DOT:
-      steps = dotSteps(n, form);
-      break;
-    case CROSS:
-      steps = crossSteps(form);
-      break;
-    case REFLECT:
-      steps = reflectSteps(n, form);
-      break;
-    case REFRACT:
-      steps = refractSteps(n);
-      break;
-    default:
-      steps = faceforwardSteps(n);
-      break;
-  }
   const int32_t s = out_.top - static_cast<int32_t>(m) + 1;
-  out_.produce(record, steps, single ? Register::Scalar : Register::Vector, written, s);
+  out_.produce(record, geometrySteps(item.opcode, n, form),
+               single ? Register::Scalar : Register::Vector, written, s);
   if (item.opcode == DOT) {
     lastOperation_ = {out_.recordCount() - 1, static_cast<unsigned>(DOT), form, n};
   }
