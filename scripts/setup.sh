@@ -24,6 +24,9 @@ check_packages=(
   clang-tidy:clang-tidy
   cppcheck:cppcheck
   libclang-rt-14-dev:=
+  libegl1-mesa-dev:/usr/include/EGL/egl.h
+  libgl1-mesa-dri:=
+  libgles2-mesa-dev:/usr/include/GLES3/gl3.h
   ninja-build:ninja
 )
 

@@ -231,6 +231,12 @@ const Case kValues[] = {
      "S s[2]; s[0] = S(1.0, vec2(2.0)); int i = three - 2; s[i].b.y = 5.0; s[i].a = s[0].b.x; S c "
      "= s[i]; r = vec4(c.a, c.b, s[0] == s[1]);",
      {2, 0, 5, 0}},
+    {"localsThatAreConstant",
+     "float f(const float t[3], int i) { vec2 half_ = vec2(0.5); return t[i] * half_.y; }",
+     "float t[3] = float[3](2.0, 4.0, 6.0); float s = 0.0, k = 3.0, m; for (int i = 0; i < 3; i++) "
+     "{ float w = 1.5; if (i > 0) s += m; s += f(t, i) * w; m = 1.0; } k += two; r = vec4(s, k, m, "
+     "t[three - 1]);",
+     {11, 5, 1, 6}},
     {"constantStructures",
      "struct S { float a; vec2 b[2]; }; const S kS = S(1.0, vec2[2](vec2(2), vec2(3)));",
      "int i = three - 2; r = vec4(kS.a, kS.b[i], 0.0);",
@@ -543,6 +549,7 @@ TEST(GlslEntry, versionsAreTried) {
       "out vec4 c; void main() { uint u = 1u; c = vec4(u, 2, 3, 4); }",
       "#version 130\nout vec4 c; void main() { c = vec4(1, 2, 3, 4); }",
       "#version 330 core\nlayout(location = 0) out vec4 c; void main() { c = vec4(1, 2, 3, 4); }",
+      "#version 120\nvoid main() { gl_FragColor = vec4(1, 2, 3, 4) + gl_TexCoord[1]; }",
       "#ifdef GL_ES\nprecision mediump float;\n#endif\nvoid main() { gl_FragData[0] = vec4(1, 2, "
       "3, 4); }",
   };
@@ -649,6 +656,8 @@ TEST(GlslErrors, nameFileLineAndReason) {
       {"#version 300 es\nprecision highp float;\nuniform highp sampler3D s;\nout vec4 c;\nvoid "
        "main() {\n  c = textureOffset(s, vec3(0.0), ivec3(1));\n}",
        "a.frag:6: error: offsets are supported in 2D textures only"},
+      {"#version 430\nbuffer B { float x; };\nout vec4 c;\nvoid main() {\n  c = vec4(x);\n}",
+       "a.frag:5: error: storage buffers are not supported"},
       {"float f(float x);\nvoid main() {\n  gl_FragColor = vec4(f(1.0));\n}",
        "a.frag:3: error: function f() has no body"},
       {"float f(float x);\nfloat g(float x) { return f(x); }\nfloat f(float x) { return g(x); "

@@ -127,7 +127,23 @@ void FunctionGenerator::storeTarget(const Target& target) {
   code_.emit(isLocal ? VM_OP_STORE_LOCAL_ELEM : VM_OP_STORE_GLOBAL_ELEM, operands);
 }
 
+// A local that only ever gets a constant stands for it, from there on.
+bool FunctionGenerator::bindConstant(const TIntermBinary& node) {
+  const TIntermSymbol* symbol = node.getLeft()->getAsSymbolNode();
+  const TIntermConstantUnion* constant = asConstant(*node.getRight());
+  if (node.getOp() != glslang::EOpAssign || symbol == nullptr || constant == nullptr) return false;
+  if (symbol->getQualifier().storage != glslang::EvqTemporary || findBinding(*symbol) != nullptr) {
+    return false;
+  }
+  const auto writes = scope().function->writeCounts.find(symbol->getId());
+  if (writes == scope().function->writeCounts.end() || writes->second != 1) return false;
+  valueType(*symbol);  // refuses what the machine has no type for
+  scope().bindings.emplace(symbol->getId(), constant);
+  return true;
+}
+
 void FunctionGenerator::assign(const TIntermBinary& node, bool wantsValue) {
+  if (!wantsValue && bindConstant(node)) return;
   Target destination = target(*node.getLeft());
   if (node.getOp() == glslang::EOpAssign) {
     if (wantsValue) fixIndices(destination, false);

@@ -126,6 +126,7 @@ void FunctionGenerator::inlineCall(const FunctionInfo& info, std::span<const Ope
   const uint32_t start = code_.size();
   Scope inner;
   inner.program = info.owner;
+  inner.function = &info;
   std::vector<std::optional<Place>> outputs(arguments.size());
   std::vector<std::optional<Target>> targets(arguments.size());
   for (size_t i = 0; i < arguments.size(); ++i) {
@@ -217,6 +218,7 @@ void FunctionGenerator::finishBody(const FunctionInfo& info) {
 
 void FunctionGenerator::generate(const FunctionInfo& info) {
   scope().program = info.owner;
+  scope().function = &info;
   for (const TIntermSymbol* parameter : info.parameters) {
     const ValueType type = module_.types().valueType(parameter->getType(), parameter->getLoc());
     const LocalId local = code_.addParam({parameter->getName().c_str(), type.code, type.count});

@@ -40,6 +40,7 @@ class FunctionGenerator {
   FunctionGenerator(Module& module, FunctionBuilder& code)
       : module_(module), code_(code), scopes_(1) {
     scope().program = &module.program();
+    scope().function = &module.program().function(kMainFunction);
   }
 
   // The complete code of an ordinary function.
@@ -60,6 +61,7 @@ class FunctionGenerator {
   // The function whose body is being generated: the whole one, or one of those inlined.
   struct Scope {
     const Program* program = nullptr;  // where its calls find functions
+    const FunctionInfo* function = nullptr;
     std::map<SymbolId, Binding> bindings;
     std::vector<Place> owned;           // locals, free for others afterwards
     std::optional<Label> returnTarget;  // of an inlined function
@@ -126,6 +128,7 @@ class FunctionGenerator {
   void forgetIndices(const Target& target);
   void loadTarget(const Target& target);
   void storeTarget(const Target& target);
+  bool bindConstant(const TIntermBinary& node);
   void assign(const TIntermBinary& node, bool wantsValue);
   void increment(const TIntermUnary& node, bool wantsValue);
 

@@ -108,6 +108,9 @@ Module::Global Module::declareGlobal(const TIntermSymbol& symbol, int member, co
   }
   if (isOutput(storage)) return {declareOutput(symbol), std::nullopt};
   const ValueType value = types_->valueType(type, symbol.getLoc());
+  if (storage == glslang::EvqBuffer || storage == glslang::EvqShared) {
+    throw Unsupported(symbol.getLoc(), "storage buffers are not supported");
+  }
   if (!isHostVariable(storage)) return {addPlain(name, value), std::nullopt};
   if (symbol.getType().getBasicType() == glslang::EbtBlock && member < 0) {
     throw Unsupported(symbol.getLoc(), "uniform blocks are supported by member only");

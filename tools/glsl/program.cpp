@@ -8,7 +8,10 @@ namespace {
 bool isDerivative(TOperator op) { return op >= glslang::EOpDPdx && op <= glslang::EOpFwidthCoarse; }
 
 void noteWrite(FunctionInfo& info, const TIntermNode& target) {
-  if (const TIntermSymbol* root = rootSymbol(target)) info.written.insert(root->getId());
+  const TIntermSymbol* root = rootSymbol(target);
+  if (root == nullptr) return;
+  info.written.insert(root->getId());
+  ++info.writeCounts[root->getId()];
 }
 
 void noteOutputArguments(FunctionInfo& info, const TIntermAggregate& call) {

@@ -27,6 +27,7 @@ struct FunctionInfo {
   std::set<std::string> callees;
   // Variables that it, or what it calls, writes or mentions: parameters, locals and globals.
   std::set<SymbolId> written;
+  std::map<SymbolId, unsigned> writeCounts;  // here only
   std::set<SymbolId> mentioned;
   std::vector<const TIntermSymbol*> readFirst;  // own variables that may be read before written
 };

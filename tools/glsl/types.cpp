@@ -78,9 +78,7 @@ std::optional<unsigned> lookupKind(const glslang::TSampler& sampler) {
 ValueType TypeTable::arrayFrom(const TType& type, int dimension, const TSourceLoc& where) {
   const int dimensions = type.isArray() ? type.getArraySizes()->getNumDims() : 0;
   if (dimension == dimensions) return {baseCode(type, where), 0};
-  const unsigned length = arrayLength(type, dimension);
-  if (length == 0) throw Unsupported(where, "arrays without a length are not supported");
-  return {elementFrom(type, dimension, where), length};
+  return {elementFrom(type, dimension, where), arrayLength(type, dimension)};
 }
 
 TypeCode TypeTable::elementFrom(const TType& type, int dimension, const TSourceLoc& where) {

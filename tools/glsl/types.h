@@ -45,8 +45,11 @@ std::string shapeName(const Shape& shape);
 // Look-up kind (host_contract.h) of a sampler; none for samplers that no host serves.
 std::optional<unsigned> lookupKind(const glslang::TSampler& sampler);
 
+// An array that is declared without a length is as long as its largest constant index asks for.
 inline unsigned arrayLength(const TType& type, int dimension = 0) {
-  return static_cast<unsigned>(type.getArraySizes()->getDimSize(dimension));
+  const glslang::TArraySizes& sizes = *type.getArraySizes();
+  const int length = sizes.getDimSize(dimension);
+  return static_cast<unsigned>(length == 0 && dimension == 0 ? sizes.getImplicitSize() : length);
 }
 
 // Maps types and declares the structures that they need. There are no arrays of arrays in the

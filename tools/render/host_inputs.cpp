@@ -14,8 +14,8 @@ namespace {
 constexpr uint64_t kNoTexture = ~uint64_t{0};
 constexpr uint32_t kChannelCount = 4;
 
-constexpr std::array kUnitPositionNames = {"uv",       "vUv",       "v_uv",
-                                           "texCoord", "vTexCoord", "v_texCoord"};
+constexpr std::array kUnitPositionNames = {"uv",        "vUv",        "v_uv",       "texCoord",
+                                           "vTexCoord", "v_texCoord", "gl_TexCoord"};
 
 bool isSampler(TypeCode type) { return type >= VM_TYPE_SAMPLER_0 && type <= VM_TYPE_SAMPLER_7; }
 

@@ -41,8 +41,8 @@ struct FrameInputs {
 //   per frame     iResolution, u_resolution, resolution (width, height, 1); iTime, iGlobalTime,
 //                 u_time, time; iTimeDelta, iFrameRate, iFrame; iMouse, u_mouse, mouse (zeros);
 //                 iDate (year, month, day, seconds); iChannel0 to 3
-//   per fragment  fragCoord (pixel centre, y up), uv, vUv, v_uv, texCoord, vTexCoord, v_texCoord
-//                 (the same from 0 to 1);
+//   per fragment  fragCoord (pixel centre, y up), uv, vUv, v_uv, texCoord, vTexCoord, v_texCoord,
+//                 the first element of gl_TexCoord (the same from 0 to 1);
 // and zeros otherwise.
 class HostInputs {
  public:
