@@ -68,6 +68,12 @@ const Case kOperators[] = {
      "",
      "int i = -20; int n = three; r = vec4(i << 2, i >> n, i << n, 20 >> n);",
      {-80, -3, -160, 2}},
+    {"shiftsOfVectors",
+     "",
+     "ivec2 a = ivec2(-three * 7, 21) >> 2; uvec2 b = uvec2(uint(-three), 21u) >> 28u; r = vec4(a, "
+     "b "
+     ">> 1);",
+     {-6, 5, 7, 0}},
     {"shiftsByThirtyOne",
      "",
      "int n = three + 28; r = vec4(-1 >> n, 5 >> n, -8 >> 31, (1 << n) >> 31);",

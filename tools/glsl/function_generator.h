@@ -100,6 +100,8 @@ class FunctionGenerator {
   void integerArithmetic(TOperator op, const Operand& left, const Operand& right,
                          const TSourceLoc& where);
   void shift(TOperator op, const Operand& left, const Operand& right, const TSourceLoc& where);
+  void shiftRight(const Operand& left, int32_t distance);
+  void withInteger(VmOpcode opcode, int32_t constant, unsigned components);
   void multiplyFloat(const Operand& left, const Operand& right, unsigned components);
   void splatted(const Operand& operand, unsigned components);
   void comparison(TOperator op, const TIntermTyped& left, const TIntermTyped& right,

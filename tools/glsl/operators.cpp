@@ -83,6 +83,11 @@ VmOpcode integerOpcode(TOperator op) {
   }
 }
 
+TypeCode integerCode(unsigned components) {
+  if (components == 1) return VM_TYPE_INT;
+  return static_cast<TypeCode>(VM_TYPE_IVEC2 + static_cast<int>(components) - 2);
+}
+
 VmOpcode splatOpcode(unsigned components) {
   return static_cast<VmOpcode>(VM_OP_CTOR_VEC2_A + components - 2);
 }
@@ -317,7 +322,8 @@ void FunctionGenerator::integerArithmetic(TOperator op, const Operand& left, con
   emitCounted(integerOpcode(op), components);
 }
 
-// By a known distance, shifting left is a product; the rest is in the library.
+// By a known distance, shifting left is a product and shifting right a division with a correction;
+// the rest is in the library.
 void FunctionGenerator::shift(TOperator op, const Operand& left, const Operand& right,
                               const TSourceLoc& where) {
   const Shape shape = left.shape;
@@ -327,17 +333,63 @@ void FunctionGenerator::shift(TOperator op, const Operand& left, const Operand& 
   const bool isLeft = op == glslang::EOpLeftShift;
   if (isLeft && known && *known >= 0 && *known < 32) {
     left.emit();
-    const auto factor = static_cast<int32_t>(1u << *known);
-    splatted({Shape{Scalar::Int}, nullptr, [this, factor] { code_.pushInt(factor); }},
-             shape.components);
-    return emitCounted(VM_OP_MUL_I, shape.components);
+    return withInteger(VM_OP_MUL_I, static_cast<int32_t>(1u << *known), shape.components);
   }
+  if (!isLeft && known && *known > 0 && *known < 31) return shiftRight(left, *known);
   const char* name = isLeft ? "ishl" : shape.scalar == Scalar::Uint ? "ushr" : "ishr";
   const bool isWhole = right.shape.components == shape.components;
   const Operand operands[] = {left,
                               {distance.shape, isWhole ? right.node : nullptr,
                                [this, right, shape] { splatted(right, shape.components); }}};
   callLibrary(name, operands, where);
+}
+
+// The operand on the stack and a constant.
+void FunctionGenerator::withInteger(VmOpcode opcode, int32_t constant, unsigned components) {
+  splatted({Shape{Scalar::Int}, nullptr, [this, constant] { code_.pushInt(constant); }},
+           components);
+  emitCounted(opcode, components);
+}
+
+// Division rounds towards zero. Unsigned numbers are divided without their top bit, which is added
+// where it belongs; of negative ones the complement is divided, and complemented again.
+void FunctionGenerator::shiftRight(const Operand& left, int32_t distance) {
+  const unsigned components = left.shape.components;
+  const int32_t divisor = 1 << distance;
+  left.emit();
+  const Place number = takeLocal("shifted", {integerCode(components), 0});
+  store(number);
+  const auto isNegative = [&] {
+    load(number);
+    code_.emit(VM_OP_PUSH_ZERO4);
+    if (components == 1) {
+      code_.emit(VM_OP_LT_I);
+    } else {
+      emitCounted(VM_OP_LESS_THAN_I, components);
+    }
+    emitCounted(VM_OP_BOOL_TO_INT, components);
+  };
+  if (left.shape.scalar == Scalar::Uint) {
+    load(number);
+    withInteger(VM_OP_BIT_AND, INT32_MAX, components);
+    withInteger(VM_OP_DIV_I, divisor, components);
+    isNegative();
+    withInteger(VM_OP_MUL_I, 1 << (31 - distance), components);
+    emitCounted(VM_OP_ADD_I, components);
+    return freeLocals_[number.type].push_back(number);
+  }
+  const Place sign = takeLocal("sign", number.type);
+  isNegative();
+  emitCounted(VM_OP_NEG_I, components);
+  store(sign);
+  load(number);
+  load(sign);
+  emitCounted(VM_OP_BIT_XOR, components);
+  withInteger(VM_OP_DIV_I, divisor, components);
+  load(sign);
+  emitCounted(VM_OP_BIT_XOR, components);
+  freeLocals_[number.type].push_back(number);
+  freeLocals_[number.type].push_back(sign);
 }
 
 void FunctionGenerator::comparison(TOperator op, const TIntermTyped& left,
@@ -362,9 +414,7 @@ void FunctionGenerator::ordered(TOperator op, const Operand& left, const Operand
   const auto emit = [&](const Operand& side) {
     side.emit();
     if (side.shape.scalar != Scalar::Uint) return;
-    splatted({Shape{Scalar::Int}, nullptr, [this] { code_.pushInt(kSignBit); }},
-             side.shape.components);
-    emitCounted(VM_OP_BIT_XOR, side.shape.components);
+    withInteger(VM_OP_BIT_XOR, kSignBit, side.shape.components);
   };
   emit(left);
   emit(right);
