@@ -17,7 +17,6 @@ class Arena {
   ~Arena() { release(); }
 
   bool failed() const { return failed_; }
-  size_t used() const { return used_; }
 
   // Zeroed; null when memory is short or the arena's limit is reached.
   template <class T>

@@ -33,7 +33,7 @@ auto applyScalar(Args... args) {
 }
 
 template <class T>
-constexpr Register registerOf() {
+consteval Register registerOf() {
   return std::is_same_v<T, float> ? Register::Scalar : Register::Word;
 }
 

@@ -10,7 +10,7 @@ namespace {
 
 // Operations whose own cost hides where their operands come from.
 template <class K>
-constexpr bool isCheap() {
+consteval bool isCheap() {
   return HasLanes<K, FloatVector> || HasLanes<K, FloatVector, FloatVector> ||
          HasLanes<K, FloatVector, FloatVector, FloatVector> ||
          std::is_same_v<typename KernelTypes<K>::Argument, int32_t> ||
@@ -20,12 +20,12 @@ constexpr bool isCheap() {
 
 // Three components share the handlers of four where every lane is computed anyway.
 template <class K, uint32_t n, class... Operands>
-constexpr uint32_t sharedCount() {
+consteval uint32_t sharedCount() {
   return n == 3 && HasLanes<K, Operands...> ? 4 : n;
 }
 
 template <class K>
-constexpr KernelForms describe(uint8_t operands, uint8_t scalars) {
+consteval KernelForms describe(uint8_t operands, uint8_t scalars) {
   KernelForms forms = {};
   forms.operands = operands;
   forms.scalarOperands = scalars;
@@ -36,20 +36,20 @@ constexpr KernelForms describe(uint8_t operands, uint8_t scalars) {
 }
 
 template <class K, uint32_t n, unsigned form>
-constexpr void addUnary(KernelForms& forms) {
+consteval void addUnary(KernelForms& forms) {
   constexpr uint32_t m = sharedCount<K, n, FloatVector>();
   forms.steps[n - 1][form][0] = &unaryStep<K, m, form, false>;
   forms.steps[n - 1][form][1] = &unaryStep<K, m, form, true>;
 }
 
 template <class K, uint32_t n>
-constexpr void addUnaryForms(KernelForms& forms) {
+consteval void addUnaryForms(KernelForms& forms) {
   addUnary<K, n, 0>(forms);
   if constexpr (isCheap<K>()) addUnary<K, n, 1>(forms);
 }
 
 template <class K>
-constexpr KernelForms unary() {
+consteval KernelForms unary() {
   KernelForms forms = describe<K>(1, 0);
   addUnaryForms<K, 1>(forms);
   addUnaryForms<K, 2>(forms);
@@ -59,21 +59,21 @@ constexpr KernelForms unary() {
 }
 
 template <class K>
-constexpr KernelForms scalarUnary() {
+consteval KernelForms scalarUnary() {
   KernelForms forms = describe<K>(1, 0);
   addUnaryForms<K, 1>(forms);
   return forms;
 }
 
 template <class K, uint32_t n, unsigned scalars, unsigned form>
-constexpr void addBinary(KernelForms& forms) {
+consteval void addBinary(KernelForms& forms) {
   constexpr uint32_t m = sharedCount<K, n, FloatVector, FloatVector>();
   forms.steps[n - 1][form][0] = &binaryStep<K, m, scalars, form, false>;
   forms.steps[n - 1][form][1] = &binaryStep<K, m, scalars, form, true>;
 }
 
 template <class K, uint32_t n, unsigned scalars>
-constexpr void addBinaryForms(KernelForms& forms) {
+consteval void addBinaryForms(KernelForms& forms) {
   addBinary<K, n, scalars, 0>(forms);
   if constexpr (isCheap<K>()) {
     addBinary<K, n, scalars, 1>(forms);
@@ -83,7 +83,7 @@ constexpr void addBinaryForms(KernelForms& forms) {
 }
 
 template <class K, unsigned scalars>
-constexpr KernelForms binaryOf() {
+consteval KernelForms binaryOf() {
   KernelForms forms = describe<K>(2, scalars);
   addBinaryForms<K, 1, scalars>(forms);
   addBinaryForms<K, 2, scalars>(forms);
@@ -93,7 +93,7 @@ constexpr KernelForms binaryOf() {
 }
 
 template <class K>
-constexpr void addBranches(KernelForms& forms) {
+consteval void addBranches(KernelForms& forms) {
   forms.branches[0] = &compareAndBranch<K, 0>;
   forms.branches[1] = &compareAndBranch<K, 1>;
   forms.branches[2] = &compareAndBranch<K, 2>;
@@ -105,7 +105,7 @@ constexpr void addBranches(KernelForms& forms) {
 }
 
 template <class K>
-constexpr KernelForms scalarBinary() {
+consteval KernelForms scalarBinary() {
   KernelForms forms = describe<K>(2, 0);
   addBinaryForms<K, 1, 0>(forms);
   addBranches<K>(forms);
@@ -113,14 +113,14 @@ constexpr KernelForms scalarBinary() {
 }
 
 template <class K, uint32_t n, unsigned scalars, unsigned form>
-constexpr void addTernary(KernelForms& forms) {
+consteval void addTernary(KernelForms& forms) {
   constexpr uint32_t m = sharedCount<K, n, FloatVector, FloatVector, FloatVector>();
   forms.steps[n - 1][form][0] = &ternaryStep<K, m, scalars, form, false>;
   forms.steps[n - 1][form][1] = &ternaryStep<K, m, scalars, form, true>;
 }
 
 template <class K, uint32_t n, unsigned scalars>
-constexpr void addTernaryForms(KernelForms& forms) {
+consteval void addTernaryForms(KernelForms& forms) {
   addTernary<K, n, scalars, 0>(forms);
   if constexpr (isCheap<K>()) {
     addTernary<K, n, scalars, 1>(forms);
@@ -130,7 +130,7 @@ constexpr void addTernaryForms(KernelForms& forms) {
 }
 
 template <class K, unsigned scalars>
-constexpr KernelForms ternaryOf() {
+consteval KernelForms ternaryOf() {
   KernelForms forms = describe<K>(3, scalars);
   addTernaryForms<K, 1, scalars>(forms);
   addTernaryForms<K, 2, scalars>(forms);
@@ -140,13 +140,13 @@ constexpr KernelForms ternaryOf() {
 }
 
 template <class K, uint32_t wanted, uint32_t n, unsigned form>
-constexpr void addFind(KernelForms& forms) {
+consteval void addFind(KernelForms& forms) {
   forms.steps[n - 1][form][0] = &findStep<K, wanted, n, form, false>;
   forms.steps[n - 1][form][1] = &findStep<K, wanted, n, form, true>;
 }
 
 template <class K, uint32_t wanted, uint32_t n>
-constexpr void addFindForms(KernelForms& forms) {
+consteval void addFindForms(KernelForms& forms) {
   addFind<K, wanted, n, 0>(forms);
   addFind<K, wanted, n, 1>(forms);
   addFind<K, wanted, n, 2>(forms);
@@ -154,7 +154,7 @@ constexpr void addFindForms(KernelForms& forms) {
 }
 
 template <class K, uint32_t wanted>
-constexpr KernelForms find() {
+consteval KernelForms find() {
   KernelForms forms = describe<K>(2, 0);
   forms.singleWord = true;
   forms.hasAllForms = true;
@@ -169,39 +169,39 @@ constexpr KernelForms find() {
 
 // The shapes of the opcode table.
 template <class K>
-constexpr KernelForms binary() {
+consteval KernelForms binary() {
   return binaryOf<K, 0>();
 }
 template <class K>
-constexpr KernelForms binaryVS() {
+consteval KernelForms binaryVS() {
   return binaryOf<K, 2>();
 }
 template <class K>
-constexpr KernelForms binarySV() {
+consteval KernelForms binarySV() {
   return binaryOf<K, 1>();
 }
 template <class K>
-constexpr KernelForms ternary() {
+consteval KernelForms ternary() {
   return ternaryOf<K, 0>();
 }
 template <class K>
-constexpr KernelForms ternaryVSS() {
+consteval KernelForms ternaryVSS() {
   return ternaryOf<K, 6>();
 }
 template <class K>
-constexpr KernelForms ternaryVVS() {
+consteval KernelForms ternaryVVS() {
   return ternaryOf<K, 4>();
 }
 template <class K>
-constexpr KernelForms ternarySSV() {
+consteval KernelForms ternarySSV() {
   return ternaryOf<K, 3>();
 }
 template <class K>
-constexpr KernelForms allOf() {
+consteval KernelForms allOf() {
   return find<K, 0>();
 }
 template <class K>
-constexpr KernelForms anyOf() {
+consteval KernelForms anyOf() {
   return find<K, 1>();
 }
 
@@ -227,13 +227,13 @@ using PairOrders = std::array<PairCounts, 2>;  // as written, swapped
 using PairSeconds = std::array<PairOrders, 4>;
 
 template <class First, bool scalarB, class Second, bool swapped, uint32_t n, unsigned form>
-constexpr StepPair pairOf() {
+consteval StepPair pairOf() {
   return {&pairStep<First, scalarB, Second, swapped, n, form, false>,
           &pairStep<First, scalarB, Second, swapped, n, form, true>};
 }
 
 template <class First, bool scalarB, class Second, bool swapped, uint32_t n>
-constexpr PairForms pairForms() {
+consteval PairForms pairForms() {
   return {pairOf<First, scalarB, Second, swapped, n, 0>(),
           pairOf<First, scalarB, Second, swapped, n, 1>(),
           pairOf<First, scalarB, Second, swapped, n, 2>(),
@@ -241,19 +241,19 @@ constexpr PairForms pairForms() {
 }
 
 template <class First, bool scalarB, class Second, bool swapped>
-constexpr PairCounts pairCounts() {
+consteval PairCounts pairCounts() {
   return {pairForms<First, false, Second, swapped, 1>(),
           pairForms<First, scalarB, Second, swapped, 2>(),
           pairForms<First, scalarB, Second, swapped, 4>()};
 }
 
 template <class First, bool scalarB, class Second>
-constexpr PairOrders pairOrders() {
+consteval PairOrders pairOrders() {
   return {pairCounts<First, scalarB, Second, false>(), pairCounts<First, scalarB, Second, true>()};
 }
 
 template <class First, bool scalarB>
-constexpr PairSeconds pairSeconds() {
+consteval PairSeconds pairSeconds() {
   return {pairOrders<First, scalarB, AddF>(), pairOrders<First, scalarB, SubF>(),
           pairOrders<First, scalarB, MulF>(), pairOrders<First, scalarB, DivF>()};
 }

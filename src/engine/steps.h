@@ -67,7 +67,6 @@ Step copyWordsStep(ENGINE_STATE);  // x words
 // From a register to d.
 RecordHandler storeStep(bool fromWord, bool fromScalar, uint32_t n, bool exact);
 
-StepPair extractSteps(uint32_t component);            // vector -> scalar
 StepPair shuffleSteps(uint32_t n, uint32_t mask);     // vector -> vector
 StepPair splatSteps(uint32_t n, bool inScalar);       // a or scalar -> vector
 StepPair gatherSteps(uint32_t n, uint32_t inScalar);  // words a, b, c, e; inScalar: n for none

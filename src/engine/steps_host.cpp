@@ -78,7 +78,7 @@ Step hostVariableStep(ENGINE_STATE) {
 }
 
 template <uint32_t n>
-constexpr StepPair hostVariablePair() {
+consteval StepPair hostVariablePair() {
   return {&hostVariableStep<n, false>, &hostVariableStep<n, true>};
 }
 

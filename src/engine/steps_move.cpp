@@ -55,13 +55,6 @@ Step storeVectorStep(ENGINE_STATE) {
   ENGINE_NEXT;
 }
 
-template <uint32_t component, bool stores>
-Step extractStep(ENGINE_STATE) {
-  scalar = vector[component];
-  if constexpr (stores) std::memcpy(record->d, &scalar, sizeof scalar);
-  ENGINE_NEXT;
-}
-
 template <uint32_t n, uint32_t mask, bool stores>
 Step shuffleStep(ENGINE_STATE) {
   vector = __builtin_shufflevector(vector, vector, mask & 3, (mask >> 2) & 3, (mask >> 4) & 3,
@@ -71,7 +64,7 @@ Step shuffleStep(ENGINE_STATE) {
 }
 
 template <uint32_t n, size_t... masks>
-constexpr std::array<StepPair, sizeof...(masks)> shufflePairs(std::index_sequence<masks...>) {
+consteval std::array<StepPair, sizeof...(masks)> shufflePairs(std::index_sequence<masks...>) {
   return {StepPair{&shuffleStep<n, masks, false>, &shuffleStep<n, masks, true>}...};
 }
 constexpr auto kPairShuffles = shufflePairs<2>(std::make_index_sequence<16>());
@@ -105,7 +98,7 @@ Step gatherStep(ENGINE_STATE) {
 }
 
 template <uint32_t n, uint32_t inScalar>
-constexpr StepPair gatherPair() {
+consteval StepPair gatherPair() {
   return {&gatherStep<n, inScalar, false>, &gatherStep<n, inScalar, true>};
 }
 
@@ -117,7 +110,7 @@ Step appendStep(ENGINE_STATE) {
 }
 
 template <uint32_t lane, bool inScalar>
-constexpr StepPair appendPair() {
+consteval StepPair appendPair() {
   return {&appendStep<lane, inScalar, false>, &appendStep<lane, inScalar, true>};
 }
 
@@ -139,14 +132,6 @@ RecordHandler storeStep(bool fromWord, bool fromScalar, uint32_t n, bool exact) 
   if (fromScalar) return &storeScalarStep;
   if (n == 2) return &storeVectorStep<2, false>;
   return n == 3 && exact ? &storeVectorStep<3, true> : &storeVectorStep<4, false>;
-}
-
-StepPair extractSteps(uint32_t component) {
-  constexpr StepPair kSteps[] = {{&extractStep<0, false>, &extractStep<0, true>},
-                                 {&extractStep<1, false>, &extractStep<1, true>},
-                                 {&extractStep<2, false>, &extractStep<2, true>},
-                                 {&extractStep<3, false>, &extractStep<3, true>}};
-  return kSteps[component];
 }
 
 StepPair shuffleSteps(uint32_t n, uint32_t mask) {

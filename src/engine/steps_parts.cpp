@@ -94,17 +94,17 @@ Step columnStep(ENGINE_STATE) {
 }
 
 template <uint32_t n>
-constexpr StepPair memberPair() {
+consteval StepPair memberPair() {
   return {&memberStep<n, false>, &memberStep<n, true>};
 }
 
 template <uint32_t n, bool inWord>
-constexpr StepPair elementPair() {
+consteval StepPair elementPair() {
   return {&elementStep<n, inWord, false>, &elementStep<n, inWord, true>};
 }
 
 template <uint32_t n, bool inWord>
-constexpr StepPair columnPair() {
+consteval StepPair columnPair() {
   return {&columnStep<n, inWord, false>, &columnStep<n, inWord, true>};
 }
 

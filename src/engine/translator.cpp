@@ -84,7 +84,7 @@ constexpr Translator::SelectorRange Translator::kSelectorRanges[] = {
     {Opcode::NOISE1, Opcode::NOISE4, &Translator::selectNoise},
 };
 
-constexpr Translator::Selectors Translator::makeSelectors() {
+consteval Translator::Selectors Translator::makeSelectors() {
   Selectors selectors = {};
   for (Selector& selector : selectors) selector = &Translator::selectKernel;
   for (const SelectorRange& range : kSelectorRanges) {

@@ -131,7 +131,7 @@ class Translator {
     Selector selector;
   };
   static const SelectorRange kSelectorRanges[];
-  static constexpr Selectors makeSelectors();
+  static consteval Selectors makeSelectors();
   bool select(Instance& instance, Instruction& item);
 
   Arena& arena_;

@@ -42,11 +42,11 @@ struct IdRange {
   uint16_t offset;
 };
 
-constexpr uint16_t runWord(size_t offset) { return static_cast<uint16_t>(offset); }
-constexpr uint16_t numbered(uint32_t entry) {
+consteval uint16_t runWord(size_t offset) { return static_cast<uint16_t>(offset); }
+consteval uint16_t numbered(uint32_t entry) {
   return static_cast<uint16_t>(offsetof(CompiledShader, builtinGlobals) + entry * sizeof(int32_t));
 }
-constexpr uint16_t shaderField(size_t offset) { return static_cast<uint16_t>(offset); }
+consteval uint16_t shaderField(size_t offset) { return static_cast<uint16_t>(offset); }
 
 inline constexpr IdRange kRanges[] = {
     {258, 1, RunWord, false, 0, runWord(offsetof(ShaderMachine, builtin258))},
@@ -77,7 +77,7 @@ inline constexpr IdRange kRanges[] = {
     {450, 1, GlobalArray, true, 45, numbered(25)},
 };
 
-constexpr auto makeTable() {
+consteval auto makeTable() {
   std::array<BuiltinVariable, kLastBuiltinVariable - kFirstBuiltinVariable + 1> table = {};
   for (const IdRange& range : kRanges) {
     for (uint32_t i = 0; i < range.count; ++i) {

@@ -4,7 +4,7 @@ namespace shadermachine {
 namespace {
 
 template <class... Kinds>
-constexpr std::array<OperandKind, kMaxOperands> operandList(Kinds... kinds) {
+consteval std::array<OperandKind, kMaxOperands> operandList(Kinds... kinds) {
   return {kinds...};
 }
 
@@ -15,7 +15,7 @@ constexpr unsigned kRowNumbers[] = {
 #undef OPCODE
 };
 
-constexpr bool rowsAreInOrder() {
+consteval bool rowsAreInOrder() {
   for (unsigned row = 0; row < kOpcodeCount; ++row) {
     if (kRowNumbers[row] != row) return false;
   }

@@ -18,7 +18,7 @@ constexpr Handler kOpcodeHandlers[] = {
 };
 static_assert(std::size(kOpcodeHandlers) == kOpcodeCount);
 
-constexpr std::array<Handler, 256> makeHandlers() {
+consteval std::array<Handler, 256> makeHandlers() {
   std::array<Handler, 256> handlers = {};
   handlers.fill(&illegalInstruction);
   for (unsigned opcode = 0; opcode < kOpcodeCount; ++opcode) {

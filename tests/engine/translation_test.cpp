@@ -144,6 +144,37 @@ TEST(Translation, WithoutMemoryRunsPlain) {
   }
 }
 
+// The variable's block is shared, so that the store needs another.
+TEST(Translation, StoresWithoutMemoryEndTheRun) {
+  const BuiltShader shader = buildShader([](ShaderBuilder&, FunctionBuilder& code) {
+    const LocalId a = code.addLocal({.name = "a", .type = VM_TYPE_INT, .count = 2});
+    const LocalId b = code.addLocal({.name = "b", .type = VM_TYPE_INT, .count = 2});
+    code.load(b);
+    code.load(a);
+    code.store(b);
+    code.emit(VM_OP_POP_RELEASE);
+    code.emit(VM_OP_RETURN);
+  });
+  const int64_t live = liveAllocations();
+  for (const uint32_t plain : {0u, 1u}) {
+    Rig rig;
+    internals(rig).runsPlain = plain;
+    EXPECT_EQ(rig.run(shader), VM_OK);
+    EXPECT_EQ(engine::isTranslated(internals(rig)), plain == 0);
+    // Both variables' blocks come first.
+    constexpr uint32_t kEnds[] = {0, 0, 9, 11};
+    std::vector<VmError> codes;
+    for (int64_t allowed = 0; allowed < 4; ++allowed) {
+      const AllocationFailure failure(allowed);
+      codes.push_back(rig.run(shader));
+      EXPECT_EQ(rig.machine->frames[0].pc, kEnds[allowed]);
+    }
+    EXPECT_EQ(codes, (std::vector<VmError>{VM_ERR_OUT_OF_MEMORY, VM_ERR_OUT_OF_MEMORY,
+                                           VM_ERR_OUT_OF_MEMORY, VM_OK}));
+  }
+  EXPECT_EQ(liveAllocations(), live);
+}
+
 TEST(Translation, CanBeSwitchedOff) {
   Rig rig;
   internals(rig).runsPlain = 1;
