@@ -356,9 +356,18 @@ void FunctionGenerator::withInteger(VmOpcode opcode, int32_t constant, unsigned 
 void FunctionGenerator::shiftRight(const Operand& left, int32_t distance) {
   const unsigned components = left.shape.components;
   const int32_t divisor = 1 << distance;
-  left.emit();
-  const Place number = takeLocal("shifted", {integerCode(components), 0});
-  store(number);
+  const TIntermSymbol* variable = left.node != nullptr && asConstant(*left.node) == nullptr
+                                      ? left.node->getAsSymbolNode()
+                                      : nullptr;
+  const bool isLocal = variable != nullptr && symbolPlace(*variable).kind == Place::Kind::Local;
+  Place number;
+  if (isLocal) {
+    number = symbolPlace(*variable);
+  } else {
+    left.emit();
+    number = takeLocal("shifted", {integerCode(components), 0});
+    store(number);
+  }
   const auto isNegative = [&] {
     load(number);
     code_.emit(VM_OP_PUSH_ZERO4);
@@ -376,7 +385,8 @@ void FunctionGenerator::shiftRight(const Operand& left, int32_t distance) {
     isNegative();
     withInteger(VM_OP_MUL_I, 1 << (31 - distance), components);
     emitCounted(VM_OP_ADD_I, components);
-    return freeLocals_[number.type].push_back(number);
+    if (!isLocal) freeLocals_[number.type].push_back(number);
+    return;
   }
   const Place sign = takeLocal("sign", number.type);
   isNegative();
@@ -388,7 +398,7 @@ void FunctionGenerator::shiftRight(const Operand& left, int32_t distance) {
   withInteger(VM_OP_DIV_I, divisor, components);
   load(sign);
   emitCounted(VM_OP_BIT_XOR, components);
-  freeLocals_[number.type].push_back(number);
+  if (!isLocal) freeLocals_[number.type].push_back(number);
   freeLocals_[number.type].push_back(sign);
 }
 
