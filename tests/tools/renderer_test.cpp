@@ -75,6 +75,10 @@ TEST(Renderer, StandardInputs) {
       {".global vec2 u_resolution host\n", "LOAD_GLOBAL u_resolution", 2, {4, 2, 0, 1}},
       {".global float iTime host\n", "LOAD_GLOBAL iTime", 1, {1.5f, 0, 0, 1}},
       {".global int iFrame host\n", "LOAD_GLOBAL iFrame\nINT_TO_FLOAT 1", 1, {45, 0, 0, 1}},
+      {".global float iChannelTime[4] host\n",
+       "LOAD_GLOBAL iChannelTime\nPUSH_INDEX_IMM 3\nARRAY_ELEMENT float",
+       1,
+       {1.5f, 0, 0, 1}},
       {".global vec4 iMouse host\n", "LOAD_GLOBAL iMouse", 4, {0, 0, 0, 0}},
   };
   for (const Case& c : cases) {

@@ -72,7 +72,7 @@ bool declaresUniform(const std::vector<std::string_view>& tokens, std::string_vi
 
 // Inputs of shaders that are written as mainImage() alone, where the source does not declare them.
 std::string imageInputs(const std::vector<std::string_view>& tokens) {
-  static constexpr std::array<std::pair<const char*, const char*>, 12> kInputs = {{
+  static constexpr std::array<std::pair<const char*, const char*>, 14> kInputs = {{
       {"vec3", "iResolution"},
       {"float", "iTime"},
       {"float", "iTimeDelta"},
@@ -81,6 +81,8 @@ std::string imageInputs(const std::vector<std::string_view>& tokens) {
       {"int", "iFrame"},
       {"vec4", "iMouse"},
       {"vec4", "iDate"},
+      {"float[4]", "iChannelTime"},
+      {"vec3[4]", "iChannelResolution"},
       {"sampler2D", "iChannel0"},
       {"sampler2D", "iChannel1"},
       {"sampler2D", "iChannel2"},
@@ -89,7 +91,10 @@ std::string imageInputs(const std::vector<std::string_view>& tokens) {
   std::string declarations;
   for (const auto& [type, name] : kInputs) {
     if (declaresUniform(tokens, name)) continue;
-    declarations += std::string("uniform ") + type + " " + name + "; ";
+    const std::string_view text = type;
+    const size_t bracket = std::min(text.find('['), text.size());
+    declarations += "uniform " + std::string(text.substr(0, bracket)) + " " + name +
+                    std::string(text.substr(bracket)) + "; ";
   }
   return declarations;
 }

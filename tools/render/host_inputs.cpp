@@ -61,7 +61,8 @@ struct FrameValue {
   std::vector<double> components;
 };
 
-std::vector<FrameValue> frameValues(const FrameInputs& frame) {
+std::vector<FrameValue> frameValues(const FrameInputs& frame,
+                                    const std::vector<double>& channelSizes) {
   const std::vector<double> size = {double(frame.width), double(frame.height), 1};
   const std::vector<double> none = {0, 0, 0, 0};
   const std::array<double, 4> date = dateNow();
@@ -75,6 +76,8 @@ std::vector<FrameValue> frameValues(const FrameInputs& frame) {
           {"iTimeDelta", {frame.timeDelta}},
           {"iFrameRate", {1 / double(frame.timeDelta)}},
           {"iFrame", {double(frame.frame)}},
+          {"iChannelTime", std::vector<double>(kChannelCount, frame.time)},
+          {"iChannelResolution", channelSizes},
           {"iMouse", none},
           {"u_mouse", none},
           {"mouse", none},
@@ -82,7 +85,7 @@ std::vector<FrameValue> frameValues(const FrameInputs& frame) {
 }
 
 bool isFrameName(std::string_view name) {
-  static const std::vector<FrameValue> kNames = frameValues({});
+  static const std::vector<FrameValue> kNames = frameValues({}, {});
   return std::ranges::any_of(kNames, [&](const FrameValue& value) { return name == value.name; });
 }
 
@@ -210,12 +213,28 @@ std::vector<std::string> HostInputs::missing() const {
 void HostInputs::startFrame(const FrameInputs& frame) {
   width_ = static_cast<float>(frame.width);
   height_ = static_cast<float>(frame.height);
-  for (const FrameValue& value : frameValues(frame)) {
+  for (const FrameValue& value : frameValues(frame, channelSizes())) {
     Variable* variable = find(value.name);
     if (variable != nullptr && variable->source == Source::Frame) {
       assign(*variable, value.components);
     }
   }
+}
+
+std::vector<double> HostInputs::channelSizes() {
+  std::vector<double> sizes;
+  for (uint32_t i = 0; i < kChannelCount; ++i) {
+    const Variable* variable = find("iChannel" + std::to_string(i));
+    uint64_t sampler = kNoTexture;
+    if (variable != nullptr && variable->bytes.size() == sizeof sampler) {
+      std::memcpy(&sampler, variable->bytes.data(), sizeof sampler);
+    }
+    const Texture* picture = texture(sampler);
+    sizes.push_back(picture != nullptr ? picture->image.width : 0);
+    sizes.push_back(picture != nullptr ? picture->image.height : 0);
+    sizes.push_back(picture != nullptr ? 1 : 0);
+  }
+  return sizes;
 }
 
 std::array<float, 2> HostInputs::unitPosition(float x, float y) const {

@@ -40,7 +40,8 @@ struct FrameInputs {
 // set() or setTexture() gave it; a standard value, if its name is one of
 //   per frame     iResolution, u_resolution, resolution (width, height, 1); iTime, iGlobalTime,
 //                 u_time, time; iTimeDelta, iFrameRate, iFrame; iMouse, u_mouse, mouse (zeros);
-//                 iDate (year, month, day, seconds); iChannel0 to 3
+//                 iDate (year, month, day, seconds); iChannel0 to 3, iChannelTime,
+//                 iChannelResolution
 //   per fragment  fragCoord (pixel centre, y up), uv, vUv, v_uv, texCoord, vTexCoord, v_texCoord,
 //                 the first element of gl_TexCoord (the same from 0 to 1);
 // and zeros otherwise.
@@ -82,6 +83,7 @@ class HostInputs {
   void addLeaves(const VarInfo& info, uint32_t offset, std::vector<Leaf>& leaves) const;
   void addElement(TypeCode type, uint32_t offset, std::vector<Leaf>& leaves) const;
   Variable* find(std::string_view name);
+  std::vector<double> channelSizes();
   static void assign(Variable& variable, std::span<const double> components);
 
   ShaderView view_;
