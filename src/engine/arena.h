@@ -17,6 +17,8 @@ class Arena {
   ~Arena() { release(); }
 
   bool failed() const { return failed_; }
+  // Why it failed: the limit, not a lack of memory.
+  bool isFull() const { return full_; }
 
   // Zeroed; null when memory is short or the arena's limit is reached.
   template <class T>
@@ -32,7 +34,7 @@ class Arena {
       first_ = next;
     }
     used_ = 0;
-    failed_ = false;
+    failed_ = full_ = false;
   }
 
  private:
@@ -43,37 +45,41 @@ class Arena {
   };
 
   void* allocateBytes(size_t count, size_t size) {
-    if (failed_ || count > limit_ / (size == 0 ? 1 : size)) {
-      failed_ = true;
-      return nullptr;
-    }
-    const size_t bytes = (count * size + 15) & ~size_t{15};
-    if (first_ == nullptr || first_->free < bytes) addChunk(bytes);
     if (failed_) return nullptr;
+    if (count > limit_ / (size == 0 ? 1 : size)) return fill();
+    const size_t bytes = (count * size + 15) & ~size_t{15};
+    if ((first_ == nullptr || first_->free < bytes) && !addChunk(bytes)) return nullptr;
     char* end = reinterpret_cast<char*>(first_ + 1) + first_->size;
     void* result = end - first_->free;
     first_->free -= bytes;
     return result;
   }
 
-  void addChunk(size_t bytes) {
+  void* fill() {
+    failed_ = full_ = true;
+    return nullptr;
+  }
+
+  bool addChunk(size_t bytes) {
     constexpr size_t kChunkBytes = 16384;
     const size_t size = bytes > kChunkBytes ? bytes : kChunkBytes;
-    auto* chunk =
-        used_ + size > limit_ ? nullptr : static_cast<Chunk*>(std::calloc(1, sizeof(Chunk) + size));
+    if (used_ + size > limit_) return fill() != nullptr;
+    auto* chunk = static_cast<Chunk*>(std::calloc(1, sizeof(Chunk) + size));
     if (chunk == nullptr) {
       failed_ = true;
-      return;
+      return false;
     }
     *chunk = {first_, size, size};
     first_ = chunk;
     used_ += size;
+    return true;
   }
 
   size_t limit_;
   size_t used_ = 0;
   Chunk* first_ = nullptr;
   bool failed_ = false;
+  bool full_ = false;
 };
 
 // A growing array of plain values on the heap.

@@ -50,7 +50,8 @@ bool makeRecords(Machine& machine, Decoder& decoder, Translation& translation) {
   return true;
 }
 
-// Null when memory is short: the run is then a plain one, and the next tries again.
+// Null when memory is short: the run is then a plain one, and the next tries again. Null as well
+// when the translation is too large; the runs are plain ones as long as the shader is held.
 Translation* translate(Machine& machine) {
   auto* translation = static_cast<Translation*>(std::malloc(sizeof(Translation)));
   if (translation == nullptr) return nullptr;
@@ -58,6 +59,7 @@ Translation* translate(Machine& machine) {
   Decoder decoder(translation->arena, machine);
   if (!makeRecords(machine, decoder, *translation) ||
       !translation->snapshot.take(*machine.shader, decoder, translation->arena)) {
+    if (translation->arena.isFull()) machine.heldProgram = &kPlainProgram;
     destroy(translation);
     return nullptr;
   }

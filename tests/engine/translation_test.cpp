@@ -175,6 +175,22 @@ TEST(Translation, StoresWithoutMemoryEndTheRun) {
   EXPECT_EQ(liveAllocations(), live);
 }
 
+TEST(Translation, IsTriedOnceWhenItIsTooLarge) {
+  const BuiltShader shader = buildShader([](ShaderBuilder&, FunctionBuilder& code) {
+    for (int i = 0; i < 300000; ++i) {
+      code.pushInt(0);
+      code.emit(VM_OP_POP);
+    }
+    code.emit(VM_OP_RETURN);
+  });
+  Rig rig;
+  EXPECT_EQ(rig.run(shader), VM_OK);
+  EXPECT_FALSE(engine::isTranslated(internals(rig)));
+  const int64_t requested = requestedAllocations();
+  EXPECT_EQ(rig.run(shader), VM_OK);
+  EXPECT_EQ(requestedAllocations(), requested);
+}
+
 TEST(Translation, CanBeSwitchedOff) {
   Rig rig;
   internals(rig).runsPlain = 1;
