@@ -18,20 +18,15 @@
 #include <sstream>
 
 #include "support/record_difference.h"
+#include "support/text_cases.h"
 
 namespace shadermachine::tools {
 namespace {
 
 namespace fs = std::filesystem;
+using tests::readFile;
 
 constexpr const char* kRunMark = "; run\n";
-
-std::string readFile(const fs::path& path) {
-  std::ifstream file(path, std::ios::binary);
-  std::ostringstream content;
-  content << file.rdbuf();
-  return content.str();
-}
 
 // What stands before the expectations.
 std::string sourceOf(const std::string& content) {

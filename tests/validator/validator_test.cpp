@@ -1,23 +1,15 @@
-// What the validator says of small programs, written in the files of cases/:
-//
-//   === Name
-//   tables and functions of the case's own, and a line "---"; or nothing
-//   code of the function main
-//   ; what the validator says, a line each
-//
-// Lines that begin with # are comments.
-//
-// scene.sasm stands before every case. Remarks on instructions of main come without their place.
+// What the validator says of small programs: in the files of cases/, code of the function main, its
+// own being tables and functions. scene.sasm stands before every case. Remarks on instructions of
+// main come without their place.
 #include <gtest/gtest.h>
 #include <shadermachine-tools/assembler.h>
 #include <shadermachine-tools/validator.h>
 
-#include <filesystem>
-#include <fstream>
 #include <random>
-#include <sstream>
 #include <string>
 #include <vector>
+
+#include "support/text_cases.h"
 
 namespace shadermachine::tools {
 namespace {
@@ -25,18 +17,9 @@ namespace {
 // Of scene.sasm.
 enum Functions { kNothing = 1, kBodiless, kGivesVec3, kGivesPair, kEndless };
 
-const std::string& scene() {
-  static const std::string text = [] {
-    std::ostringstream content;
-    content << std::ifstream(VALIDATOR_CASES "/scene.sasm").rdbuf();
-    return content.str();
-  }();
-  return text;
-}
-
 // Code of the function main, and tables and functions besides those of the scene.
 ValidationResult validateInScene(const std::string& code, const std::string& own = "") {
-  std::string text = scene();
+  std::string text = tests::readFile(VALIDATOR_CASES "/scene.sasm");
   text.insert(text.rfind(".function main"), own);
   text += code + "RETURN\n.end\n";
   const AssemblyResult assembled = assemble(text);
@@ -59,47 +42,15 @@ std::string findings(const ValidationResult& result) {
   return all;
 }
 
-struct Case {
-  std::string name;
-  std::string own;  // tables and functions
-  std::string code;
-  std::string expected;
-};
-
-void PrintTo(const Case& value, std::ostream* stream) { *stream << value.name; }
-
-std::vector<Case> readCases() {
-  std::vector<Case> cases;
-  for (const auto& entry : std::filesystem::directory_iterator(VALIDATOR_CASES)) {
-    if (entry.path().extension() != ".txt") continue;
-    std::ifstream file(entry.path());
-    const std::string family = entry.path().stem().string() + "_";
-    for (std::string line; std::getline(file, line);) {
-      if (line.starts_with("=== ")) {
-        cases.push_back({family + line.substr(4), "", "", ""});
-      } else if (line.empty() || line.starts_with("#")) {
-        continue;
-      } else if (line == "---") {
-        std::swap(cases.back().own, cases.back().code);
-      } else if (line.starts_with("; ")) {
-        cases.back().expected += line.substr(2) + "\n";
-      } else {
-        cases.back().code += line + "\n";
-      }
-    }
-  }
-  return cases;
-}
-
-class ValidatorCase : public testing::TestWithParam<Case> {};
+class ValidatorCase : public testing::TestWithParam<tests::TextCase> {};
 
 TEST_P(ValidatorCase, Finds) {
-  const Case& test = GetParam();
-  EXPECT_EQ(findings(validateInScene(test.code, test.own)), test.expected);
+  const tests::TextCase& test = GetParam();
+  EXPECT_EQ(findings(validateInScene(test.body, test.own)), test.expected);
 }
 
-INSTANTIATE_TEST_SUITE_P(Cases, ValidatorCase, testing::ValuesIn(readCases()),
-                         [](const auto& instance) { return instance.param.name; });
+INSTANTIATE_TEST_SUITE_P(Cases, ValidatorCase, testing::ValuesIn(tests::readCases(VALIDATOR_CASES)),
+                         tests::kCaseName);
 
 TEST(ValidatorTables, FindsMissingTables) {
   EXPECT_EQ(findings(validate({})), "error: there is no shader\n");

@@ -98,6 +98,8 @@ class FunctionDecoder {
       reject(instruction, "there is no function ", value);
     } else if (kind == StructType && value >= view_.structCount) {
       reject(instruction, "there is no structure ", value);
+    } else if (kind == ElementType && value <= INT16_MAX && value >= view_.structCount) {
+      reject(instruction, "there is no type ", value);
     }
   }
 
