@@ -1,5 +1,5 @@
-// Stores into parts of variables: indices on the stack or in the code, into locals and globals. All
-// four instructions take the same paths.
+// Stores of basic values into parts of variables: indices on the stack or in the code, into locals
+// and globals. All four instructions take the same paths.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -26,7 +26,6 @@ struct StoreCase {
 
 constexpr TypeCode kInner = 0;  // float, ivec2
 constexpr TypeCode kOuter = 1;  // int, vec3[2], mat2, Inner[2]: words 0, 1-6, 7-10, 11-16
-constexpr TypeCode kNull = 2;
 
 void addTypes(Tables& shader) {
   shader.addStruct("Inner",
@@ -35,7 +34,6 @@ void addTypes(Tables& shader) {
                              {.name = "v", .type = VM_TYPE_VEC3, .count = 2},
                              {.name = "m", .type = VM_TYPE_MAT2},
                              {.name = "s", .type = kInner, .count = 2}});
-  shader.addNullStruct("null");
 }
 
 const std::vector<StoreCase>& storeCases() {
@@ -173,76 +171,5 @@ TEST(ElementStores, IndicesOnTheStackAre32Bits) {
              kForms[0]);
 }
 
-// Aggregate values: an Inner (1, 2, 3) on the stack.
-void pushInner(Code& code) {
-  for (int i = 1; i <= 3; ++i) code.pushInt(i);
-  code.construct(VM_OP_CTOR_VEC2_A, {1, 1});
-  code.emit(VM_OP_CTOR_STRUCT, {kInner});
-}
-
-Body storingInner(const Form& form, TypeCode type, uint32_t count, const Path& path,
-                  const std::function<void(Tables&)>& change = {}) {
-  return [=](Tables& shader, Code& code) {
-    addVariable(shader, code, type, count);
-    if (change) change(shader);
-    pushInner(code);
-    emitStore(code, form, path);
-    code.emit(form.global ? VM_OP_LOAD_GLOBAL : VM_OP_LOAD_LOCAL, {0});
-    if (type == kOuter) code.emit(VM_OP_STRUCT_FIELD, {kOuter, 3});
-    code.emit(VM_OP_PUSH_INDEX_IMM, {1});
-    code.emit(VM_OP_ARRAY_ELEMENT, {kInner});
-    code.emit(VM_OP_STRUCT_FIELD, {kInner, 1});
-  };
-}
-
-// One array of Inner; its own element 1 is stored into its element 0.
-void overlapping(Tables& shader, Code& code) {
-  addVariable(shader, code, kInner, 2);
-  pushInner(code);
-  code.storeElement(LocalId{0}, {1});
-  code.emit(VM_OP_LOAD_LOCAL, {0});
-  code.emit(VM_OP_PUSH_INDEX_IMM, {1});
-  code.emit(VM_OP_ARRAY_ELEMENT, {kInner});
-  code.storeElement(LocalId{0}, {0});
-  code.emit(VM_OP_LOAD_LOCAL, {0});
-  code.emit(VM_OP_PUSH_INDEX_IMM, {0});
-  code.emit(VM_OP_ARRAY_ELEMENT, {kInner});
-  code.emit(VM_OP_STRUCT_FIELD, {kInner, 1});
-}
-
 }  // namespace
-
-std::vector<Program> elementStorePrograms() {
-  std::vector<Program> programs;
-  const Words stored = {2, 3}, untouched = {0, 0};
-  const auto emptyVariable = [](Tables& shader) { shader.info(GlobalId{0}).byteSize = 0; };
-  for (const Form& form : kForms) {
-    const auto add = [&](const char* title, Body body, Words top) {
-      programs.push_back(giving(form.opcode, title, std::move(body), std::move(top), 2));
-    };
-    add("structure into an array", storingInner(form, kInner, 2, {1}), stored);
-    add("structure into a member array", storingInner(form, kOuter, 0, {3, 1}), stored);
-    add("structure past the end", storingInner(form, kInner, 2, {2}), untouched);
-    add("selection on a structure", storingInner(form, kInner, 2, {1, tools::swizzleStep("x")}),
-        stored);
-    add("smaller value than the part", storingInner(form, kOuter, 0, {3}), untouched);
-  }
-  programs.push_back(
-      giving(VM_OP_STORE_LOCAL_ELEM_IMM, "source and target in one block", overlapping, stored, 2));
-  programs.push_back(failing(VM_OP_STORE_GLOBAL_ELEM_IMM, "no block, then nothing to read",
-                             storingInner(kForms[3], kInner, 2, {1}, emptyVariable),
-                             VM_ERR_INDEX_OUT_OF_BOUNDS));
-  programs.push_back(giving(
-      VM_OP_STORE_LOCAL_ELEM_IMM, "null structure",
-      [](Tables& shader, Code& code) {
-        addTypes(shader);
-        const LocalId local = code.addLocal({.name = "l", .type = VM_TYPE_INT, .count = 2});
-        code.info(local).type = kNull;
-        code.pushInt(1);
-        code.storeElement(local, {0});
-      },
-      {}, 1));
-  return programs;
-}
-
 }  // namespace shadermachine::tests

@@ -13,8 +13,8 @@ namespace {
 
 std::vector<Program> allPrograms() {
   std::vector<Program> all;
-  for (auto family : {textPrograms, builtinVariablePrograms, componentPrograms,
-                      elementStorePrograms, hostPrograms, noisePrograms}) {
+  for (auto family :
+       {textPrograms, builtinVariablePrograms, componentPrograms, hostPrograms, noisePrograms}) {
     for (Program& program : family()) all.push_back(std::move(program));
   }
   return all;

@@ -57,10 +57,6 @@ Program giving(VmOpcode opcode, std::string title, const Body& body, Words top, 
           .height = height};
 }
 
-Program failing(VmOpcode opcode, std::string title, const Body& body, VmError error) {
-  return {.opcode = opcode, .title = std::move(title), .shader = build(body, 1), .error = error};
-}
-
 void check(const Program& program) {
   SCOPED_TRACE("opcode " + std::to_string(program.opcode) + ", " + program.title);
   const int64_t liveBefore = liveAllocations();

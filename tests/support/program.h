@@ -26,10 +26,8 @@ struct Program {
 Program onInputs(VmOpcode opcode, std::vector<int64_t> operands, std::vector<Words> inputs,
                  Words top);
 
-// Programs with a body of their own: one that leaves these words on top of `height` slots, and one
-// that ends with an error.
+// A program with a body of its own, which leaves these words on top of `height` slots.
 Program giving(VmOpcode opcode, std::string title, const Body& body, Words top, int32_t height = 1);
-Program failing(VmOpcode opcode, std::string title, const Body& body, VmError error);
 
 // Runs the program on a machine of its own and checks all of the above, and that no block is left.
 void check(const Program& program);
@@ -38,7 +36,6 @@ void check(const Program& program);
 std::vector<Program> textPrograms();
 std::vector<Program> builtinVariablePrograms();
 std::vector<Program> componentPrograms();
-std::vector<Program> elementStorePrograms();
 std::vector<Program> hostPrograms();
 std::vector<Program> noisePrograms();
 
