@@ -240,7 +240,8 @@ const Case kValues[] = {
     {"localsThatAreConstant",
      "float f(const float t[3], int i) { vec2 half_ = vec2(0.5); return t[i] * half_.y; }",
      "float t[3] = float[3](2.0, 4.0, 6.0); float s = 0.0, k = 3.0, m; for (int i = 0; i < 3; i++) "
-     "{ float w = 1.5; if (i > 0) s += m; s += f(t, i) * w; m = 1.0; } k += two; r = vec4(s, k, m, "
+     "{ float w = 1.5; float never; if (i > 5) never = 9.0; s += never; if (i > 0) s += m; s += "
+     "f(t, i) * w; m = 1.0; } k += two; r = vec4(s, k, m, "
      "t[three - 1]);",
      {11, 5, 1, 6}},
     {"constantStructures",

@@ -1,4 +1,6 @@
 // What can be assigned to: variables and their parts.
+#include <algorithm>
+
 #include "function_generator.h"
 
 namespace shadermachine::tools::glsl {
@@ -127,7 +129,8 @@ void FunctionGenerator::storeTarget(const Target& target) {
   code_.emit(isLocal ? VM_OP_STORE_LOCAL_ELEM : VM_OP_STORE_GLOBAL_ELEM, operands);
 }
 
-// A local that only ever gets a constant stands for it, from there on.
+// A local that only ever gets a constant stands for it, from there on; not where the assignment may
+// be left out, since people count on zeros then.
 bool FunctionGenerator::bindConstant(const TIntermBinary& node) {
   const TIntermSymbol* symbol = node.getLeft()->getAsSymbolNode();
   const TIntermConstantUnion* constant = asConstant(*node.getRight());
@@ -137,6 +140,8 @@ bool FunctionGenerator::bindConstant(const TIntermBinary& node) {
   }
   const auto writes = scope().function->writeCounts.find(symbol->getId());
   if (writes == scope().function->writeCounts.end() || writes->second != 1) return false;
+  const std::span<TIntermNode* const> statements = children(*scope().function->body);
+  if (std::find(statements.begin(), statements.end(), &node) == statements.end()) return false;
   valueType(*symbol);  // refuses what the machine has no type for
   scope().bindings.emplace(symbol->getId(), constant);
   return true;
