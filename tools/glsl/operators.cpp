@@ -328,14 +328,13 @@ void FunctionGenerator::shift(TOperator op, const Operand& left, const Operand& 
                               const TSourceLoc& where) {
   const Shape shape = left.shape;
   const Operand distance = {{Scalar::Int, shape.components}, right.node, right.emit};
-  const std::optional<int32_t> known =
-      right.node != nullptr ? constantInt(*right.node) : std::optional<int32_t>();
+  const int32_t known = right.node != nullptr ? constantInt(*right.node).value_or(-1) : -1;
   const bool isLeft = op == glslang::EOpLeftShift;
-  if (isLeft && known && *known >= 0 && *known < 32) {
+  if (isLeft && known >= 0 && known < 32) {
     left.emit();
-    return withInteger(VM_OP_MUL_I, static_cast<int32_t>(1u << *known), shape.components);
+    return withInteger(VM_OP_MUL_I, static_cast<int32_t>(1u << known), shape.components);
   }
-  if (!isLeft && known && *known > 0 && *known < 31) return shiftRight(left, *known);
+  if (!isLeft && known > 0 && known < 31) return shiftRight(left, known);
   const char* name = isLeft ? "ishl" : shape.scalar == Scalar::Uint ? "ushr" : "ishr";
   const bool isWhole = right.shape.components == shape.components;
   const Operand operands[] = {left,
