@@ -58,6 +58,8 @@ std::string recordDifference(const tools::ShaderView& a, const tools::ShaderView
       return "function " + std::to_string(i);
     }
   }
+  // Empty code may be null, which memcmp() must not be given.
+  if (a.codeSize == 0) return "";
   return std::memcmp(a.shader->code, b.shader->code, a.codeSize) == 0 ? "" : "code";
 }
 
