@@ -6,12 +6,14 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 #include <string>
+
+#include "support/text_cases.h"
 
 namespace {
 
 namespace fs = std::filesystem;
+using shadermachine::tests::readFile;
 
 struct Outcome {
   int exitCode;
@@ -26,13 +28,6 @@ Outcome run(const std::string& arguments) {
   for (size_t n; (n = std::fread(buffer, 1, sizeof buffer, pipe)) > 0;) output.append(buffer, n);
   const int status = pclose(pipe);
   return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, output};
-}
-
-std::string readFile(const fs::path& path) {
-  std::ifstream file(path, std::ios::binary);
-  std::ostringstream text;
-  text << file.rdbuf();
-  return text.str();
 }
 
 // Every test works in an empty folder of its own.

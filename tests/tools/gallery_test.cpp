@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <regex>
 #include <set>
 #include <sstream>
@@ -17,6 +16,7 @@
 
 #include "engine/engine.h"
 #include "machine/machine.h"
+#include "support/text_cases.h"
 
 namespace {
 
@@ -59,17 +59,11 @@ std::vector<std::string> galleryFiles() {
   return files;
 }
 
-std::string textOf(const std::string& path) {
-  std::ostringstream text;
-  text << std::ifstream(path).rdbuf();
-  return text.str();
-}
-
 BuiltShader load(const std::string& path) {
 #ifdef GALLERY_WITH_GLSL
-  if (path.ends_with(".frag")) return std::move(compileGlsl(textOf(path)).shader).value();
+  if (path.ends_with(".frag")) return std::move(compileGlsl(tests::readFile(path)).shader).value();
 #endif
-  return std::move(assemble(textOf(path)).shader).value();
+  return std::move(assemble(tests::readFile(path)).shader).value();
 }
 
 Texture checkerboard() {
@@ -82,7 +76,7 @@ Texture checkerboard() {
 
 // The values that the file asks for, and something to see for its textures.
 void setInputs(HostInputs& inputs, const std::string& path) {
-  const std::string text = textOf(path);
+  const std::string text = tests::readFile(path);
   static const std::regex option("--set (\\w+)=([^ \n]+)");
   for (std::sregex_iterator set(text.begin(), text.end(), option), end; set != end; ++set) {
     std::vector<double> components;
