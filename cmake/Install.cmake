@@ -27,7 +27,7 @@ if(SHADERMACHINE_BUILD_TOOLS)
   set_target_properties(shadermachine-tools PROPERTIES EXPORT_NAME tools)
   install(TARGETS shadermachine-tools EXPORT shadermachine-tools-targets
     ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT dev)
-  install(DIRECTORY tools/include/shadermachine-tools DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
+  install(DIRECTORY tools/toolkit/include/shadermachine-tools DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
     COMPONENT dev PATTERN glsl.h EXCLUDE)
   install(EXPORT shadermachine-tools-targets NAMESPACE shadermachine:: DESTINATION ${package_dir}
     COMPONENT dev)
@@ -36,7 +36,7 @@ if(SHADERMACHINE_BUILD_TOOLS AND TARGET shadermachine-glsl)
   set_target_properties(shadermachine-glsl PROPERTIES EXPORT_NAME glsl)
   install(TARGETS shadermachine-glsl EXPORT shadermachine-glsl-targets
     ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT dev)
-  install(FILES tools/include/shadermachine-tools/glsl.h
+  install(FILES tools/toolkit/include/shadermachine-tools/glsl.h
     DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/shadermachine-tools COMPONENT dev)
   install(EXPORT shadermachine-glsl-targets NAMESPACE shadermachine:: DESTINATION ${package_dir}
     COMPONENT dev)

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Writes src/noise/gradients.inc: 256 unit vectors spread over all directions.
 
-    tools/generate/make_gradients.py > src/noise/gradients.inc
+    tools/toolkit/generate/make_gradients.py > src/noise/gradients.inc
 
 The vectors are the points of a Fibonacci sphere in shuffled order, as decimals of six places. Five
 rows are pinned, because reference values of the noise functions depend on them; each takes the
@@ -59,7 +59,7 @@ def gradients():
 def main():
     rows = gradients()
     assert max(length_error(row) for row in rows) < 1e-6
-    print("// Made by tools/generate/make_gradients.py: x, y and z of each gradient.")
+    print("// Made by tools/toolkit/generate/make_gradients.py: x, y and z of each gradient.")
     for x, y, z in rows:
         print(f"{{{x:.6f}F, {y:.6f}F, {z:.6f}F}},")
 
