@@ -21,7 +21,7 @@ struct Outcome {
 };
 
 Outcome run(const std::string& arguments) {
-  FILE* pipe = popen((SHADERMACHINE_PROGRAM " " + arguments + " 2>&1").c_str(), "r");
+  FILE* pipe = popen(("{ " SHADERMACHINE_PROGRAM " " + arguments + "; } 2>&1").c_str(), "r");
   if (pipe == nullptr) return {-1, "popen failed"};
   std::string output;
   char buffer[4096];
@@ -44,6 +44,7 @@ class Cli : public testing::Test {
     write("failing.sasm", shader("PUSH_INDEX_IMM 4\nPUSH_ZERO4\nVEC_ELEMENT 4\nPUSH_ZERO4"));
     write("endless.sasm", shader("again:\nJUMP again\nPUSH_ZERO4"));
     write("junk.png", "no picture");
+    fs::create_symlink("/dev/full", "full");
     write("good.frag",
           "uniform vec2 u_resolution;\nvoid main() {\n  gl_FragColor = "
           "vec4(gl_FragCoord.xy / u_resolution, 0.0, 1.0);\n}\n");
@@ -88,7 +89,12 @@ TEST_F(Cli, ExitCodesAndMessages) {
       {"asm .", 1, ".: Is a directory"},
       {"asm bad.sasm", 1, "bad.sasm:7:1: error: unknown instruction 'PUSH_IT'"},
       {"val unsafe.sasm", 1, "unsafe.sasm: function 0, offset 0, POP: error:"},
-      {"render unsafe.sasm --validate", 1, "the shader does not validate"},
+      {"render unsafe.sasm", 1, "the shader does not validate"},
+      {"run unsafe.sasm", 1, "the shader does not validate"},
+      {"opcodes > /dev/full", 1, "standard output: "},
+      {"dis good.sasm > /dev/full", 1, "standard output: cannot be written"},
+      {"--help > /dev/full", 1, "standard output: cannot be written"},
+      {"render good.sasm --size 2x2 -o full", 1, "full: No space left on device"},
       {"render good.sasm --texture picture=missing.png", 1, "missing.png"},
       {"render good.sasm --texture picture=junk.png", 1, "junk.png"},
       {"render good.sasm --set nothing=1", 1, "the shader has no host variable 'nothing'"},
@@ -117,6 +123,27 @@ TEST_F(Cli, ExitCodesAndMessages) {
     EXPECT_EQ(outcome.exitCode, c.exitCode) << c.arguments << "\n" << outcome.output;
     EXPECT_NE(outcome.output.find(c.message), std::string::npos) << c.arguments << "\n"
                                                                  << outcome.output;
+  }
+}
+
+// What cannot be written leaves the old file as it was; what can keeps its mode and links.
+TEST_F(Cli, FilesAreReplacedAsAWhole) {
+  ASSERT_EQ(run("render good.sasm --size 2x2 -o old.png").exitCode, 0);
+  const std::string before = readFile("old.png");
+  fs::permissions("old.png", fs::perms::owner_all);
+  fs::create_symlink("old.png", "link.png");
+  ASSERT_EQ(run("render good.sasm --size 2x2 -o link.png").exitCode, 0);
+  EXPECT_EQ(readFile("old.png"), before);
+  EXPECT_TRUE(fs::is_symlink("link.png"));
+  EXPECT_EQ(fs::status("old.png").permissions(), fs::perms::owner_all);
+  // Files may not grow: the shell's limit is in blocks of 512 or 1,024 bytes.
+  const std::string limited = "ulimit -f 1; trap '' XFSZ; exec " SHADERMACHINE_PROGRAM
+                              " render good.sasm --size 256x256 -o old.png";
+  EXPECT_NE(std::system(("sh -c \"" + limited + "\" 2>log").c_str()), 0);
+  EXPECT_TRUE(readFile("log").ends_with("old.png: File too large\n"));
+  EXPECT_EQ(readFile("old.png"), before);
+  for (const fs::directory_entry& file : fs::directory_iterator(".")) {
+    EXPECT_FALSE(file.path().filename().string().starts_with('.')) << file;
   }
 }
 

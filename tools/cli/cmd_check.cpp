@@ -1,23 +1,16 @@
 // The subcommands that look at a shader without running it.
 #include <shadermachine-tools/disassembler.h>
 
-#include <cstdio>
-
 #include "cli/commands.h"
+#include "cli/output_file.h"
 #include "cli/shader_file.h"
 
 namespace shadermachine::tools {
 namespace {
 
-// To a file, or to standard output when the path is empty.
 void writeAssembly(const LoadedShader& shader, const DisassemblyOptions& options,
                    const std::string& path) {
-  const std::string text = disassemble(shader.view(), options);
-  if (path.empty()) {
-    std::fputs(text.c_str(), stdout);
-  } else {
-    writeText(path, text);
-  }
+  writeFile(path, disassemble(shader.view(), options));
 }
 
 }  // namespace
@@ -38,14 +31,14 @@ void addDisCommand(CLI::App& program, Outcome&) {
   command->add_option("shader", *path, "the shader's file")->required();
   command->add_flag("--annotate", options->annotate,
                     "add offset, bytes and stack depth of every instruction");
-  command->callback([path, options] { writeAssembly(loadShader(*path), *options, ""); });
+  command->callback([path, options] { writeAssembly(loadShader(*path), *options, "-"); });
 }
 
 void addGlslCommand(CLI::App& program, Outcome&) {
   CLI::App* command =
       program.add_subcommand("glsl", "Compile a GLSL fragment shader to assembly text");
   auto path = std::make_shared<std::string>();
-  auto output = std::make_shared<std::string>();
+  auto output = std::make_shared<std::string>("-");
   command->add_option("shader", *path, "the shader's file")->required();
   command->add_option("-o,--output", *output, "the file to write; standard output unless given")
       ->type_name("FILE.sasm");

@@ -103,7 +103,8 @@ void addInputOptions(CLI::App& command, InputOptions& options) {
       ->expected(1)
       ->take_all()
       ->check(CLI::Validator(checkValues, ""));
-  command.add_flag("--validate", options.validate, "refuse a shader that does not validate");
+  command.add_flag("--no-validate", options.trusted,
+                   "run a shader that may not validate; only for shaders you trust");
   command.add_option("--timeout", options.timeout, "milliseconds per fragment, 0 for no limit")
       ->type_name("MS")
       ->capture_default_str();
@@ -118,8 +119,8 @@ FrameInputs frameInputs(const InputOptions& options, int32_t frame) {
   return inputs;
 }
 
-void validateIfAsked(const InputOptions& options, const ShaderView& view) {
-  if (options.validate && !reportValidation(view, options.shaderPath)) {
+void validateUnlessTrusted(const InputOptions& options, const ShaderView& view) {
+  if (!options.trusted && !reportValidation(view, options.shaderPath)) {
     throw InputError(options.shaderPath + ": error: the shader does not validate");
   }
 }

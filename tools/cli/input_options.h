@@ -14,7 +14,7 @@ struct InputOptions {
   std::string size = "640x360";
   float time = 0;
   uint32_t timeout = 2000;
-  bool validate = false;
+  bool trusted = false;               // not validated
   std::vector<std::string> textures;  // name=file.png[,nearest]
   std::vector<std::string> values;    // name=v[,v...]
 };
@@ -24,8 +24,8 @@ void addInputOptions(CLI::App& command, InputOptions& options);
 // Width and height of the picture, time and number of the frame.
 FrameInputs frameInputs(const InputOptions& options, int32_t frame);
 
-// With --validate: throws InputError unless the shader validates.
-void validateIfAsked(const InputOptions& options, const ShaderView& view);
+// Throws InputError unless the shader validates or the user answers for it.
+void validateUnlessTrusted(const InputOptions& options, const ShaderView& view);
 
 // Gives the shader its textures and values, the initial ones first, and warns about host variables
 // that stay without one. Throws InputError.

@@ -6,6 +6,7 @@
 #include <new>
 
 #include "cli/commands.h"
+#include "cli/output_file.h"
 
 using namespace shadermachine::tools;
 
@@ -17,7 +18,7 @@ constexpr const char* kDescription =
 constexpr const char* kFooter =
     "Exit codes:\n"
     "  0  success\n"
-    "  1  a file is missing, malformed or does not validate\n"
+    "  1  a file is missing, malformed or does not validate, or a result cannot be written\n"
     "  2  the options make no sense\n"
     "  3  the shader ran and failed (render: for at least one fragment)";
 
@@ -46,7 +47,8 @@ int parseAndRun(int argc, char** argv) {
 
 int main(int argc, char** argv) {
   try {
-    return parseAndRun(argc, argv);
+    const int code = parseAndRun(argc, argv);
+    return finishStandardOutput() ? code : kBadInput;
   } catch (const std::bad_alloc&) {
     std::fputs("shadermachine: not enough memory\n", stderr);
   } catch (const std::exception& error) {

@@ -4,6 +4,8 @@
 
 #include <stdexcept>
 
+#include "cli/output_file.h"
+
 namespace shadermachine::tools {
 namespace {
 
@@ -56,9 +58,12 @@ void writePng(const std::string& path, const ByteImage& image) {
   const bool opaque = isOpaque(image);
   png.format = opaque ? PNG_FORMAT_RGB : PNG_FORMAT_RGBA;
   const std::vector<uint8_t> bytes = opaque ? withoutAlpha(image) : image.rgba;
-  if (png_image_write_to_file(&png, path.c_str(), 0, bytes.data(), 0, nullptr) == 0) {
+  OutputFile file(path);
+  if (png_image_write_to_stdio(&png, file.stream(), 0, bytes.data(), 0, nullptr) == 0 &&
+      std::ferror(file.stream()) == 0) {
     fail(png, path);
   }
+  file.commit();
 }
 
 }  // namespace shadermachine::tools

@@ -9,7 +9,6 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <fstream>
 #include <memory>
 
 namespace shadermachine::tools {
@@ -64,13 +63,6 @@ std::string readText(const std::string& path) {
   }
   if (std::ferror(file.get()) != 0) throw fail();
   return text;
-}
-
-void writeText(const std::string& path, const std::string& text) {
-  std::ofstream file(path, std::ios::binary);
-  file << text;
-  file.close();
-  if (!file) throw InputError(path + ": cannot be written");
 }
 
 LoadedShader loadShader(const std::string& path) {

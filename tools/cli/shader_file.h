@@ -18,9 +18,6 @@ class InputError : public std::runtime_error {
 // Reads a whole file.
 std::string readText(const std::string& path);
 
-// Writes a whole file.
-void writeText(const std::string& path, const std::string& text);
-
 struct LoadedShader {
   BuiltShader built;
   std::vector<NamedValue> values;  // of host variables that the user gives none
