@@ -121,6 +121,10 @@ void FunctionGenerator::storeTarget(const Target& target) {
     const PathStep& step = target.path[i];
     if (step.index != nullptr) {
       value(*step.index);
+      // A negative index would select components; without its sign it is outside, and stores
+      // nothing.
+      code_.pushInt(INT32_MAX);
+      emitCounted(VM_OP_BIT_AND, 1);
     } else {
       code_.pushInt(static_cast<int32_t>(step.constant));
     }

@@ -22,6 +22,10 @@ bool mergeInline(Slot& into, const Slot& from) {
     into.constant.reset();
     changed = true;
   }
+  if (into.isPosition && !from.isPosition) {
+    into.isPosition = false;
+    changed = true;
+  }
   return changed;
 }
 
@@ -48,6 +52,7 @@ Slot inlineSlot(uint32_t words) {
 Slot constantSlot(int32_t value) {
   Slot slot = inlineSlot(1);
   slot.constant = value;
+  slot.isPosition = value >= 0;
   return slot;
 }
 

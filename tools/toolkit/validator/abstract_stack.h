@@ -24,6 +24,7 @@ struct Slot {
   TypeCode type = 0;                // of a view: structure, or element type of an array
   uint32_t count = 0;               // of a view: array length; 0 for a structure
   std::optional<int32_t> constant;  // component 0 where it is known
+  bool isPosition = false;          // component 0, an integer, is known not to be negative
 
   bool isInline() const { return kind == SlotKind::Inline; }
   bool isView() const { return kind == SlotKind::View; }

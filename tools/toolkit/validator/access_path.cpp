@@ -9,11 +9,12 @@ namespace shadermachine::tools {
 namespace {
 
 constexpr uint32_t kMaxSelectors = 4;
+constexpr size_t kMaxStrays = 64;
+
+bool isScalarOrVector(TypeCode type) { return type <= VM_TYPE_BVEC4; }
 
 }  // namespace
 
-// A computed index is taken to be a position: where it turns out negative, the machine keeps the
-// store inside the variable.
 bool AccessPath::step(std::optional<int32_t> index) {
   if (index && *index < 0) {
     pattern_ = static_cast<uint16_t>(-static_cast<int16_t>(*index));
@@ -57,7 +58,7 @@ void AccessPath::stepIntoVector(std::optional<int32_t> index) {
     checkBound(index, components, "components");
   } else {
     checkBound(index, kMaxSelectors, "selectors");
-    if (index && *index < static_cast<int32_t>(kMaxSelectors)) {
+    if (index && pattern_ != kAnyPattern && *index < static_cast<int32_t>(kMaxSelectors)) {
       checkBound(static_cast<int32_t>(selector(static_cast<uint32_t>(*index))), components,
                  "components");
     }
@@ -80,8 +81,10 @@ void AccessPath::checkBound(std::optional<int32_t> index, uint32_t bound, const 
 }
 
 uint32_t AccessPath::words() const {
-  if (pattern_ == 0) return static_cast<uint32_t>(bytes_ / kWordBytes);
-  return std::min(selectedCount(), kMaxSelectors);
+  const auto whole = static_cast<uint32_t>(bytes_ / kWordBytes);
+  if (pattern_ == 0) return whole;
+  if (pattern_ != kAnyPattern) return std::min(selectedCount(), kMaxSelectors);
+  return isScalarOrVector(type_) ? std::max(whole, kMaxSelectors) : whole;
 }
 
 std::string AccessPath::dropReason() const {
@@ -98,6 +101,47 @@ std::string AccessPath::dropReason() const {
     }
   }
   return {};
+}
+
+bool AccessPaths::step(std::optional<int32_t> index, bool isPosition) {
+  std::vector<AccessPath> before;
+  before.swap(strays_);
+  for (AccessPath& stray : before) {
+    if (!isPosition) {
+      AccessPath selected = stray;
+      selected.stepBySelection();
+      addStray(selected);
+    }
+    if (stray.step(index)) {
+      addStray(stray);
+    } else if (!index) {
+      strayProblem_ = stray.problem();
+    }
+  }
+  if (!isPosition) {
+    AccessPath selected = meant_;
+    selected.stepBySelection();
+    addStray(selected);
+  }
+  return meant_.step(index);
+}
+
+void AccessPaths::addStray(const AccessPath& path) {
+  if (path.isDropped()) return;
+  const bool isKnown = std::any_of(strays_.begin(), strays_.end(),
+                                   [&](const AccessPath& known) { return known.leadsWhere(path); });
+  if (isKnown) return;
+  if (strays_.size() < kMaxStrays) return strays_.push_back(path);
+  strayProblem_ = "the path may lead to too many places";
+}
+
+uint32_t AccessPaths::strayWords() const {
+  uint32_t words = 0;
+  for (const AccessPath& stray : strays_) {
+    // An inline value is no aggregate, and a view brings all its words.
+    if (!stray.isAggregate()) words = std::max(words, stray.words());
+  }
+  return words;
 }
 
 }  // namespace shadermachine::tools

@@ -98,8 +98,21 @@ void arrayElement(Step& step) {
 
 namespace {
 
+// What a negative index could make of the store.
+void needStrayWords(Step& step, const AccessPaths& paths, uint32_t n) {
+  const Slot& value = step.stack.below(n);
+  const uint32_t words = paths.strayWords();
+  if (!paths.strayProblem().empty()) {
+    step.error("an index may be negative: ", paths.strayProblem());
+  } else if (words != 0 && value.isKnown() && (value.isView() || value.words < words)) {
+    step.error("an index may be negative and select components: S", n, " must be inline with ",
+               counted(words, "defined word"));
+  }
+}
+
 // The value lies n slots below the top, the indices above it.
-void storeElement(Step& step, const AccessPath& path, uint32_t n) {
+void storeElement(Step& step, const AccessPaths& paths, uint32_t n) {
+  const AccessPath& path = paths.meant();
   const std::string reason = path.dropReason();
   if (!path.problem().empty()) {
     step.error(path.problem());
@@ -110,6 +123,7 @@ void storeElement(Step& step, const AccessPath& path, uint32_t n) {
   } else if (!path.writesNothing()) {
     step.needWords(n, path.words());
   }
+  needStrayWords(step, paths, n);
   step.needSole(n);
   step.stack.drop(n + 1);
 }
@@ -117,22 +131,24 @@ void storeElement(Step& step, const AccessPath& path, uint32_t n) {
 void storeByStack(Step& step, const VarInfo& variable) {
   const uint32_t n = step.operand(1);
   if (!step.needDepth(n + 1)) return;
-  AccessPath path(step.program.types, variable);
+  AccessPaths paths(step.program.types, variable);
   bool isFollowed = true;
   for (uint32_t k = 0; k < n; ++k) {
     step.needWords(k, 1);
-    isFollowed = isFollowed && path.step(step.stack.below(k).constant);
+    const Slot& index = step.stack.below(k);
+    const bool isFixed = index.constant || index.isPosition || !index.isKnown();
+    isFollowed = isFollowed && paths.step(index.constant, isFixed);
   }
-  storeElement(step, path, n);
+  storeElement(step, paths, n);
 }
 
 void storeByOperands(Step& step, const VarInfo& variable) {
   if (!step.needDepth(1)) return;
-  AccessPath path(step.program.types, variable);
+  AccessPaths paths(step.program.types, variable);
   for (uint32_t k = 0; k < step.operand(1); ++k) {
-    if (!path.step(step.instruction.listedIndex(k))) break;
+    if (!paths.step(step.instruction.listedIndex(k), true)) break;
   }
-  storeElement(step, path, 0);
+  storeElement(step, paths, 0);
 }
 
 }  // namespace

@@ -107,7 +107,9 @@ class Call {
     for (uint32_t i = 0; i < count; ++i) {
       const uint32_t k = count - 1 - i;
       step_.needValueOf(k, callee_->locals[i]);
-      step_.stack.below(k).constant.reset();  // parameters are variables of the callee
+      // Parameters are variables of the callee.
+      step_.stack.below(k).constant.reset();
+      step_.stack.below(k).isPosition = false;
     }
     return true;
   }

@@ -41,7 +41,15 @@ bool isZero(Step& step, const char* noun) {
 
 void unary(Step& step) { overwrite(step, {count(step)}, count(step)); }
 void scalarUnary(Step& step) { overwrite(step, {1}, 1); }
-void binary(Step& step) { overwrite(step, {count(step), count(step)}, count(step)); }
+
+// The bits of a number that is not negative leave no sign.
+void binary(Step& step) {
+  const bool isPosition = step.instruction.opcode == Opcode::BIT_AND && count(step) != 0 &&
+                          (step.stack.below(0).isPosition || step.stack.below(1).isPosition);
+  overwrite(step, {count(step), count(step)}, count(step));
+  if (isPosition) step.stack.below(0).isPosition = true;
+}
+
 void binaryVS(Step& step) { overwrite(step, {count(step), 1}, count(step)); }
 void binarySV(Step& step) { overwrite(step, {1, count(step)}, count(step)); }
 void scalarBinary(Step& step) { overwrite(step, {1, 1}, 1); }

@@ -14,8 +14,8 @@ namespace {
 constexpr int32_t kOneF = std::bit_cast<int32_t>(1.0f);
 
 void push4(Step& step, int32_t word) {
-  Slot slot = inlineSlot(4);
-  slot.constant = word;
+  Slot slot = constantSlot(word);
+  slot.words = 4;
   step.push(slot);
 }
 

@@ -101,6 +101,7 @@ void Step::write(uint32_t k, uint32_t words) {
   if (!slot.isInline()) return;
   slot.words = static_cast<uint8_t>(std::max<uint32_t>(slot.words, words));
   slot.constant.reset();
+  slot.isPosition = false;
 }
 
 Slot Step::slotOf(const VarInfo& variable) const {
