@@ -12,7 +12,8 @@ constexpr uint32_t kPoolPadding = 16;
 Emitter::Emitter(Arena& arena, Machine& machine)
     : arena_(arena),
       machine_(machine),
-      entries_(arena.allocate<Entry>(static_cast<size_t>(machine.stackCapacity))) {}
+      // One more than the stack has: the selection of a record may push an entry for a moment.
+      entries_(arena.allocate<Entry>(static_cast<size_t>(machine.stackCapacity) + 1)) {}
 
 Record* Emitter::finish() {
   Record* result = arena_.allocate<Record>(records_.size());

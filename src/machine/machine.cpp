@@ -15,8 +15,9 @@ Machine* createMachine(const HostCallbacks* callbacks) {
   machine->frameIndex = -1;
   machine->indexTop = -1;
   if (callbacks != nullptr) machine->callbacks = *callbacks;
-  // Zeroed memory is what clears every block reference.
-  machine->stack = static_cast<ValueSlot*>(std::calloc(VM_STACK_CAPACITY, sizeof(ValueSlot)));
+  // Zeroed memory is what clears every block reference. One slot more than there are: translated
+  // code reads four words at a time, at the end of the last slot too.
+  machine->stack = static_cast<ValueSlot*>(std::calloc(VM_STACK_CAPACITY + 1, sizeof(ValueSlot)));
   machine->frames = static_cast<CallFrame*>(std::calloc(VM_FRAME_INCREMENT, sizeof(CallFrame)));
   if (machine->stack == nullptr || machine->frames == nullptr) {
     destroyMachine(machine);
