@@ -209,10 +209,10 @@ void Translator::enterLocals(Instance& instance) {
       if (!isBasicVar(info)) {
         out_.flushSlot(base + k);
         out_.slot(base + k).block = true;
-      } else if (argument.width > variableWords(info)) {
+      } else if (argument.width >= variableWords(info)) {
         argument.width = static_cast<uint8_t>(variableWords(info));
+        argument.narrowedBy = nullptr;
       }
-      argument.narrowedBy = nullptr;
       continue;
     }
     aggregate = aggregate || !isBasicVar(info);
