@@ -153,10 +153,10 @@ bool Translator::canInline(const Instance& caller, uint32_t function) const {
 
 bool Translator::selectCall(Instance& instance, Instruction& item) {
   const uint32_t number = operandU16(instance.function->code, item.pc + 1);
-  const DecodedFunction* callee = decoder_.isPlainCall(number) || !canInline(instance, number) ||
-                                          out_.recordCount() > kMaxRecords
-                                      ? nullptr
-                                      : decoder_.decode(number);
+  // Only the plain handlers keep the words of an argument that its parameter does not have.
+  const bool plain = item.keepsWords || decoder_.isPlainCall(number) ||
+                     !canInline(instance, number) || out_.recordCount() > kMaxRecords;
+  const DecodedFunction* callee = plain ? nullptr : decoder_.decode(number);
   if (callee == nullptr || callee->keepsIndices) return false;
   const ShaderFunction& record = *callee->record;
   const int32_t locals = out_.top + 1 - record.paramCount;
@@ -172,8 +172,7 @@ bool Translator::selectCall(Instance& instance, Instruction& item) {
   return true;
 }
 
-void Translator::inlineCall(Instance& instance, const Instruction& item,
-                            const DecodedFunction& callee) {
+void Translator::inlineCall(Instance& instance, Instruction& item, const DecodedFunction& callee) {
   const uint32_t function = operandU16(instance.function->code, item.pc + 1);
   auto* call = arena_.allocate<InlinedCall>();
   if (call == nullptr) return;
@@ -185,6 +184,7 @@ void Translator::inlineCall(Instance& instance, const Instruction& item,
            item.end,
            out_.top - static_cast<int32_t>(instance.call->localsSlot)};
   Instance inner = {&callee, call, &instance, nullptr, 0, false, false};
+  const uint64_t cut = argumentsWithRest(inner);
   ++inlineDepth_;
   out_.call = call;
   enterLocals(inner);
@@ -192,6 +192,25 @@ void Translator::inlineCall(Instance& instance, const Instruction& item,
   out_.call = instance.call;
   --inlineDepth_;
   out_.top = callerTop;
+  for (uint32_t k = 0; k < callee.record->paramCount; ++k) {
+    Entry& argument = out_.slot(static_cast<int32_t>(call->localsSlot + k));
+    if (((cut >> k) & 1) != 0 && argument.narrowedBy == nullptr) argument.narrowedBy = &item;
+  }
+}
+
+// Bit k: argument k has words that its parameter has not; the callee's translation loses them.
+uint64_t Translator::argumentsWithRest(const Instance& callee) {
+  static_assert(kMaxTemporaries <= 64, "arguments are temporaries");
+  const ShaderFunction& record = *callee.function->record;
+  uint64_t result = 0;
+  for (uint32_t k = 0; k < record.paramCount; ++k) {
+    const Entry& argument = out_.slot(static_cast<int32_t>(callee.call->localsSlot + k));
+    const bool hasRest =
+        isBasicVar(record.locals[k]) &&
+        (argument.width > variableWords(record.locals[k]) || argument.narrowedBy != nullptr);
+    result |= uint64_t{hasRest} << k;
+  }
+  return result;
 }
 
 // Parameters stay as the caller left them; the other locals get their initial values.

@@ -60,7 +60,8 @@ class Translator {
   bool selectBranch(Instance& instance, Instruction& item);
   bool selectCall(Instance& instance, Instruction& item);
   bool canInline(const Instance& caller, uint32_t function) const;
-  void inlineCall(Instance& instance, const Instruction& item, const DecodedFunction& callee);
+  void inlineCall(Instance& instance, Instruction& item, const DecodedFunction& callee);
+  uint64_t argumentsWithRest(const Instance& callee);
   void enterLocals(Instance& instance);
   bool selectReturn(Instance& instance, Instruction& item);
   void selectEntryReturn(Instance& instance, const Instruction& item);
