@@ -262,8 +262,10 @@ void Translator::moveReturnValue(Instance& instance) {
   const auto base = static_cast<int32_t>(instance.call->localsSlot);
   const int32_t result = base - 1;
   const int32_t s = out_.top;
-  Entry value = out_.topEntry();
+  // Nothing stands for the slot's old value any more, a register as little as another entry.
   out_.evictAll(result);
+  out_.forgetSlot(result);
+  Entry value = out_.topEntry();
   if (value.block || value.lazyView) {
     out_.flushSlot(s);
     Record move = makeRecord(&copyWordsStep);
