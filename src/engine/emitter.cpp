@@ -124,6 +124,8 @@ bool Emitter::moveHome(Entry& entry, uint32_t* newHome) {
   bool moved = false;
   for (RegisterState& held : registers_) {
     if (!held.pending || held.address != old) continue;
+    // An earlier record would store before those behind it have read what lies there now.
+    if (held.producer + 1 != records_.size()) return false;
     if (!moved && isLive(held)) return false;
     held.address = newHome;
     moved = true;

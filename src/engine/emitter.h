@@ -94,7 +94,8 @@ class Emitter {
   // Forgets registers that stand for memory which has other words now.
   void forgetRange(const uint32_t* address, uint32_t n);
   void forgetSlot(int32_t s) { forgetRange(home(s), VM_COMPONENT_COUNT); }
-  // Gives a value in a register only another home; false when it is not one, or others name it.
+  // Gives a value that the last record has left in a register only another home; false when it is
+  // not one, or others name it.
   bool moveHome(Entry& entry, uint32_t* newHome);
   void demandAll(const Entry& entry);
   void copyTo(const Entry& entry, uint32_t* to, bool exact);
