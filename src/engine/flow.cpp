@@ -126,8 +126,11 @@ bool FlowRules::applyVariable(const DecodedFunction& function, const Instruction
     case LOAD_LOCAL:
     case LOAD_GLOBAL:
       return push(state, isBasicVar(info) ? variableWords(info) : kAllWords, !isBasicVar(info));
-    case LOAD_LOCAL_COMPONENT:
-      return push(state, 1);
+    case LOAD_LOCAL_COMPONENT: {
+      // Words beyond a basic variable are initialised by the plain handlers only.
+      const uint32_t component = operandU8(function.code, item.pc + 2);
+      return (!isBasicVar(info) || component < variableWords(info)) && push(state, 1);
+    }
     case STORE_LOCAL_KEEP:
       return state.count > 0;
     case STORE_LOCAL_ELEM:
