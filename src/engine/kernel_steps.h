@@ -7,31 +7,6 @@
 
 namespace shadermachine::engine {
 
-template <class K>
-struct KernelTypes {
-  template <class R, class A, class... Rest>
-  static R resultOf(R (K::*)(A, Rest...) const);
-  template <class R, class A, class... Rest>
-  static A argumentOf(R (K::*)(A, Rest...) const);
-  using Result = decltype(resultOf(&K::operator()));
-  using Argument = decltype(argumentOf(&K::operator()));
-};
-// Clears a bit of a float: kept in the scalar register like other floats.
-template <>
-struct KernelTypes<AbsF> {
-  using Result = float;
-  using Argument = float;
-};
-
-template <class K, class... Args>
-auto applyScalar(Args... args) {
-  if constexpr (std::is_same_v<K, AbsF>) {
-    return std::bit_cast<float>(AbsF{}(std::bit_cast<uint32_t>(args)...));
-  } else {
-    return K{}(args...);
-  }
-}
-
 template <class T>
 consteval Register registerOf() {
   return std::is_same_v<T, float> ? Register::Scalar : Register::Word;
@@ -83,7 +58,7 @@ void keepResult(const Record* record, T result, uint32_t& word, FloatVector& vec
 template <class K, uint32_t n, class... Operands>
 auto applyOperands(Operands... operands) {
   if constexpr (n == 1) {
-    return applyScalar<K>(operands...);
+    return K{}(operands...);
   } else {
     return applyLanes<K, n>(operands...);
   }
@@ -91,7 +66,7 @@ auto applyOperands(Operands... operands) {
 
 template <class K, uint32_t n, unsigned form, bool stores>
 Step unaryStep(ENGINE_STATE) {
-  using T = typename KernelTypes<K>::Argument;
+  using T = typename K::Argument;
   const auto a = operand<T, n, false, (form & 1) != 0>(record->a, word, vector, scalar);
   keepResult<n, stores>(record, applyOperands<K, n>(a), word, vector, scalar);
   ENGINE_NEXT;
@@ -99,7 +74,7 @@ Step unaryStep(ENGINE_STATE) {
 
 template <class K, uint32_t n, unsigned scalars, unsigned form, bool stores>
 Step binaryStep(ENGINE_STATE) {
-  using T = typename KernelTypes<K>::Argument;
+  using T = typename K::Argument;
   const auto a =
       operand<T, n, (scalars & 1) != 0, (form & 1) != 0>(record->a, word, vector, scalar);
   const auto b =
@@ -111,7 +86,7 @@ Step binaryStep(ENGINE_STATE) {
 // Forms 1, 2 and 3: the first, second or third operand is in its register.
 template <class K, uint32_t n, unsigned scalars, unsigned form, bool stores>
 Step ternaryStep(ENGINE_STATE) {
-  using T = typename KernelTypes<K>::Argument;
+  using T = typename K::Argument;
   const auto a = operand<T, n, (scalars & 1) != 0, form == 1>(record->a, word, vector, scalar);
   const auto b = operand<T, n, (scalars & 2) != 0, form == 2>(record->b, word, vector, scalar);
   const auto c = operand<T, n, (scalars & 4) != 0, form == 3>(record->c, word, vector, scalar);
@@ -121,7 +96,7 @@ Step ternaryStep(ENGINE_STATE) {
 
 template <class K, unsigned form>
 bool comparisonHolds(const Record* record, uint32_t word, FloatVector vector, float scalar) {
-  using T = typename KernelTypes<K>::Argument;
+  using T = typename K::Argument;
   const T a = operand<T, 1, true, (form & 1) != 0>(record->a, word, vector, scalar);
   const T b = operand<T, 1, true, (form & 2) != 0>(record->b, word, vector, scalar);
   return K{}(a, b) != 0;

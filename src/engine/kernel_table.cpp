@@ -11,17 +11,13 @@ namespace {
 // Operations whose own cost hides where their operands come from.
 template <class K>
 consteval bool isCheap() {
-  return HasLanes<K, FloatVector> || HasLanes<K, FloatVector, FloatVector> ||
-         HasLanes<K, FloatVector, FloatVector, FloatVector> ||
-         std::is_same_v<typename KernelTypes<K>::Argument, int32_t> ||
-         std::is_same_v<typename KernelTypes<K>::Argument, uint32_t> || std::is_same_v<K, SqrtF> ||
-         std::is_same_v<K, FloatToInt>;
+  return HasVectorForm<K, FloatVector>;
 }
 
 // Three components share the handlers of four where every lane is computed anyway.
-template <class K, uint32_t n, class... Operands>
+template <class K, uint32_t n>
 consteval uint32_t sharedCount() {
-  return n == 3 && HasLanes<K, Operands...> ? 4 : n;
+  return n == 3 && HasVectorForm<K, FloatVector> ? 4 : n;
 }
 
 template <class K>
@@ -29,15 +25,15 @@ consteval KernelForms describe(uint8_t operands, uint8_t scalars) {
   KernelForms forms = {};
   forms.operands = operands;
   forms.scalarOperands = scalars;
-  forms.argument = registerOf<typename KernelTypes<K>::Argument>();
-  forms.result = registerOf<typename KernelTypes<K>::Result>();
+  forms.argument = registerOf<typename K::Argument>();
+  forms.result = registerOf<typename K::Result>();
   forms.hasAllForms = isCheap<K>();
   return forms;
 }
 
 template <class K, uint32_t n, unsigned form>
 consteval void addUnary(KernelForms& forms) {
-  constexpr uint32_t m = sharedCount<K, n, FloatVector>();
+  constexpr uint32_t m = sharedCount<K, n>();
   forms.steps[n - 1][form][0] = &unaryStep<K, m, form, false>;
   forms.steps[n - 1][form][1] = &unaryStep<K, m, form, true>;
 }
@@ -67,7 +63,7 @@ consteval KernelForms scalarUnary() {
 
 template <class K, uint32_t n, unsigned scalars, unsigned form>
 consteval void addBinary(KernelForms& forms) {
-  constexpr uint32_t m = sharedCount<K, n, FloatVector, FloatVector>();
+  constexpr uint32_t m = sharedCount<K, n>();
   forms.steps[n - 1][form][0] = &binaryStep<K, m, scalars, form, false>;
   forms.steps[n - 1][form][1] = &binaryStep<K, m, scalars, form, true>;
 }
@@ -114,7 +110,7 @@ consteval KernelForms scalarBinary() {
 
 template <class K, uint32_t n, unsigned scalars, unsigned form>
 consteval void addTernary(KernelForms& forms) {
-  constexpr uint32_t m = sharedCount<K, n, FloatVector, FloatVector, FloatVector>();
+  constexpr uint32_t m = sharedCount<K, n>();
   forms.steps[n - 1][form][0] = &ternaryStep<K, m, scalars, form, false>;
   forms.steps[n - 1][form][1] = &ternaryStep<K, m, scalars, form, true>;
 }

@@ -30,8 +30,8 @@ void length(Machine& machine) {
   storeFloats(topSlot(machine), &result, 1);
 }
 
-void distance(Machine& machine) { combine(machine, vectorDistance); }
-void dot(Machine& machine) { combine(machine, dotProduct); }
+void distance(Machine& machine) { combine(machine, vectorDistance<float>); }
+void dot(Machine& machine) { combine(machine, dotProduct<float>); }
 
 void cross(Machine& machine) {
   const Floats a(topSlot(machine, 1));
@@ -54,14 +54,12 @@ void normalize(Machine& machine) {
 void faceforward(Machine& machine) {
   uint32_t n;
   if (!fetchCount(machine, VM_COMPONENT_COUNT, n)) return;
-  Floats normal(topSlot(machine, 2));
+  const Floats normal(topSlot(machine, 2));
   const Floats incident(topSlot(machine, 1));
   const Floats reference(topSlot(machine));
-  // A NaN product negates the normal too.
-  if (!(dotProduct(reference.c, incident.c, n) < 0.0f)) {
-    for (uint32_t i = 0; i < n; ++i) normal.c[i] = 0.0f - normal.c[i];
-    storeFloats(topSlot(machine, 2), normal.c, n);
-  }
+  float result[VM_COMPONENT_COUNT];
+  faceforwardVector(result, normal.c, incident.c, reference.c, n);
+  storeFloats(topSlot(machine, 2), result, n);
   popSlots(machine, 2);
 }
 

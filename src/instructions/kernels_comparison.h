@@ -2,78 +2,142 @@
 // true when non-zero.
 #pragma once
 
-#include <cstdint>
+#include "instructions/kernel.h"
 
 namespace shadermachine {
 
-struct AndB {
-  uint32_t operator()(uint32_t a, uint32_t b) const { return (a != 0) & (b != 0); }
+struct AndB : Kernel<uint32_t(uint32_t, uint32_t)> {
+  template <class W>
+  W operator()(W a, W b) const {
+    return booleanOf(a != 0u) & booleanOf(b != 0u);
+  }
 };
-struct OrB {
-  uint32_t operator()(uint32_t a, uint32_t b) const { return (a | b) != 0; }
+struct OrB : Kernel<uint32_t(uint32_t, uint32_t)> {
+  template <class W>
+  W operator()(W a, W b) const {
+    return booleanOf((a | b) != 0u);
+  }
 };
-struct XorB {
-  uint32_t operator()(uint32_t a, uint32_t b) const { return (a != 0) != (b != 0); }
+struct XorB : Kernel<uint32_t(uint32_t, uint32_t)> {
+  template <class W>
+  W operator()(W a, W b) const {
+    return booleanOf(a != 0u) ^ booleanOf(b != 0u);
+  }
 };
-struct NotB {
-  uint32_t operator()(uint32_t x) const { return x == 0; }
+struct NotB : Kernel<uint32_t(uint32_t)> {
+  template <class W>
+  W operator()(W x) const {
+    return booleanOf(x == 0u);
+  }
 };
 
 // W: whole words, for integers and booleans.
-struct EqualW {
-  uint32_t operator()(uint32_t a, uint32_t b) const { return a == b; }
+struct EqualW : Kernel<uint32_t(uint32_t, uint32_t)> {
+  template <class W>
+  auto operator()(W a, W b) const {
+    return booleanOf(a == b);
+  }
 };
-struct NotEqualW {
-  uint32_t operator()(uint32_t a, uint32_t b) const { return a != b; }
+struct NotEqualW : Kernel<uint32_t(uint32_t, uint32_t)> {
+  template <class W>
+  auto operator()(W a, W b) const {
+    return booleanOf(a != b);
+  }
 };
-struct LessI {
-  uint32_t operator()(int32_t a, int32_t b) const { return a < b; }
+struct LessI : Kernel<uint32_t(int32_t, int32_t)> {
+  template <class I>
+  auto operator()(I a, I b) const {
+    return booleanOf(a < b);
+  }
 };
-struct LessEqualI {
-  uint32_t operator()(int32_t a, int32_t b) const { return a <= b; }
+struct LessEqualI : Kernel<uint32_t(int32_t, int32_t)> {
+  template <class I>
+  auto operator()(I a, I b) const {
+    return booleanOf(a <= b);
+  }
 };
-struct GreaterI {
-  uint32_t operator()(int32_t a, int32_t b) const { return a > b; }
+struct GreaterI : Kernel<uint32_t(int32_t, int32_t)> {
+  template <class I>
+  auto operator()(I a, I b) const {
+    return booleanOf(a > b);
+  }
 };
-struct GreaterEqualI {
-  uint32_t operator()(int32_t a, int32_t b) const { return a >= b; }
+struct GreaterEqualI : Kernel<uint32_t(int32_t, int32_t)> {
+  template <class I>
+  auto operator()(I a, I b) const {
+    return booleanOf(a >= b);
+  }
 };
 
-struct EqualF {
-  uint32_t operator()(float a, float b) const { return a == b; }
+struct EqualF : Kernel<uint32_t(float, float)> {
+  template <class F>
+  auto operator()(F a, F b) const {
+    return booleanOf(a == b);
+  }
 };
-struct NotEqualF {
-  uint32_t operator()(float a, float b) const { return a != b; }
+struct NotEqualF : Kernel<uint32_t(float, float)> {
+  template <class F>
+  auto operator()(F a, F b) const {
+    return booleanOf(a != b);
+  }
 };
-struct LessF {
-  uint32_t operator()(float a, float b) const { return a < b; }
+struct LessF : Kernel<uint32_t(float, float)> {
+  template <class F>
+  auto operator()(F a, F b) const {
+    return booleanOf(a < b);
+  }
 };
-struct LessEqualF {
-  uint32_t operator()(float a, float b) const { return a <= b; }
+struct LessEqualF : Kernel<uint32_t(float, float)> {
+  template <class F>
+  auto operator()(F a, F b) const {
+    return booleanOf(a <= b);
+  }
 };
-struct GreaterF {
-  uint32_t operator()(float a, float b) const { return a > b; }
+struct GreaterF : Kernel<uint32_t(float, float)> {
+  template <class F>
+  auto operator()(F a, F b) const {
+    return booleanOf(a > b);
+  }
 };
-struct GreaterEqualF {
-  uint32_t operator()(float a, float b) const { return a >= b; }
+struct GreaterEqualF : Kernel<uint32_t(float, float)> {
+  template <class F>
+  auto operator()(F a, F b) const {
+    return booleanOf(a >= b);
+  }
 };
 
-struct WordToBool {
-  uint32_t operator()(uint32_t x) const { return x != 0; }
+struct WordToBool : Kernel<uint32_t(uint32_t)> {
+  template <class W>
+  W operator()(W x) const {
+    return booleanOf(x != 0u);
+  }
 };
-struct FloatToBool {
-  uint32_t operator()(float x) const { return x != 0.0f; }
+struct FloatToBool : Kernel<uint32_t(float)> {
+  template <class F>
+  auto operator()(F x) const {
+    return booleanOf(x != 0.0f);
+  }
 };
-struct BoolToFloat {
-  float operator()(uint32_t x) const { return x != 0 ? 1.0f : 0.0f; }
+struct BoolToFloat : Kernel<float(uint32_t)> {
+  template <class W>
+  auto operator()(W x) const {
+    using F = Like<W, float>;
+    return x != 0u ? splat<F>(1.0f) : F{};
+  }
 };
-struct IntToFloat {
-  float operator()(int32_t x) const { return static_cast<float>(x); }
+struct IntToFloat : Kernel<float(int32_t)> {
+  template <class I>
+  auto operator()(I x) const {
+    return convertTo<float>(x);
+  }
 };
-struct FloatToInt {
-  int32_t operator()(float x) const {
+struct FloatToInt : Kernel<int32_t(float)> {
+  template <class F>
+  auto operator()(F x) const {
     // False for NaN too; every float inside the range converts without overflow.
-    return x >= -2147483648.0f && x < 2147483648.0f ? static_cast<int32_t>(x) : INT32_MIN;
+    const auto fits = (x >= -2147483648.0f) & (x < 2147483648.0f);
+    const auto converted = convertTo<int32_t>(fits ? x : F{});
+    return fits ? converted : splat<Like<F, int32_t>>(INT32_MIN);
   }
 };
 

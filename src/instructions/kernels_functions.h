@@ -1,137 +1,246 @@
 // Built-in functions of one component: angles, trigonometry, exponentials and the common functions.
 #pragma once
 
-#include <bit>
-#include <cmath>
-#include <cstdint>
+#include "instructions/kernel.h"
 
 namespace shadermachine {
 
-struct RadiansF {
-  float operator()(float x) const { return x * std::bit_cast<float>(0x3C8EFA35u); }
-};
-struct DegreesF {
-  float operator()(float x) const { return x * std::bit_cast<float>(0x42652EE1u); }
-};
-struct SinF {
-  float operator()(float x) const { return std::sin(x); }
-};
-struct CosF {
-  float operator()(float x) const { return std::cos(x); }
-};
-struct TanF {
-  float operator()(float x) const { return std::tan(x); }
-};
-struct AsinF {
-  float operator()(float x) const { return std::asin(x); }
-};
-struct AcosF {
-  float operator()(float x) const { return std::acos(x); }
-};
-struct AtanF {
-  float operator()(float x) const { return std::atan(x); }
-};
-struct Atan2F {
-  float operator()(float y, float x) const { return std::atan2(y, x); }
+// The C library's functions. An engine that has them for a vector of floats specializes this for
+// the vector, to the same bits in every lane.
+template <class F>
+struct CLibrary;
+
+template <>
+struct CLibrary<float> {
+  static float sin(float x) { return std::sin(x); }
+  static float cos(float x) { return std::cos(x); }
+  static float tan(float x) { return std::tan(x); }
+  static float asin(float x) { return std::asin(x); }
+  static float acos(float x) { return std::acos(x); }
+  static float atan(float x) { return std::atan(x); }
+  static float atan2(float y, float x) { return std::atan2(y, x); }
+  static float pow(float base, float exponent) { return std::pow(base, exponent); }
+  static float exp(float x) { return std::exp(x); }
+  static float log(float x) { return std::log(x); }
+  static float exp2(float x) { return std::exp2(x); }
 };
 
-struct PowF {
-  float operator()(float base, float exponent) const { return std::pow(base, exponent); }
+template <class F>
+concept HasCLibrary = requires {
+  sizeof(CLibrary<F>);
 };
-struct ExpF {
-  float operator()(float x) const { return std::exp(x); }
+
+struct RadiansF : Kernel<float(float)> {
+  template <class F>
+  F operator()(F x) const {
+    return x * std::bit_cast<float>(0x3C8EFA35u);
+  }
 };
-struct LogF {
-  float operator()(float x) const { return std::log(x); }
+struct DegreesF : Kernel<float(float)> {
+  template <class F>
+  F operator()(F x) const {
+    return x * std::bit_cast<float>(0x42652EE1u);
+  }
 };
-struct Exp2F {
-  float operator()(float x) const { return std::exp2(x); }
+struct SinF : Kernel<float(float)> {
+  template <HasCLibrary F>
+  F operator()(F x) const {
+    return CLibrary<F>::sin(x);
+  }
+};
+struct CosF : Kernel<float(float)> {
+  template <HasCLibrary F>
+  F operator()(F x) const {
+    return CLibrary<F>::cos(x);
+  }
+};
+struct TanF : Kernel<float(float)> {
+  template <HasCLibrary F>
+  F operator()(F x) const {
+    return CLibrary<F>::tan(x);
+  }
+};
+struct AsinF : Kernel<float(float)> {
+  template <HasCLibrary F>
+  F operator()(F x) const {
+    return CLibrary<F>::asin(x);
+  }
+};
+struct AcosF : Kernel<float(float)> {
+  template <HasCLibrary F>
+  F operator()(F x) const {
+    return CLibrary<F>::acos(x);
+  }
+};
+struct AtanF : Kernel<float(float)> {
+  template <HasCLibrary F>
+  F operator()(F x) const {
+    return CLibrary<F>::atan(x);
+  }
+};
+struct Atan2F : Kernel<float(float, float)> {
+  template <HasCLibrary F>
+  F operator()(F y, F x) const {
+    return CLibrary<F>::atan2(y, x);
+  }
+};
+
+struct PowF : Kernel<float(float, float)> {
+  template <HasCLibrary F>
+  F operator()(F base, F exponent) const {
+    return CLibrary<F>::pow(base, exponent);
+  }
+};
+struct ExpF : Kernel<float(float)> {
+  template <HasCLibrary F>
+  F operator()(F x) const {
+    return CLibrary<F>::exp(x);
+  }
+};
+struct LogF : Kernel<float(float)> {
+  template <HasCLibrary F>
+  F operator()(F x) const {
+    return CLibrary<F>::log(x);
+  }
+};
+struct Exp2F : Kernel<float(float)> {
+  template <HasCLibrary F>
+  F operator()(F x) const {
+    return CLibrary<F>::exp2(x);
+  }
 };
 // By the natural logarithm, not log2f: the results are defined that way.
-struct Log2F {
-  float operator()(float x) const { return std::log(x) * std::bit_cast<float>(0x3FB8AA3Bu); }
+struct Log2F : Kernel<float(float)> {
+  template <HasCLibrary F>
+  F operator()(F x) const {
+    return CLibrary<F>::log(x) * std::bit_cast<float>(0x3FB8AA3Bu);
+  }
 };
-struct SqrtF {
-  float operator()(float x) const { return std::sqrt(x); }
+struct SqrtF : Kernel<float(float)> {
+  template <class F>
+  F operator()(F x) const {
+    return squareRoot(x);
+  }
 };
-struct InverseSqrtF {
-  float operator()(float x) const { return 1.0f / std::sqrt(x); }
+struct InverseSqrtF : Kernel<float(float)> {
+  template <class F>
+  F operator()(F x) const {
+    return 1.0f / squareRoot(x);
+  }
 };
 
 inline constexpr float kTwoTo23 = 8388608.0f;
 
 // x rounded to an integral value, ties to even; floats of 2^23 and above are integral already.
 // Adding and subtracting a constant of x's sign is exact and, unlike nearbyint, never gives -0.0.
-inline float roundToEven(float x) {
-  const float c = std::copysign(std::fabs(x) < kTwoTo23 ? kTwoTo23 : 0.0f, x);
+template <class F>
+F roundToEven(F x) {
+  const F c = withSignOf(magnitude(x) < kTwoTo23 ? splat<F>(kTwoTo23) : F{}, x);
   return (x + c) - c;
 }
-inline float floorValue(float x) {
-  const float r = roundToEven(x);
-  // Written so that a NaN difference (x infinite or NaN) takes the first branch.
-  return !(r - x <= 0.0f) ? r - 1.0f : r - 0.0f;
+template <class F>
+F floorValue(F x) {
+  // The instruction would give -0.0 for itself.
+  if constexpr (kIsVector<F> && requires { floorsOf(x); }) return F(floorsOf(x)) + 0.0f;
+  const F r = roundToEven(x);
+  // Written so that a NaN difference (x infinite or NaN) subtracts 1.
+  return r - (r - x <= 0.0f ? F{} : splat<F>(1.0f));
 }
-inline float ceilValue(float x) {
-  const float r = roundToEven(x);
-  return r - x < 0.0f ? r + 1.0f : r + 0.0f;
+template <class F>
+F ceilValue(F x) {
+  const F r = roundToEven(x);
+  return r + (r - x < 0.0f ? splat<F>(1.0f) : F{});
 }
 
-struct AbsF {
-  uint32_t operator()(uint32_t x) const { return x & 0x7FFFFFFFu; }
+struct AbsF : Kernel<float(float)> {
+  template <class F>
+  F operator()(F x) const {
+    return magnitude(x);
+  }
 };
-struct SignF {
-  float operator()(float x) const { return x > 0.0f ? 1.0f : x < 0.0f ? -1.0f : 0.0f; }
+struct SignF : Kernel<float(float)> {
+  template <class F>
+  F operator()(F x) const {
+    return x > 0.0f ? splat<F>(1.0f) : x < 0.0f ? splat<F>(-1.0f) : F{};
+  }
 };
-struct FloorF {
-  float operator()(float x) const { return floorValue(x); }
+struct FloorF : Kernel<float(float)> {
+  template <class F>
+  F operator()(F x) const {
+    return floorValue(x);
+  }
 };
-struct CeilF {
-  float operator()(float x) const { return ceilValue(x); }
+struct CeilF : Kernel<float(float)> {
+  template <class F>
+  F operator()(F x) const {
+    return ceilValue(x);
+  }
 };
-struct FractF {
-  float operator()(float x) const { return x - floorValue(x); }
+struct FractF : Kernel<float(float)> {
+  template <class F>
+  F operator()(F x) const {
+    return x - floorValue(x);
+  }
 };
-struct ModF {
-  float operator()(float x, float y) const { return x - floorValue(x / y) * y; }
+struct ModF : Kernel<float(float, float)> {
+  template <class F>
+  F operator()(F x, F y) const {
+    return x - floorValue(x / y) * y;
+  }
 };
 
 // Selections, not computations: a false comparison (NaN, zeros of either sign) gives the second.
-struct MinF {
-  float operator()(float x, float y) const { return x < y ? x : y; }
+struct MinF : Kernel<float(float, float)> {
+  template <class F>
+  F operator()(F x, F y) const {
+    return x < y ? x : y;
+  }
 };
-struct MaxF {
-  float operator()(float x, float y) const { return x > y ? x : y; }
+struct MaxF : Kernel<float(float, float)> {
+  template <class F>
+  F operator()(F x, F y) const {
+    return x > y ? x : y;
+  }
 };
-struct ClampF {
-  float operator()(float x, float lo, float hi) const {
-    const float m = x > lo ? x : lo;
+struct ClampF : Kernel<float(float, float, float)> {
+  template <class F>
+  F operator()(F x, F lo, F hi) const {
+    const F m = x > lo ? x : lo;
     return m < hi ? m : hi;
   }
 };
-struct MixF {
-  float operator()(float x, float y, float a) const { return x * (1.0f - a) + y * a; }
+struct MixF : Kernel<float(float, float, float)> {
+  template <class F>
+  F operator()(F x, F y, F a) const {
+    return x * (1.0f - a) + y * a;
+  }
 };
-struct StepF {
-  float operator()(float edge, float x) const { return edge > x ? 0.0f : 1.0f; }
+struct StepF : Kernel<float(float, float)> {
+  template <class F>
+  F operator()(F edge, F x) const {
+    return edge > x ? F{} : splat<F>(1.0f);
+  }
 };
 
 // t is the position between the edges before clamping.
-inline float smoothValue(float e0, float e1, float x, float t) {
-  t = t > 0.0f ? t : 0.0f;
-  t = t < 1.0f ? t : 1.0f;
-  if (e0 >= x) return 0.0f;
-  if (x >= e1) return 1.0f;
-  return (t * t) * (3.0f - t * 2.0f);
+template <class F>
+F smoothValue(F e0, F e1, F x, F t) {
+  t = t > 0.0f ? t : F{};
+  t = t < 1.0f ? t : splat<F>(1.0f);
+  const F curve = (t * t) * (3.0f - t * 2.0f);
+  return e0 >= x ? F{} : x >= e1 ? splat<F>(1.0f) : curve;
 }
-struct SmoothstepF {
+struct SmoothstepF : Kernel<float(float, float, float)> {
   static constexpr uint32_t kMaxComponents = 4;
-  float operator()(float e0, float e1, float x) const {
+  template <class F>
+  F operator()(F e0, F e1, F x) const {
     return smoothValue(e0, e1, x, (x - e0) / (e1 - e0));
   }
 };
-struct SmoothstepByReciprocalF {
+struct SmoothstepByReciprocalF : Kernel<float(float, float, float)> {
   static constexpr uint32_t kMaxComponents = 4;
-  float operator()(float e0, float e1, float x) const {
+  template <class F>
+  F operator()(F e0, F e1, F x) const {
     return smoothValue(e0, e1, x, (x - e0) * (1.0f / (e1 - e0)));
   }
 };

@@ -25,8 +25,8 @@ void multiply(Machine& machine, Product product, bool resultIsMatrix) {
 
 }  // namespace
 
-void multiplyMatMat(Machine& machine) { multiply(machine, matrixTimesMatrix, true); }
-void multiplyVecMat(Machine& machine) { multiply(machine, vectorTimesMatrix, false); }
-void multiplyMatVec(Machine& machine) { multiply(machine, matrixTimesVector, false); }
+void multiplyMatMat(Machine& machine) { multiply(machine, matrixTimesMatrix<float>, true); }
+void multiplyVecMat(Machine& machine) { multiply(machine, vectorTimesMatrix<float>, false); }
+void multiplyMatVec(Machine& machine) { multiply(machine, matrixTimesVector<float>, false); }
 
 }  // namespace shadermachine
