@@ -32,28 +32,26 @@ TEST_P(Glsl, givesTheExpectedValue) {
 INSTANTIATE_TEST_SUITE_P(Cases, Glsl, testing::ValuesIn(tests::readCases(GLSL_CASES)),
                          tests::kCaseName);
 
-TEST(GlslEntry, versionsAreTried) {
-  const char* sources[] = {
-      "void main() { gl_FragColor = vec4(1.0, 2.0, 3.0, 4.0); }",
-      "varying vec2 v; void main() { float a[2] = float[2](1.0, 2.0); gl_FragColor = vec4(a[0], "
-      "a[1], 3, 4); }",
-      "out vec4 c; void main() { uint u = 1u; c = vec4(u, 2, 3, 4); }",
-      "#version 130\nout vec4 c; void main() { c = vec4(1, 2, 3, 4); }",
-      "#version 330 core\nlayout(location = 0) out vec4 c; void main() { c = vec4(1, 2, 3, 4); }",
-      "#version 120\nvoid main() { gl_FragColor = vec4(1, 2, 3, 4) + gl_TexCoord[1]; }",
-      "#ifdef GL_ES\nprecision mediump float;\n#endif\nvoid main() { gl_FragData[0] = vec4(1, 2, "
-      "3, 4); }",
-  };
-  for (const char* source : sources) {
-    EXPECT_EQ(runGlsl(source).colour, (std::array<float, 4>{1, 2, 3, 4})) << source;
+// In the files of sources/: whole sources, and the colour they give or the messages they get.
+class GlslSource : public testing::TestWithParam<tests::TextCase> {};
+
+TEST_P(GlslSource, isReadAsItIsMeant) {
+  const tests::TextCase& test = GetParam();
+  std::istringstream expected(test.expected);
+  std::array<float, 4> colour;
+  if (expected >> colour[0] >> colour[1] >> colour[2] >> colour[3]) {
+    EXPECT_EQ(runGlsl(test.body).colour, colour);
+    return;
+  }
+  const std::string messages = glslErrors(test.body);
+  std::istringstream lines(test.expected);
+  for (std::string line; std::getline(lines, line);) {
+    EXPECT_NE(messages.find(line), std::string::npos) << line << "\n" << messages;
   }
 }
 
-TEST(GlslEntry, imageShadersGetAnEntry) {
-  const Fragment result =
-      runGlsl("void mainImage(out vec4 c, in vec2 p) { c = vec4(p, iTime + iResolution.x, 0.0); }");
-  EXPECT_EQ(result.colour, (std::array<float, 4>{10.5f, 20.5f, 0, 1}));
-}
+INSTANTIATE_TEST_SUITE_P(Cases, GlslSource, testing::ValuesIn(tests::readCases(GLSL_SOURCES)),
+                         tests::kCaseName);
 
 TEST(GlslEntry, initialValuesOfUniforms) {
   const std::vector<tools::NamedValue> values =
@@ -97,11 +95,6 @@ TEST(GlslDerivatives, areReported) {
   EXPECT_FALSE(tools::compileGlsl(withBody("r = vec4(two);")).usesDerivatives);
 }
 
-struct Refusal {
-  const char* source;
-  const char* message;
-};
-
 std::string repeated(const std::string& text, int count) {
   std::string result;
   for (int i = 0; i < count; ++i) result += text;
@@ -118,46 +111,6 @@ TEST(GlslErrors, monstersAreRefused) {
             "; }\n";
   }
   EXPECT_EQ(glslErrors(wide + "void main() { gl_FragColor = vec4(f39(1.0)); }"), "");
-}
-
-TEST(GlslErrors, nameFileLineAndReason) {
-  const Refusal refusals[] = {
-      {"void main() {\n  gl_FragColor = vec4(x);\n}",
-       "a.frag:2: error: 'x' : undeclared identifier"},
-      {"precision highp float;\nvoid f() { }\n", "a.frag: error: main() is missing"},
-      {"#version 300 es\nprecision highp float;\nout vec4 c;\nvoid main() {\n  mat2x3 m = "
-       "mat2x3(1.0);\n  c = vec4(m[0].x);\n}",
-       "a.frag:5: error: non-square matrices are not supported"},
-      {"#version 400\nout vec4 c;\nvoid main() { double d = 1.0; c = vec4(d); }",
-       "type double is not supported"},
-      {"#version 300 es\nprecision highp float;\nlayout(location = 0) out vec4 a;\nlayout(location "
-       "= 1) out vec4 b;\nvoid main() {\n  a = vec4(0.0);\n  b = vec4(1.0);\n}",
-       "a.frag:7: error: output b: a shader has one colour output"},
-      {"void main() {\n  gl_FragData[1] = vec4(1.0);\n}", "only gl_FragData[0] is supported"},
-      {"#version 300 es\nprecision highp float;\nout vec4 c;\nuniform highp sampler2DArray "
-       "s;\nvoid main() {\n  c = texture(s, vec3(0.0));\n}",
-       "a.frag:6: error: samplers of type"},
-      {"#version 110\nvoid main() {\n  gl_FragColor = 1;\n}", "a.frag:3: error: 'assign'"},
-      {"#version 150\nlayout(origin_upper_left) in vec4 gl_FragCoord;\nout vec4 c;\nvoid main() { "
-       "c "
-       "= gl_FragCoord; }",
-       "a.frag: error: redeclared origins of gl_FragCoord are not supported"},
-      {"#version 300 es\nprecision highp float;\nuniform highp sampler3D s;\nout vec4 c;\nvoid "
-       "main() {\n  c = textureOffset(s, vec3(0.0), ivec3(1));\n}",
-       "a.frag:6: error: offsets are supported in 2D textures only"},
-      {"#version 430\nbuffer B { float x; };\nout vec4 c;\nvoid main() {\n  c = vec4(x);\n}",
-       "a.frag:5: error: storage buffers are not supported"},
-      {"float f(float x);\nvoid main() {\n  gl_FragColor = vec4(f(1.0));\n}",
-       "a.frag:3: error: function f() has no body"},
-      {"float f(float x);\nfloat g(float x) { return f(x); }\nfloat f(float x) { return g(x); "
-       "}\nvoid main() { gl_FragColor = vec4(f(1.0)); }",
-       "recursion through f()"},
-  };
-  for (const Refusal& refusal : refusals) {
-    EXPECT_NE(glslErrors(refusal.source).find(refusal.message), std::string::npos)
-        << refusal.message << "\n"
-        << glslErrors(refusal.source);
-  }
 }
 
 }  // namespace

@@ -1,6 +1,9 @@
 #include "module.h"
 
+#include <shadermachine-tools/validator.h>
+
 #include <bit>
+#include <stdexcept>
 
 #include "function_generator.h"
 #include "library.h"
@@ -32,12 +35,22 @@ std::optional<BuiltShader> Module::build() {
     }
   } catch (const Unsupported& error) {
     diagnostics_.add(error);
+  } catch (const std::length_error& error) {  // the builder's: tables and lists have 16-bit counts
+    diagnostics_.add(Unsupported(TSourceLoc(), error.what()));
   }
   if (!diagnostics_.empty()) return std::nullopt;
   BuiltShader shader = std::move(*builder_).build();
-  if (shader.view().codeSize <= kMaxCodeSize) return shader;
-  diagnostics_.add(Unsupported(TSourceLoc(), "the shader is too large"));
-  return std::nullopt;
+  if (shader.view().codeSize > kMaxCodeSize) {
+    diagnostics_.add(Unsupported(TSourceLoc(), "the shader is too large"));
+    return std::nullopt;
+  }
+  // A fault of this compiler must not reach a host as code.
+  for (const Diagnostic& remark : validate(shader.view()).diagnostics) {
+    if (remark.severity != Severity::Error) continue;
+    diagnostics_.add(Unsupported(TSourceLoc(), "cannot be compiled soundly: " + toString(remark)));
+    return std::nullopt;
+  }
+  return shader;
 }
 
 void Module::start(bool withConstants) {

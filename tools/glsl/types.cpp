@@ -1,5 +1,7 @@
 #include "types.h"
 
+#include <algorithm>
+
 #include "diagnostics.h"
 
 namespace shadermachine::tools::glsl {
@@ -75,6 +77,20 @@ std::optional<unsigned> lookupKind(const glslang::TSampler& sampler) {
   }
 }
 
+ValueType TypeTable::valueType(const TType& type, const TSourceLoc& where) {
+  const ValueType value = arrayFrom(type, 0, where);
+  if (sizeOf(value) > kMaxVariableBytes) {
+    throw Unsupported(where, "a variable of this type is larger than 64 MiB");
+  }
+  return value;
+}
+
+// Never wraps: sizes of structures are below the limit, and counts have 32 bits.
+uint64_t TypeTable::sizeOf(const ValueType& type) const {
+  const uint64_t element = type.code < 0 ? basicTypeSize(type.code) : structSizes_.at(type.code);
+  return element * std::max(type.count, 1u);
+}
+
 ValueType TypeTable::arrayFrom(const TType& type, int dimension, const TSourceLoc& where) {
   const int dimensions = type.isArray() ? type.getArraySizes()->getNumDims() : 0;
   if (dimension == dimensions) return {baseCode(type, where), 0};
@@ -86,8 +102,7 @@ TypeCode TypeTable::elementFrom(const TType& type, int dimension, const TSourceL
   if (element.count == 0) return element.code;
   const auto known = wrappers_.find(element);
   if (known != wrappers_.end()) return known->second;
-  return wrappers_[element] =
-             builder_.addStruct("array", {{"elements", element.code, element.count}});
+  return wrappers_[element] = addStruct({"array", {{"elements", element}}}, where);
 }
 
 TypeCode TypeTable::baseCode(const TType& type, const TSourceLoc& where) {
@@ -108,12 +123,29 @@ TypeCode TypeTable::baseCode(const TType& type, const TSourceLoc& where) {
 TypeCode TypeTable::structCode(const TType& type, const TSourceLoc& where) {
   const auto known = structs_.find(type.getStruct());
   if (known != structs_.end()) return known->second;
-  std::vector<Variable> members;
+  StructKey key{type.getTypeName().c_str(), {}};
   for (const glslang::TTypeLoc& member : *type.getStruct()) {
     const ValueType value = valueType(*member.type, member.loc.line > 0 ? member.loc : where);
-    members.push_back({member.type->getFieldName().c_str(), value.code, value.count});
+    key.members.emplace_back(member.type->getFieldName().c_str(), value);
   }
-  return structs_[type.getStruct()] = builder_.addStruct(type.getTypeName().c_str(), members);
+  return structs_[type.getStruct()] = addStruct(key, where);
+}
+
+TypeCode TypeTable::addStruct(const StructKey& key, const TSourceLoc& where) {
+  const auto known = structsByContent_.find(key);
+  if (known != structsByContent_.end()) return known->second;
+  uint64_t size = 0;
+  std::vector<Variable> members;
+  for (const auto& [name, value] : key.members) {
+    size += sizeOf(value);
+    members.push_back({name, value.code, value.count});
+  }
+  if (size > kMaxVariableBytes) {
+    throw Unsupported(where, "structure " + key.name + " is larger than 64 MiB");
+  }
+  const TypeCode code = builder_.addStruct(key.name, members);
+  structSizes_[code] = size;
+  return structsByContent_[key] = code;
 }
 
 }  // namespace shadermachine::tools::glsl

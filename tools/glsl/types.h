@@ -52,6 +52,9 @@ inline unsigned arrayLength(const TType& type, int dimension = 0) {
   return static_cast<unsigned>(length == 0 && dimension == 0 ? sizes.getImplicitSize() : length);
 }
 
+// Bytes of one variable: more than any picture needs, and less than sizes in records hold.
+inline constexpr uint64_t kMaxVariableBytes = 64 << 20;
+
 // Maps types and declares the structures that they need. There are no arrays of arrays in the
 // machine: an inner array becomes the only member of a structure.
 class TypeTable {
@@ -59,9 +62,7 @@ class TypeTable {
   explicit TypeTable(ShaderBuilder& builder) : builder_(builder) {}
 
   // Throws Unsupported. `where`: what a message refers to.
-  ValueType valueType(const TType& type, const TSourceLoc& where) {
-    return arrayFrom(type, 0, where);
-  }
+  ValueType valueType(const TType& type, const TSourceLoc& where);
   // Of the elements of an array type: a structure for inner arrays.
   TypeCode elementCode(const TType& arrayType, const TSourceLoc& where, int dimension = 0) {
     return elementFrom(arrayType, dimension, where);
@@ -73,12 +74,24 @@ class TypeTable {
   }
 
  private:
+  // What makes two structures the same to glslang, wherever they are declared.
+  struct StructKey {
+    std::string name;
+    std::vector<std::pair<std::string, ValueType>> members;
+    auto operator<=>(const StructKey&) const = default;
+  };
+
   ValueType arrayFrom(const TType& type, int dimension, const TSourceLoc& where);
   TypeCode elementFrom(const TType& type, int dimension, const TSourceLoc& where);
   TypeCode structCode(const TType& type, const TSourceLoc& where);
 
   ShaderBuilder& builder_;
+  uint64_t sizeOf(const ValueType& type) const;
+  TypeCode addStruct(const StructKey& key, const TSourceLoc& where);
+
   std::map<const glslang::TTypeList*, TypeCode> structs_;
+  std::map<StructKey, TypeCode> structsByContent_;
+  std::map<TypeCode, uint64_t> structSizes_;
   std::map<ValueType, TypeCode> wrappers_;
 };
 
