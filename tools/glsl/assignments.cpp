@@ -83,19 +83,20 @@ void FunctionGenerator::appendSelection(Target& target, std::span<const unsigned
   target.path.push_back({selectionStep(composed)});
 }
 
-void FunctionGenerator::fixIndices(Target& target, bool always) {
+void FunctionGenerator::fixIndices(Target& target, Fix which) {
   for (const PathStep& step : target.path) {
-    if (step.index == nullptr || fixedIndices_.contains(step.index)) continue;
-    if (!always && !hasEffects(*step.index) && treeSize(*step.index) == 1) continue;
+    if (step.index == nullptr || fixedValues_.contains(step.index)) continue;
+    if (which == Fix::Writing && !writesVariables(*step.index)) continue;
+    if (which == Fix::Costly && !hasEffects(*step.index) && treeSize(*step.index) == 1) continue;
     const Place place = newLocal("index", valueType(*step.index));
     value(*step.index);
     store(place);
-    fixedIndices_[step.index] = place;
+    fixedValues_[step.index] = place;
   }
 }
 
 void FunctionGenerator::forgetIndices(const Target& target) {
-  for (const PathStep& step : target.path) fixedIndices_.erase(step.index);
+  for (const PathStep& step : target.path) fixedValues_.erase(step.index);
 }
 
 void FunctionGenerator::loadTarget(const Target& target) {
@@ -151,16 +152,21 @@ bool FunctionGenerator::bindConstant(const TIntermBinary& node) {
   return true;
 }
 
+// What an assignment reads of its own left side, it reads after the effects of the right side.
 void FunctionGenerator::assign(const TIntermBinary& node, bool wantsValue) {
   if (!wantsValue && bindConstant(node)) return;
   Target destination = target(*node.getLeft());
+  fixIndices(destination, Fix::Writing);
   if (node.getOp() == glslang::EOpAssign) {
-    if (wantsValue) fixIndices(destination, false);
     value(*node.getRight());
+    if (wantsValue) fixIndices(destination, Fix::Costly);
   } else {
-    fixIndices(destination, false);
+    const TIntermTyped* sides[] = {node.getLeft(), node.getRight()};
+    const Hoisted hoisted = hoistEffects(sides, true);
+    fixIndices(destination, Fix::Costly);
     const Operand current{shapeOf(*node.getLeft()), nullptr, [&] { loadTarget(destination); }};
     arithmetic(node.getOp(), current, operand(*node.getRight()), node.getLoc());
+    forget(hoisted);
   }
   const bool isLocal = destination.path.empty() && destination.root.kind == Place::Kind::Local;
   if (wantsValue && isLocal && destination.root.type.isInline()) {
@@ -177,7 +183,7 @@ void FunctionGenerator::increment(const TIntermUnary& node, bool wantsValue) {
   const bool isPost = op == glslang::EOpPostIncrement || op == glslang::EOpPostDecrement;
   const Shape shape = shapeOf(*node.getOperand());
   Target destination = target(*node.getOperand());
-  fixIndices(destination, false);
+  fixIndices(destination, Fix::Costly);
   loadTarget(destination);
   if (wantsValue && isPost) code_.emit(VM_OP_DUP);
   if (shape.isInteger()) {

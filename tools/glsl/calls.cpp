@@ -65,7 +65,7 @@ std::vector<std::optional<Target>> FunctionGenerator::outputTargets(
   for (size_t i = 0; i < arguments.size(); ++i) {
     if (!isOutput(*info.parameters[i])) continue;
     targets[i] = target(*arguments[i].node);
-    fixIndices(*targets[i], true);
+    fixIndices(*targets[i], Fix::All);
   }
   return targets;
 }
@@ -137,7 +137,7 @@ void FunctionGenerator::inlineCall(const FunctionInfo& info, std::span<const Ope
     }
     if (isOutput(*info.parameters[i])) {
       targets[i] = target(*arguments[i].node);
-      fixIndices(*targets[i], true);
+      fixIndices(*targets[i], Fix::All);
     }
     const Place place = passInline(info, i, arguments[i]);
     inner.bindings.emplace(parameter, place);

@@ -27,11 +27,30 @@ const TIntermTyped* splatArgument(const TIntermTyped& node) {
   return sameScalar && argument->getType().isScalar() ? argument : nullptr;
 }
 
+// What is evaluated all together, in an order that the language leaves open; nothing for operators
+// that have one, and for what is only written.
+std::vector<const TIntermTyped*> operandsOf(const TIntermTyped& node) {
+  std::vector<const TIntermTyped*> operands;
+  if (const TIntermBinary* binary = node.getAsBinaryNode()) {
+    const bool isOrdered =
+        isAssignment(binary->getOp()) || binary->getOp() == glslang::EOpLogicalAnd ||
+        binary->getOp() == glslang::EOpLogicalOr || binary->getOp() == glslang::EOpComma;
+    if (!isOrdered) operands = {binary->getLeft(), binary->getRight()};
+  } else if (const TIntermAggregate* aggregate = node.getAsAggregate()) {
+    if (aggregate->getOp() == glslang::EOpComma) return operands;
+    for (size_t i = 0; i < aggregate->getSequence().size(); ++i) {
+      if (isOutputArgument(*aggregate, i)) continue;
+      operands.push_back(aggregate->getSequence()[i]->getAsTyped());
+    }
+  }
+  return operands;
+}
+
 }  // namespace
 
 void FunctionGenerator::value(const TIntermTyped& node) {
-  const auto fixed = fixedIndices_.find(&node);
-  if (fixed != fixedIndices_.end()) return load(fixed->second);
+  const auto fixed = fixedValues_.find(&node);
+  if (fixed != fixedValues_.end()) return load(fixed->second);
   if (const TIntermSymbol* symbol = node.getAsSymbolNode()) return symbolValue(*symbol);
   if (const TIntermConstantUnion* constant = node.getAsConstantUnion()) {
     return constantValue(*constant);
@@ -39,18 +58,27 @@ void FunctionGenerator::value(const TIntermTyped& node) {
   if (const TIntermSelection* selection = node.getAsSelectionNode()) {
     return selectionValue(*selection);
   }
-  if (const TIntermBinary* binary = node.getAsBinaryNode()) return binaryValue(*binary);
   if (const TIntermUnary* unary = node.getAsUnaryNode()) return unaryValue(*unary);
-  const TIntermAggregate* aggregate = node.getAsAggregate();
-  if (aggregate == nullptr) throw Unsupported(node.getLoc(), "this expression is not supported");
-  if (aggregate->getOp() == glslang::EOpFunctionCall) return userCall(*aggregate);
-  if (aggregate->isConstructor()) {
-    return construct(node.getType(), children(*aggregate), node.getLoc());
+  const std::vector<const TIntermTyped*> operands = operandsOf(node);
+  const Hoisted hoisted = hoistEffects(operands, false);
+  if (const TIntermBinary* binary = node.getAsBinaryNode()) {
+    binaryValue(*binary);
+  } else if (const TIntermAggregate* aggregate = node.getAsAggregate()) {
+    aggregateValue(*aggregate);
+  } else {
+    throw Unsupported(node.getLoc(), "this expression is not supported");
   }
-  if (aggregate->isTexture()) return textureCall(*aggregate);
+  forget(hoisted);
+}
+
+void FunctionGenerator::aggregateValue(const TIntermAggregate& node) {
+  if (node.getOp() == glslang::EOpFunctionCall) return userCall(node);
+  if (node.getOp() == glslang::EOpComma) return commaValue(node);
+  if (node.isConstructor()) return construct(node.getType(), children(node), node.getLoc());
+  if (node.isTexture()) return textureCall(node);
   std::vector<const TIntermTyped*> arguments;
-  for (const TIntermNode* child : children(*aggregate)) arguments.push_back(child->getAsTyped());
-  builtinCall(*aggregate, arguments);
+  for (const TIntermNode* child : children(node)) arguments.push_back(child->getAsTyped());
+  builtinCall(node, arguments);
 }
 
 void FunctionGenerator::discardValue(const TIntermTyped& node) {
@@ -73,6 +101,12 @@ void FunctionGenerator::discardValue(const TIntermTyped& node) {
   if (!writesVariables(node)) return;
   value(node);
   if (node.getBasicType() != glslang::EbtVoid) popValue(node.getType(), node.getLoc());
+}
+
+void FunctionGenerator::commaValue(const TIntermAggregate& node) {
+  const std::span<TIntermNode* const> parts = children(node);
+  for (const TIntermNode* part : parts.first(parts.size() - 1)) discardValue(*part->getAsTyped());
+  value(*parts.back()->getAsTyped());
 }
 
 void FunctionGenerator::popValue(const TType& type, const TSourceLoc& where) {
@@ -237,6 +271,45 @@ void FunctionGenerator::selectionValue(const TIntermSelection& node) {
 
 Operand FunctionGenerator::operand(const TIntermTyped& node) {
   return {shapeOf(node), &node, [this, &node] { value(node); }};
+}
+
+// The language leaves open when the variables among several operands are read; drivers read them
+// after the effects of all operands, and programs count on it.
+FunctionGenerator::Hoisted FunctionGenerator::hoistEffects(
+    std::span<const TIntermTyped* const> operands, bool firstIsTarget) {
+  std::vector<const TIntermTyped*> writing;
+  bool isNeeded = false;
+  for (size_t i = operands.size(); i-- > 0;) {
+    if (!(i == 0 && firstIsTarget) && writesVariables(*operands[i])) {
+      writing.insert(writing.begin(), operands[i]);
+    } else {
+      isNeeded = isNeeded || std::any_of(writing.begin(), writing.end(), [&](const auto* later) {
+                   return readsWritten(*operands[i], *later);
+                 });
+    }
+  }
+  Hoisted hoisted;
+  for (const TIntermTyped* node : writing) {
+    if (!isNeeded || node->getBasicType() == glslang::EbtVoid) continue;
+    const Place place = newLocal("value", valueType(*node));
+    value(*node);
+    store(place);
+    fixedValues_[node] = place;
+    hoisted.push_back(node);
+  }
+  return hoisted;
+}
+
+bool FunctionGenerator::readsWritten(const TIntermTyped& reader, const TIntermTyped& writer) {
+  const std::set<SymbolId> written = scope().program->writtenBy(writer);
+  return anyNode(reader, [&](const TIntermNode& node) {
+    const TIntermSymbol* symbol = node.getAsSymbolNode();
+    return symbol != nullptr && written.contains(symbol->getId());
+  });
+}
+
+void FunctionGenerator::forget(const Hoisted& hoisted) {
+  for (const TIntermTyped* node : hoisted) fixedValues_.erase(node);
 }
 
 // The scalar that all components are made from, or the operand itself.

@@ -74,7 +74,9 @@ class FunctionGenerator {
 
   // expressions.cpp
   void value(const TIntermTyped& node);
+  void aggregateValue(const TIntermAggregate& node);
   void discardValue(const TIntermTyped& node);
+  void commaValue(const TIntermAggregate& node);
   void popValue(const TType& type, const TSourceLoc& where);
   void symbolValue(const TIntermSymbol& symbol);
   void constantValue(const TIntermConstantUnion& constant);
@@ -87,6 +89,11 @@ class FunctionGenerator {
   void selectionValue(const TIntermSelection& node);
   void swizzle(std::span<const unsigned> selectors, unsigned sourceSize);
   Operand operand(const TIntermTyped& node);
+  // Operands whose values were made beforehand, in locals, since others read what they write.
+  using Hoisted = std::vector<const TIntermTyped*>;
+  Hoisted hoistEffects(std::span<const TIntermTyped* const> operands, bool firstIsTarget);
+  bool readsWritten(const TIntermTyped& reader, const TIntermTyped& writer);
+  void forget(const Hoisted& hoisted);
   Operand withoutSplat(const Operand& operand);
   const TIntermConstantUnion* asConstant(const TIntermTyped& node) const;
   std::optional<float> constantFloat(const TIntermTyped& node) const;
@@ -126,7 +133,8 @@ class FunctionGenerator {
   void appendStep(Target& target, const TIntermBinary& node);
   void appendSelection(Target& target, std::span<const unsigned> selectors);
   // Evaluates indices now, so that the target can be used twice or later.
-  void fixIndices(Target& target, bool always);
+  enum class Fix { Writing, Costly, All };  // those that write variables, or cost or may fail
+  void fixIndices(Target& target, Fix which);
   void forgetIndices(const Target& target);
   void loadTarget(const Target& target);
   void storeTarget(const Target& target);
@@ -195,7 +203,7 @@ class FunctionGenerator {
   std::vector<Scope> scopes_;
   std::vector<Exits> exits_;
   std::map<ValueType, std::vector<Place>> freeLocals_;
-  std::map<const TIntermTyped*, Place> fixedIndices_;
+  std::map<const TIntermTyped*, Place> fixedValues_;
 };
 
 }  // namespace shadermachine::tools::glsl

@@ -9,14 +9,6 @@ void visitIfPresent(const TIntermNode* node, const Visit& visit) {
   if (node != nullptr) visit(*node);
 }
 
-bool anyNode(const TIntermNode& node, const std::function<bool(const TIntermNode&)>& test) {
-  bool found = test(node);
-  if (!found) {
-    forEachChild(node, [&](const TIntermNode& child) { found = found || anyNode(child, test); });
-  }
-  return found;
-}
-
 // Of a built-in function that writes its last arguments.
 size_t firstOutput(TOperator op) {
   switch (op) {
@@ -67,6 +59,14 @@ void forEachChild(const TIntermNode& node, const Visit& visit) {
 void visitTree(const TIntermNode& node, const Visit& visit) {
   visit(node);
   forEachChild(node, [&](const TIntermNode& child) { visitTree(child, visit); });
+}
+
+bool anyNode(const TIntermNode& node, const std::function<bool(const TIntermNode&)>& test) {
+  bool found = test(node);
+  if (!found) {
+    forEachChild(node, [&](const TIntermNode& child) { found = found || anyNode(child, test); });
+  }
+  return found;
 }
 
 unsigned treeSize(const TIntermNode& node) {

@@ -34,6 +34,9 @@ void forEachChild(const TIntermNode& node, const std::function<void(const TInter
 // Visits the node and everything below it, parents first.
 void visitTree(const TIntermNode& node, const std::function<void(const TIntermNode&)>& visit);
 
+// Whether the test holds for the node or anything below it.
+bool anyNode(const TIntermNode& node, const std::function<bool(const TIntermNode&)>& test);
+
 unsigned treeSize(const TIntermNode& node);
 
 // The first node that is nested deeper than the limit; null when there is none.

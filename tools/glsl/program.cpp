@@ -122,6 +122,17 @@ void Program::closeOverCalls() {
   }
 }
 
+std::set<SymbolId> Program::writtenBy(const TIntermNode& tree) const {
+  FunctionInfo found;
+  visitTree(tree, [&found](const TIntermNode& node) { noteNode(found, node); });
+  for (const std::string& callee : found.callees) {
+    if (const FunctionInfo* called = findFunction(callee)) {
+      found.written.insert(called->written.begin(), called->written.end());
+    }
+  }
+  return std::move(found.written);
+}
+
 std::vector<const FunctionInfo*> Program::reachable(const std::string& from) const {
   std::vector<const FunctionInfo*> order;
   std::set<std::string> open, done;

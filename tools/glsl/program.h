@@ -44,6 +44,8 @@ class Program {
   std::map<std::string, FunctionInfo>& functions() { return functions_; }
   // Initial values of global variables, as assignments in order.
   const std::vector<const TIntermNode*>& initializers() const { return initializers_; }
+  // Variables that evaluating the tree may change.
+  std::set<SymbolId> writtenBy(const TIntermNode& tree) const;
   // Functions that main() calls, directly or not, itself among them. Throws on recursion.
   std::vector<const FunctionInfo*> reachable(const std::string& from) const;
 
