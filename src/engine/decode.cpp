@@ -6,6 +6,8 @@ namespace shadermachine::engine {
 namespace {
 
 constexpr uint32_t kNoInstruction = UINT32_MAX;
+// Steps of work between two looks at the clock; the largest take some microseconds.
+constexpr uint32_t kWorkPerCheck = 256;
 
 enum PcFlag : uint8_t { kStart = 1, kTarget = 2, kEntry = 4 };
 
@@ -20,8 +22,12 @@ bool isJump(Opcode opcode) { return opcode == Opcode::JUMP || opcode == Opcode::
 // Finds the reachable instructions of one function, then follows the stack through them.
 class FunctionScan {
  public:
-  FunctionScan(Arena& arena, const FlowRules& rules, DecodedFunction& function)
-      : arena_(arena), rules_(rules), function_(function), length_(function.record->codeLength) {
+  FunctionScan(Arena& arena, Decoder& decoder, const FlowRules& rules, DecodedFunction& function)
+      : arena_(arena),
+        decoder_(decoder),
+        rules_(rules),
+        function_(function),
+        length_(function.record->codeLength) {
     flags_ = static_cast<uint8_t*>(std::calloc(length_, 1));
     indices_ = static_cast<uint32_t*>(std::malloc(length_ * sizeof(uint32_t)));
   }
@@ -59,6 +65,7 @@ class FunctionScan {
 
   bool scanFrom(uint32_t pc) {
     while (pc < length_ && (flags_[pc] & kStart) == 0) {
+      if (decoder_.isOverTime(1)) return false;
       const uint32_t size = instructionLength(function_.code + pc, length_ - pc);
       if (size == 0) return false;
       flags_[pc] = static_cast<uint8_t>(flags_[pc] | kStart);
@@ -117,6 +124,7 @@ class FunctionScan {
   bool followFrom(uint32_t index) {
     StackState state = *function_.instructions[index].state;
     for (bool first = true;; first = false) {
+      if (decoder_.isOverTime(1)) return false;
       Instruction& item = function_.instructions[index];
       if (item.isTarget && !first) return flowInto(item.pc, state);
       item.count = state.count;
@@ -132,6 +140,7 @@ class FunctionScan {
   }
 
   Arena& arena_;
+  Decoder& decoder_;
   const FlowRules& rules_;
   DecodedFunction& function_;
   uint32_t length_;
@@ -162,7 +171,7 @@ const DecodedFunction* Decoder::decode(uint32_t function) {
   if (functions_ == nullptr) return nullptr;
   Entry& entry = functions_[function];
   if (entry.visit == Visit::Usable) return &entry.decoded;
-  if (entry.visit != Visit::None) return nullptr;
+  if (entry.visit != Visit::None || depth_ > kMaxCallDepth) return nullptr;
   entry.visit = Visit::InProgress;
   entry.consulted = true;
   const ShaderFunction* record = shader_.functions[function];
@@ -173,10 +182,21 @@ const DecodedFunction* Decoder::decode(uint32_t function) {
     entry.decoded.code = shader_.code + record->codeOffset;
     entry.decoded.returnWidth = -1;
     const FlowRules rules(*this, machine_);
-    usable = FunctionScan(arena_, rules, entry.decoded).run();
+    ++depth_;
+    usable = FunctionScan(arena_, *this, rules, entry.decoded).run();
+    --depth_;
+    entry.decoded.order = completed_++;
   }
   entry.visit = usable ? Visit::Usable : Visit::Unusable;
   return usable ? &entry.decoded : nullptr;
+}
+
+bool Decoder::isOverTime(uint32_t work) {
+  work_ += work;
+  if (work_ < kWorkPerCheck) return overTime_;
+  work_ = 0;
+  overTime_ = overTime_ || isHalfOver(machine_.timeLimit);
+  return overTime_;
 }
 
 bool Decoder::isPlainCall(uint32_t function) const {

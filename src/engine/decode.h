@@ -10,6 +10,8 @@
 namespace shadermachine::engine {
 
 inline constexpr uint32_t kMaxTemporaries = 48;
+// Calls are followed and inlined so deep; what is called deeper is left to the plain handlers.
+inline constexpr int32_t kMaxCallDepth = 40;
 
 // Temporaries of one frame before an instruction runs.
 struct StackState {
@@ -36,6 +38,7 @@ struct DecodedFunction {
   Instruction* instructions;  // in code order
   uint32_t count;
   uint32_t maxTemporaries;
+  uint32_t order;       // of completion
   int32_t returnWidth;  // defined words of the returned value; -1 when nothing is returned
   bool returnsBlock;
   bool keepsIndices;  // returns with entries of its own on the index stack
@@ -50,8 +53,14 @@ class Decoder {
  public:
   Decoder(Arena& arena, const Machine& machine);
 
-  // Null when the function must be left to the plain handlers (or memory is short).
+  // Decodes the function and what it calls. Null when it must be left to the plain handlers (or
+  // memory is short). A function that is decoded later than one that calls it (of a recursion, or
+  // first met too deep) was unknown when the caller's stack was followed.
   const DecodedFunction* decode(uint32_t function);
+
+  // Counts work against the run's time. True when it has taken half of that: the translation is
+  // given up, and leaves the other half to the plain handlers.
+  bool isOverTime(uint32_t work);
 
   // True when CALL of the function goes to the host or ends the run, whatever is on the stack.
   bool isPlainCall(uint32_t function) const;
@@ -77,6 +86,10 @@ class Decoder {
   const Machine& machine_;
   Arena& arena_;
   Entry* functions_;
+  int32_t depth_ = 0;
+  uint32_t completed_ = 0;
+  uint32_t work_ = 0;  // since the clock was read
+  bool overTime_ = false;
   mutable bool foundCalls_ = false;
 };
 

@@ -22,6 +22,9 @@ struct Translation {
 namespace {
 
 constexpr uint32_t kMaxTranslations = 8;
+// A translation takes as long as some hundred plain runs of its shader. So
+// many runs of shaders without a translation are plain after one that came to nothing.
+constexpr uint32_t kPlainRuns = 4096;
 // Each retry makes one more instruction keep words that a later one turned out to read.
 constexpr uint32_t kMaxAttempts = 40;
 
@@ -34,8 +37,10 @@ void destroy(Translation* translation) {
 constexpr Record kPlainProgram = {&plainRunStep, nullptr, nullptr, nullptr, nullptr,
                                   {nullptr},     0,       0,       0,       0};
 
+// False when memory is short. A shader that is left to the plain handlers has no first record.
 bool makeRecords(Machine& machine, Decoder& decoder, Translation& translation) {
   for (uint32_t attempt = 0; attempt < kMaxAttempts; ++attempt) {
+    translation.arena.release();
     auto* translator = static_cast<Translator*>(std::malloc(sizeof(Translator)));
     if (translator == nullptr) return false;
     std::construct_at(translator, translation.arena, decoder, machine);
@@ -43,28 +48,45 @@ bool makeRecords(Machine& machine, Decoder& decoder, Translation& translation) {
     const bool again = translator->retry();
     std::destroy_at(translator);
     std::free(translator);
-    if (translation.arena.failed()) return false;
+    if (translation.arena.failed()) return translation.arena.isFull();
     if (!again) return true;
     translation.first = nullptr;
   }
   return true;
 }
 
+// The snapshot comes with a translation that has no records too: that is remembered like another.
+// False when memory is short, or when it is too large even so.
+bool takeSnapshot(const CompiledShader& shader, const Decoder& decoder, Translation& translation) {
+  if (!translation.arena.failed()) {
+    if (translation.snapshot.take(shader, decoder, translation.arena)) return true;
+    if (!translation.arena.isFull()) return false;
+  }
+  translation.first = nullptr;
+  translation.arena.release();
+  return translation.snapshot.take(shader, decoder, translation.arena);
+}
+
 // Null when memory is short: the run is then a plain one, and the next tries again. Null as well
-// when the translation is too large; the runs are plain ones as long as the shader is held.
+// when the run's time does not suffice, or the shader is too large to be known again.
 Translation* translate(Machine& machine) {
   auto* translation = static_cast<Translation*>(std::malloc(sizeof(Translation)));
   if (translation == nullptr) return nullptr;
   std::construct_at(translation);
-  Decoder decoder(translation->arena, machine);
-  if (!makeRecords(machine, decoder, *translation) ||
-      !translation->snapshot.take(*machine.shader, decoder, translation->arena)) {
-    if (translation->arena.isFull()) machine.heldProgram = &kPlainProgram;
-    destroy(translation);
-    return nullptr;
+  Arena decoded(Translation::kMaxBytes);
+  Decoder decoder(decoded, machine);
+  const bool made = makeRecords(machine, decoder, *translation) &&
+                    (!decoded.failed() || decoded.isFull()) && !decoder.isOverTime(0) &&
+                    takeSnapshot(*machine.shader, decoder, *translation);
+  if (made) {
+    if (translation->first == nullptr) translation->first = &kPlainProgram;
+    return translation;
   }
-  if (translation->first == nullptr) translation->first = &kPlainProgram;
-  return translation;
+  if (decoder.isOverTime(0) || translation->arena.isFull()) {
+    machine.runsBeforeTranslation = kPlainRuns;
+  }
+  destroy(translation);
+  return nullptr;
 }
 
 // Drops the translations used longest ago.
@@ -93,10 +115,15 @@ Translation* findTranslation(Machine& machine) {
   return found;
 }
 
-// Apart from selectProgram(), which has to save the fewer registers. Null when memory is short.
+// Apart from selectProgram(), which has to save the fewer registers. Null when this run is plain.
 [[gnu::noinline]] Translation* findOrTranslate(Machine& machine) {
+  const bool waits = machine.runsBeforeTranslation != 0;
   Translation* found = findTranslation(machine);
   if (found != nullptr) return found;
+  if (waits) {
+    --machine.runsBeforeTranslation;
+    return nullptr;
+  }
   Translation* made = translate(machine);
   if (made == nullptr) return nullptr;
   made->next = machine.translations;

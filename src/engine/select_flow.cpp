@@ -7,7 +7,6 @@ namespace shadermachine::engine {
 namespace {
 
 // Beyond these, calls are left to the plain handlers.
-constexpr int32_t kMaxInlineDepth = 40;
 constexpr uint32_t kMaxRecords = 60000;
 
 uint32_t* siteAddress(const Site* site) {
@@ -144,7 +143,7 @@ bool Translator::selectStop(Instance& instance, Instruction& item) {
 // Calls -------------------------------------------------------------------------------------------
 
 bool Translator::canInline(const Instance& caller, uint32_t function) const {
-  if (inlineDepth_ >= kMaxInlineDepth) return false;
+  if (inlineDepth_ >= kMaxCallDepth) return false;
   for (const Instance* at = &caller; at != nullptr; at = at->caller) {
     if (at->call->function == function) return false;
   }
@@ -156,8 +155,9 @@ bool Translator::selectCall(Instance& instance, Instruction& item) {
   // Only the plain handlers keep the words of an argument that its parameter does not have.
   const bool plain = item.keepsWords || decoder_.isPlainCall(number) ||
                      !canInline(instance, number) || out_.recordCount() > kMaxRecords;
-  const DecodedFunction* callee = plain ? nullptr : decoder_.decode(number);
+  const DecodedFunction* callee = plain ? nullptr : decoder_.decoded(number);
   if (callee == nullptr || callee->keepsIndices) return false;
+  if (callee->order > instance.function->order) return false;
   const ShaderFunction& record = *callee->record;
   const int32_t locals = out_.top + 1 - record.paramCount;
   if (locals + record.localCount + static_cast<int32_t>(callee->maxTemporaries) >=
@@ -406,6 +406,8 @@ void Translator::translateFunction(Instance& instance) {
       }
     }
     beginInstruction(instance, item);
+    // Some of an instruction's work goes through all slots.
+    outgrown_ = outgrown_ || decoder_.isOverTime(1 + static_cast<uint32_t>(out_.top + 1) / 64);
     if (out_.failed() || out_.retry() || outgrown_) return;
     if (!select(instance, item)) selectPlain(instance, item);
     // Code behind a certain overflow of the index stack has no depth to be translated for.

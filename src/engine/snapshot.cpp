@@ -1,5 +1,7 @@
 #include "engine/snapshot.h"
 
+#include <algorithm>
+
 #include "engine/decode.h"
 
 namespace shadermachine::engine {
@@ -94,11 +96,11 @@ Snapshot::Struct copyStruct(const CompiledShader& shader, uint32_t number, Arena
   return {number, true, info->size, copyVariables(info->members, info->memberCount, arena)};
 }
 
-void addNumber(Array<uint32_t>& numbers, uint32_t number) {
-  for (uint32_t i = 0; i < numbers.size(); ++i) {
-    if (numbers[i] == number) return;
-  }
-  numbers.append(number);
+void sortOut(Array<uint32_t>& numbers) {
+  uint32_t* const first = numbers.data();
+  std::sort(first, first + numbers.size());
+  const auto count = std::unique(first, first + numbers.size()) - first;
+  while (numbers.size() > static_cast<uint32_t>(count)) numbers.removeLast();
 }
 
 // The structure types that the function's instructions name.
@@ -111,7 +113,7 @@ void addStructs(Array<uint32_t>& structs, const DecodedFunction& function) {
     if (!names) continue;
     const uint32_t number = operandU16(function.code, item.pc + 1);
     const bool basic = item.opcode != Opcode::STRUCT_FIELD && static_cast<int16_t>(number) < 0;
-    if (!basic) addNumber(structs, number);
+    if (!basic) structs.append(number);
   }
 }
 
@@ -125,6 +127,7 @@ bool Snapshot::take(const CompiledShader& shader, const Decoder& decoder, Arena&
     if (f != shader.entryIndex) numbers.append(f);
     if (decoder.decoded(f) != nullptr) addStructs(structNumbers, *decoder.decoded(f));
   }
+  sortOut(structNumbers);
   auto* functions = arena.allocate<Function>(numbers.size());
   auto* structs = arena.allocate<Struct>(structNumbers.size());
   if (numbers.failed() || structNumbers.failed() || arena.failed()) return false;

@@ -25,6 +25,7 @@ struct Machine : ShaderMachine {
   ValueSlot stray;                    // stands in for slots and variables that do not exist
   uint32_t runsPlain;                 // for tests and benchmarks: never translate
   engine::Translation* translations;  // owned; the most recently used first
+  uint32_t runsBeforeTranslation;     // of shaders without one, that are plain runs
   const engine::Record* heldProgram;  // translation of the shader that the machine holds, or null
 };
 

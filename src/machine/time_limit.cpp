@@ -26,6 +26,11 @@ void beginTimeLimit(TimeLimit& limit, uint32_t milliseconds) {
   limit.deadline = limit.lastRead + milliseconds * kNanosecondsPerMillisecond;
 }
 
+bool isHalfOver(const TimeLimit& limit) {
+  if (limit.deadline == 0) return false;
+  return steadyNanoseconds() >= limit.lastRead + (limit.deadline - limit.lastRead) / 2;
+}
+
 bool readTimeLimit(TimeLimit& limit) {
   limit.ticksLeft = limit.interval;
   if (limit.deadline == 0) return false;

@@ -12,7 +12,7 @@ struct TimeLimit {
   uint32_t ticksLeft;
   uint32_t interval;
   uint64_t deadline;  // steady clock, nanoseconds; 0 when the run has no limit
-  uint64_t lastRead;
+  uint64_t lastRead;  // or the start
 };
 
 void beginTimeLimit(TimeLimit& limit, uint32_t milliseconds);
@@ -24,6 +24,9 @@ inline void startTimeLimit(TimeLimit& limit, uint32_t milliseconds) {
 
 // Reads the clock and sets the next interval; true when the deadline has passed.
 bool readTimeLimit(TimeLimit& limit);
+
+// True when half of the time is over, for preparations before the first instruction.
+bool isHalfOver(const TimeLimit& limit);
 
 // Work between jumps that may take as long as so many of them: the clock is read the sooner.
 inline void chargeTimeLimit(TimeLimit& limit, uint64_t ticks) {

@@ -175,20 +175,51 @@ TEST(Translation, StoresWithoutMemoryEndTheRun) {
   EXPECT_EQ(liveAllocations(), live);
 }
 
-TEST(Translation, IsTriedOnceWhenItIsTooLarge) {
-  const BuiltShader shader = buildShader([](ShaderBuilder&, FunctionBuilder& code) {
-    for (int i = 0; i < 300000; ++i) {
+// Each function calls the next so often; the entry function calls the first only in theory.
+BuiltShader callingDeep(int functions, int calls) {
+  return buildShader([&](ShaderBuilder& shader, FunctionBuilder& code) {
+    for (int i = 0; i < 1500; ++i) shader.addGlobal({.name = "g", .type = VM_TYPE_INT});
+    for (int f = 1; f < functions; ++f) {
+      FunctionBuilder& function = shader.addFunction("f");
+      const FunctionId next{static_cast<uint16_t>(f + 1)};
+      for (int i = 0; i < calls && f + 1 < functions; ++i) function.call(next);
+      function.emit(VM_OP_RETURN);
+    }
+    const Label end = code.newLabel();
+    code.pushInt(0);
+    code.jumpIfFalse(end);
+    code.call(FunctionId{1});
+    code.bind(end);
+    code.emit(VM_OP_DISCARD);
+  });
+}
+
+BuiltShader tooLarge() {
+  return buildShader([](ShaderBuilder&, FunctionBuilder& code) {
+    for (int i = 0; i < 400000; ++i) {
       code.pushInt(0);
       code.emit(VM_OP_POP);
     }
-    code.emit(VM_OP_RETURN);
+    code.emit(VM_OP_DISCARD);
   });
+}
+
+// What takes too much memory, or half of the run's time, is not tried again at once.
+TEST(Translation, FailuresAreRemembered) {
+  const BuiltShader shaders[] = {tooLarge(), callingDeep(20, 2)};
+  for (const BuiltShader& shader : shaders) {
+    Rig rig;
+    rig.startup.timeout = &shader == shaders ? 0 : 1;
+    EXPECT_EQ(rig.run(shader), VM_ERR_DISCARDED);
+    const int64_t requested = requestedAllocations();
+    EXPECT_EQ(rig.run(shader), VM_ERR_DISCARDED);
+    EXPECT_EQ(requestedAllocations(), requested);
+  }
+}
+
+TEST(Translation, CallsAreNotFollowedToTheEnd) {
   Rig rig;
-  EXPECT_EQ(rig.run(shader), VM_OK);
-  EXPECT_FALSE(engine::isTranslated(internals(rig)));
-  const int64_t requested = requestedAllocations();
-  EXPECT_EQ(rig.run(shader), VM_OK);
-  EXPECT_EQ(requestedAllocations(), requested);
+  EXPECT_EQ(rig.run(callingDeep(60000, 1)), VM_ERR_DISCARDED);
 }
 
 TEST(Translation, CanBeSwitchedOff) {
