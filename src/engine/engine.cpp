@@ -1,5 +1,7 @@
 #include "engine/engine.h"
 
+#include <algorithm>
+#include <iterator>
 #include <memory>
 
 #include "engine/snapshot.h"
@@ -23,7 +25,8 @@ namespace {
 
 constexpr uint32_t kMaxTranslations = 8;
 // A translation takes as long as some hundred plain runs of its shader. So
-// many runs of shaders without a translation are plain after one that came to nothing.
+// many runs of shaders without a translation are plain after one that replaced another, or came to
+// nothing: shaders that take turns then cost no more than they would without the engine.
 constexpr uint32_t kPlainRuns = 4096;
 // Each retry makes one more instruction keep words that a later one turned out to read.
 constexpr uint32_t kMaxAttempts = 40;
@@ -96,6 +99,7 @@ void limitTranslations(Machine& machine) {
   if (last == nullptr) return;
   Translation* rest = last->next;
   last->next = nullptr;
+  if (rest != nullptr) machine.runsBeforeTranslation = kPlainRuns;
   while (rest != nullptr) {
     Translation* next = rest->next;
     destroy(rest);
@@ -115,15 +119,25 @@ Translation* findTranslation(Machine& machine) {
   return found;
 }
 
+// Where a shader is noted that was found to have no translation. Looking through all of them takes
+// as long as a small shader runs.
+const CompiledShader*& passedOver(Machine& machine) {
+  const uint64_t address = reinterpret_cast<uintptr_t>(machine.shader);
+  return machine.passedOver[(address * 0x9E3779B97F4A7C15) >> 56];
+}
+
 // Apart from selectProgram(), which has to save the fewer registers. Null when this run is plain.
 [[gnu::noinline]] Translation* findOrTranslate(Machine& machine) {
   const bool waits = machine.runsBeforeTranslation != 0;
-  Translation* found = findTranslation(machine);
+  const bool known = waits && passedOver(machine) == machine.shader;
+  Translation* found = known ? nullptr : findTranslation(machine);
   if (found != nullptr) return found;
   if (waits) {
     --machine.runsBeforeTranslation;
+    passedOver(machine) = machine.shader;
     return nullptr;
   }
+  std::fill(std::begin(machine.passedOver), std::end(machine.passedOver), nullptr);
   Translation* made = translate(machine);
   if (made == nullptr) return nullptr;
   made->next = machine.translations;

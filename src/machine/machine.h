@@ -26,6 +26,8 @@ struct Machine : ShaderMachine {
   uint32_t runsPlain;                 // for tests and benchmarks: never translate
   engine::Translation* translations;  // owned; the most recently used first
   uint32_t runsBeforeTranslation;     // of shaders without one, that are plain runs
+  // Some shaders that were met in the meantime: a hint only, the records may be others by now.
+  const CompiledShader* passedOver[256];
   const engine::Record* heldProgram;  // translation of the shader that the machine holds, or null
 };
 

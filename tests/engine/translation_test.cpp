@@ -222,6 +222,20 @@ TEST(Translation, CallsAreNotFollowedToTheEnd) {
   EXPECT_EQ(rig.run(callingDeep(60000, 1)), VM_ERR_DISCARDED);
 }
 
+// Nine shaders in turn, of which eight have a translation at a time.
+TEST(Translation, TakingTurnsIsNoReasonToTranslate) {
+  std::vector<BuiltShader> shaders;
+  for (int i = 0; i < 9; ++i) shaders.push_back(storing(static_cast<float>(i), VM_OP_DISCARD));
+  Rig rig;
+  for (const BuiltShader& shader : shaders) EXPECT_EQ(rig.run(shader), VM_ERR_DISCARDED);
+  const int64_t requested = requestedAllocations();
+  for (int turn = 0; turn < 100; ++turn) {
+    EXPECT_EQ(rig.run(shaders[turn % 9]), VM_ERR_DISCARDED);
+    EXPECT_EQ(storedValue(rig), static_cast<float>(turn % 9));
+  }
+  EXPECT_EQ(requestedAllocations(), requested);
+}
+
 TEST(Translation, CanBeSwitchedOff) {
   Rig rig;
   internals(rig).runsPlain = 1;
