@@ -5,6 +5,7 @@
 
 #include <cmath>
 #include <filesystem>
+#include <map>
 #include <sstream>
 
 #include "glsl_run.h"
@@ -54,15 +55,40 @@ INSTANTIATE_TEST_SUITE_P(Cases, GlslSource, testing::ValuesIn(tests::readCases(G
                          tests::kCaseName);
 
 TEST(GlslEntry, initialValuesOfUniforms) {
-  const std::vector<tools::NamedValue> values =
-      tools::compileGlsl(
-          "#version 120\nuniform vec2 a = vec2(1.5, 2.0); uniform int n = -3; uniform float unused "
-          "= 1.0;\nvoid main() { gl_FragColor = vec4(a, n, a.x); }")
-          .uniformValues;
+  const tools::GlslResult result = tools::compileGlsl(
+      "#version 120\nuniform vec2 a = vec2(1.5, 2.0); uniform int n = -3; uniform float unused "
+      "= 1.0;\nvoid main() { gl_FragColor = vec4(a, n, a.x); }");
+  const std::vector<tools::NamedValue>& values = result.uniformValues;
   ASSERT_EQ(values.size(), 2u);
   EXPECT_EQ(values[0].name + values[1].name, "an");
   EXPECT_EQ(values[0].components, (std::vector<double>{1.5, 2}));
   EXPECT_EQ(values[1].components, (std::vector<double>{-3}));
+  EXPECT_EQ(result.unusedUniforms, std::vector<std::string>{"unused"});
+}
+
+TEST(GlslEntry, includesAndDefinitions) {
+  const std::map<std::string, std::string> files = {
+      {"a.glsl", "#pragma once\n#include \"b.glsl\"\n"},
+      {"b.glsl", "float f() { return oops; }\n"},
+      {"loop.glsl", "#include \"loop.glsl\"\n"},
+      {"Common.glsl", "#define THREE 3.0\n"}};
+  tools::GlslOptions options = {"dir/a.frag", {"ONE", "oops=2.0"}, nullptr};
+  options.include = [&files](const std::string& name,
+                             const std::string&) -> std::optional<tools::GlslInclude> {
+    const auto file = files.find(name);
+    if (file == files.end()) return std::nullopt;
+    return tools::GlslInclude{"dir/" + name, file->second};
+  };
+  const auto errors = [&](const std::string& source) {
+    const std::vector<tools::GlslMessage> messages = tools::compileGlsl(source, options).messages;
+    return messages.empty() ? "" : toString(messages.front());
+  };
+  const std::string image =
+      "#include \"a.glsl\"\nvoid mainImage(out vec4 c, in vec2 p) { c = vec4(f() * THREE); }";
+  EXPECT_EQ(errors(image), "");
+  options.defines.pop_back();
+  EXPECT_EQ(errors(image), "dir/b.glsl:1: error: 'oops' : undeclared identifier");
+  EXPECT_NE(errors("#include \"loop.glsl\"\nvoid main() { }").find("loop.glsl"), std::string::npos);
 }
 
 TEST(GlslEntry, depthAndDiscard) {
@@ -102,8 +128,21 @@ std::string repeated(const std::string& text, int count) {
 }
 
 TEST(GlslErrors, monstersAreRefused) {
-  const std::string deep = "void main() { float x; gl_FragColor = vec4(x" + repeated("-x", 20000);
-  EXPECT_EQ(glslErrors(deep + "); }"), "a.frag:1: error: nested too deeply\n");
+  const auto chain = [](int length) {
+    return "void main() { float x; gl_FragColor = vec4(x" + repeated("-x", length) + "); }";
+  };
+  EXPECT_EQ(glslErrors(chain(19000)), "a.frag:1: error: nested too deeply\n");
+  EXPECT_EQ(glslErrors(chain(300000)), "a.frag: error: a statement has too many operators\n");
+  EXPECT_EQ(glslErrors(chain(600000)), "a.frag: error: the source is longer than 1 MiB\n");
+  std::string bomb = "#define A0(x) x + x\n";
+  for (int i = 1; i < 40; ++i) {
+    const std::string inner = "A" + std::to_string(i - 1) + "(x)";
+    bomb += "#define A" + std::to_string(i) + "(x) " + inner + ", " + inner + "\n";
+  }
+  EXPECT_EQ(glslErrors(bomb + "void main() { float x = A39(1.0); }"),
+            "a.frag: error: macros make the source too long\n");
+  EXPECT_EQ(glslErrors(std::string("void main() {\r\n}\r\n\0", 19)),
+            "a.frag:3: error: a NUL byte in the source\n");
   std::string wide = "float f0(float x) { return x; }\n";
   for (int i = 1; i < 40; ++i) {
     const std::string call = "f" + std::to_string(i - 1) + "(x)";

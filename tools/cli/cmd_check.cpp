@@ -2,6 +2,7 @@
 #include <shadermachine-tools/disassembler.h>
 
 #include "cli/commands.h"
+#include "cli/input_options.h"
 #include "cli/output_file.h"
 #include "cli/shader_file.h"
 
@@ -38,22 +39,26 @@ void addGlslCommand(CLI::App& program, Outcome&) {
   CLI::App* command =
       program.add_subcommand("glsl", "Compile a GLSL fragment shader to assembly text");
   auto path = std::make_shared<std::string>();
+  auto source = std::make_shared<SourceOptions>();
   auto output = std::make_shared<std::string>("-");
   command->add_option("shader", *path, "the shader's file")->required();
+  addSourceOptions(*command, *source);
   command->add_option("-o,--output", *output, "the file to write; standard output unless given")
       ->type_name("FILE.sasm");
-  command->callback([path, output] {
-    writeAssembly(compileShadingLanguage(readText(*path), *path), {}, *output);
+  command->callback([path, source, output] {
+    writeAssembly(compileShadingLanguage(readText(*path), *path, *source), {}, *output);
   });
 }
 
 void addValCommand(CLI::App& program, Outcome& outcome) {
   CLI::App* command = program.add_subcommand("val", "Validate shaders");
   auto paths = std::make_shared<std::vector<std::string>>();
+  auto source = std::make_shared<SourceOptions>();
   command->add_option("shader", *paths, "files to check")->required();
-  command->callback([paths, &outcome] {
+  addSourceOptions(*command, *source);
+  command->callback([paths, source, &outcome] {
     for (const std::string& path : *paths) {
-      const LoadedShader shader = loadShader(path);
+      const LoadedShader shader = loadShader(path, *source);
       if (!reportValidation(shader.view(), path)) outcome.exitCode = kBadInput;
     }
   });

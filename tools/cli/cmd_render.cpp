@@ -95,10 +95,10 @@ bool renderFrame(const RenderOptions& options, const ShaderView& view, Renderer&
 }
 
 int renderAll(const RenderOptions& options) {
-  const LoadedShader shader = loadShader(options.input.shaderPath);
+  const LoadedShader shader = loadShader(options.input.shaderPath, options.input.source);
   validateUnlessTrusted(options.input, shader.view());
   Renderer renderer(shader.view());
-  applyInputs(options.input, shader.values, renderer.inputs());
+  applyInputs(options.input, shader, renderer.inputs());
   FrameRange range;
   parseFrames(options.frames, range);
   bool good = true;

@@ -88,11 +88,11 @@ void printOutputs(const CompiledShader& shader, const FragmentHost& host) {
 int runOnce(const RunOptions& options) {
   RunFailure failure;
   pixelOf(options, failure.x, failure.y);
-  const LoadedShader shader = loadShader(options.input.shaderPath);
+  const LoadedShader shader = loadShader(options.input.shaderPath, options.input.source);
   const ShaderView view = shader.view();
   validateUnlessTrusted(options.input, view);
   HostInputs inputs(view);
-  applyInputs(options.input, shader.values, inputs);
+  applyInputs(options.input, shader, inputs);
   const FrameInputs frame = frameOf(options);
   inputs.startFrame(frame);
 

@@ -1,5 +1,6 @@
 #include "cli/input_options.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cstdio>
 #include <stdexcept>
@@ -82,8 +83,20 @@ void applyTexture(std::string_view name, std::string_view value, HostInputs& inp
 
 }  // namespace
 
+void addSourceOptions(CLI::App& command, SourceOptions& options) {
+  command.add_option("-D", options.defines, "define a macro of a GLSL source")
+      ->type_name("NAME[=VALUE]")
+      ->expected(1)
+      ->take_all();
+  command.add_option("-I", options.includes, "folder that #include looks in too")
+      ->type_name("FOLDER")
+      ->expected(1)
+      ->take_all();
+}
+
 void addInputOptions(CLI::App& command, InputOptions& options) {
   command.add_option("shader", options.shaderPath, "the shader's file")->required();
+  addSourceOptions(command, options.source);
   command.add_option("--size", options.size, "width and height of the picture")
       ->type_name("WxH")
       ->check(CLI::Validator(checkSize, ""))
@@ -125,9 +138,8 @@ void validateUnlessTrusted(const InputOptions& options, const ShaderView& view) 
   }
 }
 
-void applyInputs(const InputOptions& options, const std::vector<NamedValue>& initial,
-                 HostInputs& inputs) {
-  for (const NamedValue& value : initial) inputs.set(value.name, value.components);
+void applyInputs(const InputOptions& options, const LoadedShader& shader, HostInputs& inputs) {
+  for (const NamedValue& value : shader.values) inputs.set(value.name, value.components);
   for (const std::string& text : options.textures) {
     Assignment assignment;
     parseAssignment(text, assignment);
@@ -138,6 +150,12 @@ void applyInputs(const InputOptions& options, const std::vector<NamedValue>& ini
     std::vector<double> numbers;
     parseAssignment(text, assignment);
     parseNumbers(assignment.value, numbers);
+    if (std::ranges::count(shader.unused, assignment.name) > 0) {
+      std::fprintf(stderr, "%s: warning: the shader does not use '%.*s'\n",
+                   options.shaderPath.c_str(), static_cast<int>(assignment.name.size()),
+                   assignment.name.data());
+      continue;
+    }
     const std::string error = inputs.set(assignment.name, numbers);
     if (!error.empty()) throw InputError("--set: " + error);
   }

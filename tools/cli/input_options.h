@@ -7,10 +7,13 @@
 #include <string>
 #include <vector>
 
+#include "cli/shader_file.h"
+
 namespace shadermachine::tools {
 
 struct InputOptions {
   std::string shaderPath;
+  SourceOptions source;
   std::string size = "640x360";
   float time = 0;
   uint32_t timeout = 2000;
@@ -18,6 +21,9 @@ struct InputOptions {
   std::vector<std::string> textures;  // name=file.png[,nearest]
   std::vector<std::string> values;    // name=v[,v...]
 };
+
+// Definitions and include folders of GLSL sources.
+void addSourceOptions(CLI::App& command, SourceOptions& options);
 
 void addInputOptions(CLI::App& command, InputOptions& options);
 
@@ -28,8 +34,7 @@ FrameInputs frameInputs(const InputOptions& options, int32_t frame);
 void validateUnlessTrusted(const InputOptions& options, const ShaderView& view);
 
 // Gives the shader its textures and values, the initial ones first, and warns about host variables
-// that stay without one. Throws InputError.
-void applyInputs(const InputOptions& options, const std::vector<NamedValue>& initial,
-                 HostInputs& inputs);
+// that stay without one, and about values that the shader does not use. Throws InputError.
+void applyInputs(const InputOptions& options, const LoadedShader& shader, HostInputs& inputs);
 
 }  // namespace shadermachine::tools

@@ -9,14 +9,17 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <memory>
+#include <optional>
 
 namespace shadermachine::tools {
 namespace {
 
-LoadedShader compileAssembly(const std::string& text, const std::string& path) {
+LoadedShader compileAssembly(const std::string& text, const std::string& path,
+                             const SourceOptions&) {
   AssemblyResult result = assemble(text);
-  if (result.shader) return {std::move(*result.shader), {}};
+  if (result.shader) return {std::move(*result.shader)};
   std::string messages;
   for (const AssemblyError& error : result.errors) messages += formatError(error, text, path);
   while (messages.ends_with('\n')) messages.pop_back();
@@ -25,7 +28,8 @@ LoadedShader compileAssembly(const std::string& text, const std::string& path) {
 
 struct Language {
   const char* extension;
-  LoadedShader (*compile)(const std::string& text, const std::string& path);
+  LoadedShader (*compile)(const std::string& text, const std::string& path,
+                          const SourceOptions& options);
 };
 
 constexpr Language kLanguages[] = {
@@ -37,16 +41,43 @@ constexpr Language kLanguages[] = {
 }  // namespace
 
 #ifdef SHADERMACHINE_HAVE_GLSL
-LoadedShader compileShadingLanguage(const std::string& text, const std::string& path) {
-  GlslResult result = compileGlsl(text, {.fileName = path});
-  if (result.shader) return {std::move(*result.shader), std::move(result.uniformValues)};
+namespace {
+
+// Beside the file that asks, then in the folders in their order.
+std::optional<GlslInclude> findInclude(const std::string& name, const std::string& includer,
+                                       const std::vector<std::string>& folders) {
+  std::vector<std::filesystem::path> places = {std::filesystem::path(includer).parent_path()};
+  places.insert(places.end(), folders.begin(), folders.end());
+  for (const std::filesystem::path& folder : places) {
+    const std::filesystem::path path = folder / name;
+    std::error_code ignored;
+    if (!std::filesystem::is_regular_file(path, ignored)) continue;
+    return GlslInclude{path.string(), readText(path.string())};
+  }
+  return std::nullopt;
+}
+
+}  // namespace
+
+LoadedShader compileShadingLanguage(const std::string& text, const std::string& path,
+                                    const SourceOptions& options) {
+  const auto include = [&options](const std::string& name, const std::string& includer) {
+    return findInclude(name, includer, options.includes);
+  };
+  GlslResult result =
+      compileGlsl(text, {.fileName = path, .defines = options.defines, .include = include});
+  if (result.shader) {
+    return {std::move(*result.shader), std::move(result.uniformValues),
+            std::move(result.unusedUniforms)};
+  }
   std::string messages;
   for (const GlslMessage& message : result.messages) messages += toString(message) + "\n";
   while (messages.ends_with('\n')) messages.pop_back();
   throw InputError(messages);
 }
 #else
-LoadedShader compileShadingLanguage(const std::string&, const std::string& path) {
+LoadedShader compileShadingLanguage(const std::string&, const std::string& path,
+                                    const SourceOptions&) {
   throw InputError(path + ": this program was built without the GLSL compiler");
 }
 #endif
@@ -65,12 +96,12 @@ std::string readText(const std::string& path) {
   return text;
 }
 
-LoadedShader loadShader(const std::string& path) {
+LoadedShader loadShader(const std::string& path, const SourceOptions& options) {
   const std::string text = readText(path);
   for (const Language& language : kLanguages) {
-    if (path.ends_with(language.extension)) return language.compile(text, path);
+    if (path.ends_with(language.extension)) return language.compile(text, path, options);
   }
-  return compileAssembly(text, path);
+  return compileAssembly(text, path, options);
 }
 
 bool reportValidation(const ShaderView& view, const std::string& path) {

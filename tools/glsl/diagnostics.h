@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "glslang_tree.h"
@@ -19,32 +20,41 @@ struct Unsupported : std::runtime_error {
   TSourceLoc location;
 };
 
+// Names of the texts around the source that glslang gets. The source, and what it includes, have
+// their files' names.
+inline constexpr const char* kVersionText = "<version>";
+inline constexpr const char* kPreambleText = "<preamble>";
+inline constexpr const char* kEntryText = "<entry>";
+
 class Diagnostics {
  public:
   explicit Diagnostics(std::string fileName) : fileName_(std::move(fileName)) {}
 
-  // The source is the given one of the strings that glslang gets, after so many lines.
-  void setFirstLine(int string, std::ptrdiff_t linesBefore) {
-    sourceString_ = string;
-    linesBefore_ = static_cast<int>(linesBefore);
+  // Where the source's #version was, and which line is its last.
+  void setLines(int version, int last) {
+    versionLine_ = version;
+    lastLine_ = last;
   }
   void add(const Unsupported& error);
   // Takes the errors out of a log of glslang's, whose lines start with "ERROR: ".
   void addLog(const char* log);
 
+  void addNote(std::string text) { messages_.push_back({fileName_, 0, std::move(text), true}); }
+
+  // How far the source was understood.
+  int firstErrorLine() const { return messages_.empty() ? 0 : messages_.front().line; }
   bool empty() const { return messages_.empty(); }
   size_t count() const { return messages_.size(); }
   std::vector<GlslMessage> take() { return std::move(messages_); }
 
  private:
-  int sourceLine(int string, int line) const {
-    return string == sourceString_ && line > 0 ? line + linesBefore_ : line;
-  }
-  void addOnce(int line, std::string text);
+  // `place`: what glslang calls the text that the line is in.
+  void addAt(std::string_view place, int line, std::string text);
+  void addOnce(const std::string& file, int line, std::string text);
 
   std::string fileName_;
-  int sourceString_ = 0;
-  int linesBefore_ = 0;
+  int versionLine_ = 0;
+  int lastLine_ = 0;
   std::vector<GlslMessage> messages_;
 };
 

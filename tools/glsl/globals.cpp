@@ -166,6 +166,14 @@ Place Module::declareOutput(const TIntermSymbol& symbol) {
   return colour;
 }
 
+std::vector<std::string> Module::unusedUniforms() const {
+  std::vector<std::string> names;
+  for (const TIntermSymbol* symbol : program_.uniforms()) {
+    if (!isUsed(symbol->getId())) names.emplace_back(symbol->getName().c_str());
+  }
+  return names;
+}
+
 // Whether code mentions the global, apart from its own initialization.
 bool Module::isUsed(SymbolId id) const { return mentions_.contains(id); }
 

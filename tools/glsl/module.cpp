@@ -122,7 +122,7 @@ const FunctionInfo& Module::libraryFunction(const std::string& name,
                                             const TSourceLoc& where) {
   if (library_ == nullptr) {
     Diagnostics errors("library");
-    library_ = Program::parse(kLibrarySource, errors);
+    library_ = Program::parse(kLibrarySource, {}, errors);
     if (library_ == nullptr) throw std::logic_error(toString(errors.take().front()));
     for (const auto& [mangled, info] : library_->functions()) {
       libraryFunctions_[libraryKey(info)] = &info;

@@ -34,6 +34,9 @@ class Module {
   std::optional<BuiltShader> build();
   std::vector<NamedValue> takeUniformValues() { return std::move(uniformValues_); }
 
+  // Uniforms that no code mentions.
+  std::vector<std::string> unusedUniforms() const;
+
   ShaderBuilder& builder() { return *builder_; }
   TypeTable& types() { return *types_; }
   Diagnostics& diagnostics() { return diagnostics_; }

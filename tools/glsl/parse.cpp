@@ -1,13 +1,13 @@
 // From source text to a tree: versions, precision and entries that people leave out.
 #include <glslang/Public/ResourceLimits.h>
 
-#include <algorithm>
 #include <array>
-#include <charconv>
 #include <mutex>
 #include <optional>
 
+#include "entries.h"
 #include "program.h"
+#include "source.h"
 
 namespace shadermachine::tools::glsl {
 namespace {
@@ -16,146 +16,145 @@ constexpr EShMessages kMessages =
     static_cast<EShMessages>(EShMsgRelaxedErrors | EShMsgSuppressWarnings | EShMsgCascadingErrors);
 
 constexpr const char* kDefaultPrecision = "precision highp float; precision highp int; ";
-constexpr const char* kModernOutput = "out vec4 pixelColour; ";
+constexpr const char* kIncludes = "#extension GL_GOOGLE_include_directive : enable\n";
 
 // A way to read the source.
 struct Attempt {
   int version;
-  std::string head;      // goes first: the version, unless the source names it
-  std::string preamble;  // goes after the version
+  const char* directive;  // what stands for a #version that the source leaves out
+  bool addsPrecision = false;
 };
 
-bool isWordCharacter(char c) {
-  return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_';
+// A source that leaves out its version may be written for any of these; precisions are often
+// missing.
+constexpr std::array kAttempts = {
+    Attempt{100, "#version 100"}, Attempt{100, "#version 100", true}, Attempt{120, "#version 120"},
+    Attempt{300, "#version 300 es", true}, Attempt{330, "#version 330 compatibility"}};
+
+std::vector<Attempt> attemptsFor(const Source& source) {
+  if (source.version == 0) return {kAttempts.begin(), kAttempts.end()};
+  const char* directive = source.versionDirective.c_str();
+  const bool isEs = source.version == 100 || source.version == 300 || source.version == 310 ||
+                    source.version == 320;
+  if (!isEs) return {{source.version, directive}};
+  return {{source.version, directive}, {source.version, directive, true}};
 }
 
-// Words and single other characters, without white space.
-std::vector<std::string_view> tokensOf(std::string_view source) {
-  std::vector<std::string_view> tokens;
-  for (size_t i = 0; i < source.size();) {
-    size_t end = i + 1;
-    while (isWordCharacter(source[i]) && end < source.size() && isWordCharacter(source[end])) ++end;
-    if (std::string_view(" \t\r\n\v\f").find(source[i]) == std::string_view::npos) {
-      tokens.push_back(source.substr(i, end - i));
+// Asks the caller of the compiler for files, as long as they are few and small.
+class Includer final : public glslang::TShader::Includer {
+ public:
+  explicit Includer(const GlslOptions& options) : options_(options) {}
+
+  IncludeResult* includeLocal(const char* name, const char* includer, size_t depth) override {
+    constexpr size_t kMaxDepth = 50;
+    if (!options_.include || depth > kMaxDepth) return nullptr;
+    const bool isSource = std::string_view(includer).empty();
+    std::optional<GlslInclude> found =
+        options_.include(name, isSource ? options_.fileName : includer);
+    if (!found || (bytes_ += found->text.size()) > 4 * kMaxSourceBytes) return nullptr;
+    if (!tooMuchIn(found->text).empty()) return nullptr;
+    auto text = std::make_unique<std::string>(std::move(found->text));
+    return new IncludeResult(found->path, text->data(), text->size(), text.release());
+  }
+  IncludeResult* includeSystem(const char* name, const char* includer, size_t depth) override {
+    return includeLocal(name, includer, depth);
+  }
+  void releaseInclude(IncludeResult* result) override {
+    if (result != nullptr) delete static_cast<std::string*>(result->userData);
+    delete result;
+  }
+
+ private:
+  const GlslOptions& options_;
+  size_t bytes_ = 0;
+};
+
+// All texts that make up a shader, in order.
+struct Texts {
+  std::string version;
+  std::string preamble;
+  GlslInclude common;
+  const std::string* source;
+  std::string entry = "\n";
+};
+
+class Reader {
+ public:
+  Reader(const Source& source, const GlslOptions& options) : source_(source), options_(options) {}
+
+  // Null when the source cannot be read this way; the errors say why.
+  std::unique_ptr<glslang::TShader> read(const Attempt& attempt, Diagnostics& errors) {
+    Texts texts = {std::string(attempt.directive) + "\n", defines(), {}, &source_.text};
+    const std::string visible = preprocessed(attempt, texts);
+    const Surroundings around = surroundingsOf(tokensOf(visible), attempt.version);
+    if (attempt.addsPrecision) texts.preamble += kDefaultPrecision;
+    texts.preamble += around.before + "\n";
+    texts.entry = around.after;
+    kind_ = around.kind;
+    if (kind_ == Entry::Image && options_.include) {
+      texts.common = options_.include("Common.glsl", options_.fileName).value_or(GlslInclude{});
     }
-    i = end;
+    auto shader = shaderOf(texts);
+    Includer includer(options_);
+    if (shader->parse(GetDefaultResources(), attempt.version, ENoProfile, false, false, kMessages,
+                      includer)) {
+      return shader;
+    }
+    errors.addLog(shader->getInfoLog());
+    return nullptr;
   }
-  return tokens;
-}
 
-// The number in the source's #version, or 0.
-int versionOf(const std::vector<std::string_view>& tokens) {
-  for (size_t i = 0; i + 2 < tokens.size(); ++i) {
-    if (tokens[i] != "#" || tokens[i + 1] != "version") continue;
-    int version = 0;
-    std::from_chars(tokens[i + 2].begin(), tokens[i + 2].end(), version);
-    return version;
+  Entry kind() const { return kind_; }
+
+ private:
+  // In one piece, since glslang counts columns over the ends of its strings. Errors come again when
+  // the source is parsed.
+  std::string preprocessed(const Attempt& attempt, const Texts& texts) const {
+    const std::string whole = texts.version + texts.preamble + *texts.source;
+    const char* string = whole.c_str();
+    glslang::TShader shader(EShLangFragment);
+    shader.setStrings(&string, 1);
+    std::string result;
+    Includer includer(options_);
+    shader.preprocess(GetDefaultResources(), attempt.version, ENoProfile, false, false, kMessages,
+                      &result, includer);
+    return result;
   }
-  return 0;
-}
 
-bool definesFunction(const std::vector<std::string_view>& tokens, std::string_view name) {
-  for (size_t i = 0; i + 2 < tokens.size(); ++i) {
-    if (tokens[i] == "void" && tokens[i + 1] == name && tokens[i + 2] == "(") return true;
+  std::string defines() const {
+    std::string text = options_.include ? kIncludes : "";
+    for (const std::string& define : options_.defines) {
+      const size_t equals = define.find('=');
+      text += "#define " + define.substr(0, equals) + " ";
+      text += (equals == std::string::npos ? "1" : define.substr(equals + 1)) + "\n";
+    }
+    return text;
   }
-  return false;
-}
 
-// With a type, and perhaps a precision, between.
-bool declaresUniform(const std::vector<std::string_view>& tokens, std::string_view name) {
-  for (size_t i = 2; i < tokens.size(); ++i) {
-    if (tokens[i] != name) continue;
-    if (tokens[i - 2] == "uniform" || (i > 2 && tokens[i - 3] == "uniform")) return true;
-  }
-  return false;
-}
-
-// Inputs of shaders that are written as mainImage() alone, where the source does not declare them.
-std::string imageInputs(const std::vector<std::string_view>& tokens) {
-  static constexpr std::array<std::pair<const char*, const char*>, 14> kInputs = {{
-      {"vec3", "iResolution"},
-      {"float", "iTime"},
-      {"float", "iTimeDelta"},
-      {"float", "iFrameRate"},
-      {"float", "iGlobalTime"},
-      {"int", "iFrame"},
-      {"vec4", "iMouse"},
-      {"vec4", "iDate"},
-      {"float[4]", "iChannelTime"},
-      {"vec3[4]", "iChannelResolution"},
-      {"sampler2D", "iChannel0"},
-      {"sampler2D", "iChannel1"},
-      {"sampler2D", "iChannel2"},
-      {"sampler2D", "iChannel3"},
-  }};
-  std::string declarations;
-  for (const auto& [type, name] : kInputs) {
-    if (declaresUniform(tokens, name)) continue;
-    const std::string_view text = type;
-    const size_t bracket = std::min(text.find('['), text.size());
-    declarations += "uniform " + std::string(text.substr(0, bracket)) + " " + name +
-                    std::string(text.substr(bracket)) + "; ";
-  }
-  return declarations;
-}
-
-bool hasModernOutputs(int version) { return version >= 130; }
-
-std::string imageEntry(int version) {
-  const char* output = hasModernOutputs(version) ? "pixelColour" : "gl_FragColor";
-  return std::string("\nvoid main() { vec4 colour = vec4(0.0, 0.0, 0.0, 1.0); ") +
-         "mainImage(colour, gl_FragCoord.xy); " + output + " = vec4(colour.rgb, 1.0); }\n";
-}
-
-// A source that leaves out its version is written for any of three; precisions are often missing.
-std::vector<Attempt> attemptsFor(int version, const std::string& inputs) {
-  const auto preamble = [&](int assumed) {
-    return inputs.empty() || !hasModernOutputs(assumed) ? inputs : inputs + kModernOutput;
-  };
-  if (version != 0) {
-    const std::string own = preamble(version);
-    const bool isDesktop = version != 100 && version != 300 && version != 310 && version != 320;
-    if (isDesktop) return {{version, "", own}};
-    return {{version, "", own}, {version, "", kDefaultPrecision + own}};
-  }
-  return {{100, "#version 100\n", preamble(100)},
-          {100, "#version 100\n", kDefaultPrecision + preamble(100)},
-          {120, "#version 120\n", preamble(120)},
-          {300, "#version 300 es\n", kDefaultPrecision + preamble(300)}};
-}
-
-// The source around the preamble, which must come after its #version.
-struct Source {
-  std::string head;  // up to the line of its #version
-  std::string text;
-};
-
-Source splitAtVersion(std::string text, int version) {
-  if (version == 0) return {"", std::move(text)};
-  const size_t end = text.find('\n', text.find("version"));
-  if (end == std::string::npos) return {"", std::move(text)};
-  return {text.substr(0, end + 1), text.substr(end + 1)};
-}
-
-std::unique_ptr<glslang::TShader> parseAs(const Attempt& attempt, const Source& source,
-                                          const std::string& entry, Diagnostics& diagnostics) {
-  const std::array<std::string, 4> parts = {attempt.head + source.head, attempt.preamble + "\n",
-                                            source.text, entry};
-  std::array<const char*, parts.size()> texts;
-  std::array<int, parts.size()> lengths;
-  for (size_t i = 0; i < parts.size(); ++i) {
-    texts[i] = parts[i].c_str();
-    lengths[i] = static_cast<int>(parts[i].size());
-  }
-  auto shader = std::make_unique<glslang::TShader>(EShLangFragment);
-  shader->setStringsWithLengths(texts.data(), lengths.data(), static_cast<int>(parts.size()));
-  diagnostics.setFirstLine(2, std::count(source.head.begin(), source.head.end(), '\n'));
-  if (shader->parse(GetDefaultResources(), attempt.version, false, kMessages)) {
+  std::unique_ptr<glslang::TShader> shaderOf(const Texts& texts) const {
+    const std::array<std::pair<const char*, const std::string*>, 5> parts = {
+        {{kVersionText, &texts.version},
+         {kPreambleText, &texts.preamble},
+         {texts.common.path.c_str(), &texts.common.text},
+         {options_.fileName.c_str(), texts.source},
+         {kEntryText, &texts.entry}}};
+    std::array<const char*, parts.size()> strings, names;
+    std::array<int, parts.size()> lengths;
+    for (size_t i = 0; i < parts.size(); ++i) {
+      names[i] = parts[i].first;
+      strings[i] = parts[i].second->c_str();
+      lengths[i] = static_cast<int>(parts[i].second->size());
+    }
+    auto shader = std::make_unique<glslang::TShader>(EShLangFragment);
+    shader->setStringsWithLengthsAndNames(strings.data(), lengths.data(), names.data(),
+                                          static_cast<int>(parts.size()));
     return shader;
   }
-  diagnostics.addLog(shader->getInfoLog());
-  return nullptr;
-}
+
+  const Source& source_;
+  const GlslOptions& options_;
+  Entry kind_ = Entry::Main;
+};
 
 // The compiler works through the tree recursively.
 bool isTooDeep(glslang::TShader& shader, Diagnostics& diagnostics) {
@@ -166,26 +165,33 @@ bool isTooDeep(glslang::TShader& shader, Diagnostics& diagnostics) {
   return deep != nullptr;
 }
 
+// Of several ways that fail, the one that gets furthest is likely the one that was meant.
+bool isBetter(const Diagnostics& errors, const Diagnostics& best) {
+  if (errors.firstErrorLine() != best.firstErrorLine()) {
+    return errors.firstErrorLine() > best.firstErrorLine();
+  }
+  return errors.count() < best.count();
+}
+
 }  // namespace
 
-std::unique_ptr<Program> Program::parse(std::string_view text, Diagnostics& diagnostics) {
+std::unique_ptr<Program> Program::parse(std::string_view text, const GlslOptions& options,
+                                        Diagnostics& diagnostics) {
   static std::once_flag initialized;
   std::call_once(initialized, [] { glslang::InitializeProcess(); });
-  const std::string whole(text);
-  const std::vector<std::string_view> tokens = tokensOf(whole);
-  const int version = versionOf(tokens);
-  const bool isImage = !definesFunction(tokens, "main") && definesFunction(tokens, "mainImage");
-  const std::string inputs = isImage ? imageInputs(tokens) : "";
-  const Source source = splitAtVersion(whole, version);
-
-  // When none succeeds, the attempt with the fewest errors is likely the language that was meant.
-  std::optional<Diagnostics> fewest;
-  for (const Attempt& attempt : attemptsFor(version, inputs)) {
+  Source source;
+  if (!readSource(text, source, diagnostics)) return nullptr;
+  diagnostics.setLines(source.versionLine, source.lines);
+  if (const std::string reason = tooMuchIn(source.text); !reason.empty()) {
+    diagnostics.add(Unsupported(TSourceLoc(), reason));
+    return nullptr;
+  }
+  std::optional<Diagnostics> best;
+  std::string readAs;
+  for (const Attempt& attempt : attemptsFor(source)) {
     Diagnostics errors = diagnostics;
-    const std::string entry = isImage ? imageEntry(attempt.version) : "";
-    auto shader = parseAs(attempt, source, entry, errors);
-    if (shader != nullptr) {
-      diagnostics = std::move(errors);
+    Reader reader(source, options);
+    if (auto shader = reader.read(attempt, errors)) {
       if (isTooDeep(*shader, diagnostics)) return nullptr;
       const glslang::TIntermediate& tree = *shader->getIntermediate();
       if (tree.getOriginUpperLeft() || tree.getPixelCenterInteger()) {
@@ -193,11 +199,18 @@ std::unique_ptr<Program> Program::parse(std::string_view text, Diagnostics& diag
             Unsupported(TSourceLoc(), "redeclared origins of gl_FragCoord are not supported"));
         return nullptr;
       }
-      return std::unique_ptr<Program>(new Program(std::move(shader)));
+      std::unique_ptr<Program> program(new Program(std::move(shader)));
+      if (reader.kind() == Entry::Transition) {
+        program->suggestedValues_ = valuesInComments(source.text);
+      }
+      return program;
     }
-    if (!fewest || errors.count() < fewest->count()) fewest = std::move(errors);
+    if (best && !isBetter(errors, *best)) continue;
+    best = std::move(errors);
+    readAs = attempt.directive;
   }
-  diagnostics = std::move(*fewest);
+  diagnostics = std::move(*best);
+  if (source.version == 0) diagnostics.addNote("read as " + readAs + ", as the source names none");
   return nullptr;
 }
 

@@ -75,6 +75,8 @@ Program::Program(std::unique_ptr<glslang::TShader> shader) : shader_(std::move(s
       addFunction(*aggregate);
     } else if (aggregate == nullptr || aggregate->getOp() != glslang::EOpLinkerObjects) {
       initializers_.push_back(node);
+    } else {
+      for (const TIntermNode* object : children(*aggregate)) addUniform(object->getAsSymbolNode());
     }
   }
   closeOverCalls();
@@ -85,6 +87,11 @@ Program::~Program() = default;
 const FunctionInfo* Program::findFunction(const std::string& name) const {
   const auto found = functions_.find(name);
   return found != functions_.end() ? &found->second : nullptr;
+}
+
+void Program::addUniform(const TIntermSymbol* symbol) {
+  if (symbol == nullptr || symbol->getQualifier().storage != glslang::EvqUniform) return;
+  if (symbol->getBasicType() != glslang::EbtBlock) uniforms_.push_back(symbol);
 }
 
 void Program::addFunction(const TIntermAggregate& definition) {

@@ -36,8 +36,12 @@ struct FunctionInfo {
 class Program {
  public:
   // Null when the source has errors.
-  static std::unique_ptr<Program> parse(std::string_view source, Diagnostics& diagnostics);
+  static std::unique_ptr<Program> parse(std::string_view source, const GlslOptions& options,
+                                        Diagnostics& diagnostics);
   ~Program();
+
+  // Values of uniforms that the source names in comments.
+  const std::vector<NamedValue>& suggestedValues() const { return suggestedValues_; }
 
   const FunctionInfo& function(const std::string& name) const { return functions_.at(name); }
   const FunctionInfo* findFunction(const std::string& name) const;
@@ -46,17 +50,22 @@ class Program {
   const std::vector<const TIntermNode*>& initializers() const { return initializers_; }
   // Variables that evaluating the tree may change.
   std::set<SymbolId> writtenBy(const TIntermNode& tree) const;
+  // All that the source declares, apart from blocks.
+  const std::vector<const TIntermSymbol*>& uniforms() const { return uniforms_; }
   // Functions that main() calls, directly or not, itself among them. Throws on recursion.
   std::vector<const FunctionInfo*> reachable(const std::string& from) const;
 
  private:
   Program(std::unique_ptr<glslang::TShader> shader);
   void addFunction(const TIntermAggregate& definition);
+  void addUniform(const TIntermSymbol* symbol);
   void closeOverCalls();
 
   std::unique_ptr<glslang::TShader> shader_;
   std::map<std::string, FunctionInfo> functions_;
   std::vector<const TIntermNode*> initializers_;
+  std::vector<const TIntermSymbol*> uniforms_;
+  std::vector<NamedValue> suggestedValues_;
 };
 
 // Name of main() as glslang writes it.

@@ -14,6 +14,7 @@
 #include <shadermachine-tools/host_inputs.h>
 #include <shadermachine-tools/shader_builder.h>
 
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -21,14 +22,26 @@
 
 namespace shadermachine::tools {
 
+// A file that an #include names, and where it was found.
+struct GlslInclude {
+  std::string path;
+  std::string text;
+};
+
 struct GlslOptions {
-  std::string fileName = "shader.frag";  // for messages
+  std::string fileName = "shader.frag";   // for messages
+  std::vector<std::string> defines = {};  // "NAME" or "NAME=VALUE"
+  // Finds what #include "name" or <name> in the file `includer` means; without it, includes are
+  // errors. "Common.glsl" is asked for too, for sources with mainImage(); what is found goes first.
+  std::function<std::optional<GlslInclude>(const std::string& name, const std::string& includer)>
+      include = nullptr;
 };
 
 struct GlslMessage {
   std::string file;
   int line = 0;
   std::string text;
+  bool isNote = false;  // about the errors before it
 };
 
 // "picture.frag:12: error: 'x' : undeclared identifier"
@@ -41,11 +54,12 @@ struct GlslResult {
   // Initial values of the uniforms that the shader uses; the host is to give these where it has no
   // others.
   std::vector<NamedValue> uniformValues;
+  std::vector<std::string> unusedUniforms;  // declared, but no host variables of the shader
 };
 
-// A source without #version is tried as ES 1.00, 1.20 and ES 3.00. A source without main() but with
-// mainImage(out vec4, in vec2) gets both an entry and the inputs that such shaders expect.
-// May be called from several threads.
+// A source without #version is tried as several versions. A source without main() but with
+// mainImage(out vec4, in vec2), or with transition(vec2), gets both an entry and the inputs that
+// such shaders expect. May be called from several threads.
 GlslResult compileGlsl(std::string_view source, const GlslOptions& options = {});
 
 }  // namespace shadermachine::tools

@@ -1,0 +1,42 @@
+// A source's text before glslang sees it: line ends, #version, and what must not grow without end.
+//
+// glslang has no limits of its own on macros or on the length of an expression, so both are
+// measured here first: macros by expanding them once, into nothing but a count.
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "diagnostics.h"
+
+namespace shadermachine::tools::glsl {
+
+inline constexpr size_t kMaxSourceBytes = 1 << 20;  // with everything that is included: four times
+inline constexpr size_t kMaxExpandedTokens = 1 << 21;
+inline constexpr size_t kMaxOperators = 20000;  // of one statement
+
+struct Source {
+  std::string text;              // without byte order mark, lines end with "\n", no #version
+  std::string versionDirective;  // "#version 300 es"; empty when there is none
+  int version = 0;
+  int versionLine = 0;
+  int lines = 1;
+};
+
+// False, with an error, when the text is none that a compiler should see.
+bool readSource(std::string_view text, Source& source, Diagnostics& diagnostics);
+
+// Words and single other characters, without white space and comments.
+std::vector<std::string_view> tokensOf(std::string_view text);
+
+// The reason why glslang would choke on the text; empty when it would not. Conditional directives
+// are not followed: the last definition of a macro counts.
+std::string tooMuchIn(std::string_view text);
+
+bool definesFunction(const std::vector<std::string_view>& tokens, std::string_view type,
+                     std::string_view name);
+// With a type, and perhaps a precision, between.
+bool declaresUniform(const std::vector<std::string_view>& tokens, std::string_view name);
+
+}  // namespace shadermachine::tools::glsl
