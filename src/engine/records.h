@@ -31,17 +31,20 @@ struct Site {
   uint32_t opcode;
 };
 
-// What records do at the end of their work. With tail calls each handler jumps to the next; without
-// (compilers that do not promise them, unoptimised and sanitized builds) it returns to a loop.
-#if defined(__clang__) && __has_cpp_attribute(clang::musttail)
+// What records do at the end of their work. With tail calls each handler jumps to the next, without
+// it returns to a loop. A compiler that calls where it should jump fills the host's stack, so the
+// build asks for tail calls (cmake/TailCalls.cmake) only after it has seen the jumps. On Windows
+// vectors are passed by address, and a jump would leave the frame that they lie in.
+#if defined(SHADERMACHINE_TAIL_CALLS) && (defined(__x86_64__) || defined(__aarch64__)) && \
+    !defined(_WIN32) && !defined(__CYGWIN__)
 #define ENGINE_TAIL_CALLS 1
-#define ENGINE_MUST_TAIL [[clang::musttail]]
-#elif defined(__GNUC__) && defined(__OPTIMIZE__) && !defined(__SANITIZE_ADDRESS__) && \
-    !defined(__SANITIZE_THREAD__)
-#define ENGINE_TAIL_CALLS 1
-#define ENGINE_MUST_TAIL
 #else
 #define ENGINE_TAIL_CALLS 0
+#endif
+#if defined(__clang__)
+#define ENGINE_MUST_TAIL [[clang::musttail]]
+#else
+#define ENGINE_MUST_TAIL
 #endif
 
 struct Record;

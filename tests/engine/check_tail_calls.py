@@ -10,11 +10,16 @@ import re
 import subprocess
 import sys
 
-# uint32_t, four floats, float: the end of every handler's parameters.
-HANDLER = re.compile(r"jDv4_ff(\.\w+)*$")
+# The parameters of every handler: record, machine, uint32_t, four floats, float.
+HANDLER = re.compile(r"6RecordERN\w+7MachineEjDv4_ff(\.\w+)*$")
 FUNCTION = re.compile(r"^[0-9a-f]+ <(.+)>:$")
 INSTRUCTION = re.compile(r"^ *[0-9a-f]+:\s+(?:notrack |bnd )?(\w+)\s*(.*)$")
 TARGET = re.compile(r"<([^>+]+)")
+
+# Of x86-64, aarch64 and riscv64; none means two things.
+JUMPS = {"jmp", "jmpq", "b", "br", "j", "jr"}
+CALLS = {"call", "callq", "bl", "blr", "jal", "jalr"}
+THROUGH_A_REGISTER = {"br", "blr", "jr", "jalr"}
 
 ENDS_THE_RUN = {"stopStep", "finishStep", "plainRunStep"}
 RUNS_PLAIN_HANDLERS = {"plainStep", "plainCallStep", "plainRunStep"}
@@ -42,18 +47,24 @@ def fault_of(name, code):
     def is_one_of(names):
         return any(f"{len(short)}{short}E" in name for short in names)
 
-    jumps = [operands for mnemonic, operands in code if mnemonic.startswith("jmp")]
-    calls = [operands for mnemonic, operands in code if mnemonic.startswith("call")]
+    jumps = [pair for pair in code if pair[0] in JUMPS]
+    calls = [pair for pair in code if pair[0] in CALLS]
 
-    def reaches_handler(operands):
-        target = TARGET.search(operands)
+    def reaches_handler(instruction):
+        target = TARGET.search(instruction[1])
         return bool(target and HANDLER.search(target[1]) and target[1] != name)
+
+    # What lies relative to the code is an entry of the linker's table: a function of a library.
+    def is_through_pointer(instruction):
+        mnemonic, operands = instruction
+        return (mnemonic in THROUGH_A_REGISTER or
+                operands.startswith("*") and "(%rip)" not in operands)
 
     if any(map(reaches_handler, calls)):
         return "calls another handler"
-    if any(operands.startswith("*") for operands in calls) and not is_one_of(RUNS_PLAIN_HANDLERS):
+    if any(map(is_through_pointer, calls)) and not is_one_of(RUNS_PLAIN_HANDLERS):
         return "calls through a pointer"
-    goes_on = any(operands.startswith("*") or reaches_handler(operands) for operands in jumps)
+    goes_on = any(is_through_pointer(jump) or reaches_handler(jump) for jump in jumps)
     if not goes_on and not is_one_of(ENDS_THE_RUN):
         return "does not jump to the next record"
     return None
