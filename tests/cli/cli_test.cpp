@@ -168,7 +168,9 @@ TEST_F(Cli, PicturesCanBeTextures) {
 
 #ifdef SHADERMACHINE_HAVE_GLSL
 TEST_F(Cli, GlslBecomesAssembly) {
-  EXPECT_EQ(run("glsl bad.frag").output, "bad.frag:2: error: 'x' : undeclared identifier\n");
+  EXPECT_EQ(run("glsl bad.frag").output,
+            "bad.frag:2: error: 'x' : undeclared identifier\n"
+            "bad.frag: note: read as #version 100, as the source names none\n");
   EXPECT_EQ(run("glsl bad.frag").exitCode, 1);
   EXPECT_EQ(run("glsl good.frag -o missing/a.sasm").exitCode, 1);
   ASSERT_EQ(run("glsl good.frag -o a.sasm").output, "");
