@@ -1,5 +1,6 @@
 #include "fuzz/engine_comparison.h"
 
+#include <algorithm>
 #include <cstring>
 #include <map>
 #include <sstream>
@@ -20,11 +21,13 @@ constexpr int kRuns = 3;
 struct Snapshot {
   std::vector<int64_t> facts;   // must be equal
   std::vector<uint32_t> words;  // of slots; equal where the plain runs agree on them
-  std::vector<int64_t> places;  // of each word: slot * 16 + word
+  std::vector<std::pair<int64_t, size_t>> parts;  // of the words: slot and end
 
-  void addWord(uint32_t word, int64_t place) {
-    words.push_back(word);
-    places.push_back(place);
+  void addWords(const void* data, size_t count, int64_t slot) {
+    const size_t before = words.size();
+    words.resize(before + count);
+    if (count != 0) std::memcpy(words.data() + before, data, count * sizeof(uint32_t));
+    parts.emplace_back(slot, words.size());
   }
 };
 
@@ -77,7 +80,7 @@ class Recorder {
         // At the end of a run only the globals' words mean anything.
         const bool dead = machine->runState == VM_RUN_IDLE && s >= machine->heldGlobalCount;
         const uint32_t own = dead ? 0 : ownWords(s);
-        for (uint32_t i = 0; i < own; ++i) snapshot.addWord(slot.value.words[i], s * 16 + i);
+        snapshot.addWords(slot.value.words, own, s);
         continue;
       }
       const DataBlock* block = blockOf(slot.view);
@@ -85,11 +88,7 @@ class Recorder {
           blocks.emplace(block, static_cast<int64_t>(blocks.size())).first->second;
       snapshot.facts.insert(snapshot.facts.end(),
                             {number, slot.view.size, slot.view.offset, block->referenceCount});
-      for (uint32_t i = 0; i + 4 <= slot.view.size; i += 4) {
-        uint32_t word;
-        std::memcpy(&word, slot.view.data + i, 4);
-        snapshot.addWord(word, s * 16 + i / 4 % 16);
-      }
+      snapshot.addWords(slot.view.data, slot.view.size / 4, s);
     }
   }
 };
@@ -103,7 +102,7 @@ class Runner {
  public:
   Runner(uint32_t pattern, uint32_t hostSeed) : pattern_(pattern), hostSeed_(hostSeed) {
     recorder_.machine = machine_;
-    fill(0);
+    fill(0, machine_->stackCapacity);
   }
   Runner(const Runner&) = delete;
   Runner& operator=(const Runner&) = delete;
@@ -128,6 +127,7 @@ class Runner {
   }
 
   const std::vector<Snapshot>& trace() const { return recorder_.trace; }
+  uint32_t slots() const { return slots_; }
   bool hasTranslation() const { return engine::isTranslated(*machine_); }
 
  private:
@@ -171,13 +171,16 @@ class Runner {
     fillAboveTop();
   }
 
+  // The slots that the last instruction has given up.
   void fillAboveTop() {
     const CallFrame& frame = currentFrame(*machine_);
-    fill(frame.locals + frame.top + 1 - machine_->stack);
+    const int64_t above = frame.locals + frame.top + 1 - machine_->stack;
+    fill(above, used_);
+    used_ = above;
+    slots_ = std::max(slots_, static_cast<uint32_t>(above));
   }
 
-  void fill(int64_t from) {
-    const int64_t end = from + 64 < machine_->stackCapacity ? from + 64 : machine_->stackCapacity;
+  void fill(int64_t from, int64_t end) {
     for (int64_t s = from; s < end; ++s) {
       for (uint32_t& word : machine_->stack[s].value.words) word = pattern_;
     }
@@ -205,14 +208,13 @@ class Runner {
     }
     for (uint32_t g = 0; g < machine_->heldGlobalCount; ++g) {
       const ValueSlot& slot = machine_->stack[g];
-      if (slot.view.data == nullptr) {
-        for (uint32_t i = 0; i < 16; ++i)
-          snapshot.addWord(slot.value.words[i], g * int64_t{16} + i);
-      }
+      if (slot.view.data == nullptr) snapshot.addWords(slot.value.words, VM_COMPONENT_COUNT, g);
     }
     recorder_.trace.push_back(std::move(snapshot));
   }
 
+  int64_t used_ = 0;  // slots
+  uint32_t slots_ = 0;
   uint32_t pattern_;
   uint32_t hostSeed_;
   ArbitraryHost host_{hostSeed_};
@@ -230,11 +232,14 @@ std::string describe(const Snapshot& plain, const Snapshot& again, const Snapsho
     for (int64_t fact : side->facts) out << ' ' << fact;
     out << "\n";
   }
-  for (size_t i = 0; i < plain.words.size() && i < translated.words.size(); ++i) {
-    if (sameWord(plain.words[i], translated.words[i])) continue;
-    if (!sameWord(plain.words[i], again.words[i])) continue;
-    out << "slot " << plain.places[i] / 16 << " word " << plain.places[i] % 16 << ": " << std::hex
-        << plain.words[i] << " " << translated.words[i] << std::dec << "\n";
+  size_t i = 0;
+  for (const auto& [slot, end] : plain.parts) {
+    for (const size_t first = i; i < end && i < translated.words.size(); ++i) {
+      if (sameWord(plain.words[i], translated.words[i])) continue;
+      if (!sameWord(plain.words[i], again.words[i])) continue;
+      out << "slot " << slot << " word " << i - first << ": " << std::hex << plain.words[i] << " "
+          << translated.words[i] << std::dec << "\n";
+    }
   }
   return out.str();
 }
@@ -272,6 +277,7 @@ Comparison compareRuns(const CompiledShader& shader, uint32_t hostSeed) {
   result.difference = compareTraces(first, second, translated);
   result.callbacks = first.trace().size() - kRuns;
   result.translated = translated.hasTranslation();
+  result.slots = first.slots();
   return result;
 }
 

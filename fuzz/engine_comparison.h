@@ -13,6 +13,7 @@ struct Comparison {
   VmError error = VM_OK;
   size_t callbacks = 0;
   bool translated = false;
+  uint32_t slots = 0;  // of the value stack that the plain run used
 };
 
 // Several runs on one machine each, so that globals and kept translations take part. The shader

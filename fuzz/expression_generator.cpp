@@ -51,13 +51,15 @@ uint32_t constructedWords(uint32_t words) { return words <= 4 ? words : words <=
 }  // namespace
 
 const std::vector<Generator::Producer> Generator::kProducers = {
-    &Generator::constant,   &Generator::variable,   &Generator::kernel,
-    &Generator::kernel,     &Generator::idiom,      &Generator::constructor,
-    &Generator::swizzle,    &Generator::product,    &Generator::geometric,
-    &Generator::noise,      &Generator::component,  &Generator::column,
-    &Generator::inlinePart, &Generator::inlinePart, &Generator::compareAggregates,
-    &Generator::reduction,  &Generator::twice,      &Generator::builtinVariable,
-    &Generator::hostValue,  &Generator::callResult,
+    &Generator::constant,   &Generator::variable,     &Generator::kernel,
+    &Generator::kernel,     &Generator::idiom,        &Generator::constructor,
+    &Generator::swizzle,    &Generator::product,      &Generator::geometric,
+    &Generator::noise,      &Generator::component,    &Generator::column,
+    &Generator::inlinePart, &Generator::inlinePart,   &Generator::compareAggregates,
+    &Generator::reduction,  &Generator::twice,        &Generator::builtinVariable,
+    &Generator::hostValue,  &Generator::callResult,   &Generator::callResult,
+    &Generator::narrowed,   &Generator::narrowed,     &Generator::conditional,
+    &Generator::outliving,  &Generator::keptArgument,
 };
 
 WordKind Type::kind() const {
@@ -75,7 +77,9 @@ void Generator::value(Wanted wanted, uint32_t depth) {
   if (budget_ > 0) --budget_;
   const uint32_t count = static_cast<uint32_t>(kProducers.size());
   for (int attempt = 0; attempt < 4 && depth < kDeepest && budget_ > 0; ++attempt) {
-    if ((this->*kProducers[choices_.below(count)])(wanted, depth + 1)) return;
+    if (!(this->*kProducers[choices_.below(count)])(wanted, depth + 1)) continue;
+    if (choices_.oneIn(32)) probe();
+    return;
   }
   if (choices_.oneIn(2) || !variable(wanted, depth)) constant(wanted, depth);
 }
@@ -123,7 +127,9 @@ bool Generator::variable(Wanted wanted, uint32_t) {
   return true;
 }
 
-void Generator::kernelOperands(const OpcodeGroup& group, uint32_t words, uint32_t depth) {
+// From an operand on; the first may be asked to be more than the instruction needs.
+void Generator::kernelOperands(const OpcodeGroup& group, uint32_t words, Wanted first,
+                               uint32_t depth, size_t from) {
   const Wanted scalar = {operandKind(!group.readsFloats()), 1};
   const Wanted vector = {scalar.kind, words};
   std::vector<Wanted> operands;
@@ -159,7 +165,9 @@ void Generator::kernelOperands(const OpcodeGroup& group, uint32_t words, uint32_
       operands = {scalar, scalar, vector};
       break;
   }
-  for (const Wanted& operand : operands) value(operand, depth);
+  operands.front().words = std::max(operands.front().words, first.words);
+  if (first.kind == WordKind::Bits) operands.front().kind = WordKind::Bits;
+  for (size_t i = from; i < operands.size(); ++i) value(operands[i], depth);
 }
 
 bool Generator::kernel(Wanted wanted, uint32_t depth) {
@@ -170,7 +178,7 @@ bool Generator::kernel(Wanted wanted, uint32_t depth) {
   if (oneWord ? wanted.words != 1 : wanted.words > group.countLimit()) return false;
   const bool compares = group.shape == Shape::allOf || group.shape == Shape::anyOf;
   const uint32_t words = compares ? choices_.between(1, 4) : wanted.words;
-  kernelOperands(group, words, depth);
+  kernelOperands(group, words, {WordKind::Float, 0}, depth);
   if (group.countLimit() == 0) {
     code_->emit(group.opcode);
   } else {
@@ -400,16 +408,6 @@ bool Generator::hostValue(Wanted wanted, uint32_t depth) {
     code_->emit(VM_OP_CALL_BUILTIN, {function.id});
   }
   return true;
-}
-
-void Generator::call(uint16_t function, uint32_t depth) {
-  const Signature& signature = functions_[function];
-  if (signature.result) code_->emit(VM_OP_PUSH_EMPTY);
-  for (const Type& parameter : signature.parameters) value(parameter, depth);
-  code_->emit(VM_OP_CALL, {function});
-  for (size_t i = signature.parameters.size(); i-- > 0;) {
-    code_->emit(signature.parameters[i].isBasic() ? VM_OP_POP : VM_OP_POP_RELEASE);
-  }
 }
 
 std::optional<uint16_t> Generator::functionGiving(Wanted wanted) {

@@ -45,6 +45,12 @@ struct Signature {
   std::optional<Type> result;
 };
 
+// An argument that is read after the call, and as what.
+struct KeptArgument {
+  size_t number = SIZE_MAX;
+  Wanted wanted = {};
+};
+
 // A built-in variable that stands for a global.
 struct BuiltinView {
   Type type;
@@ -121,12 +127,27 @@ class Generator {
   bool builtinVariable(Wanted wanted, uint32_t depth);
   bool hostValue(Wanted wanted, uint32_t depth);
   bool callResult(Wanted wanted, uint32_t depth);
-  void kernelOperands(const struct OpcodeGroup& group, uint32_t words, uint32_t depth);
+  void kernelOperands(const struct OpcodeGroup& group, uint32_t words, Wanted first, uint32_t depth,
+                      size_t from = 0);
   void pushConstant(WordKind kind);
   void pushIndex(uint32_t bound, uint32_t depth);
   void takePart(const PartRef& part, uint32_t depth);
-  void call(uint16_t function, uint32_t depth);
   std::optional<uint16_t> functionGiving(Wanted wanted);
+
+  // What no compiler makes (stack_generator.cpp)
+  void probe();
+  bool narrowed(Wanted wanted, uint32_t depth);
+  void exactValue(Wanted wanted, uint32_t depth);
+  bool conditional(Wanted wanted, uint32_t depth);
+  bool outliving(Wanted wanted, uint32_t depth);
+  bool keptArgument(Wanted wanted, uint32_t depth);
+  void workOn(Wanted top, uint32_t depth);
+  bool workByKernel(Wanted top, uint32_t depth);
+  bool workByGeometry(Wanted top, uint32_t depth);
+  void call(uint16_t function, uint32_t depth);
+  void pushArguments(const Signature& signature, const KeptArgument& kept, uint32_t depth);
+  void manyTemporaries();
+  void fullIndexStack();
 
   WordKind operandKind(bool readsBits) const;
   bool hasOnlyBits(const Type& type) const;
@@ -147,6 +168,7 @@ class Generator {
   std::vector<Type> locals_;
   std::vector<VariableRef> variables_;  // locals and globals
   std::vector<PartRef> parts_;          // of structures and of variables
+  bool returnsEarly_ = false;
   uint32_t loopCount_ = 0;
   uint32_t budget_ = 0;  // instructions, roughly
 };

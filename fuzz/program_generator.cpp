@@ -96,6 +96,7 @@ void Generator::addGlobals() {
     shader_.addGlobal({"g" + std::to_string(g), type.code, type.count, flags});
     globals_.push_back(type);
   }
+  for (uint32_t g = 0; g < options_.fillers; ++g) shader_.addGlobal({"filler", VM_TYPE_INT, 0, 0});
   shader_.record().outputGlobal0 = 0;
   if (choices_.oneIn(2)) shader_.record().outputGlobal1 = 0;
 }
@@ -195,6 +196,8 @@ void Generator::listParts() {
 void Generator::writeFunction(size_t index) {
   current_ = static_cast<uint16_t>(index);
   code_ = &shader_.function(FunctionId{current_});
+  const auto& result = functions_[index].result;
+  returnsEarly_ = choices_.oneIn(2) && (!result || !result->isBasic() || result->words() <= 4);
   loopCount_ = 0;
   budget_ = 40 * choices_.between(1, 5);
   addLocals();

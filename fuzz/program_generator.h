@@ -16,6 +16,8 @@ struct ProgramOptions {
   bool hasFlaws = false;
   // No endless loops and no recursion.
   bool ends = false;
+  // Globals that nothing uses, behind the others: they fill the value stack.
+  uint32_t fillers = 0;
 };
 
 tools::BuiltShader generateProgram(Choices& choices, const ProgramOptions& options = {});

@@ -28,6 +28,8 @@ void Generator::statements(uint32_t depth) {
 void Generator::statement(uint32_t depth) {
   if (options_.hasFlaws && choices_.oneIn(16)) return stray();
   if (choices_.oneIn(60)) return endEarly();
+  if (choices_.oneIn(120)) return manyTemporaries();
+  if (choices_.oneIn(250)) return fullIndexStack();
   switch (choices_.below(16)) {
     case 4:
       return assignAndKeep();
@@ -175,6 +177,7 @@ void Generator::callForEffect() {
   const auto function = static_cast<uint16_t>(current_ + step);
   call(function, kExpressionDepth);
   const auto& result = functions_[function].result;
+  if (choices_.oneIn(2)) probe();
   if (result) code_->emit(result->isBasic() ? VM_OP_POP : VM_OP_POP_RELEASE);
 }
 
@@ -190,12 +193,14 @@ void Generator::shuffleStack() {
 void Generator::aggregateTricks() {
   const Type type = anyAggregate();
   aggregate(type, kExpressionDepth);
+  if (choices_.oneIn(3)) statement(kDeepest);
   switch (choices_.below(4)) {
     case 0:
       code_->emit(VM_OP_MAKE_UNIQUE);
       break;
     case 1:
       code_->emit(VM_OP_DUP);
+      if (choices_.oneIn(2)) probe();
       code_->emit(VM_OP_POP);
       break;
     case 2:
@@ -206,6 +211,7 @@ void Generator::aggregateTricks() {
     default:
       break;
   }
+  if (choices_.oneIn(2)) probe();
   code_->emit(VM_OP_POP_RELEASE);
 }
 
@@ -226,7 +232,7 @@ void Generator::endEarly() {
   const tools::Label end = code_->newLabel();
   value({WordKind::Bits, 1}, kExpressionDepth);
   code_->jumpIfFalse(end);
-  if (choices_.oneIn(2)) {
+  if (!returnsEarly_ || choices_.oneIn(2)) {
     code_->emit(choices_.oneIn(2) ? VM_OP_DISCARD : VM_OP_HALT);
   } else {
     finishFunction();
@@ -237,7 +243,11 @@ void Generator::endEarly() {
 void Generator::finishFunction() {
   const auto& result = functions_[current_].result;
   if (result) {
-    value(*result, kExpressionDepth);
+    if (returnsEarly_ && result->isBasic()) {
+      exactValue({result->kind(), result->words()}, kExpressionDepth);
+    } else {
+      value(*result, kExpressionDepth);
+    }
     code_->emit(choices_.oneIn(2) ? VM_OP_RETURN_VALUE : VM_OP_RETURN_VALUE_2);
   } else {
     code_->emit(VM_OP_RETURN);
