@@ -4,7 +4,7 @@
 
 #include "instructions/values.h"
 
-namespace shadermachine {
+namespace shadermachine::inline SHADERMACHINE_TARGET {
 
 template <class Signature>
 struct Kernel;
@@ -31,4 +31,4 @@ concept HasVectorForm = requires(Like<V, typename K::Argument> v) {
 || requires(Like<V, typename K::Argument> v) { K{}(v, v); }
 || requires(Like<V, typename K::Argument> v) { K{}(v, v, v); };
 
-}  // namespace shadermachine
+}  // namespace shadermachine::inline SHADERMACHINE_TARGET

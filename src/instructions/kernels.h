@@ -9,7 +9,7 @@
 #include "instructions/kernels_comparison.h"
 #include "instructions/kernels_functions.h"
 
-namespace shadermachine {
+namespace shadermachine::inline SHADERMACHINE_TARGET {
 
 // Component limit of the instructions that apply a kernel.
 template <class K>
@@ -21,4 +21,4 @@ constexpr uint32_t kernelLimit() {
   }
 }
 
-}  // namespace shadermachine
+}  // namespace shadermachine::inline SHADERMACHINE_TARGET

@@ -3,7 +3,7 @@
 
 #include "instructions/kernel.h"
 
-namespace shadermachine {
+namespace shadermachine::inline SHADERMACHINE_TARGET {
 
 // Integers wrap modulo 2^32; unsigned arithmetic gives the same words without overflow.
 struct AddI : Kernel<uint32_t(uint32_t, uint32_t)> {
@@ -130,4 +130,4 @@ struct BitNot : Kernel<uint32_t(uint32_t)> {
   }
 };
 
-}  // namespace shadermachine
+}  // namespace shadermachine::inline SHADERMACHINE_TARGET

@@ -4,7 +4,7 @@
 
 #include "instructions/kernel.h"
 
-namespace shadermachine {
+namespace shadermachine::inline SHADERMACHINE_TARGET {
 
 struct AndB : Kernel<uint32_t(uint32_t, uint32_t)> {
   template <class W>
@@ -141,4 +141,4 @@ struct FloatToInt : Kernel<int32_t(float)> {
   }
 };
 
-}  // namespace shadermachine
+}  // namespace shadermachine::inline SHADERMACHINE_TARGET

@@ -3,7 +3,7 @@
 
 #include "instructions/kernel.h"
 
-namespace shadermachine {
+namespace shadermachine::inline SHADERMACHINE_TARGET {
 
 // The C library's functions. An engine that has them for a vector of floats specializes this for
 // the vector, to the same bits in every lane.
@@ -245,4 +245,4 @@ struct SmoothstepByReciprocalF : Kernel<float(float, float, float)> {
   }
 };
 
-}  // namespace shadermachine
+}  // namespace shadermachine::inline SHADERMACHINE_TARGET

@@ -16,7 +16,13 @@
 #include <arm_neon.h>
 #endif
 
-namespace shadermachine {
+// Code for vectors is compiled once for each instruction set. This namespace keeps the linker from
+// taking one compilation's functions for another's.
+#ifndef SHADERMACHINE_TARGET
+#define SHADERMACHINE_TARGET baseline
+#endif
+
+namespace shadermachine::inline SHADERMACHINE_TARGET {
 
 template <class V>
 inline constexpr bool kIsVector = !std::is_arithmetic_v<V>;
@@ -28,7 +34,15 @@ struct VectorOf {
 };
 
 template <class V>
-inline constexpr size_t kLanes = sizeof(V) / sizeof(std::declval<V>()[0]);
+consteval size_t countLanes() {
+  if constexpr (kIsVector<V>) {
+    return sizeof(V) / sizeof(std::declval<V>()[0]);
+  } else {
+    return 1;
+  }
+}
+template <class V>
+inline constexpr size_t kLanes = countLanes<V>();
 
 template <class V, class Lane, bool isVector = kIsVector<V>>
 struct LikeType {
@@ -66,6 +80,13 @@ inline uint32_t booleanOf(bool holds) { return holds; }
 template <class Mask>
 requires kIsVector<Mask> Like<Mask, uint32_t> booleanOf(Mask mask) {
   return std::bit_cast<Like<Mask, uint32_t>>(mask) & 1u;
+}
+
+// The outcome of a comparison of doubles, for floats.
+inline bool narrowed(bool holds) { return holds; }
+template <class Mask>
+requires kIsVector<Mask> Like<Mask, int32_t> narrowed(Mask mask) {
+  return __builtin_convertvector(mask, Like<Mask, int32_t>);
 }
 
 // Truncates; every lane must fit.
@@ -146,13 +167,18 @@ V squareRoot(V x) {
   }
 }
 
+// Of floats and doubles.
 template <class V>
 V magnitude(V x) {
-  return floatOf(bitsOf(x) & 0x7FFFFFFFu);
+  if constexpr (sizeof(V) == kLanes<V> * sizeof(double)) {
+    return std::bit_cast<V>(std::bit_cast<Like<V, int64_t>>(x) & INT64_MAX);
+  } else {
+    return floatOf(bitsOf(x) & 0x7FFFFFFFu);
+  }
 }
 template <class V>
 V withSignOf(V size, V sign) {
   return floatOf((bitsOf(size) & 0x7FFFFFFFu) | (bitsOf(sign) & 0x80000000u));
 }
 
-}  // namespace shadermachine
+}  // namespace shadermachine::inline SHADERMACHINE_TARGET

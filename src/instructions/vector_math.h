@@ -5,7 +5,7 @@
 
 #include "instructions/values.h"
 
-namespace shadermachine {
+namespace shadermachine::inline SHADERMACHINE_TARGET {
 
 template <class F>
 F dotProduct(const F* a, const F* b, uint32_t n) {
@@ -91,4 +91,4 @@ void matrixTimesMatrix(F* result, const F* a, const F* b, uint32_t n) {
   for (uint32_t c = 0; c < n; ++c) matrixTimesVector(result + c * n, a, b + c * n, n);
 }
 
-}  // namespace shadermachine
+}  // namespace shadermachine::inline SHADERMACHINE_TARGET
