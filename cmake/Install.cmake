@@ -1,11 +1,12 @@
-# What is installed, in three components: runtime (the library), dev (headers, the tools library and
-# package files) and tools (the program).
+# What is installed, in four components: runtime (the library), batch (the batch library), dev
+# (headers, the tools library and package files) and tools (the program).
 include(CMakePackageConfigHelpers)
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/shadermachine)
 
 install(TARGETS shadermachine EXPORT shadermachine-targets
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_COMPONENT dev)
-install(DIRECTORY include/shadermachine DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT dev)
+install(DIRECTORY include/shadermachine DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT dev
+  PATTERN batch.h EXCLUDE)
 install(EXPORT shadermachine-targets NAMESPACE shadermachine:: DESTINATION ${package_dir}
   COMPONENT dev)
 
@@ -22,6 +23,18 @@ file(RELATIVE_PATH SHADERMACHINE_PC_PREFIX /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
 configure_file(cmake/shadermachine.pc.in shadermachine.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/shadermachine.pc
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT dev)
+
+if(SHADERMACHINE_BUILD_BATCH)
+  install(TARGETS shadermachine-batch EXPORT shadermachine-batch-targets
+    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT batch NAMELINK_COMPONENT dev)
+  install(FILES include/shadermachine/batch.h
+    DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/shadermachine COMPONENT dev)
+  install(EXPORT shadermachine-batch-targets NAMESPACE shadermachine:: DESTINATION ${package_dir}
+    COMPONENT dev)
+  configure_file(cmake/shadermachine-batch.pc.in shadermachine-batch.pc @ONLY)
+  install(FILES ${PROJECT_BINARY_DIR}/shadermachine-batch.pc
+    DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT dev)
+endif()
 
 if(SHADERMACHINE_BUILD_TOOLS)
   set_target_properties(shadermachine-tools PROPERTIES EXPORT_NAME tools)

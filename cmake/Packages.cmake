@@ -1,4 +1,4 @@
-# cpack -G DEB: the library, its development files and the program as three packages.
+# cpack -G DEB: the libraries, their development files and the program as packages.
 set(CPACK_PACKAGE_VENDOR "the shadermachine developers")
 set(CPACK_PACKAGE_CONTACT "the shadermachine developers <maintainers@shadermachine.invalid>")
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY ${PROJECT_DESCRIPTION})
@@ -29,6 +29,14 @@ if(TARGET shadermachine-glsl)
   set(CPACK_DEBIAN_DEV_PACKAGE_SUGGESTS "glslang-dev, glslang-tools")
 endif()
 
+if(TARGET shadermachine-batch)
+  list(APPEND CPACK_COMPONENTS_ALL batch)
+  set(CPACK_DEBIAN_BATCH_PACKAGE_NAME libshadermachine-batch${PROJECT_VERSION_MAJOR})
+  set(CPACK_DEBIAN_BATCH_PACKAGE_SECTION libs)
+  set(CPACK_COMPONENT_BATCH_DESCRIPTION "shared library for many invocations in one call")
+  list(APPEND CPACK_COMPONENT_DEV_DEPENDS batch)
+endif()
+
 if(TARGET shadermachine-program)
   list(APPEND CPACK_COMPONENTS_ALL tools)
   set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME shadermachine-tools)
@@ -36,7 +44,7 @@ if(TARGET shadermachine-program)
   set(CPACK_COMPONENT_TOOLS_DESCRIPTION "assembler, disassembler, validator and renderer")
 endif()
 
-foreach(component runtime dev tools)
+foreach(component runtime batch dev tools)
   string(TOUPPER ${component} key)
   if(CPACK_DEBIAN_${key}_PACKAGE_NAME)
     install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${CPACK_DEBIAN_${key}_PACKAGE_NAME}

@@ -5,8 +5,7 @@
 # src/batch/c_library_check.cpp.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-# shellcheck source=scripts/setup.sh
-. scripts/setup.sh
+source scripts/setup.sh
 require "${build_packages[@]}"
 build release --target prove_c_library
 ldd --version | head -n 1

@@ -86,8 +86,14 @@ void deliverOutputs(Machine& machine) {
   machine.isDelivering = 0;
 }
 
-// All of beginRun() but the entry function's locals. What a small shader has none of goes to
-// functions that are not inlined.
+void initGlobals(Machine& machine, const CompiledShader& shader) {
+  machine.heldGlobalCount = shader.globalCount;
+  if (shader.globalCount == 0) return;
+  initVariables(machine, machine.stack, shader.globals, shader.globalCount);
+}
+
+// All of beginRun() but the time limit and the entry function's locals. What a small shader has
+// none of goes to functions that are not inlined.
 [[gnu::always_inline]] inline VmError prepareRun(Machine& machine, const CompiledShader& shader,
                                                  const StartupInfo& startup) {
   const uint32_t same = machine.shader == &shader ? 1 : 0;
@@ -103,12 +109,7 @@ void deliverOutputs(Machine& machine) {
   }
   machine.frames[0] = {entry, shader.code + entry->codeOffset, machine.stack + shader.globalCount,
                        0, entry->localCount - 1};
-  startTimeLimit(machine.timeLimit, startup.timeout);
-
-  machine.heldGlobalCount = shader.globalCount;
-  if (shader.globalCount != 0 && machine.sameShader == 0) {
-    initVariables(machine, machine.stack, shader.globals, shader.globalCount);
-  }
+  if (same == 0) initGlobals(machine, shader);
   return VM_OK;
 }
 
@@ -126,6 +127,7 @@ void initEntryLocals(Machine& machine) {
 
 VmError beginRun(Machine& machine, const CompiledShader& shader, const StartupInfo& startup) {
   machine.heldProgram = nullptr;
+  startTimeLimit(machine.timeLimit, startup.timeout);
   const VmError refused = prepareRun(machine, shader, startup);
   if (refused == VM_OK) initEntryLocals(machine);
   return refused;
@@ -169,10 +171,24 @@ bool holdsAll(const Machine& machine, const CompiledShader& shader) {
 }  // namespace
 
 VmError runShader(Machine& machine, const CompiledShader& shader, const StartupInfo& startup) {
+  startTimeLimit(machine.timeLimit, startup.timeout);
   if (!holdsAll(machine, shader)) return runAfresh(machine, shader, startup);
   beginState(machine, startup, 1);
-  startTimeLimit(machine.timeLimit, startup.timeout);
   engine::runRecords(machine.heldProgram, machine);
+  return endRun(machine);
+}
+
+VmError runShaderAnew(Machine& machine, const CompiledShader& shader, const StartupInfo& startup) {
+  if (!holdsAll(machine, shader)) {
+    releaseGlobals(machine);
+    machine.shader = nullptr;
+    return runAfresh(machine, shader, startup);
+  }
+  releaseGlobals(machine);
+  beginState(machine, startup, 0);
+  initGlobals(machine, shader);
+  const bool stopped = machine.runState == VM_RUN_STOPPING;
+  engine::runRecords(stopped ? engine::selectProgram(machine) : machine.heldProgram, machine);
   return endRun(machine);
 }
 

@@ -32,4 +32,8 @@ VmError endRun(Machine& machine);
 
 VmError runShader(Machine& machine, const CompiledShader& shader, const StartupInfo& startup);
 
+// One of many runs that know nothing of each other: globals as a new machine's. The time limit goes
+// on from the run before, startup.timeout is not read.
+VmError runShaderAnew(Machine& machine, const CompiledShader& shader, const StartupInfo& startup);
+
 }  // namespace shadermachine

@@ -1,5 +1,5 @@
 #!/bin/sh
-# deb_test.sh CPACK BUILD-DIR WORK-DIR SOURCE: makes the three packages, unpacks them, compiles and
+# deb_test.sh CPACK BUILD-DIR WORK-DIR SOURCE: makes the packages, unpacks them, compiles and
 # runs SOURCE against the unpacked library and runs the unpacked program.
 set -eu
 cpack=$1 build=$2 folder=$3 source=$4
@@ -7,6 +7,9 @@ cpack=$1 build=$2 folder=$3 source=$4
 rm -rf "$folder/packages" "$folder/unpacked"
 (cd "$build" && "$cpack" -G DEB -B "$folder/packages")
 packages="libshadermachine1 libshadermachine-dev"
+if [ -e "$build/shadermachine-batch.pc" ]; then
+  packages="$packages libshadermachine-batch1"
+fi
 if [ -x "$build/tools/shadermachine" ]; then
   packages="$packages shadermachine-tools"
 fi

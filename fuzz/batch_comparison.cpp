@@ -1,0 +1,148 @@
+#include "fuzz/batch_comparison.h"
+
+#include <shadermachine-tools/host_contract.h>
+#include <shadermachine/batch.h>
+
+#include <memory>
+#include <sstream>
+#include <vector>
+
+#include "fuzz/arbitrary_host.h"
+#include "instructions/builtin_variables.h"
+
+namespace shadermachine::fuzz {
+namespace {
+
+struct BatchDeleter {
+  void operator()(ShaderBatch* batch) const { vmShaderBatchDestroy(batch); }
+};
+using BatchPtr = std::unique_ptr<ShaderBatch, BatchDeleter>;
+
+// Calls function(i, host) for the invocations that take part.
+template <class Function>
+void forEach(const BatchRequest& group, Function function) {
+  for (uint32_t i = 0; i < group.count; ++i) {
+    if ((group.mask >> i & 1) != 0) {
+      function(i, *reinterpret_cast<ArbitraryHost*>(group.userData[i]));
+    }
+  }
+}
+
+// Some requests, chosen without a host's random words, which belong to its answers.
+bool isLeft(const BatchRequest& group) { return (group.first + group.count) % 5 == 0; }
+
+BatchAnswer answer(const BatchRequest& group, uint32_t words) {
+  if (isLeft(group)) return VM_BATCH_ONE_BY_ONE;
+  forEach(group, [&](uint32_t i, ArbitraryHost& host) {
+    std::vector<uint32_t> value(words);
+    host.answer(value.data(), words);
+    for (uint32_t w = 0; w < words; ++w) group.words[w * group.stride + i] = value[w];
+  });
+  return VM_BATCH_ANSWERED;
+}
+
+void onOutput(const BatchRequest* request) {
+  forEach(*request,
+          [request](uint32_t i, ArbitraryHost& host) { host.read(request->words + i, 1); });
+}
+
+BatchAnswer onVariable(const BatchVariableRequest* request) {
+  return answer(request->group, request->varInfo->byteSize / 4);
+}
+
+BatchAnswer onBuiltin(const BatchBuiltinRequest* request) {
+  const TypeCode type = tools::builtinValue(request->id).type;
+  return answer(request->group, type == VM_TYPE_VEC4 ? 4 : type == VM_TYPE_VEC2 ? 2 : 1);
+}
+
+BatchAnswer onUnary(const BatchRequest* request) {
+  return answer(*request, tools::kHostUnaryWords);
+}
+
+BatchAnswer onLookup(const BatchLookupRequest* request) {
+  if (isLeft(request->group)) return VM_BATCH_ONE_BY_ONE;
+  forEach(request->group, [request](uint32_t i, ArbitraryHost& host) {
+    uint32_t coordinates[4];
+    for (uint32_t w = 0; w < 4; ++w) {
+      coordinates[w] = request->coords[w * request->group.stride + i];
+    }
+    host.read(coordinates, tools::kLookupKinds[request->kind].coordinates);
+    uint32_t value[tools::kLookupResultWords];
+    host.answer(value, tools::kLookupResultWords);
+    for (uint32_t w = 0; w < tools::kLookupResultWords; ++w) {
+      request->group.words[w * request->group.stride + i] = value[w];
+    }
+  });
+  return VM_BATCH_ANSWERED;
+}
+
+// Each bit sets one of the callbacks.
+BatchCallbacks chooseCallbacks(uint32_t bits) {
+  const auto chosen = [&bits](auto callback) {
+    const bool isSet = (bits & 1) != 0;
+    bits >>= 1;
+    return isSet ? callback : nullptr;
+  };
+  BatchCallbacks callbacks = {};
+  callbacks.output0 = chosen(&onOutput);
+  callbacks.output1 = chosen(&onOutput);
+  callbacks.hostVariable = chosen(&onVariable);
+  callbacks.builtin = chosen(&onBuiltin);
+  for (auto& unary : callbacks.hostUnary) unary = chosen(&onUnary);
+  for (auto& lookup : callbacks.lookup) lookup = chosen(&onLookup);
+  return callbacks;
+}
+
+std::vector<ArbitraryHost> makeHosts(uint32_t seed, uint32_t count) {
+  std::vector<ArbitraryHost> hosts;
+  for (uint32_t i = 0; i < count; ++i) hosts.emplace_back(seed * 71 + i + 1);
+  return hosts;
+}
+
+std::vector<VmError> runBatch(const CompiledShader& shader, uint32_t seed,
+                              std::vector<ArbitraryHost>& hosts) {
+  const BatchCallbacks batchCallbacks = chooseCallbacks(seed * 0x9E3779B9u >> 16);
+  const BatchCreateInfo info = {&ArbitraryHost::callbacks(), &batchCallbacks};
+  const BatchPtr batch(vmShaderBatchCreate(&info));
+  const StartupInfo single = hosts[0].startup(0);
+  std::vector<uint64_t> userData;
+  for (const ArbitraryHost& host : hosts) userData.push_back(host.startup(0).userData);
+  const BatchStartupInfo startup = {static_cast<uint32_t>(hosts.size()),
+                                    0,
+                                    userData.data(),
+                                    single.builtin258,
+                                    single.builtin281,
+                                    single.builtin282,
+                                    single.builtin285};
+  std::vector<VmError> errors(hosts.size(), VM_ERROR_COUNT);
+  vmShaderBatchExecuteShader(batch.get(), &shader, &startup, errors.data());
+  return errors;
+}
+
+}  // namespace
+
+BatchComparison compareBatch(const CompiledShader& shader, uint32_t seed, uint32_t count) {
+  std::vector<ArbitraryHost> batchHosts = makeHosts(seed, count);
+  const std::vector<VmError> errors = runBatch(shader, seed, batchHosts);
+  std::vector<ArbitraryHost> hosts = makeHosts(seed, count);
+  BatchComparison result;
+  for (uint32_t i = 0; i < count; ++i) {
+    const MachinePtr machine = makeMachine(true);
+    const StartupInfo startup = hosts[i].startup(0);
+    const VmError error = vmShaderMachineExecuteShader(machine.get(), &shader, &startup);
+    result.finished += error == VM_OK ? 1 : 0;
+    result.calls += hosts[i].calls();
+    if (error == errors[i] && hosts[i].calls() == batchHosts[i].calls() &&
+        hosts[i].checksum() == batchHosts[i].checksum()) {
+      continue;
+    }
+    std::ostringstream out;
+    out << "invocation " << i << " of " << count << ": error " << error << " and " << errors[i]
+        << ", calls " << hosts[i].calls() << " and " << batchHosts[i].calls() << ", checksum "
+        << hosts[i].checksum() << " and " << batchHosts[i].checksum() << "\n";
+    result.difference += out.str();
+  }
+  return result;
+}
+
+}  // namespace shadermachine::fuzz

@@ -1,0 +1,34 @@
+// A batch: the machine that its invocations run on, one after another, and the host's callbacks.
+//
+//  - While a batch runs, the machine's callbacks are the host's own, except where the host gave a
+//    batch callback: there stands a function that makes a request of it, for a group of one.
+//  - Between runs the machine holds no shader.
+#pragma once
+
+#include <shadermachine/batch.h>
+
+#include "machine/machine.h"
+
+struct ShaderBatch {
+  static constexpr uint32_t kStride = VM_BATCH_ALIGNMENT / sizeof(uint32_t);
+
+  alignas(VM_BATCH_ALIGNMENT) uint32_t words[VM_COMPONENT_COUNT * kStride];
+  uint32_t coords[VM_COMPONENT_COUNT * kStride];
+  void* memory;  // that was allocated
+  shadermachine::Machine* machine;
+  HostCallbacks callbacks;
+  BatchCallbacks batchCallbacks;
+  const uint64_t* userData;
+  uint32_t invocation;
+  uint32_t isRunning;
+};
+
+namespace shadermachine::batch {
+
+// The callbacks of the batch's machine.
+HostCallbacks machineCallbacks(const ShaderBatch& batch);
+
+// The batch that runs on this thread; the functions of machineCallbacks() work for it.
+ShaderBatch* exchangeRunning(ShaderBatch* batch);
+
+}  // namespace shadermachine::batch

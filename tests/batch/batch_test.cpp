@@ -1,0 +1,292 @@
+// The batch library's functions, and random programs in batches against machines.
+
+#include <gtest/gtest.h>
+#include <shadermachine-tools/assembler.h>
+#include <shadermachine-tools/disassembler.h>
+#include <shadermachine-tools/validator.h>
+#include <shadermachine/batch.h>
+
+#include <algorithm>
+#include <bit>
+#include <cstring>
+#include <memory>
+#include <vector>
+
+#include "fuzz/batch_comparison.h"
+#include "fuzz/program_generator.h"
+#include "support/allocations.h"
+
+namespace shadermachine::tests {
+namespace {
+
+struct BatchDeleter {
+  void operator()(ShaderBatch* batch) const { vmShaderBatchDestroy(batch); }
+};
+using BatchPtr = std::unique_ptr<ShaderBatch, BatchDeleter>;
+
+BatchPtr makeBatch(const HostCallbacks* callbacks, const BatchCallbacks* batchCallbacks = nullptr) {
+  const BatchCreateInfo info = {callbacks, batchCallbacks};
+  return BatchPtr(vmShaderBatchCreate(&info));
+}
+
+tools::BuiltShader assembled(const char* source) {
+  tools::AssemblyResult result = tools::assemble(source);
+  EXPECT_TRUE(result.errors.empty()) << result.errors.front().message;
+  return std::move(*result.shader);
+}
+
+// `way` 1 discards, 2 halts, 3 reads out of bounds, 4 never ends, and others return. The result is
+// the way, and how often this invocation has counted.
+constexpr char kWays[] = R"(
+.global vec2 result
+.global int count
+.global int way host
+.output0 result
+.entry main
+.function main
+  LOAD_GLOBAL count
+  INC_I 1
+  STORE_GLOBAL count
+  LOAD_GLOBAL way
+  INT_TO_FLOAT 1
+  LOAD_GLOBAL count
+  INT_TO_FLOAT 1
+  CTOR_VEC2_A 1, 1
+  STORE_GLOBAL result
+  LOAD_GLOBAL way
+  PUSH_1
+  EQ_I 1
+  JUMP_IF_FALSE notDiscarded
+  DISCARD
+notDiscarded:
+  LOAD_GLOBAL way
+  PUSH_2
+  EQ_I 1
+  JUMP_IF_FALSE notHalted
+  HALT
+notHalted:
+  LOAD_GLOBAL way
+  PUSH_3
+  EQ_I 1
+  JUMP_IF_FALSE notOutside
+  LOAD_GLOBAL result
+  PUSH_9
+  PUSH_INDEX
+  VEC_ELEMENT 2
+  POP
+notOutside:
+  LOAD_GLOBAL way
+  PUSH_4
+  EQ_I 1
+  JUMP_IF_FALSE end
+again:
+  JUMP again
+end:
+  RETURN
+.end
+)";
+
+// userData is the way; results are collected, and `onVariable` runs before every answer.
+struct WaysHost {
+  std::vector<std::pair<float, float>> results;
+  void (*onVariable)() = nullptr;
+  BatchAnswer answer = VM_BATCH_ANSWERED;
+};
+WaysHost host;
+
+void giveWay(const HostVariableRequest* request) {
+  if (host.onVariable != nullptr) host.onVariable();
+  const auto way = static_cast<uint32_t>(request->userData);
+  std::memcpy(request->data, &way, sizeof way);
+}
+void takeResult(const void* value, uint64_t) {
+  float words[2];
+  std::memcpy(words, value, sizeof words);
+  host.results.emplace_back(words[0], words[1]);
+}
+
+constexpr HostCallbacks kCallbacks = [] {
+  HostCallbacks callbacks = {};
+  callbacks.hostVariable = giveWay;
+  callbacks.output0 = takeResult;
+  return callbacks;
+}();
+
+BatchAnswer giveWays(const BatchVariableRequest* request) {
+  const BatchRequest& group = request->group;
+  EXPECT_EQ(reinterpret_cast<uintptr_t>(group.words) % VM_BATCH_ALIGNMENT, 0u);
+  EXPECT_EQ(group.stride * 4 % VM_BATCH_ALIGNMENT, 0u);
+  EXPECT_EQ(group.wordCount, 1u);
+  EXPECT_EQ(request->elements[0], -1);
+  if (host.answer == VM_BATCH_SAME_FOR_ALL) group.words[0] = 7;
+  for (uint32_t i = 0; host.answer == VM_BATCH_ANSWERED && i < group.count; ++i) {
+    if ((group.mask >> i & 1) != 0) group.words[i] = static_cast<uint32_t>(group.userData[i]);
+  }
+  return host.answer;
+}
+void takeResults(const BatchRequest* request) {
+  for (uint32_t i = 0; i < request->count; ++i) {
+    if ((request->mask >> i & 1) == 0) continue;
+    host.results.emplace_back(std::bit_cast<float>(request->words[i]),
+                              std::bit_cast<float>(request->words[request->stride + i]));
+  }
+}
+constexpr BatchCallbacks kBatchCallbacks = {
+    takeResults, nullptr, giveWays, nullptr, {nullptr, nullptr, nullptr}, {nullptr, nullptr}};
+
+class BatchTest : public testing::Test {
+ protected:
+  BatchTest() { host = {}; }
+
+  // The errors of so many invocations as there are ways.
+  std::vector<VmError> run(ShaderBatch* batch, const std::vector<uint64_t>& ways,
+                           uint32_t timeout = 0) {
+    const BatchStartupInfo startup = {
+        static_cast<uint32_t>(ways.size()), timeout, ways.data(), 0, 0, 0, 0};
+    std::vector<VmError> errors(ways.size(), VM_ERROR_COUNT);
+    EXPECT_EQ(vmShaderBatchExecuteShader(batch, shader_.record(), &startup, errors.data()), VM_OK);
+    return errors;
+  }
+
+  const tools::BuiltShader shader_ = assembled(kWays);
+};
+
+using Errors = std::vector<VmError>;
+using Results = std::vector<std::pair<float, float>>;
+
+TEST_F(BatchTest, EndsOfOneLeaveTheOthersAlone) {
+  const Errors expected = {VM_OK, VM_ERR_DISCARDED, VM_ERR_HALTED, VM_ERR_INDEX_OUT_OF_BOUNDS,
+                           VM_OK};
+  const Results delivered = {{0.0f, 1.0f}, {2.0f, 1.0f}, {5.0f, 1.0f}};
+  for (const BatchCallbacks* wide :
+       {static_cast<const BatchCallbacks*>(nullptr), &kBatchCallbacks}) {
+    const BatchPtr batch = makeBatch(&kCallbacks, wide);
+    for (int call = 0; call < 2; ++call) {
+      host = {};
+      EXPECT_EQ(run(batch.get(), {0, 1, 2, 3, 5}), expected);
+      std::sort(host.results.begin(), host.results.end());
+      EXPECT_EQ(host.results, delivered);
+    }
+  }
+}
+
+TEST_F(BatchTest, AnswersOfBatchCallbacks) {
+  const BatchPtr batch = makeBatch(&kCallbacks, &kBatchCallbacks);
+  host.answer = VM_BATCH_SAME_FOR_ALL;
+  EXPECT_EQ(run(batch.get(), {1, 2}), (Errors{VM_OK, VM_OK}));
+  EXPECT_EQ(host.results, (Results{{7.0f, 1.0f}, {7.0f, 1.0f}}));
+  host.answer = VM_BATCH_ONE_BY_ONE;
+  EXPECT_EQ(run(batch.get(), {1, 2}), (Errors{VM_ERR_DISCARDED, VM_ERR_HALTED}));
+  // Nobody answers: the variable keeps what its slot held, and nothing fails.
+  const BatchPtr alone = makeBatch(nullptr, &kBatchCallbacks);
+  EXPECT_EQ(run(alone.get(), {0}).size(), 1u);
+}
+
+TEST_F(BatchTest, TheTimeLimitIsForAll) {
+  const BatchPtr batch = makeBatch(&kCallbacks);
+  EXPECT_EQ(run(batch.get(), {4, 4, 4}, 5), Errors(3, VM_ERR_TIMEOUT));
+  EXPECT_TRUE(host.results.empty());
+  EXPECT_EQ(run(batch.get(), {0}), Errors{VM_OK}) << "usable again";
+}
+
+ShaderBatch* running = nullptr;
+
+TEST_F(BatchTest, RunningBatchesCannotBeRunOrDestroyed) {
+  const BatchPtr batch = makeBatch(&kCallbacks, &kBatchCallbacks);
+  host.answer = VM_BATCH_ONE_BY_ONE;
+  running = batch.get();
+  host.onVariable = [] {
+    host.onVariable = nullptr;
+    VmError error = VM_ERROR_COUNT;
+    EXPECT_EQ(vmShaderBatchExecuteShader(running, nullptr, nullptr, &error),
+              VmError{VM_ERR_ALREADY_RUNNING});
+    EXPECT_EQ(error, VmError{VM_ERROR_COUNT});
+    EXPECT_EQ(vmShaderBatchDestroy(running), VmError{VM_OK});
+    // Another batch may run inside; the outer one goes on with its own host.
+    const tools::BuiltShader shader = assembled(kWays);
+    const BatchPtr inner = makeBatch(&kCallbacks, &kBatchCallbacks);
+    const uint64_t way = 9;
+    const BatchStartupInfo startup = {1, 0, &way, 0, 0, 0, 0};
+    EXPECT_EQ(vmShaderBatchExecuteShader(inner.get(), shader.record(), &startup, &error),
+              VmError{VM_OK});
+  };
+  EXPECT_EQ(run(batch.get(), {5, 6}), (Errors{VM_OK, VM_OK}));
+  EXPECT_EQ(host.results, (Results{{9.0f, 1.0f}, {5.0f, 1.0f}, {6.0f, 1.0f}}));
+}
+
+TEST_F(BatchTest, ArgumentsAreCheckedInOrder) {
+  const BatchPtr batch = makeBatch(nullptr);
+  const uint64_t way = 0;
+  VmError error = VM_ERROR_COUNT;
+  const BatchStartupInfo startup = {1, 0, &way, 0, 0, 0, 0};
+  const BatchStartupInfo noData = {1, 0, nullptr, 0, 0, 0, 0};
+  const BatchStartupInfo none = {0, 0, &way, 0, 0, 0, 0};
+  CompiledShader newer = *shader_.record(), beyond = newer, empty = newer;
+  newer.version = 2;
+  beyond.entryIndex = beyond.functionCount;
+  const ShaderFunction* const functions[] = {nullptr};
+  empty.functions = functions;
+  const CompiledShader* good = shader_.record();
+  const struct {
+    ShaderBatch* batch;
+    const CompiledShader* shader;
+    const BatchStartupInfo* startup;
+    VmError* errors;
+    VmError expected;
+  } kCases[] = {
+      {nullptr, nullptr, nullptr, nullptr, VM_ERR_INVALID_HANDLE},
+      {batch.get(), nullptr, nullptr, &error, VM_ERR_NO_STARTUP_INFO},
+      {batch.get(), nullptr, &noData, &error, VM_ERR_NO_STARTUP_INFO},
+      {batch.get(), nullptr, &startup, nullptr, VM_ERR_NO_STARTUP_INFO},
+      {batch.get(), nullptr, &startup, &error, VM_ERR_INVALID_SHADER},
+      {batch.get(), &newer, &startup, &error, VM_ERR_NEWER_COMPILER},
+      {batch.get(), &beyond, &startup, &error, VM_ERR_INVALID_ENTRY},
+      {batch.get(), &empty, &startup, &error, VM_ERR_INVALID_ENTRY},
+      {batch.get(), good, &none, &error, VM_OK},
+  };
+  for (const auto& c : kCases) {
+    EXPECT_EQ(vmShaderBatchExecuteShader(c.batch, c.shader, c.startup, c.errors), c.expected);
+    EXPECT_EQ(error, VmError{VM_ERROR_COUNT}) << "untouched";
+  }
+  EXPECT_EQ(vmShaderBatchDestroy(nullptr), VmError{VM_OK});
+}
+
+TEST_F(BatchTest, AllocationsMayFail) {
+  const int64_t liveBefore = liveAllocations();
+  for (int64_t allocation = 0; allocation < 30; ++allocation) {
+    const AllocationFailure failure(allocation, 1);
+    const BatchPtr batch = makeBatch(&kCallbacks, &kBatchCallbacks);
+    EXPECT_EQ(batch == nullptr, allocation < 4) << "batch, machine, stack and frames";
+    if (batch != nullptr) {
+      EXPECT_EQ(run(batch.get(), {0, 1}), (Errors{VM_OK, VM_ERR_DISCARDED}));
+    }
+  }
+  EXPECT_EQ(liveAllocations(), liveBefore);
+}
+
+TEST(BatchDifferential, InvocationsEndAsOnMachines) {
+  constexpr uint32_t kShaders = 1500;
+  constexpr size_t kShaderBytes = 400;
+  vmInitialize();
+  uint64_t calls = 0;
+  uint32_t finished = 0;
+  for (uint32_t seed = 1; seed <= kShaders; ++seed) {
+    const auto bytes = fuzz::randomBytes(seed, kShaderBytes);
+    fuzz::Choices choices(bytes);
+    const tools::BuiltShader shader =
+        fuzz::generateProgram(choices, {.hidesNanBits = true, .ends = true});
+    if (!tools::validate(shader.view()).valid()) continue;
+    const fuzz::BatchComparison comparison =
+        fuzz::compareBatch(*shader.record(), seed, seed % 70 + 1);
+    ASSERT_EQ(comparison.difference, "") << "seed " << seed << "\n"
+                                         << tools::disassemble(shader.view(), {.annotate = true});
+    calls += comparison.calls;
+    finished += comparison.finished;
+  }
+  // There must have been something to compare.
+  EXPECT_GT(calls, 100 * kShaders);
+  EXPECT_GT(finished, 10 * kShaders);
+}
+
+}  // namespace
+}  // namespace shadermachine::tests
