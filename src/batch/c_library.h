@@ -24,7 +24,8 @@
 #include "batch/c_library_tables.h"
 #include "instructions/kernels.h"
 
-namespace shadermachine::batch::inline SHADERMACHINE_TARGET {
+namespace shadermachine::batch {
+inline namespace SHADERMACHINE_TARGET {
 
 template <class F>
 using HalfDoubles = Like<decltype(lowHalf(std::declval<F>())), double>;
@@ -318,9 +319,11 @@ F arcCosine(F x) {
   return isSmall ? small : isNegative ? negative : positive;
 }
 
-}  // namespace shadermachine::batch::inline SHADERMACHINE_TARGET
+}  // namespace SHADERMACHINE_TARGET
+}  // namespace shadermachine::batch
 
-namespace shadermachine::inline SHADERMACHINE_TARGET {
+namespace shadermachine {
+inline namespace SHADERMACHINE_TARGET {
 
 template <class F>
 requires kIsVector<F>
@@ -428,4 +431,5 @@ struct CLibrary<F> {
   static auto isModerate(F x) { return (x > 0x1p-29f) & (x < 0x1p29f); }
 };
 
-}  // namespace shadermachine::inline SHADERMACHINE_TARGET
+}  // namespace SHADERMACHINE_TARGET
+}  // namespace shadermachine

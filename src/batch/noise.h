@@ -6,7 +6,8 @@
 
 #include "noise/evaluation.h"
 
-namespace shadermachine::batch::inline SHADERMACHINE_TARGET {
+namespace shadermachine::batch {
+inline namespace SHADERMACHINE_TARGET {
 
 // One axis of the points: their cells, and the distances to the cells' two lattice planes.
 template <class F>
@@ -126,9 +127,11 @@ D vectorNoise(const NoiseTableEntries& entries, const NoiseSettings& settings, D
   return mixDoubles(plane(0), plane(1), fadeZ);
 }
 
-}  // namespace shadermachine::batch::inline SHADERMACHINE_TARGET
+}  // namespace SHADERMACHINE_TARGET
+}  // namespace shadermachine::batch
 
-namespace shadermachine::inline SHADERMACHINE_TARGET {
+namespace shadermachine {
+inline namespace SHADERMACHINE_TARGET {
 
 template <class D>
 requires kIsVector<D> D gradientNoise3(const NoiseTables& tables, const NoiseSettings& settings,
@@ -137,4 +140,5 @@ requires kIsVector<D> D gradientNoise3(const NoiseTables& tables, const NoiseSet
   return entries == nullptr ? D{} : batch::vectorNoise(*entries, settings, x, y, z);
 }
 
-}  // namespace shadermachine::inline SHADERMACHINE_TARGET
+}  // namespace SHADERMACHINE_TARGET
+}  // namespace shadermachine

@@ -10,7 +10,8 @@
 #include "instructions/opcode_info.h"
 #include "instructions/vector_math.h"
 
-namespace shadermachine::batch::inline SHADERMACHINE_TARGET {
+namespace shadermachine::batch {
+inline namespace SHADERMACHINE_TARGET {
 
 inline constexpr uint32_t kRowLanes = SHADERMACHINE_VECTOR_BYTES / sizeof(uint32_t);
 using RowWords = VectorOf<uint32_t, kRowLanes>::Type;
@@ -274,4 +275,5 @@ constexpr RowFunctions kRowFunctions = {{
 #undef HANDLER
 }};
 
-}  // namespace shadermachine::batch::inline SHADERMACHINE_TARGET
+}  // namespace SHADERMACHINE_TARGET
+}  // namespace shadermachine::batch

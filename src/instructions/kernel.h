@@ -4,7 +4,8 @@
 
 #include "instructions/values.h"
 
-namespace shadermachine::inline SHADERMACHINE_TARGET {
+namespace shadermachine {
+inline namespace SHADERMACHINE_TARGET {
 
 template <class Signature>
 struct Kernel;
@@ -31,4 +32,5 @@ concept HasVectorForm = requires(Like<V, typename K::Argument> v) {
 || requires(Like<V, typename K::Argument> v) { K{}(v, v); }
 || requires(Like<V, typename K::Argument> v) { K{}(v, v, v); };
 
-}  // namespace shadermachine::inline SHADERMACHINE_TARGET
+}  // namespace SHADERMACHINE_TARGET
+}  // namespace shadermachine

@@ -9,7 +9,8 @@
 #include "instructions/kernels_comparison.h"
 #include "instructions/kernels_functions.h"
 
-namespace shadermachine::inline SHADERMACHINE_TARGET {
+namespace shadermachine {
+inline namespace SHADERMACHINE_TARGET {
 
 // Component limit of the instructions that apply a kernel.
 template <class K>
@@ -21,4 +22,5 @@ constexpr uint32_t kernelLimit() {
   }
 }
 
-}  // namespace shadermachine::inline SHADERMACHINE_TARGET
+}  // namespace SHADERMACHINE_TARGET
+}  // namespace shadermachine

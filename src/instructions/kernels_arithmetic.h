@@ -3,7 +3,8 @@
 
 #include "instructions/kernel.h"
 
-namespace shadermachine::inline SHADERMACHINE_TARGET {
+namespace shadermachine {
+inline namespace SHADERMACHINE_TARGET {
 
 // Integers wrap modulo 2^32; unsigned arithmetic gives the same words without overflow.
 struct AddI : Kernel<uint32_t(uint32_t, uint32_t)> {
@@ -130,4 +131,5 @@ struct BitNot : Kernel<uint32_t(uint32_t)> {
   }
 };
 
-}  // namespace shadermachine::inline SHADERMACHINE_TARGET
+}  // namespace SHADERMACHINE_TARGET
+}  // namespace shadermachine

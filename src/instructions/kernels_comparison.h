@@ -4,7 +4,8 @@
 
 #include "instructions/kernel.h"
 
-namespace shadermachine::inline SHADERMACHINE_TARGET {
+namespace shadermachine {
+inline namespace SHADERMACHINE_TARGET {
 
 struct AndB : Kernel<uint32_t(uint32_t, uint32_t)> {
   template <class W>
@@ -141,4 +142,5 @@ struct FloatToInt : Kernel<int32_t(float)> {
   }
 };
 
-}  // namespace shadermachine::inline SHADERMACHINE_TARGET
+}  // namespace SHADERMACHINE_TARGET
+}  // namespace shadermachine

@@ -3,7 +3,8 @@
 
 #include "instructions/kernel.h"
 
-namespace shadermachine::inline SHADERMACHINE_TARGET {
+namespace shadermachine {
+inline namespace SHADERMACHINE_TARGET {
 
 // The C library's functions. An engine that has them for a vector of floats specializes this for
 // the vector, to the same bits in every lane.
@@ -245,4 +246,5 @@ struct SmoothstepByReciprocalF : Kernel<float(float, float, float)> {
   }
 };
 
-}  // namespace shadermachine::inline SHADERMACHINE_TARGET
+}  // namespace SHADERMACHINE_TARGET
+}  // namespace shadermachine

@@ -22,7 +22,8 @@
 #define SHADERMACHINE_TARGET baseline
 #endif
 
-namespace shadermachine::inline SHADERMACHINE_TARGET {
+namespace shadermachine {
+inline namespace SHADERMACHINE_TARGET {
 
 template <class V>
 inline constexpr bool kIsVector = !std::is_arithmetic_v<V>;
@@ -181,4 +182,5 @@ V withSignOf(V size, V sign) {
   return floatOf((bitsOf(size) & 0x7FFFFFFFu) | (bitsOf(sign) & 0x80000000u));
 }
 
-}  // namespace shadermachine::inline SHADERMACHINE_TARGET
+}  // namespace SHADERMACHINE_TARGET
+}  // namespace shadermachine

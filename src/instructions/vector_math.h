@@ -5,7 +5,8 @@
 
 #include "instructions/values.h"
 
-namespace shadermachine::inline SHADERMACHINE_TARGET {
+namespace shadermachine {
+inline namespace SHADERMACHINE_TARGET {
 
 template <class F>
 F dotProduct(const F* a, const F* b, uint32_t n) {
@@ -91,4 +92,5 @@ void matrixTimesMatrix(F* result, const F* a, const F* b, uint32_t n) {
   for (uint32_t c = 0; c < n; ++c) matrixTimesVector(result + c * n, a, b + c * n, n);
 }
 
-}  // namespace shadermachine::inline SHADERMACHINE_TARGET
+}  // namespace SHADERMACHINE_TARGET
+}  // namespace shadermachine

@@ -15,7 +15,8 @@ float noiseScalar(const NoiseTables& tables, const NoiseSettings& settings, cons
 
 }  // namespace shadermachine
 
-namespace shadermachine::inline SHADERMACHINE_TARGET {
+namespace shadermachine {
+inline namespace SHADERMACHINE_TARGET {
 
 template <class D>
 D octaveSum(const NoiseTables& tables, const NoiseSettings& settings, const D (&point)[3]) {
@@ -90,4 +91,5 @@ F noiseOf(const NoiseTables& tables, const NoiseSettings& settings, const F* val
   return (1.0F - fraction) * here + fraction * next;
 }
 
-}  // namespace shadermachine::inline SHADERMACHINE_TARGET
+}  // namespace SHADERMACHINE_TARGET
+}  // namespace shadermachine
