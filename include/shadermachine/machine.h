@@ -9,6 +9,7 @@
 #define SHADERMACHINE_MACHINE_H
 
 #include <shadermachine/shadermachine.h>
+#include <string.h>
 
 #ifdef __cplusplus
 extern "C" {
@@ -76,6 +77,35 @@ struct ShaderMachine {
   uint32_t sameShader; /* 1 when the machine held this run's shader before it started */
   HostCallbacks callbacks;
 };
+
+/* What a machine holds beside the some 164 KiB it starts with: blocks, frames that calls added, and
+ * translations. A block or frame for which the limit leaves no room ends the run with code 9. The
+ * limit is the only field that a host may write, while the machine is idle. */
+typedef struct MachineMemory {
+  uint64_t limit; /* bytes, VM_MEMORY_LIMIT at creation */
+  uint64_t inUse; /* bytes, those included that are kept for the next block of their size */
+} MachineMemory;
+
+enum { VM_MEMORY_LIMIT = 268435456 };
+
+/* It lies behind the fields above. */
+static inline MachineMemory* vmShaderMachineMemory(struct ShaderMachine* machine) {
+  return (MachineMemory*)(machine + 1);
+}
+
+/* Makes an idle machine forget its shader and give back the blocks that it keeps, so that the
+ * shader's record may be changed or freed. (A run of a null entry function does that.) */
+static inline void vmShaderMachineForget(struct ShaderMachine* machine) {
+  const ShaderFunction* const none = NULL;
+  CompiledShader shader;
+  StartupInfo startup;
+  memset(&shader, 0, sizeof shader);
+  memset(&startup, 0, sizeof startup);
+  shader.version = 1;
+  shader.functionCount = 1;
+  shader.functions = &none;
+  vmShaderMachineExecuteShader(machine, &shader, &startup);
+}
 
 #ifdef __cplusplus
 } /* extern "C" */

@@ -19,6 +19,7 @@ class Arena {
   bool failed() const { return failed_; }
   // Why it failed: the limit, not a lack of memory.
   bool isFull() const { return full_; }
+  size_t bytes() const { return used_; }
 
   // Zeroed; null when memory is short or the arena's limit is reached.
   template <class T>

@@ -12,7 +12,8 @@ namespace shadermachine::engine {
 
 // One shader's program for one machine: its records hold addresses of the machine's slots.
 struct Translation {
-  Translation() : arena(kMaxBytes) {}
+  explicit Translation(size_t limit) : arena(limit) {}
+  uint64_t bytes() const { return sizeof *this + arena.bytes(); }
   static constexpr size_t kMaxBytes = size_t{16} << 20;
 
   Translation* next = nullptr;
@@ -34,6 +35,12 @@ constexpr uint32_t kMaxAttempts = 40;
 void destroy(Translation* translation) {
   std::destroy_at(translation);
   std::free(translation);
+}
+
+// One that the machine keeps, and counts among its memory.
+void drop(Machine& machine, Translation* translation) {
+  machine.memory.inUse -= translation->bytes();
+  destroy(translation);
 }
 
 // The program of a shader that is left to the plain handlers.
@@ -75,7 +82,9 @@ bool takeSnapshot(const CompiledShader& shader, const Decoder& decoder, Translat
 Translation* translate(Machine& machine) {
   auto* translation = static_cast<Translation*>(std::malloc(sizeof(Translation)));
   if (translation == nullptr) return nullptr;
-  std::construct_at(translation);
+  const uint64_t share = memoryForTranslations(machine.memory);
+  const uint64_t records = share < sizeof *translation ? 0 : share - sizeof *translation;
+  std::construct_at(translation, std::min<uint64_t>(records, Translation::kMaxBytes));
   Arena decoded(Translation::kMaxBytes);
   Decoder decoder(decoded, machine);
   const bool made = makeRecords(machine, decoder, *translation) &&
@@ -92,17 +101,21 @@ Translation* translate(Machine& machine) {
   return nullptr;
 }
 
-// Drops the translations used longest ago.
+// Drops the translations used longest ago; never the first.
 void limitTranslations(Machine& machine) {
   Translation* last = machine.translations;
-  for (uint32_t i = 1; last != nullptr && i < kMaxTranslations; ++i) last = last->next;
-  if (last == nullptr) return;
+  uint64_t bytes = last->bytes();
+  for (uint32_t i = 1; last->next != nullptr && i < kMaxTranslations; ++i) {
+    bytes += last->next->bytes();
+    if (bytes > memoryForTranslations(machine.memory)) break;
+    last = last->next;
+  }
   Translation* rest = last->next;
   last->next = nullptr;
   if (rest != nullptr) machine.runsBeforeTranslation = kPlainRuns;
   while (rest != nullptr) {
     Translation* next = rest->next;
-    destroy(rest);
+    drop(machine, rest);
     rest = next;
   }
 }
@@ -142,6 +155,7 @@ const CompiledShader*& passedOver(Machine& machine) {
   if (made == nullptr) return nullptr;
   made->next = machine.translations;
   machine.translations = made;
+  machine.memory.inUse += made->bytes();
   limitTranslations(machine);
   return made;
 }
@@ -168,7 +182,7 @@ bool isTranslated(const Machine& machine) {
 void release(Machine& machine) {
   while (machine.translations != nullptr) {
     Translation* next = machine.translations->next;
-    destroy(machine.translations);
+    drop(machine, machine.translations);
     machine.translations = next;
   }
   machine.heldProgram = nullptr;

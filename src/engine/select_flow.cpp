@@ -90,6 +90,17 @@ bool Translator::selectBranch(Instance& instance, Instruction& item) {
   return true;
 }
 
+// Long code looks at the clock without a jump, too.
+void Translator::lookAtClock(const Instruction& item) {
+  constexpr uint32_t kDistance = 1024;
+  if (out_.recordCount() - lastClock_ < kDistance) return;
+  out_.flush();
+  out_.forgetRegisters();
+  Record record = makeRecord(&clockStep);
+  record.site = out_.site(item.pc, 0);
+  lastClock_ = out_.emit(record);
+}
+
 // Plain handlers ----------------------------------------------------------------------------------
 
 void Translator::selectPlain(Instance& instance, const Instruction& item) {
@@ -409,6 +420,7 @@ void Translator::translateFunction(Instance& instance) {
     // Some of an instruction's work goes through all slots.
     outgrown_ = outgrown_ || decoder_.isOverTime(1 + static_cast<uint32_t>(out_.top + 1) / 64);
     if (out_.failed() || out_.retry() || outgrown_) return;
+    lookAtClock(item);
     if (!select(instance, item)) selectPlain(instance, item);
     // Code behind a certain overflow of the index stack has no depth to be translated for.
     outgrown_ = outgrown_ || out_.indexTop >= VM_INDEX_STACK_CAPACITY;

@@ -35,6 +35,7 @@ Step finishStep(ENGINE_STATE);     // as stopStep(), in the entry function
 Step jumpStep(ENGINE_STATE);       // target
 // Where loops go when their time may be over: d: site, c: the record that goes on.
 Step timeStep(ENGINE_STATE);
+Step clockStep(ENGINE_STATE);          // site: now and then in code without jumps
 Step jumpBackStep(ENGINE_STATE);       // c and d as of timeStep()
 Step branchWordStep(ENGINE_STATE);     // to the target when the word register is 0
 Step branchMemoryStep(ENGINE_STATE);   // to the target when word a is 0

@@ -15,14 +15,28 @@ void fillFrame(Machine& machine, const InlinedCall& call, uint32_t pc, int32_t t
            pc, top};
 }
 
-void runPlainCall(Machine& machine, int32_t callerFrame) {
-  while (machine.runState != VM_RUN_STOPPING && machine.frameIndex > callerFrame) {
-    kHandlers[fetchU8(machine)](machine);
+// Looks at the clock between batches: code without jumps can be long.
+template <class GoesOn>
+void runPlainWhile(Machine& machine, GoesOn goesOn) {
+  constexpr uint32_t kBatch = 1024;
+  while (goesOn()) {
+    for (uint32_t left = kBatch; left != 0 && goesOn(); --left) {
+      kHandlers[fetchU8(machine)](machine);
+    }
+    if (machine.runState != VM_RUN_STOPPING && readTimeLimit(machine.timeLimit)) {
+      stopRun(machine, VM_ERR_TIMEOUT);
+    }
   }
 }
 
+void runPlainCall(Machine& machine, int32_t callerFrame) {
+  runPlainWhile(machine, [&] {
+    return machine.runState != VM_RUN_STOPPING && machine.frameIndex > callerFrame;
+  });
+}
+
 void runPlainToEnd(Machine& machine) {
-  while (machine.runState != VM_RUN_STOPPING) kHandlers[fetchU8(machine)](machine);
+  runPlainWhile(machine, [&] { return machine.runState != VM_RUN_STOPPING; });
 }
 
 }  // namespace
@@ -100,6 +114,16 @@ Step timeStep(ENGINE_STATE) {
   }
   ENGINE_FORGET;
   ENGINE_GO(reinterpret_cast<const Record*>(record->c));
+}
+
+Step clockStep(ENGINE_STATE) {
+  if (readTimeLimit(machine.timeLimit)) {
+    enterSite(machine, *record->site);
+    stopRun(machine, VM_ERR_TIMEOUT);
+    ENGINE_END;
+  }
+  ENGINE_FORGET;
+  ENGINE_NEXT;
 }
 
 Step jumpBackStep(ENGINE_STATE) {

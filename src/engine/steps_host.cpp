@@ -35,22 +35,23 @@ namespace {
 
 bool storeFailed(Machine& machine, const Site& site) {
   enterSite(machine, site);
-  stopRun(machine, VM_ERR_OUT_OF_MEMORY);
+  stopWithoutBlock(machine);
   return false;
 }
 
 [[gnu::noinline]] bool storeBlock(Machine& machine, const Record& record) {
   BlockView& source = slotOf(record.a).view;
-  chargeBytes(machine, source.size);
-  const bool stored = blockStore(&slotOf(record.d).view, &source);
+  const bool stored =
+      chargeBytes(machine, source.size) && blockStore(machine, &slotOf(record.d).view, &source);
   blockRelease(&source);
   return stored || storeFailed(machine, *record.site);
 }
 
 [[gnu::noinline]] bool copyBlock(Machine& machine, const Record& record) {
   const BlockView& source = slotOf(record.a).view;
-  chargeBytes(machine, source.size);
-  return blockCopyInto(&slotOf(record.d).view, &source) || storeFailed(machine, *record.site);
+  const bool stored =
+      chargeBytes(machine, source.size) && blockCopyInto(machine, &slotOf(record.d).view, &source);
+  return stored || storeFailed(machine, *record.site);
 }
 
 // Word by word: the host may have written them in pieces of any size, and a load that spans two

@@ -70,6 +70,7 @@ class Translator {
   bool selectStop(Instance& instance, Instruction& item);
   bool selectNothing(Instance& instance, Instruction& item);
   void selectPlain(Instance& instance, const Instruction& item);
+  void lookAtClock(const Instruction& item);
   void setIndexHome(int32_t i);
   void linkTo(Instance& instance, uint32_t record, uint32_t pc, bool back = false);
 
@@ -146,6 +147,7 @@ class Translator {
   LastBranch lastBranch_ = {UINT32_MAX - 1, nullptr};
   RecordHandler loopForm_ = nullptr;  // looping form of the last comparison
   int32_t inlineDepth_ = 0;
+  uint32_t lastClock_ = 0;  // the last record that looks at the clock, or the first
   bool outgrown_ = false;
 };
 

@@ -12,11 +12,12 @@ uint32_t smaller(uint32_t a, uint32_t b) { return a < b ? a : b; }
 
 // Copies an operand into its place and, for an aggregate, drops the operand's reference: only
 // then, because it may be the last one.
-void moveIntoBlock(uint8_t* target, ValueSlot& operand, uint32_t size, bool aggregate) {
+void moveIntoBlock(Machine& machine, uint8_t* target, ValueSlot& operand, uint32_t size,
+                   bool aggregate) {
   if (!aggregate) {
     std::memcpy(target, operand.value.words, smaller(size, kInlineBytes));
   } else if (operand.view.data != nullptr) {
-    std::memcpy(target, operand.view.data, smaller(size, operand.view.size));
+    moveBytes(machine, target, operand.view.data, smaller(size, operand.view.size));
     blockRelease(&operand.view);
   }
 }
@@ -48,14 +49,14 @@ void constructStruct(Machine& machine) {
   const VmError error = checkStruct(info);
   if (error != VM_OK) return stopRun(machine, error);
   if (!checkStackDepth(machine, info->memberCount)) return;
-  chargeBytes(machine, info->size);
+  if (!chargeBytes(machine, info->size)) return;
   BlockView block;
-  if (!blockAlloc(&block, info->size, nullptr)) return stopRun(machine, VM_ERR_OUT_OF_MEMORY);
+  if (!blockAlloc(machine, &block, info->size, nullptr)) return stopWithoutBlock(machine);
   uint8_t* target = block.data;
   for (uint32_t i = 0; i < info->memberCount; ++i) {
     const VarInfo& member = info->members[i];
     ValueSlot& operand = topSlot(machine, static_cast<int32_t>(info->memberCount - 1 - i));
-    moveIntoBlock(target, operand, member.byteSize, !isBasicVar(member));
+    moveIntoBlock(machine, target, operand, member.byteSize, !isBasicVar(member));
     target += member.byteSize;
   }
   finishConstructor(machine, info->memberCount, block);
@@ -73,14 +74,14 @@ void constructArray(Machine& machine) {
   const uint64_t size = uint64_t{elementSize} * n;
   if (size == 0 || size > UINT32_MAX) return stopRun(machine, VM_ERR_OUT_OF_MEMORY);
   if (!checkStackDepth(machine, n)) return;
-  chargeBytes(machine, size);
+  if (!chargeBytes(machine, size)) return;
   BlockView block;
-  if (!blockAlloc(&block, static_cast<uint32_t>(size), nullptr)) {
-    return stopRun(machine, VM_ERR_OUT_OF_MEMORY);
+  if (!blockAlloc(machine, &block, static_cast<uint32_t>(size), nullptr)) {
+    return stopWithoutBlock(machine);
   }
   for (uint32_t i = 0; i < n; ++i) {
     ValueSlot& operand = topSlot(machine, static_cast<int32_t>(n - 1 - i));
-    moveIntoBlock(block.data + size_t{i} * elementSize, operand, elementSize, type >= 0);
+    moveIntoBlock(machine, block.data + size_t{i} * elementSize, operand, elementSize, type >= 0);
   }
   finishConstructor(machine, n, block);
 }

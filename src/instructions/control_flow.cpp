@@ -1,5 +1,7 @@
 // Branches, calls and returns, and the instructions that end a run.
 
+#include <cstdlib>
+
 #include "instructions/handlers.h"
 
 namespace shadermachine {
@@ -83,9 +85,14 @@ bool callHost(Machine& machine, uint32_t function) {
 // Frames ------------------------------------------------------------------------------------------
 
 bool growFrames(Machine& machine) {
+  constexpr uint64_t kBytes = VM_FRAME_INCREMENT * sizeof(CallFrame);
   const int32_t capacity = machine.frameCapacity + VM_FRAME_INCREMENT;
+  if (!reserveMemory(machine, kBytes)) return false;
   void* grown = std::realloc(machine.frames, static_cast<size_t>(capacity) * sizeof(CallFrame));
-  if (grown == nullptr) return false;
+  if (grown == nullptr) {
+    unreserveMemory(machine, kBytes);
+    return false;
+  }
   machine.frames = static_cast<CallFrame*>(grown);
   machine.frameCapacity = capacity;
   return true;
@@ -100,7 +107,7 @@ void enterFunction(Machine& machine, const ShaderFunction& function) {
     return stopRun(machine, VM_ERR_STACK_OVERFLOW);
   }
   if (machine.frameIndex + 1 >= machine.frameCapacity && !growFrames(machine)) {
-    return stopRun(machine, VM_ERR_OUT_OF_MEMORY);
+    return stopWithoutBlock(machine);
   }
   ++machine.frameIndex;
   currentFrame(machine) = {&function, machine.shader->code + function.codeOffset, locals, 0,
@@ -139,7 +146,10 @@ void call(Machine& machine) {
   const uint32_t number = fetchU16(machine);
   const CompiledShader& shader = *machine.shader;
   if (number >= shader.functionCount) return stopRun(machine, VM_ERR_INVALID_FUNCTION);
-  if (callHost(machine, number)) return chargeHostCall(machine);
+  if (callHost(machine, number)) {
+    chargeHostCall(machine);
+    return;
+  }
   const ShaderFunction* function = shader.functions[number];
   if (function == nullptr || function->codeLength == 0) {
     return stopRun(machine, VM_ERR_INVALID_FUNCTION);

@@ -31,7 +31,7 @@ constexpr bool isScalarOrVectorType(TypeCode type) {
 // a step that would leave it drops the store.
 class PartWalk {
  public:
-  PartWalk(const Machine& machine, ValueSlot& slot, const VarInfo& info)
+  PartWalk(Machine& machine, ValueSlot& slot, const VarInfo& info)
       : machine_(machine), type_(info.type), count_(info.count) {
     const bool basic = isBasicVar(info);
     target_ = basic ? reinterpret_cast<uint8_t*>(slot.value.words) : slot.view.data;
@@ -136,7 +136,9 @@ class PartWalk {
 
   // Source and target can be parts of one block.
   void copy(const void* source) const {
-    if (size_ <= limit_) std::memmove(target_, source, size_);
+    if (size_ <= limit_ && chargeBytes(machine_, size_)) {
+      moveBytes(machine_, target_, source, size_);
+    }
   }
 
   void writeSelected(const uint32_t* components) const {
@@ -152,7 +154,7 @@ class PartWalk {
     }
   }
 
-  const Machine& machine_;
+  Machine& machine_;
   uint8_t* target_;
   uint32_t limit_;  // bytes from target_ that belong to the part
   TypeCode type_;
@@ -164,7 +166,6 @@ class PartWalk {
 
 void popValue(Machine& machine) {
   if (topSlot(machine).view.data != nullptr) {
-    chargeBytes(machine, topSlot(machine).view.size);
     popRelease(machine);
   } else {
     popSlot(machine);

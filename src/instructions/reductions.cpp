@@ -9,8 +9,8 @@ namespace {
 void compareAggregates(Machine& machine, bool wanted) {
   BlockView& a = topSlot(machine, 1).view;
   BlockView& b = topSlot(machine).view;
-  chargeBytes(machine, a.size);
-  const bool equal = blockEqual(&a, &b);
+  if (!chargeBytes(machine, a.size)) return;
+  const bool equal = blockEqual(machine, &a, &b);
   blockRelease(&b);
   blockRelease(&a);
   topSlot(machine, 1).value.words[0] = equal == wanted ? 1 : 0;

@@ -40,8 +40,8 @@ void storeVariable(Machine& machine, const Variable& variable) {
     std::memcpy(variable.slot.value.words, source.value.words, inlineByteSize(variable.info));
     return;
   }
-  chargeBytes(machine, source.view.size);
-  if (!blockStore(&variable.slot.view, &source.view)) stopRun(machine, VM_ERR_OUT_OF_MEMORY);
+  if (!chargeBytes(machine, source.view.size)) return;
+  if (!blockStore(machine, &variable.slot.view, &source.view)) stopWithoutBlock(machine);
 }
 
 void storeAndPop(Machine& machine, const Variable& variable) {
@@ -161,9 +161,9 @@ void swapTop(Machine& machine) {
 void makeUnique(Machine& machine) {
   BlockView& view = topSlot(machine).view;
   if (blockRefCount(&view) == 1) return;
-  chargeBytes(machine, view.size);
+  if (!chargeBytes(machine, view.size)) return;
   BlockView copy;
-  if (!blockClone(&copy, &view)) return stopRun(machine, VM_ERR_OUT_OF_MEMORY);
+  if (!blockClone(machine, &copy, &view)) return stopWithoutBlock(machine);
   blockRelease(&view);
   view = copy;
 }

@@ -1,11 +1,14 @@
-// Reference-counted data blocks and the views onto them. None of these operations ends a run: they
-// report false and leave an empty view, and the instruction decides.
+// Reference-counted data blocks and the views onto them. Operations that need memory report false
+// and leave an empty view, and the instruction decides. Those that touch a whole block look at the
+// clock now and then, and leave their work half done once they have ended a run that is over its
+// time.
 #pragma once
 
 #include <shadermachine/machine.h>
 
-#include <cstdlib>
 #include <cstring>
+
+#include "machine/memory.h"
 
 namespace shadermachine {
 
@@ -14,16 +17,24 @@ inline DataBlock* blockOf(const BlockView& view) {
   return reinterpret_cast<DataBlock*>(view.data - view.offset - sizeof(DataBlock));
 }
 
+inline BlockHead* headOf(DataBlock* block) {
+  return reinterpret_cast<BlockHead*>(reinterpret_cast<uint8_t*>(block + 1) - sizeof(BlockHead));
+}
+
 inline void clearView(BlockView* view) { *view = BlockView{nullptr, 0, 0}; }
+
+// memmove() and memset() to 0; false when the time of the run ended before them.
+bool moveBytes(Machine& machine, void* to, const void* from, uint32_t size);
+bool clearBytes(Machine& machine, void* bytes, uint32_t size);
 
 // New zero-filled block of `size` bytes with count 1, a copy of `init` if that is given. The old
 // content of the view is overwritten without release.
-bool blockAlloc(BlockView* view, uint32_t size, const void* init);
+bool blockAlloc(Machine& machine, BlockView* view, uint32_t size, const void* init);
 
 // Deep copy of the viewed bytes into a new block with count 1. dst is overwritten without release.
-bool blockClone(BlockView* dst, const BlockView* src);
+bool blockClone(Machine& machine, BlockView* dst, const BlockView* src);
 
-bool blockEqual(const BlockView* a, const BlockView* b);
+bool blockEqual(Machine& machine, const BlockView* a, const BlockView* b);
 
 inline bool blockShare(BlockView* dst, const BlockView* src) {
   if (src == nullptr || src->data == nullptr) {
@@ -50,7 +61,7 @@ inline bool blockSubView(BlockView* dst, const BlockView* src, uint32_t size, ui
 inline void blockRelease(BlockView* view) {
   if (view == nullptr || view->data == nullptr) return;
   DataBlock* block = blockOf(*view);
-  if (--block->referenceCount == 0) std::free(block);
+  if (--block->referenceCount == 0) freeBlock(block);
   clearView(view);
 }
 
@@ -60,11 +71,11 @@ inline uint32_t blockRefCount(const BlockView* view) {
 
 // Makes a variable's view a copy of another value, which names another block or none. A block that
 // only the variable holds is written over when it has the size, else released.
-bool blockCopyInto(BlockView* variable, const BlockView* source);
+bool blockCopyInto(Machine& machine, BlockView* variable, const BlockView* source);
 
 // Value semantics: the variable takes over a block that nobody but `source` holds and copies any
 // other. The variable's own hold does not count, so that a value loaded from the variable itself is
 // taken back. The source keeps its reference.
-bool blockStore(BlockView* variable, const BlockView* source);
+bool blockStore(Machine& machine, BlockView* variable, const BlockView* source);
 
 }  // namespace shadermachine

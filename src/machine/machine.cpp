@@ -10,6 +10,7 @@ namespace shadermachine {
 Machine* createMachine(const HostCallbacks* callbacks) {
   auto* machine = static_cast<Machine*>(std::calloc(1, sizeof(Machine)));
   if (machine == nullptr) return nullptr;
+  machine->memory.limit = VM_MEMORY_LIMIT;
   machine->stackCapacity = VM_STACK_CAPACITY;
   machine->frameCapacity = VM_FRAME_INCREMENT;
   machine->frameIndex = -1;
@@ -28,6 +29,7 @@ Machine* createMachine(const HostCallbacks* callbacks) {
 
 void destroyMachine(Machine* machine) {
   if (machine->stack != nullptr) releaseGlobals(*machine);
+  freeSpareBlocks(*machine);
   engine::release(*machine);
   std::free(machine->stack);
   std::free(machine->frames);
@@ -65,9 +67,12 @@ void initVariables(Machine& machine, ValueSlot* slots, const VarInfo* entries, u
       initBasic(slots[i], info);
       continue;
     }
-    chargeBytes(machine, info.byteSize);
-    if (!blockAlloc(&slots[i].view, info.byteSize, nullptr) && info.byteSize != 0) {
-      stopRun(machine, VM_ERR_OUT_OF_MEMORY);
+    // A run that is over gets no more blocks, but no slot may keep what it held.
+    const bool isOver = machine.runState == VM_RUN_STOPPING || !chargeBytes(machine, info.byteSize);
+    if (isOver) {
+      clearView(&slots[i].view);
+    } else if (!blockAlloc(machine, &slots[i].view, info.byteSize, nullptr) && info.byteSize != 0) {
+      stopWithoutBlock(machine);
     }
   }
 }

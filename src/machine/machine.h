@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "machine/blocks.h"
+#include "machine/memory.h"
 #include "machine/time_limit.h"
 
 namespace shadermachine {
@@ -19,6 +20,9 @@ struct Translation;
 
 // The public record followed by what hosts have no business with.
 struct Machine : ShaderMachine {
+  MachineMemory memory;      // hosts find it here
+  uint64_t blockBytes;       // of memory.inUse, blocks and frames
+  BlockHead* spareBlocks;    // that nobody holds; the last one released first
   uint32_t isDelivering;     // 1 while the outputs are delivered: the run state is idle then
   uint32_t heldGlobalCount;  // globals on the stack of the shader that the machine holds
   TimeLimit timeLimit;
@@ -45,14 +49,25 @@ inline void stopRun(Machine& machine, VmError error) {
   machine.error = error;
 }
 
-// Host callbacks and large blocks take time that jumps do not show.
-inline void chargeHostCall(Machine& machine) {
-  constexpr uint32_t kTicks = 128;
-  chargeTimeLimit(machine.timeLimit, kTicks);
+// For a handler that did not get its block: the run may be over its time already.
+inline void stopWithoutBlock(Machine& machine) {
+  if (machine.runState != VM_RUN_STOPPING) stopRun(machine, VM_ERR_OUT_OF_MEMORY);
 }
-inline void chargeBytes(Machine& machine, uint64_t bytes) {
-  constexpr uint32_t kBytesPerTick = 256;
-  chargeTimeLimit(machine.timeLimit, bytes / kBytesPerTick);
+
+// Host callbacks and blocks take time that jumps do not show. False when the run's time is over;
+// the run then ends with 11.
+inline bool chargeTicks(Machine& machine, uint64_t ticks) {
+  if (!chargeTimeLimit(machine.timeLimit, ticks)) return true;
+  stopRun(machine, VM_ERR_TIMEOUT);
+  return false;
+}
+inline bool chargeHostCall(Machine& machine) {
+  constexpr uint32_t kTicks = 128;
+  return chargeTicks(machine, kTicks);
+}
+inline bool chargeBytes(Machine& machine, uint64_t bytes) {
+  constexpr uint32_t kBytesPerTick = 64;
+  return chargeTicks(machine, bytes / kBytesPerTick);
 }
 
 // Operand fetch -----------------------------------------------------------------------------------
@@ -164,7 +179,7 @@ inline const StructInfo* structType(const Machine& machine, int32_t code) {
 }
 
 // Gives variables their initial state: zeroed, aggregates with a zero-filled block of their own.
-// Ends the run with 9 when a block cannot be allocated.
+// Ends the run with 9 when a block cannot be allocated, with 11 when its time is over.
 void initVariables(Machine& machine, ValueSlot* slots, const VarInfo* entries, uint32_t count);
 
 }  // namespace shadermachine

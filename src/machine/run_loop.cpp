@@ -1,7 +1,5 @@
 #include "machine/run_loop.h"
 
-#include <cstdlib>
-
 #include "engine/engine.h"
 #include "engine/records.h"
 #include "instructions/opcode_table.h"
@@ -12,6 +10,7 @@ namespace {
 // Ends a run that never began.
 [[gnu::noinline]] VmError refuseRun(Machine& machine, VmError error) {
   releaseGlobals(machine);
+  freeSpareBlocks(machine);
   machine.shader = nullptr;
   machine.runState = VM_RUN_IDLE;
   machine.error = error;
@@ -44,7 +43,7 @@ void beginState(Machine& machine, const StartupInfo& startup, uint32_t sameShade
   }
   for (ValueSlot* slot = first; slot < end; ++slot) {
     if (slot->view.data == nullptr) continue;
-    std::free(blockOf(slot->view));
+    freeBlock(blockOf(slot->view));
     clearView(&slot->view);
   }
 }

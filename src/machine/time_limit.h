@@ -5,9 +5,9 @@
 
 namespace shadermachine {
 
-// Checked on backward jumps and calls through a counter, so that straight-line code pays nothing
-// and loops one decrement. The clock is read when the counter reaches 0; the interval adapts so
-// that a loop of slow host calls is stopped as promptly as a tight one.
+// Checked through a counter on backward jumps and calls, host calls and work on blocks, so that
+// other code pays nothing and loops one decrement. The clock is read when the counter reaches 0;
+// the interval adapts so that a loop of slow host calls is stopped as promptly as a tight one.
 struct TimeLimit {
   uint32_t ticksLeft;
   uint32_t interval;
@@ -28,9 +28,11 @@ bool readTimeLimit(TimeLimit& limit);
 // True when half of the time is over, for preparations before the first instruction.
 bool isHalfOver(const TimeLimit& limit);
 
-// Work between jumps that may take as long as so many of them: the clock is read the sooner.
-inline void chargeTimeLimit(TimeLimit& limit, uint64_t ticks) {
-  limit.ticksLeft = limit.ticksLeft > ticks ? limit.ticksLeft - static_cast<uint32_t>(ticks) : 1;
+// Work that may take as long as so many jumps; true when the run is over its time.
+inline bool chargeTimeLimit(TimeLimit& limit, uint64_t ticks) {
+  if (limit.ticksLeft <= ticks) return readTimeLimit(limit);
+  limit.ticksLeft -= static_cast<uint32_t>(ticks);
+  return false;
 }
 
 // One backward jump or call; true when the run is over its time.

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include "machine/machine.h"
 #include "machine/types.h"
 #include "support/allocations.h"
 #include "support/rig.h"
@@ -14,14 +15,17 @@ class Blocks : public ::testing::Test {
  protected:
   void SetUp() override {
     liveBefore_ = liveAllocations();
-    ASSERT_TRUE(blockAlloc(&block_, 16, nullptr));
+    ASSERT_TRUE(blockAlloc(machine_, &block_, 16, nullptr));
   }
   void TearDown() override {
     blockRelease(&block_);
     EXPECT_EQ(block_.data, nullptr);
     EXPECT_EQ(liveAllocations(), liveBefore_);
+    EXPECT_EQ(machine_.memory.inUse, 0u);
+    destroyMachine(&machine_);
   }
 
+  Machine& machine_ = *createMachine(nullptr);
   BlockView block_;
   int64_t liveBefore_ = 0;
 };
@@ -56,13 +60,13 @@ TEST_F(Blocks, SubViewsStayInside) {
 
 TEST_F(Blocks, StoresWriteOverAPrivateBlockOfTheSize) {
   BlockView variable;
-  ASSERT_TRUE(blockAlloc(&variable, 16, nullptr));
+  ASSERT_TRUE(blockAlloc(machine_, &variable, 16, nullptr));
   BlockView holder;
   ASSERT_TRUE(blockShare(&holder, &block_));
   block_.data[5] = 9;
   const int64_t before = requestedAllocations();
   const uint8_t* const data = variable.data;
-  EXPECT_TRUE(blockStore(&variable, &block_));
+  EXPECT_TRUE(blockStore(machine_, &variable, &block_));
   EXPECT_EQ(requestedAllocations(), before);
   EXPECT_EQ(variable.data, data);
   EXPECT_EQ(variable.data[5], 9);
@@ -70,7 +74,7 @@ TEST_F(Blocks, StoresWriteOverAPrivateBlockOfTheSize) {
   BlockView shared;
   ASSERT_TRUE(blockShare(&shared, &variable));
   block_.data[5] = 10;
-  EXPECT_TRUE(blockStore(&variable, &block_));
+  EXPECT_TRUE(blockStore(machine_, &variable, &block_));
   EXPECT_EQ(requestedAllocations(), before + 1);
   EXPECT_EQ(shared.data[5], 9);
   EXPECT_EQ(variable.data[5], 10);
@@ -80,23 +84,23 @@ TEST_F(Blocks, StoresWriteOverAPrivateBlockOfTheSize) {
 TEST_F(Blocks, ClonesAreSeparate) {
   BlockView copy;
   block_.data[3] = 7;
-  EXPECT_TRUE(blockClone(&copy, &block_));
-  EXPECT_TRUE(blockEqual(&copy, &block_));
+  EXPECT_TRUE(blockClone(machine_, &copy, &block_));
+  EXPECT_TRUE(blockEqual(machine_, &copy, &block_));
   EXPECT_NE(copy.data, block_.data);
   copy.data[3] = 8;
-  EXPECT_FALSE(blockEqual(&copy, &block_));
-  EXPECT_TRUE(blockClone(&copy, &copy));
+  EXPECT_FALSE(blockEqual(machine_, &copy, &block_));
+  EXPECT_TRUE(blockClone(machine_, &copy, &copy));
   blockRelease(&copy);
-  EXPECT_FALSE(blockClone(&copy, nullptr));
+  EXPECT_FALSE(blockClone(machine_, &copy, nullptr));
 }
 
 TEST_F(Blocks, Equality) {
   BlockView empty = {}, part;
-  EXPECT_FALSE(blockEqual(&empty, &empty));
-  EXPECT_FALSE(blockEqual(&block_, &empty));
-  EXPECT_TRUE(blockEqual(&block_, &block_));
+  EXPECT_FALSE(blockEqual(machine_, &empty, &empty));
+  EXPECT_FALSE(blockEqual(machine_, &block_, &empty));
+  EXPECT_TRUE(blockEqual(machine_, &block_, &block_));
   ASSERT_TRUE(blockSubView(&part, &block_, 4, 0));
-  EXPECT_TRUE(blockEqual(&block_, &part)) << "same data, different sizes";
+  EXPECT_TRUE(blockEqual(machine_, &block_, &part)) << "same data, different sizes";
   blockRelease(&part);
 }
 
@@ -104,13 +108,13 @@ TEST_F(Blocks, EmptyViewsAndFailures) {
   BlockView view = block_, empty = {};
   EXPECT_FALSE(blockShare(&view, &empty));
   EXPECT_EQ(view.data, nullptr);
-  EXPECT_FALSE(blockAlloc(&view, 0, nullptr));
+  EXPECT_FALSE(blockAlloc(machine_, &view, 0, nullptr));
   blockRelease(&empty);
   blockRelease(nullptr);
   EXPECT_EQ(blockRefCount(&empty), 0u);
   const AllocationFailure failure(0);
   view = block_;
-  EXPECT_FALSE(blockClone(&view, &block_));
+  EXPECT_FALSE(blockClone(machine_, &view, &block_));
   EXPECT_EQ(view.data, nullptr);
 }
 

@@ -1,0 +1,117 @@
+#include "machine/memory.h"
+
+#include <cassert>
+#include <cstdlib>
+
+#include "machine/blocks.h"
+#include "machine/machine.h"
+
+namespace shadermachine {
+namespace {
+
+constexpr uint32_t kSmallestSpare = 4096;
+constexpr uint32_t kSparesLookedAt = 8;
+constexpr uint32_t kFreedAtOnce = 1u << 22;
+
+uint64_t bytesOf(const BlockHead& head) { return sizeof(BlockHead) + uint64_t{head.size}; }
+
+// Gives a piece of the newest spare block back; false when there is none or the time is over.
+bool freePiece(Machine& machine) {
+  BlockHead* const head = machine.spareBlocks;
+  if (head == nullptr || !chargeBytes(machine, kFreedAtOnce)) return false;
+  BlockHead* const next = head->next;
+  uint64_t freed = bytesOf(*head);
+  BlockHead* rest = nullptr;
+  if (head->size > kFreedAtOnce) {
+    rest = static_cast<BlockHead*>(std::realloc(head, freed - kFreedAtOnce));
+    freed = rest == nullptr ? freed : kFreedAtOnce;
+  }
+  if (rest == nullptr) {
+    std::free(head);
+  } else {
+    rest->size -= kFreedAtOnce;
+    rest->next = next;
+  }
+  machine.spareBlocks = rest == nullptr ? next : rest;
+  unreserveMemory(machine, freed);
+  return true;
+}
+
+// Takes a spare block of the size, if one of the newest has it.
+BlockHead* takeSpare(Machine& machine, uint32_t size) {
+  BlockHead** link = &machine.spareBlocks;
+  for (uint32_t i = 0; i < kSparesLookedAt && *link != nullptr; ++i, link = &(*link)->next) {
+    BlockHead* const head = *link;
+    if (head->size != size) continue;
+    *link = head->next;
+    return head;
+  }
+  return nullptr;
+}
+
+BlockHead* newBlock(Machine& machine, uint32_t size, bool zeroed) {
+  const uint64_t bytes = sizeof(BlockHead) + uint64_t{size};
+  if (!reserveMemory(machine, bytes)) return nullptr;
+  void* memory;
+  do {
+    memory = zeroed ? std::calloc(1, bytes) : std::malloc(bytes);
+  } while (memory == nullptr && freePiece(machine));
+  if (memory == nullptr) unreserveMemory(machine, bytes);
+  return static_cast<BlockHead*>(memory);
+}
+
+}  // namespace
+
+bool reserveMemory(Machine& machine, uint64_t bytes) {
+  const uint64_t limit = machine.memory.limit - memoryForTranslations(machine.memory);
+  while (bytes > limit || machine.blockBytes > limit - bytes) {
+    if (!freePiece(machine)) return false;
+  }
+  machine.blockBytes += bytes;
+  machine.memory.inUse += bytes;
+  return true;
+}
+
+void unreserveMemory(Machine& machine, uint64_t bytes) {
+  assert(bytes <= machine.blockBytes && machine.blockBytes <= machine.memory.inUse);
+  machine.blockBytes -= bytes;
+  machine.memory.inUse -= bytes;
+}
+
+BlockHead* allocateBlock(Machine& machine, uint32_t size, bool zeroed) {
+  BlockHead* head = size < kSmallestSpare ? nullptr : takeSpare(machine, size);
+  const bool isSpare = head != nullptr;
+  if (!isSpare) head = newBlock(machine, size, zeroed);
+  if (head == nullptr) return nullptr;
+  head->machine = &machine;
+  head->size = size;
+  head->counted.referenceCount = 1;
+  if (isSpare && zeroed && !clearBytes(machine, head + 1, size)) {
+    freeBlock(&head->counted);
+    return nullptr;
+  }
+  return head;
+}
+
+void freeBlock(DataBlock* block) {
+  BlockHead* const head = headOf(block);
+  Machine& machine = *head->machine;
+  if (head->size >= kSmallestSpare) {
+    head->next = machine.spareBlocks;
+    machine.spareBlocks = head;
+    return;
+  }
+  unreserveMemory(machine, bytesOf(*head));
+  std::free(head);
+}
+
+void freeSpareBlocks(Machine& machine) {
+  while (machine.spareBlocks != nullptr) {
+    BlockHead* const head = machine.spareBlocks;
+    machine.spareBlocks = head->next;
+    unreserveMemory(machine, bytesOf(*head));
+    std::free(head);
+  }
+}
+
+}  // namespace shadermachine

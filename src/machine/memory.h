@@ -1,0 +1,41 @@
+// The memory of a machine besides the record itself, its stack and its first frames.
+//
+// `inUse` counts every block with its head, the frames added by calls and the translations, and
+// never exceeds `limit`. Blocks and frames get at most three quarters of it and translations the
+// rest, so that where a run ends does not depend on what is translated.
+//
+// A block that nobody holds any more is freed when it is small. A larger one stays in the machine,
+// counted, until another of its size or the memory is needed: to free it takes time in proportion
+// to its size, which a run that is over its time does not have.
+#pragma once
+
+#include <shadermachine/machine.h>
+
+namespace shadermachine {
+
+struct Machine;
+
+// Before the first data byte of every block.
+struct BlockHead {
+  union {
+    Machine* machine;  // while somebody holds the block
+    BlockHead* next;   // while it is spare
+  };
+  uint32_t size;  // data bytes
+  DataBlock counted;
+};
+static_assert(sizeof(BlockHead) == 16);
+
+constexpr uint64_t memoryForTranslations(const MachineMemory& memory) { return memory.limit / 4; }
+
+// Counts so many bytes for blocks and frames; false when the limit or the run's time does not allow
+// them.
+bool reserveMemory(Machine& machine, uint64_t bytes);
+void unreserveMemory(Machine& machine, uint64_t bytes);
+
+// Counted once; null when memory is short, or the limit or the run's time does not allow it.
+BlockHead* allocateBlock(Machine& machine, uint32_t size, bool zeroed);
+void freeBlock(DataBlock* block);
+void freeSpareBlocks(Machine& machine);
+
+}  // namespace shadermachine
