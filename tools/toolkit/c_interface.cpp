@@ -15,6 +15,7 @@ using shadermachine::tools::BuiltShader;
 using shadermachine::tools::Diagnostic;
 using shadermachine::tools::Severity;
 using shadermachine::tools::ShaderView;
+using shadermachine::tools::SourceMap;
 
 struct VmToolsShader {
   BuiltShader shader;
@@ -42,7 +43,8 @@ ShaderView toShaderView(const VmToolsView& view) {
           .structCount = view.structCount,
           .codeSize = view.codeSize,
           .functionNames = view.functionNames,
-          .structNames = view.structNames};
+          .structNames = view.structNames,
+          .sources = static_cast<const SourceMap*>(view.sources)};
 }
 
 }  // namespace
@@ -51,7 +53,7 @@ VmToolsShader* vmToolsAssemble(const char* text, size_t length, const char* file
                                VmToolsMessageCallback callback, void* userData) {
   try {
     const std::string_view source(text, length);
-    AssemblyResult result = shadermachine::tools::assemble(source);
+    AssemblyResult result = shadermachine::tools::assemble(source, fileName ? fileName : "text");
     reportErrors(result, source, fileName, callback, userData);
     return result.shader ? new VmToolsShader{std::move(*result.shader)} : nullptr;
   } catch (const std::exception&) {
@@ -62,7 +64,8 @@ VmToolsShader* vmToolsAssemble(const char* text, size_t length, const char* file
 
 VmToolsView vmToolsShaderView(const VmToolsShader* shader) {
   const ShaderView view = shader->shader.view();
-  return {view.shader, view.structCount, view.codeSize, view.functionNames, view.structNames};
+  return {view.shader,        view.structCount, view.codeSize,
+          view.functionNames, view.structNames, view.sources};
 }
 
 void vmToolsFreeShader(VmToolsShader* shader) { delete shader; }
@@ -70,9 +73,12 @@ void vmToolsFreeShader(VmToolsShader* shader) { delete shader; }
 size_t vmToolsValidate(const VmToolsView* view, VmToolsMessageCallback callback, void* userData) {
   try {
     size_t errorCount = 0;
-    const auto result = shadermachine::tools::validate(toShaderView(*view));
+    const ShaderView shader = toShaderView(*view);
+    const auto result = shadermachine::tools::validate(shader);
     for (const Diagnostic& diagnostic : result.diagnostics) {
-      report(callback, userData, toString(diagnostic));
+      std::string message = formatDiagnostic(diagnostic, shader, "shader");
+      message.pop_back();  // the newline
+      report(callback, userData, message);
       errorCount += diagnostic.severity == Severity::Error;
     }
     return errorCount;

@@ -31,7 +31,7 @@ void assembleCode(Scope& scope, const ShaderSyntax& syntax) {
 }  // namespace
 }  // namespace assembly
 
-AssemblyResult assemble(std::string_view text) {
+AssemblyResult assemble(std::string_view text, std::string_view fileName) {
   AssemblyResult result;
   if (text.size() >= UINT32_MAX) {
     result.errors.push_back({1, 1, 1, "the text is too long"});
@@ -41,6 +41,8 @@ AssemblyResult assemble(std::string_view text) {
   const assembly::ShaderSyntax syntax =
       assembly::parse(assembly::tokenize(text, diagnostics), diagnostics);
   assembly::Scope scope{.diagnostics = diagnostics, .builder = {}, .members = {}};
+  scope.builder.addSourceFile(
+      {.name = std::string(fileName), .text = std::string(text), .isListing = true});
   if (assembly::declareAll(scope, syntax)) assembly::assembleCode(scope, syntax);
   if (diagnostics.isEmpty()) result.shader = std::move(scope.builder).build();
   result.errors = diagnostics.take();

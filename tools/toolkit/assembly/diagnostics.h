@@ -2,6 +2,7 @@
 #pragma once
 
 #include <shadermachine-tools/assembler.h>
+#include <shadermachine-tools/source_map.h>
 
 #include <string>
 #include <string_view>
@@ -21,7 +22,8 @@ class Diagnostics {
   void error(std::string_view place, std::string message);
   bool isFull() const { return errors_.size() >= kMaxErrors; }
   bool isEmpty() const { return errors_.empty(); }
-  uint32_t lineOf(std::string_view place) const;
+  // Of a part of the text, whose number as a file is 0.
+  SourcePosition positionOf(std::string_view place) const;
 
   // The errors in the order of the text.
   std::vector<AssemblyError> take();

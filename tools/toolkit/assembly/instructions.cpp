@@ -8,6 +8,7 @@
 #include "assembly/operand_names.h"
 #include "assembly/path.h"
 #include "assembly/scope.h"
+#include "assembly/source_directives.h"
 #include "instructions/opcode_info.h"
 
 namespace shadermachine::tools::assembly {
@@ -79,6 +80,9 @@ class FunctionAssembler {
       labelNames_.add(statement.head, scope_.diagnostics);
       labels_.push_back(function_.newLabel());
     }
+    hasSource_ = std::any_of(syntax_.body.begin(), syntax_.body.end(), [](const auto& statement) {
+      return statement.kind == StatementSyntax::Kind::Source;
+    });
     for (const StatementSyntax& statement : syntax_.body) assemble(statement);
     if (syntax_.codeRange && !syntax_.body.empty()) {
       scope_.error(syntax_.name, "a function with a given code range has no instructions");
@@ -92,12 +96,23 @@ class FunctionAssembler {
         function_.bind(labels_[nextLabel_++]);
         return;
       case StatementSyntax::Kind::Bytes:
+        noteOwnPlace(statement.head);
         function_.emitBytes(statement.bytes);
+        return;
+      case StatementSyntax::Kind::Source:
+        applySourceDirective(scope_, statement, locals_, function_);
         return;
       case StatementSyntax::Kind::Instruction:
         assembleInstruction(statement);
         return;
     }
+  }
+
+  // Code that does not say where it comes from comes from this text.
+  void noteOwnPlace(const Token& head) {
+    if (hasSource_) return;
+    function_.setPosition(scope_.diagnostics.positionOf(head.text));
+    function_.beginStatement();
   }
 
   void assembleInstruction(const StatementSyntax& statement) {
@@ -114,6 +129,7 @@ class FunctionAssembler {
     target_.reset();
     isMaskKnown_ = false;
     if (!readOperands()) return;
+    noteOwnPlace(statement.head);
     const auto number = static_cast<VmOpcode>(*opcode);
     if (target_) {
       function_.emitJump(number, *target_);
@@ -349,6 +365,7 @@ class FunctionAssembler {
   SymbolTable labelNames_{"label"};
   std::vector<Label> labels_;
   size_t nextLabel_ = 0;
+  bool hasSource_ = false;
 
   // Of the current instruction.
   const StatementSyntax* statement_ = nullptr;

@@ -7,6 +7,7 @@
 
 #include "assembly/literals.h"
 #include "assembly/settings.h"
+#include "assembly/source_directives.h"
 
 namespace shadermachine::tools::assembly {
 namespace {
@@ -308,6 +309,9 @@ class Parser {
     if (next_->text == ".byte") {
       statement.kind = StatementSyntax::Kind::Bytes;
       if (!parseBytes(statement.bytes)) return false;
+    } else if (isSourceDirective(next_->text)) {
+      statement.kind = StatementSyntax::Kind::Source;
+      if (!parseOperands(statement)) return false;
     } else if (next_->is(TokenKind::Word)) {
       if (!parseOperands(statement)) return false;
     } else {

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "assembly/scope.h"
+#include "assembly/source_directives.h"
 #include "instructions/builtin_variables.h"
 
 namespace shadermachine::tools::assembly {
@@ -51,6 +52,8 @@ void setBuiltinGlobal(Scope& scope, const std::vector<Token>& arguments) {
 
 using Arguments = std::vector<Token>;
 
+constexpr size_t kAnyCount = SIZE_MAX;  // at least one; the function checks them
+
 struct Setting {
   std::string_view name;
   size_t argumentCount;
@@ -67,6 +70,7 @@ constexpr Setting kSettings[] = {
        }
        scope.builder.record().entryIndex = static_cast<uint16_t>(function);
      }},
+    {".file", kAnyCount, addSourceFile},
     {".host_function_a", 1,
      [](Scope& scope, const Arguments& arguments) {
        scope.builder.record().hostFunctionA =
@@ -103,6 +107,7 @@ constexpr Setting kSettings[] = {
      [](Scope& scope, const Arguments& arguments) {
        scope.builder.record().outputGlobal1 = resolveReference(scope, scope.globals, arguments[0]);
      }},
+    {".variable", kAnyCount, addSourceGlobal},
     {".version", 1,
      [](Scope& scope, const Arguments& arguments) {
        scope.builder.record().version = resolveNumber16(scope, arguments[0]);
@@ -120,17 +125,21 @@ std::string unknownDirective(std::string_view name) {
   std::vector<std::string_view> known = {".byte",   ".declare", ".end",    ".function",
                                          ".global", ".local",   ".member", ".struct"};
   for (const Setting& setting : kSettings) known.push_back(setting.name);
+  for (const std::string_view inner : sourceDirectives()) known.push_back(inner);
   return "unknown directive " + quoted(name) + suggestion(name, known);
 }
 
 void applySetting(Scope& scope, const SettingSyntax& syntax) {
   for (const Setting& setting : kSettings) {
     if (syntax.directive.text != setting.name) continue;
-    if (syntax.arguments.size() == setting.argumentCount) {
+    const size_t count = syntax.arguments.size();
+    if (count == setting.argumentCount || (setting.argumentCount == kAnyCount && count > 0)) {
       setting.apply(scope, syntax.arguments);
     } else {
       scope.error(syntax.directive, std::string(setting.name) + " takes " +
-                                        (setting.argumentCount == 1 ? "1 value" : "2 values"));
+                                        (setting.argumentCount == 1   ? "1 value"
+                                         : setting.argumentCount == 2 ? "2 values"
+                                                                      : "values"));
     }
     return;
   }

@@ -34,7 +34,7 @@ void SymbolTable::add(const Token& name, Diagnostics& diagnostics) {
   if (!isNew) {
     diagnostics.error(name.text, std::string("a ") + what_ + " named " + quoted(name.text) +
                                      " exists already, on line " +
-                                     std::to_string(diagnostics.lineOf(place->first)));
+                                     std::to_string(diagnostics.positionOf(place->first).line));
   }
   names_.push_back(name.text);
 }

@@ -30,12 +30,12 @@ struct StructSyntax {
   bool isNull = false;
 };
 
-// One line of a function body: a label, bytes, or an instruction.
+// One line of a function body: a label, bytes, an instruction, or where it comes from.
 struct StatementSyntax {
-  enum class Kind : uint8_t { Label, Bytes, Instruction };
+  enum class Kind : uint8_t { Label, Bytes, Instruction, Source };
   Kind kind = Kind::Instruction;
   Token head;                   // label name, directive or mnemonic
-  std::vector<Token> operands;  // of an instruction
+  std::vector<Token> operands;  // of an instruction or source directive
   std::vector<uint8_t> bytes;
 };
 

@@ -45,7 +45,16 @@ void FunctionBuilder::appendValue(int64_t value, unsigned width) {
   }
 }
 
+void FunctionBuilder::noteRow() {
+  std::vector<SourceRow>& rows = source_.rows;
+  const SourcePosition before = rows.empty() ? SourcePosition() : rows.back().position;
+  if (before == position_ && !beginsStatement_) return;
+  rows.push_back({size(), position_, beginsStatement_});
+  beginsStatement_ = false;
+}
+
 void FunctionBuilder::emit(VmOpcode opcode, std::span<const int64_t> operands) {
+  noteRow();
   const OpcodeInfo& info = kOpcodeTable.at(opcode);
   code_.push_back(static_cast<uint8_t>(opcode));
   size_t next = 0;
@@ -70,6 +79,7 @@ void FunctionBuilder::emit(VmOpcode opcode, std::span<const int64_t> operands) {
 }
 
 void FunctionBuilder::emitBytes(std::span<const uint8_t> bytes) {
+  if (!bytes.empty()) noteRow();
   code_.insert(code_.end(), bytes.begin(), bytes.end());
 }
 

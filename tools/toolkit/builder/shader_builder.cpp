@@ -42,12 +42,15 @@ BuiltShader::~BuiltShader() = default;
 
 const CompiledShader* BuiltShader::record() const { return &tables_->record; }
 
+SourceMap& BuiltShader::sources() { return tables_->sources; }
+
 ShaderView BuiltShader::view() const {
   return {.shader = &tables_->record,
           .structCount = static_cast<uint32_t>(tables_->structs.size()),
           .codeSize = static_cast<uint32_t>(tables_->code.size()),
           .functionNames = tables_->functionNames.data(),
-          .structNames = tables_->structNames.data()};
+          .structNames = tables_->structNames.data(),
+          .sources = tables_->sources.files.empty() ? nullptr : &tables_->sources};
 }
 
 ShaderBuilder::ShaderBuilder() : tables_(std::make_unique<ShaderTables>()) {}
@@ -102,6 +105,15 @@ void ShaderBuilder::placeLooseCode(std::span<const uint8_t> bytes) {
   chunks_.push_back({-1, {bytes.begin(), bytes.end()}});
 }
 
+uint32_t ShaderBuilder::addSourceFile(SourceFile file) {
+  std::vector<SourceFile>& files = tables_->sources.files;
+  requireRoom(files.size(), kMaxEntries, "source files");
+  files.push_back(std::move(file));
+  return static_cast<uint32_t>(files.size() - 1);
+}
+
+SourceMap& ShaderBuilder::sources() { return tables_->sources; }
+
 CompiledShader& ShaderBuilder::record() { return tables_->record; }
 
 VarInfo& ShaderBuilder::info(GlobalId variable) { return tables_->globals.at(variable.index); }
@@ -148,6 +160,7 @@ void ShaderBuilder::finishFunctions() {
     table.name = tables_->keepName(function.name_);
     table.isNull = function.isNull_;
     tables_->functions.push_back(std::move(table));
+    tables_->sources.functions.push_back(std::move(function.source_));
   }
 }
 

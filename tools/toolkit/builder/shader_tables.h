@@ -2,6 +2,7 @@
 #pragma once
 
 #include <shadermachine-tools/shader_view.h>
+#include <shadermachine-tools/source_map.h>
 #include <shadermachine/shadermachine.h>
 
 #include <deque>
@@ -44,6 +45,7 @@ struct ShaderTables {
   std::vector<const ShaderFunction*> functionPointers;
   std::vector<const char*> structNames;
   std::vector<const char*> functionNames;
+  SourceMap sources;
 
  private:
   std::deque<std::string> names_;

@@ -8,6 +8,7 @@
 #include "disassembly/instruction_text.h"
 #include "disassembly/names.h"
 #include "disassembly/record.h"
+#include "disassembly/source_text.h"
 #include "disassembly/stack_depth.h"
 #include "instructions/builtin_variables.h"
 #include "instructions/opcode_info.h"
@@ -32,7 +33,7 @@ std::string padded(const std::string& text, size_t width) {
 class Disassembler {
  public:
   Disassembler(const ShaderView& view, const DisassemblyOptions& options)
-      : record_(view), handles_(record_), options_(options) {}
+      : record_(view), handles_(record_), source_(view.sources, handles_), options_(options) {}
 
   std::string run() {
     for (size_t i = 0; i < record_.structCount(); ++i) writeStruct(i);
@@ -43,6 +44,7 @@ class Disassembler {
     }
     if (!record_.globals().empty()) text_ += '\n';
     writeSettings();
+    text_ += source_.outside();
     writeFunctions();
     return std::move(text_);
   }
@@ -237,7 +239,10 @@ class Disassembler {
       writeVariable(locals[i], localHandles[i], record_.structCount());
       text_ += '\n';
     }
-    if (isPlaced) writeBody(*record_.code(*function), locals, localHandles);
+    if (isPlaced) {
+      text_ += source_.signature(index);
+      writeBody(*record_.code(*function), locals, localHandles, source_.lines(index, localHandles));
+    }
     text_ += ".end\n";
   }
 
@@ -255,7 +260,7 @@ class Disassembler {
   }
 
   void writeBody(std::span<const uint8_t> code, std::span<const VarInfo> locals,
-                 const Handles& localHandles) {
+                 const Handles& localHandles, const std::map<uint32_t, std::string>& sourceLines) {
     const LabelMap labels = findLabels(code);
     const CodeContext context{record_, handles_, locals, localHandles, labels};
     const auto depths =
@@ -264,6 +269,8 @@ class Disassembler {
     uint32_t offset = 0;
     while (offset < size) {
       writeLabel(labels, offset);
+      const auto source = sourceLines.find(offset);
+      if (source != sourceLines.end()) text_ += source->second;
       const size_t lineStart = text_.size();
       const uint32_t length = instructionLength(code.data() + offset, size - offset);
       const std::span<const uint8_t> bytes = code.subspan(offset, std::max(length, 1u));
@@ -278,6 +285,8 @@ class Disassembler {
       offset += static_cast<uint32_t>(bytes.size());
     }
     writeLabel(labels, size);
+    const auto source = sourceLines.find(size);
+    if (source != sourceLines.end()) text_ += source->second;
   }
 
   void writeLabel(const LabelMap& labels, uint32_t offset) {
@@ -318,6 +327,7 @@ class Disassembler {
 
   Record record_;
   RecordHandles handles_;
+  SourceText source_;
   DisassemblyOptions options_;
   std::string text_;
 };

@@ -1,4 +1,5 @@
 #include <shadermachine-tools/renderer.h>
+#include <shadermachine-tools/source_map.h>
 #include <shadermachine/machine.h>
 
 #include "instructions/opcode_info.h"
@@ -47,11 +48,19 @@ void locateFailure(const ShaderMachine& machine, const ShaderView& view, RunFail
 std::string describeFailure(const RunFailure& failure, const ShaderView& view) {
   std::string text = vmGetErrorString(failure.error);
   if (failure.function < 0) return text;
-  const char* name = view.functionNames != nullptr ? view.functionNames[failure.function] : nullptr;
-  text += " (function " + (name != nullptr ? std::string(name) : std::to_string(failure.function));
+  text += " (" + functionText(view, static_cast<uint32_t>(failure.function));
   text += ", offset " + std::to_string(failure.offset);
   if (failure.mnemonic != nullptr) text += std::string(", ") + failure.mnemonic;
   return text + ")";
+}
+
+std::string formatFailure(const RunFailure& failure, const ShaderView& view,
+                          std::string_view fileName, std::string_view before,
+                          std::string_view after) {
+  const std::string message =
+      std::string(before) + describeFailure(failure, view) + std::string(after);
+  return formatMessage(messagePlace(view, failure.function, failure.offset, fileName), "error",
+                       message);
 }
 
 }  // namespace shadermachine::tools

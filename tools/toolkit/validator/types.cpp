@@ -2,6 +2,7 @@
 
 #include <cstring>
 
+#include "assembly/literals.h"
 #include "diagnostics.h"
 #include "instructions/builtin_variables.h"
 #include "machine/types.h"
@@ -36,6 +37,8 @@ int32_t backingGlobal(const CompiledShader& shader, uint32_t builtinId) {
 }
 
 std::string describeAggregate(TypeCode type, uint32_t count) {
+  const char* basic = type < 0 ? assembly::basicTypeName(type) : nullptr;
+  if (basic != nullptr) return count == 0 ? basic : text(basic, "[", count, "]");
   const std::string element = type >= 0 ? text("structure ", type) : text("type ", type);
   return count == 0 ? element : text("array of ", count, " of ", element);
 }

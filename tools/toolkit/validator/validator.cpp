@@ -1,3 +1,4 @@
+#include <shadermachine-tools/source_map.h>
 #include <shadermachine-tools/validator.h>
 
 #include <algorithm>
@@ -132,6 +133,19 @@ std::string toString(const Diagnostic& diagnostic) {
   }
   const char* severity = diagnostic.severity == Severity::Error ? "error: " : "warning: ";
   return text(place, severity, diagnostic.message);
+}
+
+std::string formatDiagnostic(const Diagnostic& diagnostic, const ShaderView& view,
+                             std::string_view fileName) {
+  std::string message = diagnostic.message;
+  if (diagnostic.function >= 0) {
+    message += " (" + functionText(view, static_cast<uint32_t>(diagnostic.function)) +
+               text(", offset ", diagnostic.offset);
+    if (diagnostic.mnemonic != nullptr) message += text(", ", diagnostic.mnemonic);
+    message += ")";
+  }
+  return formatMessage(messagePlace(view, diagnostic.function, diagnostic.offset, fileName),
+                       diagnostic.severity == Severity::Error ? "error" : "warning", message);
 }
 
 ValidationResult validate(const ShaderView& view) { return Validation(view).run(); }

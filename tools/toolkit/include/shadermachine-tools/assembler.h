@@ -24,8 +24,9 @@ struct AssemblyResult {
   std::vector<AssemblyError> errors;  // in the order of the text; at most 100
 };
 
-// Any bytes may be given. The result does not refer to the text.
-AssemblyResult assemble(std::string_view text);
+// Any bytes may be given. The result does not refer to the text, but for messages about its code it
+// keeps a copy of text and file name (source_map.h).
+AssemblyResult assemble(std::string_view text, std::string_view fileName = {});
 
 // "file:line:column: error: message", the line of the text, and a caret below the place.
 std::string formatError(const AssemblyError& error, std::string_view text,

@@ -35,6 +35,8 @@ struct GlslOptions {
   // errors. "Common.glsl" is asked for too, for sources with mainImage(); what is found goes first.
   std::function<std::optional<GlslInclude>(const std::string& name, const std::string& includer)>
       include = nullptr;
+  // For debuggers: every function stays one, every variable has a place of its own.
+  bool isForDebugging = false;
 };
 
 struct GlslMessage {
@@ -42,9 +44,12 @@ struct GlslMessage {
   int line = 0;
   std::string text;
   bool isNote = false;  // about the errors before it
+  int column = 0;  // 0: unknown
+  int length = 1;  // bytes to underline
+  std::string lineText;
 };
 
-// "picture.frag:12: error: 'x' : undeclared identifier"
+// "picture.frag:12:9: error: undeclared identifier 'x'", the line, and a caret below the place.
 std::string toString(const GlslMessage& message);
 
 struct GlslResult {

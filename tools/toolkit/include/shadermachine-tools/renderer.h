@@ -17,6 +17,7 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace shadermachine::tools {
@@ -33,6 +34,13 @@ struct RunFailure {
 
 // "Array index out of bounds. (function main, offset 12, VEC_ELEMENT)"
 std::string describeFailure(const RunFailure& failure, const ShaderView& view);
+
+// What happened at the place of the source where the run ended, as formatMessage() writes it;
+// `before` and `after` stand around it on the first line. The file's name is for shaders whose
+// sources are not known.
+std::string formatFailure(const RunFailure& failure, const ShaderView& view,
+                          std::string_view fileName, std::string_view before,
+                          std::string_view after = {});
 
 // Fills function, offset and mnemonic from the frames of a machine whose run has just failed.
 void locateFailure(const ShaderMachine& machine, const ShaderView& view, RunFailure& failure);

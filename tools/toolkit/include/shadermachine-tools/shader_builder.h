@@ -18,6 +18,7 @@
 #pragma once
 
 #include <shadermachine-tools/shader_view.h>
+#include <shadermachine-tools/source_map.h>
 #include <shadermachine/opcodes.h>
 #include <shadermachine/shadermachine.h>
 
@@ -75,6 +76,8 @@ class BuiltShader {
 
   const CompiledShader* record() const;
   ShaderView view() const;
+  // Free to change, for texts of files that are read later, say.
+  SourceMap& sources();
 
  private:
   std::unique_ptr<ShaderTables> tables_;
@@ -127,6 +130,14 @@ class FunctionBuilder {
   void swizzle(std::string_view components);
   void call(FunctionId function) { emit(VM_OP_CALL, {function.index}); }
 
+  // What is emitted from here on comes from this place of a file (ShaderBuilder::addSourceFile).
+  void setPosition(SourcePosition position) { position_ = position; }
+  SourcePosition position() const { return position_; }
+  // A statement begins with the next instruction.
+  void beginStatement() { beginsStatement_ = true; }
+  // Signature and variables; rows are added as code is emitted.
+  SourceFunction& source() { return source_; }
+
   // Bytes emitted so far.
   uint32_t size() const { return static_cast<uint32_t>(code_.size()); }
 
@@ -149,6 +160,7 @@ class FunctionBuilder {
   FunctionBuilder(ShaderTables& tables, FunctionId id, std::string_view name)
       : tables_(&tables), id_(id), name_(name) {}
   void appendValue(int64_t value, unsigned width);
+  void noteRow();
   LocalId appendVariable(const Variable& variable);
   void storeElement(VmOpcode opcode, uint16_t variable, std::initializer_list<int64_t> path);
   void resolveJumps();
@@ -161,6 +173,9 @@ class FunctionBuilder {
   std::vector<uint8_t> code_;
   std::vector<uint32_t> labels_;  // position of each label
   std::vector<Fixup> fixups_;
+  SourceFunction source_;
+  SourcePosition position_;
+  bool beginsStatement_ = false;
   uint32_t codeOffset_ = 0;
   uint32_t codeLength_ = 0;
   bool hasCodeRange_ = false;
@@ -194,6 +209,10 @@ class ShaderBuilder {
   // first, in the order of the calls. Loose bytes belong to no function.
   void placeCode(FunctionId function);
   void placeLooseCode(std::span<const uint8_t> bytes);
+
+  // Returns the number that positions name the file by.
+  uint32_t addSourceFile(SourceFile file);
+  SourceMap& sources();
 
   // Every field of the record: entry function, outputs, bound globals and host functions. Version
   // 1, entry function 0 and unbound (-1) to begin with. build() sets tables, their counts and code.

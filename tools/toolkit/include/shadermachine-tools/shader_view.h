@@ -1,4 +1,4 @@
-// A compiled shader with what its record lacks: two sizes, and optionally names.
+// A compiled shader with what its record lacks: two sizes, and optionally names and sources.
 #pragma once
 
 #include <shadermachine/shadermachine.h>
@@ -6,6 +6,8 @@
 #include <cstdint>
 
 namespace shadermachine::tools {
+
+struct SourceMap;
 
 // Borrowed: everything the record points to must outlive the view.
 struct ShaderView {
@@ -16,6 +18,7 @@ struct ShaderView {
   // Names for messages and listings, which the record itself has no room for; null when unknown.
   const char* const* functionNames = nullptr;  // shader->functionCount entries
   const char* const* structNames = nullptr;    // structCount entries
+  const SourceMap* sources = nullptr;          // where its parts come from; null when unknown
 };
 
 }  // namespace shadermachine::tools

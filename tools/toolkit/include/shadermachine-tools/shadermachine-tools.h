@@ -17,8 +17,8 @@ extern "C" {
 #endif
 
 /* Gets one message at a time, without a final newline; the text is valid during the call only.
- * Messages of the assembler have three lines: "file:line:column: error: ...", the line of the
- * source, and a caret below the place. */
+ * Messages about a place in a source have three lines: "file:line:column: error: ...", the line of
+ * the source, and a caret below the place. */
 typedef void (*VmToolsMessageCallback)(const char* message, void* userData);
 
 /* A record and what it lacks. The names may be null. */
@@ -28,6 +28,7 @@ typedef struct VmToolsView {
   uint32_t codeSize;    /* bytes at shader->code */
   const char* const* functionNames;
   const char* const* structNames;
+  const void* sources; /* what the tools know about where code comes from; for messages */
 } VmToolsView;
 
 /* A shader made by the assembler; owns its record and everything that points to. */
@@ -44,8 +45,9 @@ VmToolsView vmToolsShaderView(const VmToolsShader* shader);
 /* Null is accepted. No machine may hold the record any more. */
 void vmToolsFreeShader(VmToolsShader* shader);
 
-/* Reports errors and warnings; returns the number of errors, so 0 for a shader that is safe to run
- * on a host that keeps to the documented contract. Also not 0 when memory is short. */
+/* Reports errors and warnings, with file, line and column where the view knows its sources. Returns
+ * the number of errors, so 0 for a shader that is safe to run on a host that keeps to the
+ * documented contract. Also not 0 when memory is short. */
 size_t vmToolsValidate(const VmToolsView* view, VmToolsMessageCallback callback, void* userData);
 
 /* Returns assembly text for vmToolsFreeText(); null when memory is short. annotate: not 0 to add

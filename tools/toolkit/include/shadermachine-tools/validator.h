@@ -14,6 +14,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace shadermachine::tools {
@@ -33,6 +34,11 @@ struct Diagnostic {
 
 // "function 1, offset 12, ADD_F: error: S0 has 1 defined word, 3 needed"
 std::string toString(const Diagnostic& diagnostic);
+
+// With file, line and column of the source in front and the line and a caret behind, where the view
+// knows them; the file's name stands in for sources without one. Ends with a newline.
+std::string formatDiagnostic(const Diagnostic& diagnostic, const ShaderView& view,
+                             std::string_view fileName);
 
 enum class ReturnKind : uint8_t {
   Never,      // no return is reachable
