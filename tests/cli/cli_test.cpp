@@ -88,7 +88,7 @@ TEST_F(Cli, ExitCodesAndMessages) {
       {"asm missing.sasm", 1, "missing.sasm: No such file or directory"},
       {"asm .", 1, ".: Is a directory"},
       {"asm bad.sasm", 1, "bad.sasm:7:1: error: unknown instruction 'PUSH_IT'"},
-      {"val unsafe.sasm", 1, "unsafe.sasm: function 0, offset 0, POP: error:"},
+      {"val unsafe.sasm", 1, "unsafe.sasm:7:1: error: "},
       {"render unsafe.sasm", 1, "the shader does not validate"},
       {"run unsafe.sasm", 1, "the shader does not validate"},
       {"opcodes > /dev/full", 1, "standard output: "},
@@ -112,8 +112,9 @@ TEST_F(Cli, ExitCodesAndMessages) {
       {"run good.sasm --size 4x4 --pixel 4,0", 2, "outside of the picture"},
 
       {"render failing.sasm --size 3x2", 3,
-       "failing.sasm: error: pixel (0, 0): Array index out of bounds. (function main, offset 3, "
-       "VEC_ELEMENT); 6 of 6 fragments failed"},
+       "failing.sasm:9:1: error: pixel (0, 0): Array index out of bounds. (function main, offset "
+       "3, "
+       "VEC_ELEMENT); 6 of 6 fragments failed\n  VEC_ELEMENT 4\n  ^\n"},
       {"run failing.sasm", 3, "Array index out of bounds. (function main, offset 3, VEC_ELEMENT)"},
       {"render endless.sasm --timeout 20", 3,
        "Shader execution timed out. (function main, offset 0, JUMP)"},
@@ -169,8 +170,9 @@ TEST_F(Cli, PicturesCanBeTextures) {
 #ifdef SHADERMACHINE_HAVE_GLSL
 TEST_F(Cli, GlslBecomesAssembly) {
   EXPECT_EQ(run("glsl bad.frag").output,
-            "bad.frag:2: error: 'x' : undeclared identifier\n"
-            "bad.frag: note: read as #version 100, as the source names none\n");
+            "bad.frag:2:23: error: undeclared identifier 'x'\n    gl_FragColor = vec4(x);\n" +
+                std::string(24, ' ') +
+                "^\nbad.frag: note: read as #version 100, as the source names none\n");
   EXPECT_EQ(run("glsl bad.frag").exitCode, 1);
   EXPECT_EQ(run("glsl good.frag -o missing/a.sasm").exitCode, 1);
   ASSERT_EQ(run("glsl good.frag -o a.sasm").output, "");

@@ -68,9 +68,9 @@ HostCallbacks callbacks() {
 
 }  // namespace
 
-Fragment runGlsl(const std::string& source) {
+Fragment runGlsl(const std::string& source, const tools::GlslOptions& options) {
   Fragment result;
-  const tools::GlslResult compiled = tools::compileGlsl(source);
+  const tools::GlslResult compiled = tools::compileGlsl(source, options);
   for (const tools::GlslMessage& message : compiled.messages) {
     ADD_FAILURE() << toString(message) << "\n" << source;
   }

@@ -18,7 +18,7 @@ struct Fragment {
 // components), "three" the integer 3, "yes" true; the fragment is at (10.5, 20.5); a texture holds
 // its coordinates, and its level in w; it has 64 times 32 texels. The second of two runs of one
 // machine is returned, so that what a run leaves behind shows.
-Fragment runGlsl(const std::string& source);
+Fragment runGlsl(const std::string& source, const tools::GlslOptions& options = {});
 
 // A complete ES 3.10 shader with this body of main(), whose result is `r`.
 std::string withBody(const std::string& body, const std::string& globals = "");

@@ -45,6 +45,8 @@ void addGlslCommand(CLI::App& program, Outcome&) {
   addSourceOptions(*command, *source);
   command->add_option("-o,--output", *output, "the file to write; standard output unless given")
       ->type_name("FILE.sasm");
+  command->add_flag("-g", source->isForDebugging,
+                    "compile for debuggers: no inlining, a place for every variable");
   command->callback([path, source, output] {
     writeAssembly(compileShadingLanguage(readText(*path), *path, *source), {}, *output);
   });

@@ -69,10 +69,11 @@ void printStatistics(const std::string& path, const FrameInputs& frame,
 void printFailure(const std::string& shaderPath, const RenderResult& result,
                   const ShaderView& view) {
   const RunFailure& failure = *result.failure;
-  std::fprintf(stderr, "%s: error: pixel (%u, %u): %s; %llu of %llu fragments failed\n",
-               shaderPath.c_str(), failure.x, failure.y, describeFailure(failure, view).c_str(),
-               static_cast<unsigned long long>(result.statistics.failed()),
-               static_cast<unsigned long long>(result.statistics.total()));
+  const std::string pixel =
+      "pixel (" + std::to_string(failure.x) + ", " + std::to_string(failure.y) + "): ";
+  const std::string counts = "; " + std::to_string(result.statistics.failed()) + " of " +
+                             std::to_string(result.statistics.total()) + " fragments failed";
+  std::fputs(formatFailure(failure, view, shaderPath, pixel, counts).c_str(), stderr);
 }
 
 // Returns false when fragments failed; the picture is written all the same.

@@ -111,8 +111,9 @@ int runOnce(const RunOptions& options) {
   failure.error = runner.runOne(failure.x, frame.height - 1 - failure.y, run);
   if (isFailure(failure.error)) {
     locateFailure(*machine, view, failure);
-    std::fprintf(stderr, "%s: error: pixel (%u, %u): %s\n", options.input.shaderPath.c_str(),
-                 failure.x, failure.y, describeFailure(failure, view).c_str());
+    const std::string pixel =
+        "pixel (" + std::to_string(failure.x) + ", " + std::to_string(failure.y) + "): ";
+    std::fputs(formatFailure(failure, view, options.input.shaderPath, pixel).c_str(), stderr);
     return kRunFailed;
   }
   std::printf("code %u: %s\n", failure.error, vmGetErrorString(failure.error));

@@ -16,10 +16,27 @@
 namespace shadermachine::tools {
 namespace {
 
+// Of files that the text was made from, as far as they are still there. Only their lines in
+// messages depend on it.
+void readSourceTexts(SourceMap& sources) {
+  for (SourceFile& file : sources.files) {
+    std::error_code ignored;
+    if (!file.text.empty() || !std::filesystem::is_regular_file(file.name, ignored)) continue;
+    try {
+      file.text = readText(file.name);
+    } catch (const InputError&) {
+      continue;
+    }
+  }
+}
+
 LoadedShader compileAssembly(const std::string& text, const std::string& path,
                              const SourceOptions&) {
-  AssemblyResult result = assemble(text);
-  if (result.shader) return {std::move(*result.shader)};
+  AssemblyResult result = assemble(text, path);
+  if (result.shader) {
+    readSourceTexts(result.shader->sources());
+    return {std::move(*result.shader), {}};
+  }
   std::string messages;
   for (const AssemblyError& error : result.errors) messages += formatError(error, text, path);
   while (messages.ends_with('\n')) messages.pop_back();
@@ -64,8 +81,10 @@ LoadedShader compileShadingLanguage(const std::string& text, const std::string& 
   const auto include = [&options](const std::string& name, const std::string& includer) {
     return findInclude(name, includer, options.includes);
   };
-  GlslResult result =
-      compileGlsl(text, {.fileName = path, .defines = options.defines, .include = include});
+  GlslResult result = compileGlsl(text, {.fileName = path,
+                                         .defines = options.defines,
+                                         .include = include,
+                                         .isForDebugging = options.isForDebugging});
   if (result.shader) {
     return {std::move(*result.shader), std::move(result.uniformValues),
             std::move(result.unusedUniforms)};
@@ -107,7 +126,7 @@ LoadedShader loadShader(const std::string& path, const SourceOptions& options) {
 bool reportValidation(const ShaderView& view, const std::string& path) {
   const ValidationResult result = validate(view);
   for (const Diagnostic& diagnostic : result.diagnostics) {
-    std::fprintf(stderr, "%s: %s\n", path.c_str(), toString(diagnostic).c_str());
+    std::fputs(formatDiagnostic(diagnostic, view, path).c_str(), stderr);
   }
   return result.valid();
 }

@@ -22,6 +22,7 @@ std::string readText(const std::string& path);
 struct SourceOptions {
   std::vector<std::string> defines;   // NAME or NAME=VALUE
   std::vector<std::string> includes;  // folders where #include looks besides the including file's
+  bool isForDebugging = false;
 };
 
 struct LoadedShader {

@@ -140,6 +140,7 @@ bool FunctionGenerator::bindConstant(const TIntermBinary& node) {
   const TIntermSymbol* symbol = node.getLeft()->getAsSymbolNode();
   const TIntermConstantUnion* constant = asConstant(*node.getRight());
   if (node.getOp() != glslang::EOpAssign || symbol == nullptr || constant == nullptr) return false;
+  if (module_.options().isForDebugging && isSource()) return false;
   if (symbol->getQualifier().storage != glslang::EvqTemporary || findBinding(*symbol) != nullptr) {
     return false;
   }
@@ -149,6 +150,7 @@ bool FunctionGenerator::bindConstant(const TIntermBinary& node) {
   if (std::find(statements.begin(), statements.end(), &node) == statements.end()) return false;
   valueType(*symbol);  // refuses what the machine has no type for
   scope().bindings.emplace(symbol->getId(), constant);
+  describe(*symbol, constant);
   return true;
 }
 

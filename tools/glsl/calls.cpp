@@ -147,6 +147,9 @@ void FunctionGenerator::inlineCall(const FunctionInfo& info, std::span<const Ope
   inner.returnTarget = code_.newLabel();
   inner.lastStatement = lastStatement(info.body);
   scopes_.push_back(std::move(inner));
+  for (const TIntermSymbol* parameter : info.parameters) {
+    if (const Binding* binding = findBinding(*parameter)) describe(*parameter, *binding);
+  }
   zeroReadFirst(info);
   finishBody(info);
   code_.bind(*scope().returnTarget);
@@ -219,10 +222,13 @@ void FunctionGenerator::finishBody(const FunctionInfo& info) {
 void FunctionGenerator::generate(const FunctionInfo& info) {
   scope().program = info.owner;
   scope().function = &info;
+  if (isSource()) code_.source().signature = signatureOf(info);
   for (const TIntermSymbol* parameter : info.parameters) {
     const ValueType type = module_.types().valueType(parameter->getType(), parameter->getLoc());
     const LocalId local = code_.addParam({parameter->getName().c_str(), type.code, type.count});
-    scope().bindings.emplace(parameter->getId(), Place{Place::Kind::Local, local.index, type});
+    const Place place{Place::Kind::Local, local.index, type};
+    scope().bindings.emplace(parameter->getId(), place);
+    describe(*parameter, place);
   }
   finishBody(info);
   if (leaves(info)) return;
@@ -252,6 +258,9 @@ Place FunctionGenerator::newLocal(const std::string& name, const ValueType& type
 }
 
 void FunctionGenerator::leaveScope() {
+  for (const OpenVariable& open : scope().open) {
+    code_.source().variables[open.index].end = code_.size();
+  }
   for (const Place& place : scope().owned) freeLocals_[place.type].push_back(place);
   scopes_.pop_back();
 }
@@ -267,6 +276,7 @@ Place FunctionGenerator::symbolPlace(const TIntermSymbol& symbol) {
   if (module_.isGlobal(symbol)) return module_.global(symbol);
   const Place place = newLocal(symbol.getName().c_str(), valueType(symbol));
   scope().bindings.emplace(symbol.getId(), place);
+  describe(symbol, place);
   return place;
 }
 

@@ -46,7 +46,9 @@ const TIntermBinary* asOperator(const TIntermTyped& node, TOperator op) {
 }  // namespace
 
 void FunctionGenerator::statement(const TIntermNode& node) {
+  const At at(*this, node.getLoc());
   try {
+    if (node.getAsTyped() == nullptr) beginStatement();
     if (const TIntermSelection* choice = node.getAsSelectionNode()) return selection(*choice);
     if (const TIntermLoop* repeated = node.getAsLoopNode()) return loop(*repeated);
     if (const TIntermSwitch* choice = node.getAsSwitchNode()) return switchStatement(*choice);
@@ -56,6 +58,7 @@ void FunctionGenerator::statement(const TIntermNode& node) {
                                                   aggregate->getOp() == glslang::EOpScope ||
                                                   aggregate->getOp() == glslang::EOpNull);
     if (isBlock) return block(*aggregate);
+    beginStatement();
     if (const TIntermTyped* typed = node.getAsTyped()) return discardValue(*typed);
     throw Unsupported(node.getLoc(), "this statement is not supported");
   } catch (const Unsupported& error) {
@@ -64,11 +67,14 @@ void FunctionGenerator::statement(const TIntermNode& node) {
 }
 
 void FunctionGenerator::block(const TIntermAggregate& node) {
+  ++scope().blockDepth;
   for (const TIntermNode* child : children(node)) {
     if (child == nullptr) continue;
     statement(*child);
-    if (alwaysLeaves(*child)) return;  // what follows is never reached
+    if (alwaysLeaves(*child)) break;  // what follows is never reached
   }
+  endVariables(node);
+  --scope().blockDepth;
 }
 
 void FunctionGenerator::selection(const TIntermSelection& node) {
@@ -102,6 +108,7 @@ void FunctionGenerator::loop(const TIntermLoop& node) {
   const TIntermTyped* test = node.getTest();
   const bool isEndless = test == nullptr || constantCondition(*test) == true;
   code_.bind(start);
+  if (node.testFirst()) beginStatement();
   if (node.testFirst() && !isEndless) jumpIfFalse(*test, end);
   exits_.push_back({end, next});
   if (node.getBody() != nullptr) statement(*node.getBody());

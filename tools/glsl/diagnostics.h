@@ -2,6 +2,7 @@
 #pragma once
 
 #include <shadermachine-tools/glsl.h>
+#include <shadermachine-tools/source_map.h>
 
 #include <cstddef>
 #include <stdexcept>
@@ -28,7 +29,8 @@ inline constexpr const char* kEntryText = "<entry>";
 
 class Diagnostics {
  public:
-  explicit Diagnostics(std::string fileName) : fileName_(std::move(fileName)) {}
+  // The source, then what it includes as that is found; must outlive it.
+  explicit Diagnostics(const std::vector<SourceFile>& files) : files_(&files) {}
 
   // Where the source's #version was, and which line is its last.
   void setLines(int version, int last) {
@@ -39,20 +41,25 @@ class Diagnostics {
   // Takes the errors out of a log of glslang's, whose lines start with "ERROR: ".
   void addLog(const char* log);
 
-  void addNote(std::string text) { messages_.push_back({fileName_, 0, std::move(text), true}); }
+  void addNote(std::string text);
 
   // How far the source was understood.
   int firstErrorLine() const { return messages_.empty() ? 0 : messages_.front().line; }
+
+  // A place in the source or a file that it includes, as people count; unknown in the texts around.
+  SourcePosition position(const TSourceLoc& where) const;
+
   bool empty() const { return messages_.empty(); }
   size_t count() const { return messages_.size(); }
   std::vector<GlslMessage> take() { return std::move(messages_); }
 
  private:
-  // `place`: what glslang calls the text that the line is in.
-  void addAt(std::string_view place, int line, std::string text);
-  void addOnce(const std::string& file, int line, std::string text);
+  // `name`: what glslang calls the text that the line is in.
+  SourcePosition place(std::string_view name, int line, int column) const;
+  // Without a column, it is that of the word in the line, if there is one.
+  void addOnce(SourcePosition position, std::string text, std::string_view word);
 
-  std::string fileName_;
+  const std::vector<SourceFile>* files_;
   int versionLine_ = 0;
   int lastLine_ = 0;
   std::vector<GlslMessage> messages_;

@@ -49,6 +49,7 @@ std::vector<const TIntermTyped*> operandsOf(const TIntermTyped& node) {
 }  // namespace
 
 void FunctionGenerator::value(const TIntermTyped& node) {
+  const At at(*this, node.getLoc());
   const auto fixed = fixedValues_.find(&node);
   if (fixed != fixedValues_.end()) return load(fixed->second);
   if (const TIntermSymbol* symbol = node.getAsSymbolNode()) return symbolValue(*symbol);
@@ -82,6 +83,7 @@ void FunctionGenerator::aggregateValue(const TIntermAggregate& node) {
 }
 
 void FunctionGenerator::discardValue(const TIntermTyped& node) {
+  const At at(*this, node.getLoc());
   if (const TIntermBinary* binary = node.getAsBinaryNode()) {
     if (isAssignment(binary->getOp())) return assign(*binary, false);
     if (binary->getOp() == glslang::EOpComma) {

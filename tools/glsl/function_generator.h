@@ -58,6 +58,14 @@ class FunctionGenerator {
  private:
   using Binding = std::variant<Place, const TIntermConstantUnion*>;
 
+  // A variable of the source map that is still in scope, and the depth of the block whose end may
+  // end it.
+  struct OpenVariable {
+    size_t index;
+    SymbolId symbol;
+    unsigned depth;
+  };
+
   // The function whose body is being generated: the whole one, or one of those inlined.
   struct Scope {
     const Program* program = nullptr;  // where its calls find functions
@@ -66,11 +74,30 @@ class FunctionGenerator {
     std::vector<Place> owned;           // locals, free for others afterwards
     std::optional<Label> returnTarget;  // of an inlined function
     const TIntermNode* lastStatement = nullptr;
+    std::vector<OpenVariable> open;
+    unsigned blockDepth = 0;
   };
   struct Exits {
     std::optional<Label> onBreak;
     std::optional<Label> onContinue;
   };
+
+  // origins.cpp: where code comes from. Positions hold until the end of the C++ block.
+  class At {
+   public:
+    At(FunctionGenerator& generator, const TSourceLoc& where);
+    ~At() { code_.setPosition(outer_); }
+    At(const At&) = delete;
+    At& operator=(const At&) = delete;
+
+   private:
+    FunctionBuilder& code_;
+    SourcePosition outer_;
+  };
+  bool isSource() const { return scope().program == &module_.program(); }
+  void beginStatement();
+  void describe(const TIntermSymbol& symbol, const Binding& binding);
+  void endVariables(const TIntermNode& block);
 
   // expressions.cpp
   void value(const TIntermTyped& node);
@@ -196,6 +223,7 @@ class FunctionGenerator {
     return module_.types().valueType(node.getType(), node.getLoc());
   }
   Scope& scope() { return scopes_.back(); }
+  const Scope& scope() const { return scopes_.back(); }
   void leaveScope();
 
   Module& module_;

@@ -71,6 +71,7 @@ bool Module::isGlobal(const TIntermSymbol& symbol) const {
 // Globals that nothing but a constant is ever assigned to stand for it.
 void Module::findConstantGlobals() {
   const FunctionInfo& main = program_.function(kMainFunction);
+  const bool isKept = options_.isForDebugging;
   for (const TIntermNode* initializer : program_.initializers()) {
     visitTree(*initializer, [&](const TIntermNode& node) {
       const TIntermBinary* assignment = initialization(node);
@@ -78,7 +79,9 @@ void Module::findConstantGlobals() {
       const SymbolId id = assignment->getLeft()->getAsSymbolNode()->getId();
       initialized_.insert(id);
       const TIntermConstantUnion* constant = assignment->getRight()->getAsConstantUnion();
-      if (constant != nullptr && !main.written.contains(id)) constantValues_[id] = constant;
+      if (constant == nullptr || isKept || main.written.contains(id)) return;
+      constantValues_[id] = constant;
+      describe(assignment->getLeft()->getAsSymbolNode()->getName().c_str(), *constant);
     });
   }
 }
@@ -96,7 +99,10 @@ Place Module::global(const TIntermSymbol& symbol, int member) {
   const TType& type = member < 0
                           ? symbol.getType()
                           : *(*symbol.getType().getStruct())[static_cast<size_t>(member)].type;
-  return (globals_[key] = declareGlobal(symbol, member, type)).place;
+  const Global& declared = globals_[key] = declareGlobal(symbol, member, type);
+  const std::string name = member < 0 ? symbol.getName().c_str() : type.getFieldName().c_str();
+  describe(name, type, declared.place);
+  return declared.place;
 }
 
 Module::Global Module::declareGlobal(const TIntermSymbol& symbol, int member, const TType& type) {
@@ -134,7 +140,7 @@ void Module::noteUniformValue(const TIntermSymbol& symbol) {
 // Asking the host costs a call; what is read more than once is asked for once per run.
 Module::Global Module::withCopy(const TIntermSymbol& symbol, const Place& host,
                                 const std::string& name) {
-  if (mentions_[symbol.getId()] <= 1) return {host, std::nullopt};
+  if (mentions_[symbol.getId()] <= 1 && !options_.isForDebugging) return {host, std::nullopt};
   Place copy = addPlain("copy of " + name, host.type);
   copy.isReadOnly = true;
   return {copy, host};

@@ -1,5 +1,7 @@
 #include <shadermachine-tools/glsl.h>
 
+#include <algorithm>
+
 #include "module.h"
 #include "program.h"
 
@@ -7,9 +9,20 @@ namespace shadermachine::tools {
 
 GlslResult compileGlsl(std::string_view source, const GlslOptions& options) {
   GlslResult result;
-  glsl::Diagnostics diagnostics(options.fileName);
-  if (const auto program = glsl::Program::parse(source, options, diagnostics)) {
-    glsl::Module module(*program, diagnostics);
+  std::vector<SourceFile> files = {{options.fileName, std::string(source), false}};
+  GlslOptions noting = options;
+  if (options.include) {
+    noting.include = [&](const std::string& name, const std::string& includer) {
+      std::optional<GlslInclude> found = options.include(name, includer);
+      if (found && std::ranges::find(files, found->path, &SourceFile::name) == files.end()) {
+        files.push_back({found->path, found->text, false});
+      }
+      return found;
+    };
+  }
+  glsl::Diagnostics diagnostics(files);
+  if (const auto program = glsl::Program::parse(source, noting, diagnostics)) {
+    glsl::Module module(*program, diagnostics, {files, options.isForDebugging});
     result.shader = module.build();
     result.uniformValues = module.takeUniformValues();
     result.unusedUniforms = module.unusedUniforms();

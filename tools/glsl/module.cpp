@@ -19,8 +19,8 @@ constexpr uint32_t kMaxCodeSize = 1 << 20;  // what the validator takes
 
 }  // namespace
 
-Module::Module(const Program& program, Diagnostics& diagnostics)
-    : program_(program), diagnostics_(diagnostics) {}
+Module::Module(const Program& program, Diagnostics& diagnostics, ModuleOptions options)
+    : program_(program), diagnostics_(diagnostics), options_(std::move(options)) {}
 
 std::optional<BuiltShader> Module::build() {
   try {
@@ -55,6 +55,7 @@ std::optional<BuiltShader> Module::build() {
 
 void Module::start(bool withConstants) {
   builder_ = std::make_unique<ShaderBuilder>();
+  builder_->sources().files = options_.sources;
   types_ = std::make_unique<TypeTable>(*builder_);
   mentions_.clear();
   callCounts_.clear();
@@ -103,8 +104,9 @@ void Module::countInitializer(const TIntermNode& node) {
 
 bool Module::shouldInline(const FunctionInfo& info) const {
   if (inlinedBytes_ > kInlineBudget) return false;
-  if (info.size <= kInlineSize) return true;
-  if (info.owner != &program_) return false;
+  const bool isKept = options_.isForDebugging && info.owner == &program_;
+  if (info.size <= kInlineSize) return !isKept;
+  if (info.owner != &program_ || isKept) return false;
   const auto calls = callCounts_.find(info.name);
   return calls != callCounts_.end() && calls->second == 1 && info.size <= kInlineOnceSize;
 }
@@ -121,7 +123,8 @@ const FunctionInfo& Module::libraryFunction(const std::string& name,
                                             const std::vector<Shape>& shapes,
                                             const TSourceLoc& where) {
   if (library_ == nullptr) {
-    Diagnostics errors("library");
+    const std::vector<SourceFile> files = {{"library", kLibrarySource, false}};
+    Diagnostics errors(files);
     library_ = Program::parse(kLibrarySource, {}, errors);
     if (library_ == nullptr) throw std::logic_error(toString(errors.take().front()));
     for (const auto& [mangled, info] : library_->functions()) {
@@ -163,6 +166,7 @@ void Module::generateFunctions() {
 void Module::generateEntry(FunctionBuilder& entry) {
   FunctionGenerator generator(*this, entry);
   const FunctionInfo& info = program_.function(kMainFunction);
+  entry.source().signature = signatureOf(info);
   const Label fill = entry.newLabel();
   const Label ready = entry.newLabel();
   if (withConstants_) {

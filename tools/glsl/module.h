@@ -26,9 +26,14 @@ struct Place {
   bool isReadOnly = false;
 };
 
+struct ModuleOptions {
+  std::vector<SourceFile> sources;
+  bool isForDebugging = false;
+};
+
 class Module {
  public:
-  Module(const Program& program, Diagnostics& diagnostics);
+  Module(const Program& program, Diagnostics& diagnostics, ModuleOptions options);
 
   // Generates everything. Empty when there were errors.
   std::optional<BuiltShader> build();
@@ -41,6 +46,7 @@ class Module {
   TypeTable& types() { return *types_; }
   Diagnostics& diagnostics() { return diagnostics_; }
   const Program& program() const { return program_; }
+  const ModuleOptions& options() const { return options_; }
 
   bool isGlobal(const TIntermSymbol& symbol) const;
   // Where a global lives; `member` of a uniform block, else -1.
@@ -95,6 +101,9 @@ class Module {
   Place addPlain(const std::string& name, const ValueType& type);
   void generatePrologue(FunctionGenerator& generator);
   void generateInitializer(FunctionGenerator& generator, const TIntermNode& node);
+  // origins.cpp
+  void describe(const std::string& name, const TType& type, const Place& place);
+  void describe(const std::string& name, const TIntermConstantUnion& constant);
   void noteUniformValue(const TIntermSymbol& symbol);
   bool isFirstWritten(SymbolId id) const;
   bool mentionsInCalls(const TIntermNode& tree, SymbolId id) const;
@@ -105,6 +114,7 @@ class Module {
 
   const Program& program_;
   Diagnostics& diagnostics_;
+  ModuleOptions options_;
   std::unique_ptr<ShaderBuilder> builder_;
   std::unique_ptr<TypeTable> types_;
 

@@ -53,8 +53,8 @@ class Includer final : public glslang::TShader::Includer {
         options_.include(name, isSource ? options_.fileName : includer);
     if (!found || (bytes_ += found->text.size()) > 4 * kMaxSourceBytes) return nullptr;
     if (!tooMuchIn(found->text).empty()) return nullptr;
-    auto text = std::make_unique<std::string>(std::move(found->text));
-    return new IncludeResult(found->path, text->data(), text->size(), text.release());
+    auto* text = new std::string(std::move(found->text));
+    return new IncludeResult(found->path, text->data(), text->size(), text);
   }
   IncludeResult* includeSystem(const char* name, const char* includer, size_t depth) override {
     return includeLocal(name, includer, depth);

@@ -64,6 +64,17 @@ class FirstMentions {
   std::set<SymbolId> seen_;
 };
 
+// Returns the number of the last node of the tree.
+unsigned numberNodes(FunctionInfo& info, const TIntermNode& node, unsigned number) {
+  if (const TIntermSymbol* symbol = node.getAsSymbolNode()) {
+    info.lastMentions[symbol->getId()] = number;
+  }
+  unsigned last = number;
+  forEachChild(node, [&](const TIntermNode& child) { last = numberNodes(info, child, last + 1); });
+  if (node.getAsAggregate() != nullptr) info.blockEnds[&node] = last;
+  return last;
+}
+
 }  // namespace
 
 Program::Program(std::unique_ptr<glslang::TShader> shader) : shader_(std::move(shader)) {
@@ -108,6 +119,7 @@ void Program::addFunction(const TIntermAggregate& definition) {
   if (info.body == nullptr) return;
   visitTree(*info.body, [&info](const TIntermNode& node) { noteNode(info, node); });
   FirstMentions(info).visit(*info.body);
+  numberNodes(info, *info.body, 0);
 }
 
 // Repeats until nothing changes: what callees write and use holds for their callers too.

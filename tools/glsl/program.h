@@ -30,6 +30,9 @@ struct FunctionInfo {
   std::map<SymbolId, unsigned> writeCounts;  // here only
   std::set<SymbolId> mentioned;
   std::vector<const TIntermSymbol*> readFirst;  // own variables that may be read before written
+  // In the order of the source: each variable's last mention, and the ends of blocks.
+  std::map<SymbolId, unsigned> lastMentions;
+  std::map<const TIntermNode*, unsigned> blockEnds;
 };
 
 // A source that glslang has accepted. Trees are valid as long as their program.
@@ -67,6 +70,9 @@ class Program {
   std::vector<const TIntermSymbol*> uniforms_;
   std::vector<NamedValue> suggestedValues_;
 };
+
+// "float shade(vec3 p)"
+std::string signatureOf(const FunctionInfo& info);
 
 // Name of main() as glslang writes it.
 inline constexpr const char* kMainFunction = "main(";

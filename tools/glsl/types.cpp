@@ -62,6 +62,26 @@ std::string shapeName(const Shape& shape) {
   return shape.isScalar() ? letter : letter + std::to_string(shape.components);
 }
 
+std::string typeName(const TType& type) {
+  std::string name = type.getBasicTypeString().c_str();
+  if (type.isStruct()) {
+    name = type.getTypeName().c_str();
+  } else if (type.getBasicType() == glslang::EbtSampler) {
+    name = type.getSampler().getString().c_str();
+  } else if (type.isMatrix()) {
+    name = "mat" + std::to_string(type.getMatrixCols());
+    if (type.getMatrixCols() != type.getMatrixRows()) {
+      name += "x" + std::to_string(type.getMatrixRows());
+    }
+  } else if (type.isVector()) {
+    const std::string letter = name == "float" ? "" : name.substr(0, 1);
+    name = letter + "vec" + std::to_string(type.getVectorSize());
+  }
+  const int dimensions = type.isArray() ? type.getArraySizes()->getNumDims() : 0;
+  for (int i = 0; i < dimensions; ++i) name += "[" + std::to_string(arrayLength(type, i)) + "]";
+  return name;
+}
+
 std::optional<unsigned> lookupKind(const glslang::TSampler& sampler) {
   switch (sampler.dim) {
     case glslang::Esd1D:

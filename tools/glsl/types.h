@@ -42,6 +42,9 @@ inline Shape shapeOf(const TIntermTyped& node) { return shapeOf(node.getType());
 // "f", "f3", "i2", "b", "m3": distinguishes overloads in the library's tables.
 std::string shapeName(const Shape& shape);
 
+// As the language writes it: "vec3", "float[4]".
+std::string typeName(const TType& type);
+
 // Look-up kind (host_contract.h) of a sampler; none for samplers that no host serves.
 std::optional<unsigned> lookupKind(const glslang::TSampler& sampler);
 
