@@ -44,8 +44,8 @@ struct GlslMessage {
   int line = 0;
   std::string text;
   bool isNote = false;  // about the errors before it
-  int column = 0;  // 0: unknown
-  int length = 1;  // bytes to underline
+  int column = 0;       // 0: unknown
+  int length = 1;       // bytes to underline
   std::string lineText;
 };
 
