@@ -196,6 +196,7 @@ class Runner {
                       machine_->shader != nullptr};
     for (int32_t f = 0; f <= machine_->frameIndex; ++f) {
       const CallFrame& frame = machine_->frames[f];
+      if (frame.function == nullptr) continue;  // the run was refused
       snapshot.facts.insert(snapshot.facts.end(),
                             {frame.locals - machine_->stack, frame.pc, frame.top});
     }

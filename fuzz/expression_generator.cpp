@@ -59,7 +59,8 @@ const std::vector<Generator::Producer> Generator::kProducers = {
     &Generator::reduction,  &Generator::twice,        &Generator::builtinVariable,
     &Generator::hostValue,  &Generator::callResult,   &Generator::callResult,
     &Generator::narrowed,   &Generator::narrowed,     &Generator::conditional,
-    &Generator::outliving,  &Generator::keptArgument,
+    &Generator::outliving,  &Generator::keptArgument, &Generator::keptArgument,
+    &Generator::callResult,
 };
 
 WordKind Type::kind() const {
@@ -81,7 +82,7 @@ void Generator::value(Wanted wanted, uint32_t depth) {
     if (choices_.oneIn(32)) probe();
     return;
   }
-  if (choices_.oneIn(2) || !variable(wanted, depth)) constant(wanted, depth);
+  if (choices_.oneIn(4) || !variable(wanted, depth)) constant(wanted, depth);
 }
 
 void Generator::value(const Type& type, uint32_t depth) {

@@ -78,7 +78,7 @@ class Generator {
   void offerToHost(Signature& signature, int32_t function);
   Signature anySignature();
   void writeFunction(size_t index);
-  void addLocals();
+  void addLocals(uint32_t most);
   Type anyType(bool allowAggregates);
   Type anyAggregate();
 
@@ -145,6 +145,8 @@ class Generator {
   bool workByKernel(Wanted top, uint32_t depth);
   bool workByGeometry(Wanted top, uint32_t depth);
   void call(uint16_t function, uint32_t depth);
+  void finishWithSum();
+  void pushArgument(const Type& type, const Wanted* kept, uint32_t depth);
   void pushArguments(const Signature& signature, const KeptArgument& kept, uint32_t depth);
   void manyTemporaries();
   void fullIndexStack();

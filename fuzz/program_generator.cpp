@@ -139,31 +139,36 @@ void Generator::offerToHost(Signature& signature, int32_t function) {
   }
 }
 
+// Values that registers hold are more likely than others.
 Signature Generator::anySignature() {
+  constexpr TypeCode kFloatTypes[] = {VM_TYPE_FLOAT, VM_TYPE_VEC2, VM_TYPE_VEC3, VM_TYPE_VEC4};
   Signature signature;
-  for (uint32_t p = choices_.below(4); p > 0; --p) signature.parameters.push_back(anyType(true));
-  if (choices_.oneIn(2)) signature.result = anyType(true);
+  const auto anyPart = [&] {
+    return choices_.oneIn(2) ? anyType(true) : Type{choices_.of(kFloatTypes), 0};
+  };
+  for (uint32_t p = choices_.below(4); p > 0; --p) signature.parameters.push_back(anyPart());
+  if (!choices_.oneIn(4)) signature.result = anyPart();
   return signature;
 }
 
 void Generator::declareFunctions() {
   functions_.emplace_back();
   shader_.addFunction("main");
-  for (uint32_t count = choices_.below(4); count > 0; --count) {
+  for (uint32_t count = choices_.below(6); count > 0; --count) {
     Signature signature = anySignature();
     const auto index = static_cast<int32_t>(functions_.size());
-    if (choices_.oneIn(3)) offerToHost(signature, index);
+    if (choices_.oneIn(5)) offerToHost(signature, index);
     functions_.push_back(std::move(signature));
     shader_.addFunction("f" + std::to_string(index));
   }
 }
 
-void Generator::addLocals() {
+void Generator::addLocals(uint32_t most) {
   locals_ = functions_[current_].parameters;
   for (size_t p = 0; p < locals_.size(); ++p) {
     code_->addParam({"p" + std::to_string(p), locals_[p].code, locals_[p].count, 0});
   }
-  for (uint32_t count = choices_.below(5); count > 0; --count) {
+  for (uint32_t count = choices_.below(most + 1); count > 0; --count) {
     const Type type = anyType(true);
     code_->addLocal({"v" + std::to_string(locals_.size()), type.code, type.count, 0});
     locals_.push_back(type);
@@ -199,13 +204,22 @@ void Generator::writeFunction(size_t index) {
   const auto& result = functions_[index].result;
   returnsEarly_ = choices_.oneIn(2) && (!result || !result->isBasic() || result->words() <= 4);
   loopCount_ = 0;
-  budget_ = 40 * choices_.between(1, 5);
-  addLocals();
+  // Small functions leave registers as the caller filled them.
+  const bool isSmall = index > 0 && !choices_.oneIn(3);
+  addLocals(isSmall ? 1 : 4);
   listVariables();
   listParts();
-  statements(0);
-  statements(0);
-  finishFunction();
+  budget_ = isSmall ? choices_.below(8) : 40 * choices_.between(1, index > 0 ? 2 : 5);
+  if (isSmall && choices_.oneIn(2)) assign();
+  if (!isSmall) {
+    statements(0);
+    statements(0);
+  }
+  if (isSmall && choices_.oneIn(2)) {
+    finishWithSum();
+  } else {
+    finishFunction();
+  }
 }
 
 tools::BuiltShader Generator::build() && {
@@ -213,7 +227,8 @@ tools::BuiltShader Generator::build() && {
   addGlobals();
   bindBuiltins();
   declareFunctions();
-  for (size_t f = 0; f < functions_.size(); ++f) writeFunction(f);
+  // The entry function last: it would use the choices up.
+  for (size_t f = functions_.size(); f-- > 0;) writeFunction(f);
   if (options_.hasFlaws && choices_.oneIn(4)) spoilTables(choices_, shader_);
   return std::move(shader_).build();
 }

@@ -6,7 +6,7 @@
 namespace shadermachine::fuzz {
 namespace {
 
-constexpr size_t kProgramBytes = 600;
+constexpr size_t kProgramBytes = 800;
 constexpr uint32_t kFullStackEvery = 32;
 
 SeedComparison compareProgram(std::span<const uint8_t> bytes, uint32_t seed, uint32_t fillers) {

@@ -14,6 +14,7 @@ namespace shadermachine::fuzz {
 namespace {
 
 constexpr uint32_t kLeaf = UINT32_MAX - 1;  // as depth of an expression: nothing nested
+constexpr uint32_t kArgumentDepth = 3;      // of an expression too, at most
 constexpr uint32_t kInnermost = 3;          // as depth of a statement
 
 }  // namespace
@@ -127,33 +128,61 @@ bool Generator::outliving(Wanted wanted, uint32_t depth) {
 
 // Calls -------------------------------------------------------------------------------------------
 
+void Generator::pushArgument(const Type& type, const Wanted* kept, uint32_t depth) {
+  if (!type.isBasic()) return aggregate(type, depth);
+  Wanted wanted = {type.kind(), type.words()};
+  if (kept != nullptr) {
+    wanted.words = std::max(wanted.words, kept->words);
+    if (kept->kind == WordKind::Bits) wanted.kind = WordKind::Bits;
+  }
+  value(wanted, depth);
+  if (choices_.oneIn(3)) workOn(wanted, kLeaf);
+}
+
 // The result replaces what lies below the arguments: nothing, another value, or that which the
 // first argument duplicates.
 void Generator::pushArguments(const Signature& signature, const KeptArgument& kept,
                               uint32_t depth) {
+  depth = std::min(depth, kArgumentDepth);
+  const auto& parameters = signature.parameters;
+  const auto push = [&](size_t i) {
+    pushArgument(parameters[i], i == kept.number ? &kept.wanted : nullptr, depth);
+  };
   size_t first = 0;
   if (signature.result) {
-    const bool duplicates = !signature.parameters.empty() && kept.number != 0 &&
-                            signature.parameters[0].isBasic() && choices_.oneIn(4);
-    if (duplicates) {
-      value(signature.parameters[first++], depth);
-      code_->emit(VM_OP_DUP);
-    } else if (choices_.oneIn(3)) {
-      value({WordKind::Float, choices_.between(1, 4)}, depth);
-    } else {
-      code_->emit(VM_OP_PUSH_EMPTY);
+    const uint32_t words = choices_.oneIn(2) ? 1 : choices_.between(1, 4);
+    switch (choices_.below(4)) {
+      case 1:
+        value({WordKind::Float, words}, depth);
+        break;
+      case 2:
+        value({WordKind::Float, words}, depth);
+        code_->emit(VM_OP_NEG_F, {words});
+        break;
+      case 3:
+        if (parameters.empty() || !parameters[0].isBasic()) {
+          code_->emit(VM_OP_PUSH_ONE4_F);
+          break;
+        }
+        push(first++);
+        code_->emit(VM_OP_DUP);
+        break;
+      default:
+        code_->emit(VM_OP_PUSH_EMPTY);
     }
   }
-  for (size_t i = first; i < signature.parameters.size(); ++i) {
-    const Type& type = signature.parameters[i];
-    if (i != kept.number) {
-      value(type, depth);
-      continue;
-    }
-    const bool bits = kept.wanted.kind == WordKind::Bits || type.kind() == WordKind::Bits;
-    value({bits ? WordKind::Bits : WordKind::Float, std::max(type.words(), kept.wanted.words)},
-          depth);
-  }
+  for (size_t i = first; i < parameters.size(); ++i) push(i);
+}
+
+// A function that touches one register at the most.
+void Generator::finishWithSum() {
+  const auto& result = functions_[current_].result;
+  if (!result || !result->isBasic() || result->kind() == WordKind::Bits) return finishFunction();
+  const uint32_t words = result->words();
+  value(*result, kLeaf);
+  value(*result, kLeaf);
+  code_->emit(choices_.oneIn(2) ? VM_OP_ADD_F : VM_OP_COMP_MUL_F, {words});
+  code_->emit(VM_OP_RETURN_VALUE);
 }
 
 void Generator::call(uint16_t function, uint32_t depth) {
@@ -164,6 +193,8 @@ void Generator::call(uint16_t function, uint32_t depth) {
   for (size_t i = signature.parameters.size(); i-- > 0;) {
     code_->emit(signature.parameters[i].isBasic() ? VM_OP_POP : VM_OP_POP_RELEASE);
   }
+  if (!signature.result || !signature.result->isBasic() || choices_.oneIn(2)) return;
+  workOn({signature.result->kind(), signature.result->words()}, kLeaf);
 }
 
 // Of what a call leaves on the stack an argument is used instead of the result.
