@@ -35,24 +35,14 @@ static const VarInfo globals[GLOBAL_COUNT] = {
 static const ShaderFunction entry = {.codeLength = sizeof code};
 static const ShaderFunction* const functions[] = {&entry};
 
-/* Everything a shader may be bound to is bound to nothing, except its colour. */
 static CompiledShader makeShader(void) {
-  CompiledShader shader = {.version = 1,
-                           .functionCount = 1,
-                           .functions = functions,
-                           .code = code,
-                           .globalCount = GLOBAL_COUNT,
-                           .globals = globals,
-                           .outputGlobal0 = COLOUR,
-                           .outputGlobal1 = -1,
-                           .hostFunctionA = -1,
-                           .hostFunctionBase = -1,
-                           .hostFunctionB = -1,
-                           .hostFunctionAType = -1,
-                           .builtinGlobal300 = -1,
-                           .builtinGlobal303 = -1,
-                           .builtinGlobal304 = -1};
-  memset(shader.builtinGlobals, 0xff, sizeof shader.builtinGlobals);
+  CompiledShader shader = VM_COMPILED_SHADER_INIT; /* bound to nothing ... */
+  shader.functionCount = 1;
+  shader.functions = functions;
+  shader.code = code;
+  shader.globalCount = GLOBAL_COUNT;
+  shader.globals = globals;
+  shader.outputGlobal0 = COLOUR; /* ... except its colour */
   return shader;
 }
 

@@ -180,6 +180,18 @@ typedef struct CompiledShader {
   int32_t builtinGlobal304;
 } CompiledShader;
 
+/* Initial value of every record that is filled by hand, in C and C++: version 1, and bound to
+ * nothing. A record of zeros is a trap: in it function 0 is the host's to take over and global 0 is
+ * the colour, the depth and every built-in variable, since "none" is -1.
+ *   CompiledShader shader = VM_COMPILED_SHADER_INIT; */
+#define VM_COMPILED_SHADER_INIT                               \
+  {                                                           \
+    1, 0, 0, NULL, 0, NULL, 0, NULL, 0, NULL, 0, 0,           \
+        {-1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1,  \
+         -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1}, \
+        -1, -1, -1, -1, -1, -1, -1, -1, -1                    \
+  }
+
 /* ------------------------------------------------------------------------------------------------
  * Records passed to callbacks
  *

@@ -2,9 +2,6 @@
 
 #include <shadermachine-tools/shader_builder.h>
 
-#include <algorithm>
-#include <iterator>
-
 #include "machine/types.h"
 
 namespace shadermachine::tools {
@@ -18,17 +15,6 @@ const T* dataOrNull(const std::vector<T>& table) {
 }  // namespace
 
 uint32_t basicTypeSize(TypeCode type) { return typeByteSize(type); }
-
-ShaderTables::ShaderTables() {
-  record.version = 1;
-  std::fill(std::begin(record.builtinGlobals), std::end(record.builtinGlobals), -1);
-  for (int32_t* field :
-       {&record.outputGlobal0, &record.outputGlobal1, &record.hostFunctionA,
-        &record.hostFunctionBase, &record.hostFunctionB, &record.hostFunctionAType,
-        &record.builtinGlobal300, &record.builtinGlobal303, &record.builtinGlobal304}) {
-    *field = -1;
-  }
-}
 
 const char* ShaderTables::keepName(std::string_view name) {
   return names_.emplace_back(name).c_str();

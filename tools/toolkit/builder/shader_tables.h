@@ -27,7 +27,7 @@ struct FunctionTable {
 };
 
 struct ShaderTables {
-  ShaderTables();
+  ShaderTables() = default;
   ShaderTables(const ShaderTables&) = delete;
   ShaderTables& operator=(const ShaderTables&) = delete;
 
@@ -36,7 +36,7 @@ struct ShaderTables {
   // Points the record at the tables, and the tables at each other.
   void connect();
 
-  CompiledShader record{};
+  CompiledShader record = VM_COMPILED_SHADER_INIT;
   std::vector<VarInfo> globals;
   std::deque<StructTable> structs;
   std::deque<FunctionTable> functions;
