@@ -1,9 +1,12 @@
-// Random records, most of them wrong in many ways, survive disassembling and assembling.
+// Random records, most of them wrong in many ways, survive disassembling and assembling, and
+// writing and reading.
 #include <gtest/gtest.h>
 #include <shadermachine-tools/assembler.h>
+#include <shadermachine-tools/binary_file.h>
 #include <shadermachine-tools/disassembler.h>
 #include <shadermachine-tools/shader_builder.h>
 
+#include <cstring>
 #include <random>
 
 #include "support/record_difference.h"
@@ -128,7 +131,41 @@ TEST(RoundTrip, RandomRecords) {
     ASSERT_EQ(testing::recordDifference(original.view(), result.shader->view()), "")
         << "seed " << seed << "\n"
         << text;
+    const BinaryResult binary = readBinary(writeBinary(original.view()));
+    ASSERT_TRUE(binary.shader) << binary.error;
+    ASSERT_EQ(disassemble(binary.shader->view(), {.annotate = seed % 2 == 0}), text);
   }
+}
+
+TEST(Binary, KeepsValuesAndPassesOverWhatItDoesNotKnow) {
+  const BuiltShader shader = RandomShader(1).make();
+  std::string bytes = writeBinary(shader.view(), std::vector<NamedValue>{{"scale", {0.5, -2}}});
+  bytes += std::string("new!\3\0\0\0abc", 11);
+  const BinaryResult result = readBinary(bytes);
+  ASSERT_TRUE(result.shader) << result.error;
+  ASSERT_EQ(result.values.size(), 1u);
+  EXPECT_EQ(result.values[0].name, "scale");
+  EXPECT_EQ(result.values[0].components, (std::vector<double>{0.5, -2}));
+}
+
+TEST(Binary, NamesWhatIsWrong) {
+  const BuiltShader shader = RandomShader(1).make();
+  const std::string good = writeBinary(shader.view());
+  for (size_t size = 0; size < good.size(); ++size) {
+    EXPECT_FALSE(readBinary(good.substr(0, size)).shader) << size;
+  }
+  const auto errorAfter = [&](size_t place, const char* bytes) {
+    std::string bad = good;
+    return readBinary(bad.replace(place, std::strlen(bytes), bytes)).error;
+  };
+  EXPECT_EQ(errorAfter(0, "X"), "is no binary shader");
+  EXPECT_EQ(errorAfter(4, "\2"), "has version 2 of the format; this program reads 1");
+  EXPECT_EQ(errorAfter(8, "CODE"), "has sections in the wrong order");
+  EXPECT_EQ(errorAfter(12, "\1"), "section RECD is malformed or cut off");
+  const size_t structs = good.find("STRU");
+  EXPECT_EQ(errorAfter(structs + 10, "\1"), "section STRU is malformed or cut off");
+  EXPECT_EQ(readBinary(good + std::string("NEWS\0\0\0\0", 8)).error,
+            "has sections that this program cannot read");
 }
 
 TEST(Disassembler, ToleratesMissingTables) {

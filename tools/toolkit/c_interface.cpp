@@ -1,6 +1,9 @@
+#include "c_interface.h"
+
 #include <shadermachine-tools/assembler.h>
+#include <shadermachine-tools/binary_file.h>
 #include <shadermachine-tools/disassembler.h>
-#include <shadermachine-tools/shadermachine-tools.h>
+#include <shadermachine-tools/renderer.h>
 #include <shadermachine-tools/validator.h>
 
 #include <cstdlib>
@@ -11,23 +14,17 @@
 
 using shadermachine::tools::AssemblyError;
 using shadermachine::tools::AssemblyResult;
-using shadermachine::tools::BuiltShader;
+using shadermachine::tools::BinaryResult;
 using shadermachine::tools::Diagnostic;
+using shadermachine::tools::kOutOfMemory;
+using shadermachine::tools::NamedValue;
+using shadermachine::tools::report;
+using shadermachine::tools::RunFailure;
 using shadermachine::tools::Severity;
 using shadermachine::tools::ShaderView;
 using shadermachine::tools::SourceMap;
 
-struct VmToolsShader {
-  BuiltShader shader;
-};
-
 namespace {
-
-constexpr const char* kOutOfMemory = "error: out of memory";
-
-void report(VmToolsMessageCallback callback, void* userData, const std::string& message) {
-  if (callback) callback(message.c_str(), userData);
-}
 
 void reportErrors(const AssemblyResult& result, std::string_view text, const char* fileName,
                   VmToolsMessageCallback callback, void* userData) {
@@ -47,6 +44,13 @@ ShaderView toShaderView(const VmToolsView& view) {
           .sources = static_cast<const SourceMap*>(view.sources)};
 }
 
+// For vmToolsFreeText(); null when memory is short.
+char* copyOf(const std::string& text) {
+  auto* copy = static_cast<char*>(std::malloc(text.size() + 1));
+  if (copy) std::memcpy(copy, text.c_str(), text.size() + 1);
+  return copy;
+}
+
 }  // namespace
 
 VmToolsShader* vmToolsAssemble(const char* text, size_t length, const char* fileName,
@@ -55,11 +59,44 @@ VmToolsShader* vmToolsAssemble(const char* text, size_t length, const char* file
     const std::string_view source(text, length);
     AssemblyResult result = shadermachine::tools::assemble(source, fileName ? fileName : "text");
     reportErrors(result, source, fileName, callback, userData);
-    return result.shader ? new VmToolsShader{std::move(*result.shader)} : nullptr;
+    return result.shader ? new VmToolsShader{std::move(*result.shader), {}} : nullptr;
   } catch (const std::exception&) {
     if (callback) callback(kOutOfMemory, userData);
     return nullptr;
   }
+}
+
+const char* vmToolsVersion(void) { return SHADERMACHINE_VERSION_STRING; }
+
+VmToolsShader* vmToolsReadBinary(const void* bytes, size_t length, VmToolsMessageCallback callback,
+                                 void* userData) {
+  try {
+    BinaryResult result =
+        shadermachine::tools::readBinary({static_cast<const char*>(bytes), length});
+    if (result.shader) {
+      return new VmToolsShader{std::move(*result.shader), std::move(result.values)};
+    }
+    report(callback, userData, "error: the file " + result.error);
+  } catch (const std::exception&) {
+    if (callback) callback(kOutOfMemory, userData);
+  }
+  return nullptr;
+}
+
+char* vmToolsWriteBinary(const VmToolsView* view, size_t* length) {
+  try {
+    const std::string bytes = shadermachine::tools::writeBinary(toShaderView(*view));
+    *length = bytes.size();
+    return copyOf(bytes);
+  } catch (const std::exception&) {
+    return nullptr;
+  }
+}
+
+VmToolsValue vmToolsShaderValue(const VmToolsShader* shader, size_t index) {
+  if (index >= shader->values.size()) return {nullptr, nullptr, 0};
+  const NamedValue& value = shader->values[index];
+  return {value.name.c_str(), value.components.data(), value.components.size()};
 }
 
 VmToolsView vmToolsShaderView(const VmToolsShader* shader) {
@@ -92,12 +129,25 @@ char* vmToolsDisassemble(const VmToolsView* view, int annotate) {
   try {
     const std::string text =
         shadermachine::tools::disassemble(toShaderView(*view), {.annotate = annotate != 0});
-    auto* copy = static_cast<char*>(std::malloc(text.size() + 1));
-    if (copy) std::memcpy(copy, text.c_str(), text.size() + 1);
-    return copy;
+    return copyOf(text);
   } catch (const std::exception&) {
     return nullptr;
   }
 }
 
 void vmToolsFreeText(char* text) { std::free(text); }
+
+size_t vmToolsDescribeFailure(const ShaderMachine* machine, const VmToolsView* view, VmError error,
+                              char* text, size_t capacity) {
+  try {
+    RunFailure failure = {.error = error};
+    const auto shaderView = toShaderView(*view);
+    shadermachine::tools::locateFailure(*machine, shaderView, failure);
+    const std::string description = describeFailure(failure, shaderView);
+    if (capacity > 0) text[description.copy(text, capacity - 1)] = '\0';
+    return description.size();
+  } catch (const std::exception&) {
+    if (capacity > 0) text[0] = '\0';
+    return 0;
+  }
+}

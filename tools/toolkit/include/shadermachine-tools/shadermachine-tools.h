@@ -1,4 +1,5 @@
-/* The essentials of the tools for C: assemble, validate and disassemble shaders. Valid C99 and C++.
+/* The tools for C: build, assemble, compile, validate, disassemble, read and write shaders. Valid
+ * C99 and C++.
  *
  * The library behind it is C++: link its runtime too (with CMake's shadermachine::tools, mark the
  * program's linker language CXX). C++ programs find more in the other headers of this folder.
@@ -31,16 +32,45 @@ typedef struct VmToolsView {
   const void* sources; /* what the tools know about where code comes from; for messages */
 } VmToolsView;
 
-/* A shader made by the assembler; owns its record and everything that points to. */
+/* A shader made by one of the functions below; owns its record and everything that points to. */
 typedef struct VmToolsShader VmToolsShader;
+
+/* A value that the source gives a host variable; the host is to use it where it has no other. All
+ * components in declaration order: columns of matrices, elements of arrays, members of structures.
+ */
+typedef struct VmToolsValue {
+  const char* name;
+  const double* components;
+  size_t componentCount;
+} VmToolsValue;
+
+/* Version of the library that is linked, as SHADERMACHINE_VERSION_STRING is that of the header. */
+const char* vmToolsVersion(void);
 
 /* Assembles `length` bytes of text. Returns null after reporting what is wrong with it. fileName is
  * for messages only. The callback may be null. */
 VmToolsShader* vmToolsAssemble(const char* text, size_t length, const char* fileName,
                                VmToolsMessageCallback callback, void* userData);
 
+/* The same for GLSL; docs/glsl.md lists what is supported. Only in the library of
+ * shadermachine::glsl, which builds without glslang do not have. */
+VmToolsShader* vmToolsCompileGlsl(const char* text, size_t length, const char* fileName,
+                                  VmToolsMessageCallback callback, void* userData);
+
+/* Reads a binary file's bytes, which may be anyone's: nothing else is promised of the shader than
+ * that the validator can look at it. Returns null after reporting what is wrong. */
+VmToolsShader* vmToolsReadBinary(const void* bytes, size_t length, VmToolsMessageCallback callback,
+                                 void* userData);
+
+/* Returns the bytes of a binary file for vmToolsFreeText() and their number; null when memory is
+ * short. */
+char* vmToolsWriteBinary(const VmToolsView* view, size_t* length);
+
 /* What the shader consists of, valid until it is freed. */
 VmToolsView vmToolsShaderView(const VmToolsShader* shader);
+
+/* The values that came with the shader, valid until it is freed; null name from the last one on. */
+VmToolsValue vmToolsShaderValue(const VmToolsShader* shader, size_t index);
 
 /* Null is accepted. No machine may hold the record any more. */
 void vmToolsFreeShader(VmToolsShader* shader);
@@ -56,6 +86,57 @@ char* vmToolsDisassemble(const VmToolsView* view, int annotate);
 
 /* Null is accepted. */
 void vmToolsFreeText(char* text);
+
+/* Where the last run of a machine ended, to be asked before its next one: "Array index out of
+ * bounds. (function main, offset 12, VEC_ELEMENT)". Returns the length of the whole text, of which
+ * at most capacity - 1 characters and a NUL are written. */
+size_t vmToolsDescribeFailure(const ShaderMachine* machine, const VmToolsView* view, VmError error,
+                              char* text, size_t capacity);
+
+/* ------------------------------------------------------------------------------------------------
+ * Building shaders
+ *
+ * Ids of functions, globals, locals and labels count from 0; -1 stands for what could not be made,
+ * and is refused wherever an id is taken. vmToolsBuild() reports the first thing that went wrong,
+ * so nothing else needs to be looked at in between.
+ * --------------------------------------------------------------------------------------------- */
+
+typedef struct VmToolsBuilder VmToolsBuilder;
+
+/* A variable, parameter or member; count is 0 for what is no array. */
+typedef struct VmToolsVariable {
+  const char* name;
+  TypeCode type;
+  uint16_t flags;
+  uint32_t count;
+} VmToolsVariable;
+
+/* Null when memory is short. */
+VmToolsBuilder* vmToolsCreateBuilder(void);
+/* Returns the type code of a structure. */
+int32_t vmToolsAddStruct(VmToolsBuilder* builder, const char* name, const VmToolsVariable* members,
+                         size_t memberCount);
+int32_t vmToolsAddGlobal(VmToolsBuilder* builder, const VmToolsVariable* variable);
+int32_t vmToolsAddFunction(VmToolsBuilder* builder, const char* name);
+/* All parameters of a function come before its first local; both are numbered together. */
+int32_t vmToolsAddParam(VmToolsBuilder* builder, int32_t function, const VmToolsVariable* variable);
+int32_t vmToolsAddLocal(VmToolsBuilder* builder, int32_t function, const VmToolsVariable* variable);
+/* A place in the code of a function, for jumps; bound to where the code has come so far. */
+int32_t vmToolsAddLabel(VmToolsBuilder* builder, int32_t function);
+void vmToolsBindLabel(VmToolsBuilder* builder, int32_t function, int32_t label);
+/* An instruction: its operands in the order of docs/opcodes.md, without the lengths of lists. Jumps
+ * take a label instead. */
+void vmToolsEmit(VmToolsBuilder* builder, int32_t function, uint8_t opcode, const int64_t* operands,
+                 size_t operandCount);
+void vmToolsEmitJump(VmToolsBuilder* builder, int32_t function, uint8_t opcode, int32_t label);
+/* The shortest instruction that pushes the number. */
+void vmToolsPushFloat(VmToolsBuilder* builder, int32_t function, float value);
+/* Outputs, entry function and everything else the record can be bound to, none of it being so at
+ * first; tables, their counts and the code are set by vmToolsBuild(). */
+CompiledShader* vmToolsBuilderRecord(VmToolsBuilder* builder);
+/* Frees the builder in any case; null is accepted. Returns null after reporting what went wrong. */
+VmToolsShader* vmToolsBuild(VmToolsBuilder* builder, VmToolsMessageCallback callback,
+                            void* userData);
 
 #ifdef __cplusplus
 } /* extern "C" */

@@ -1,0 +1,211 @@
+#include <shadermachine-tools/binary_file.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cstring>
+#include <utility>
+
+#include "binary/format.h"
+#include "builder/shader_tables.h"
+
+namespace shadermachine::tools {
+namespace {
+
+// Takes numbers and texts from the front of some bytes. Past the end everything is 0 and empty, and
+// isGood() says so; loops over counts that the bytes claim must ask it.
+class Bytes {
+ public:
+  explicit Bytes(std::string_view bytes) : rest_(bytes) {}
+
+  bool isGood() const { return isGood_; }
+  bool isAtEnd() const { return rest_.empty(); }
+  void spoil() { isGood_ = false; }
+
+  std::string_view take(size_t count) {
+    if (count > rest_.size()) {
+      isGood_ = false;
+      rest_ = {};
+      return {};
+    }
+    const std::string_view taken = rest_.substr(0, count);
+    rest_.remove_prefix(count);
+    return taken;
+  }
+  template <class T>
+  T number() {
+    T value = {};
+    const std::string_view bytes = take(sizeof value);
+    if (!bytes.empty()) std::memcpy(&value, bytes.data(), sizeof value);
+    return value;
+  }
+  // Names end at their first NUL wherever they are used, so none may be inside.
+  std::optional<std::string_view> text() {
+    const auto length = number<uint32_t>();
+    if (length == binary::kNull) return std::nullopt;
+    const std::string_view text = take(length);
+    isGood_ = isGood_ && text.find('\0') == std::string_view::npos;
+    return text;
+  }
+  bool flag() {
+    const auto value = number<uint8_t>();
+    isGood_ = isGood_ && value <= 1;
+    return value == 1;
+  }
+
+ private:
+  std::string_view rest_;
+  bool isGood_ = true;
+};
+
+class Reader {
+ public:
+  void readRecord(Bytes& bytes) {
+    CompiledShader& record = tables_->record;
+    record.version = bytes.number<uint16_t>();
+    record.entryIndex = bytes.number<uint16_t>();
+    record.hostFunctionCount = bytes.number<uint16_t>();
+    record.hostStructMode = bytes.number<uint32_t>();
+    for (int32_t& global : record.builtinGlobals) global = bytes.number<int32_t>();
+    for (int32_t* field :
+         {&record.outputGlobal0, &record.outputGlobal1, &record.hostFunctionA,
+          &record.hostFunctionBase, &record.hostFunctionB, &record.hostFunctionAType,
+          &record.builtinGlobal300, &record.builtinGlobal303, &record.builtinGlobal304}) {
+      *field = bytes.number<int32_t>();
+    }
+  }
+
+  void readStructs(Bytes& bytes) {
+    const auto count = bytes.number<uint32_t>();
+    if (count > binary::kMaxStructs) bytes.spoil();
+    for (uint32_t i = 0; i < count && bytes.isGood(); ++i) {
+      StructTable& table = tables_->structs.emplace_back();
+      table.name = name(bytes);
+      table.isNull = !bytes.flag();
+      if (table.isNull) continue;
+      table.info.size = bytes.number<uint32_t>();
+      table.members = variables(bytes);
+    }
+  }
+
+  void readGlobals(Bytes& bytes) { tables_->globals = variables(bytes); }
+
+  void readFunctions(Bytes& bytes) {
+    const auto count = bytes.number<uint16_t>();
+    for (uint32_t i = 0; i < count && bytes.isGood(); ++i) {
+      FunctionTable& table = tables_->functions.emplace_back();
+      table.name = name(bytes);
+      table.isNull = !bytes.flag();
+      if (table.isNull) continue;
+      table.info.paramCount = bytes.number<uint16_t>();
+      table.info.codeOffset = bytes.number<uint32_t>();
+      table.info.codeLength = bytes.number<uint32_t>();
+      table.locals = variables(bytes);
+    }
+  }
+
+  void readCode(std::string_view bytes) { tables_->code.assign(bytes.begin(), bytes.end()); }
+
+  void readValues(Bytes& bytes) {
+    const auto count = bytes.number<uint32_t>();
+    for (uint32_t i = 0; i < count && bytes.isGood(); ++i) {
+      NamedValue& value = values_.emplace_back();
+      value.name = bytes.text().value_or("");
+      const auto components = bytes.number<uint32_t>();
+      for (uint32_t c = 0; c < components && bytes.isGood(); ++c) {
+        value.components.push_back(bytes.number<double>());
+      }
+    }
+  }
+
+  // Empty, or what is wrong with the section.
+  std::string readSection(std::string_view tag, std::string_view content) {
+    Bytes bytes(content);
+    if (tag == binary::kRecordTag) {
+      readRecord(bytes);
+    } else if (tag == binary::kStructsTag) {
+      readStructs(bytes);
+    } else if (tag == binary::kGlobalsTag) {
+      readGlobals(bytes);
+    } else if (tag == binary::kFunctionsTag) {
+      readFunctions(bytes);
+    } else if (tag == binary::kValuesTag) {
+      readValues(bytes);
+    } else {
+      if (tag == binary::kCodeTag) readCode(content);
+      return "";
+    }
+    const std::string name(tag);
+    if (!bytes.isGood()) return "section " + name + " is malformed or cut off";
+    return bytes.isAtEnd() ? "" : "section " + name + " is longer than what it holds";
+  }
+
+  BinaryResult finish() && {
+    tables_->connect();
+    return {BuiltShader(std::move(tables_)), std::move(values_), ""};
+  }
+
+ private:
+  const char* name(Bytes& bytes) {
+    const std::optional<std::string_view> text = bytes.text();
+    return text ? tables_->keepName(*text) : nullptr;
+  }
+
+  std::vector<VarInfo> variables(Bytes& bytes) {
+    std::vector<VarInfo> result;
+    const auto count = bytes.number<uint16_t>();
+    for (uint32_t i = 0; i < count && bytes.isGood(); ++i) {
+      VarInfo& info = result.emplace_back();
+      info.type = bytes.number<int16_t>();
+      info.flags = bytes.number<uint16_t>();
+      info.count = bytes.number<uint32_t>();
+      info.byteSize = bytes.number<uint32_t>();
+      info.memberOffset = bytes.number<uint32_t>();
+      info.name = name(bytes);
+    }
+    return result;
+  }
+
+  std::unique_ptr<ShaderTables> tables_ = std::make_unique<ShaderTables>();
+  std::vector<NamedValue> values_;
+};
+
+bool isOptional(std::string_view tag) { return tag[0] >= 'a' && tag[0] <= 'z'; }
+
+BinaryResult failure(std::string error) { return {std::nullopt, {}, std::move(error)}; }
+
+constexpr std::string_view kRequired[] = {binary::kRecordTag, binary::kStructsTag,
+                                          binary::kGlobalsTag, binary::kFunctionsTag,
+                                          binary::kCodeTag};
+
+}  // namespace
+
+bool isBinary(std::string_view bytes) { return bytes.starts_with(binary::kMagic); }
+
+BinaryResult readBinary(std::string_view text) {
+  if (!isBinary(text)) return failure("is no binary shader");
+  Bytes bytes(text.substr(binary::kMagic.size()));
+  const auto version = bytes.number<uint32_t>();
+  if (version != binary::kVersion) {
+    return failure("has version " + std::to_string(version) +
+                   " of the format; this program reads " + std::to_string(binary::kVersion));
+  }
+  Reader reader;
+  size_t next = 0;  // of the required sections
+  while (!bytes.isAtEnd()) {
+    const std::string_view tag = bytes.take(binary::kTagSize);
+    const auto size = bytes.number<uint32_t>();
+    const std::string_view content = bytes.take(size);
+    if (!bytes.isGood()) return failure("is cut off");
+    if (!isOptional(tag)) {
+      if (next == std::size(kRequired))
+        return failure("has sections that this program cannot read");
+      if (tag != kRequired[next++]) return failure("has sections in the wrong order");
+    }
+    std::string error = reader.readSection(tag, content);
+    if (!error.empty()) return failure(std::move(error));
+  }
+  if (next != std::size(kRequired)) return failure("is cut off");
+  return std::move(reader).finish();
+}
+
+}  // namespace shadermachine::tools
