@@ -103,6 +103,13 @@ TEST(Renderer, ValuesThatWereSet) {
   EXPECT_EQ(pixelAt(renderer.render(sized(1, 1)), 0, 0), (Pixel{-8, 0.25f, 0, 1}));
   EXPECT_TRUE(renderer.inputs().missing().empty());
 
+  EXPECT_EQ(renderer.inputs().set("lamps[1].power", std::array{3.0}), "");
+  EXPECT_EQ(pixelAt(renderer.render(sized(1, 1)), 0, 0), (Pixel{3, 0.25f, 0, 1}));
+  EXPECT_EQ(renderer.inputs().set("lamps[1].place", std::array{3.0}),
+            "'lamps[1].place' has 3 components, 1 given");
+  EXPECT_EQ(renderer.inputs().set("lamps[2]", std::array{3.0}), "there is no element [2]");
+  EXPECT_EQ(renderer.inputs().set("lamps[1].colour", std::array{3.0}),
+            "there is no member .colour");
   EXPECT_EQ(renderer.inputs().set("lamps", std::array{1.0}), "'lamps' has 8 components, 1 given");
   EXPECT_EQ(renderer.inputs().set("colour", std::array{1.0}),
             "the shader has no host variable 'colour'");
@@ -126,8 +133,11 @@ TEST(Renderer, Textures) {
     const char* coordinates;
     const char* lookUp;
     Pixel expected;
+    TextureWrap wrap = TextureWrap::Repeat;
+    bool isCube = false;
   };
   using enum TextureFilter;
+  using enum TextureWrap;
   const Case cases[] = {
       {Nearest, "0.1, 0.1", "HOST_LOOKUP_1 2, 2", kRed},
       {Nearest, "0.9, 0.4", "HOST_LOOKUP_1 2, 2", kGreen},
@@ -144,6 +154,19 @@ TEST(Renderer, Textures) {
       {Nearest, "1.8, 0.2, 2.0", "HOST_LOOKUP_1 2, 6", kGreen},
       {Nearest, "1.0, 0.5, 0.0", "HOST_LOOKUP_1 2, 4", kWhite},
       {Nearest, "-1.0, -0.5, 0.0", "HOST_LOOKUP_1 2, 4", kRed},
+      {Nearest, "1.1, -0.1", "HOST_LOOKUP_1 2, 2", kGreen, Clamp},
+      {Linear, "1.0, 0.25", "HOST_LOOKUP_1 2, 2", kGreen, Clamp},
+      {Linear, "0.0, 9.0", "HOST_LOOKUP_1 2, 2", kBlue, Clamp},
+      {Nearest, "1.1, 0.1", "HOST_LOOKUP_1 2, 2", kGreen, Mirror},
+      {Nearest, "1.9, -0.1", "HOST_LOOKUP_1 2, 2", kRed, Mirror},
+      {Linear, "2.0, 2.0", "HOST_LOOKUP_1 2, 2", kRed, Mirror},
+      // Faces as they are seen from inside: what is right on +x is ahead of it, towards -z.
+      {Nearest, "9.0, 1.0, -1.0", "HOST_LOOKUP_1 2, 4", kWhite, Repeat, true},
+      {Nearest, "-9.0, 1.0, -1.0", "HOST_LOOKUP_1 2, 4", kBlue, Repeat, true},
+      {Nearest, "1.0, 9.0, 1.0", "HOST_LOOKUP_1 2, 4", kGreen, Repeat, true},
+      {Nearest, "1.0, -9.0, 1.0", "HOST_LOOKUP_1 2, 4", kWhite, Repeat, true},
+      {Nearest, "-1.0, -1.0, 9.0", "HOST_LOOKUP_1 2, 4", kRed, Repeat, true},
+      {Nearest, "-1.0, -1.0, -9.0", "HOST_LOOKUP_1 2, 4", {0, 0, 0, 0}, Repeat, true},
   };
   for (const Case& c : cases) {
     const std::string coordinates = c.coordinates;
@@ -158,7 +181,11 @@ TEST(Renderer, Textures) {
         "\nCTOR_VEC" + std::to_string((counts.size() + 2) / 3) + "_A " + counts + "\n" + c.lookUp;
     const BuiltShader shader = showing(".global sampler2 picture host\n", code, 4);
     Renderer renderer(shader.view());
-    EXPECT_EQ(renderer.inputs().setTexture("picture", fourTexels(c.filter)), "");
+    Texture texture = fourTexels(c.filter);
+    texture.wrap = c.wrap;
+    if (c.isCube) texture.faces.assign(5, texture.image);
+    if (c.isCube) texture.faces.emplace_back(2, 2);  // -z is empty
+    EXPECT_EQ(renderer.inputs().setTexture("picture", texture), "");
     EXPECT_EQ(pixelAt(renderer.render(sized(1, 1)), 0, 0), c.expected) << code;
   }
 }
@@ -199,6 +226,63 @@ BuiltShader halves(const char* ending) {
                std::string("PUSH_ONE4_F\nSTORE_GLOBAL colour\nPUSH_U32 0.25\nSTORE_GLOBAL depth\n"
                            "LOAD_GLOBAL uv\nSWIZZLE .x\nPUSH_U32 0.5\nGT_F\nJUMP_IF_FALSE left\n") +
                    ending + "\nleft:");
+}
+
+// What a region shows is what the whole picture shows there, derivatives included.
+TEST(Renderer, RegionsArePartsOfThePicture) {
+  const BuiltShader shader =
+      showing("", "LOAD_GLOBAL fragCoord\nDUP\nDUP\nMUL_F 2\nHOST_UNARY_3 2\nCTOR_VEC4_A 2, 2", 4);
+  RenderSettings settings = sized(7, 5);
+  const RenderResult whole = Renderer(shader.view()).render(settings);
+  for (const PixelRegion region : {PixelRegion{1, 2, 3, 2}, PixelRegion{6, 0, 1, 5}}) {
+    uint32_t rows = 0;
+    settings.region = region;
+    settings.progress = [&](uint32_t done, uint32_t) { rows = done; };
+    const RenderResult part = Renderer(shader.view()).render(settings);
+    EXPECT_EQ(rows, region.height);
+    EXPECT_EQ(part.statistics.total(), uint64_t{region.width} * region.height);
+    for (uint32_t y = 0; y < region.height; ++y) {
+      for (uint32_t x = 0; x < region.width; ++x) {
+        EXPECT_EQ(pixelAt(part, x, y), pixelAt(whole, region.x + x, region.y + y));
+      }
+    }
+  }
+}
+
+TEST(Renderer, SamplesAreAveragedByTheirAlpha) {
+  // Opaque red left of the pixel's middle, transparent blue right of it.
+  const BuiltShader shader =
+      build("",
+            "PUSH_1_F\nPUSH_0_F\nPUSH_0_F\nPUSH_1_F\nCTOR_VEC4_A 1, 1, 1, 1\n"
+            "STORE_GLOBAL colour\nLOAD_GLOBAL uv\nSWIZZLE .x\nPUSH_U32 0.5\nGT_F\n"
+            "JUMP_IF_FALSE left\nPUSH_0_F\nPUSH_0_F\nPUSH_1_F\nPUSH_0_F\n"
+            "CTOR_VEC4_A 1, 1, 1, 1\nSTORE_GLOBAL colour\nleft:");
+  RenderSettings settings = sized(1, 1);
+  settings.samples = 256;
+  const Pixel pixel = pixelAt(Renderer(shader.view()).render(settings), 0, 0);
+  EXPECT_EQ(pixel[0], 1);
+  EXPECT_EQ(pixel[2], 0);
+  EXPECT_NEAR(pixel[3], 0.5f, 0.01f);
+}
+
+TEST(Renderer, VaryingsOfTheHost) {
+  const BuiltShader shader = showing(".global vec2 slope host\n", "LOAD_GLOBAL slope", 2);
+  Renderer renderer(shader.view());
+  const auto slope = [](float x, float y, std::span<float> components) {
+    components[0] = 2 * x;
+    components[1] = y;
+  };
+  EXPECT_EQ(renderer.inputs().setVarying("slope", slope), "");
+  EXPECT_EQ(pixelAt(renderer.render(sized(3, 1)), 2, 0), (Pixel{5, 0.5f, 0, 1}));
+}
+
+TEST(Renderer, StopsWhenAsked) {
+  const BuiltShader shader = showing("", "LOAD_GLOBAL uv", 2);
+  std::stop_source source;
+  RenderSettings settings = sized(4, 64);
+  settings.stop = source.get_token();
+  settings.progress = [&](uint32_t, uint32_t) { source.request_stop(); };
+  EXPECT_LE(Renderer(shader.view()).render(settings).statistics.total(), 8u);
 }
 
 TEST(Renderer, DiscardedFragmentsShowTheBackground) {

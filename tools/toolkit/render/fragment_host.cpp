@@ -134,8 +134,8 @@ void FragmentHost::setDerivatives(DerivativeRecord& record, const ShaderMachine&
 }
 
 void FragmentHost::startFragment(uint32_t column, uint32_t row) {
-  x_ = static_cast<float>(column) + 0.5f;
-  y_ = static_cast<float>(row) + 0.5f;
+  x_ = static_cast<float>(column) + offset_[0];
+  y_ = static_cast<float>(row) + offset_[1];
   depth_ = 1;
   if (derivatives_ != nullptr) derivatives_->startFragment((column & 1) | (row & 1) << 1);
 }

@@ -28,6 +28,8 @@ class FragmentHost {
 
   // What derivatives are answered from, for runs of this machine.
   void setDerivatives(DerivativeRecord& record, const ShaderMachine& machine);
+  // Where in their pixels fragments lie from now on; the centre is 0.5, 0.5.
+  void setOffset(std::array<float, 2> offset) { offset_ = offset; }
   // Moves on to a pixel, counted from the bottom left.
   void startFragment(uint32_t column, uint32_t row);
   StartupInfo startupInfo(uint32_t timeout);
@@ -40,7 +42,8 @@ class FragmentHost {
 
   const HostInputs* inputs_;
   uint32_t colourWords_;  // components of the colour output
-  float x_ = 0;           // centre of the pixel, y up
+  std::array<float, 2> offset_ = {0.5f, 0.5f};
+  float x_ = 0;  // place of the fragment, y up
   float y_ = 0;
   std::array<float, 4> colour_ = {};
   float depth_ = 1;

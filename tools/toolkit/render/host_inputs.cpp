@@ -94,19 +94,29 @@ bool isChannelName(std::string_view name) {
          name[8] < static_cast<char>('0' + kChannelCount);
 }
 
-// Splits "name[3]"; without an index the element is 0.
-bool splitElement(std::string_view text, std::string_view& name, uint32_t& element) {
-  name = text;
-  element = 0;
-  const size_t bracket = text.find('[');
-  if (bracket == std::string_view::npos) return true;
-  name = text.substr(0, bracket);
-  const char* const end = text.data() + text.size() - 1;
-  const auto [stop, error] = std::from_chars(text.data() + bracket + 1, end, element);
-  return error == std::errc() && stop == end && *end == ']';
+// The name that a place begins with.
+std::string_view baseName(std::string_view place) {
+  return place.substr(0, place.find_first_of("[."));
 }
 
+std::string quoted(std::string_view text) { return "'" + std::string(text) + "'"; }
+
+constexpr StandardInput kStandardInputs[] = {
+    {"fragCoord", "vec2 or wider: centre of the pixel in pixels, y up; then depth 0.5, and 1"},
+    {"uv, vUv, v_uv, texCoord, vTexCoord, v_texCoord, gl_TexCoord[0]", "the same from 0 to 1"},
+    {"iResolution, u_resolution, resolution", "width, height, 1"},
+    {"iTime, iGlobalTime, u_time, time", "time of the frame in seconds"},
+    {"iTimeDelta, iFrameRate, iFrame", "1/30, 30, number of the frame"},
+    {"iMouse, u_mouse, mouse", "zeros"},
+    {"iDate", "year, month from 0, day, seconds of the day"},
+    {"iChannelTime, iChannelResolution",
+     "arrays of 4: time of the frame; width, height and 1 of each channel's picture"},
+    {"iChannel0, iChannel1, iChannel2, iChannel3", "samplers, black unless they get a picture"},
+};
+
 }  // namespace
+
+std::span<const StandardInput> standardInputs() { return kStandardInputs; }
 
 HostInputs::HostInputs(const ShaderView& view) : view_(view) {
   const CompiledShader& shader = *view.shader;
@@ -160,44 +170,114 @@ HostInputs::Variable* HostInputs::find(std::string_view name) {
   return nullptr;
 }
 
-void HostInputs::assign(Variable& variable, std::span<const double> components) {
-  const size_t count = std::min(components.size(), variable.leaves.size());
+size_t HostInputs::leafCount(const VarInfo& info) const {
+  std::vector<Leaf> leaves;
+  addLeaves(info, 0, leaves);
+  return leaves.size();
+}
+
+HostInputs::Part HostInputs::resolve(std::string_view place) {
+  const std::string_view name = baseName(place);
+  Part part;
+  part.variable = find(name);
+  if (part.variable == nullptr) {
+    part.error = "the shader has no host variable " + quoted(name);
+    return part;
+  }
+  VarInfo info = *part.variable->info;
+  std::string_view steps = place.substr(name.size());
+  while (!steps.empty() && part.error.empty()) part.error = descend(part, info, steps);
+  if (!part.error.empty()) part.variable = nullptr;
+  part.count = leafCount(info);
+  return part;
+}
+
+std::string HostInputs::descend(Part& part, VarInfo& info, std::string_view& steps) const {
+  const std::string_view step = steps.substr(0, steps.find_first_of("[.", 1));
+  steps.remove_prefix(step.size());
+  if (step[0] == '[') {
+    uint32_t index = 0;
+    const char* const end = step.data() + step.size() - 1;
+    const auto [stop, error] = std::from_chars(step.data() + 1, end, index);
+    const bool isIndex = error == std::errc() && stop == end && *end == ']';
+    if (!isIndex || index >= info.count) return "there is no element " + std::string(step);
+    info.byteSize /= info.count;
+    info.count = 0;
+    part.first += index * leafCount(info);
+    return "";
+  }
+  const bool isStruct = info.count == 0 && info.type >= 0 &&
+                        static_cast<uint32_t>(info.type) < view_.structCount &&
+                        view_.shader->structTypes[info.type] != nullptr;
+  if (!isStruct) return "there is no member " + std::string(step);
+  const StructInfo& structure = *view_.shader->structTypes[info.type];
+  for (const VarInfo& member : std::span(structure.members, structure.memberCount)) {
+    if (member.name != nullptr && step.substr(1) == member.name) {
+      info = member;
+      return "";
+    }
+    part.first += leafCount(member);
+  }
+  return "there is no member " + std::string(step);
+}
+
+std::vector<std::string_view> HostInputs::names() const {
+  std::vector<std::string_view> names;
+  for (const Variable& variable : variables_) {
+    if (variable.info != nullptr && variable.info->name != nullptr) {
+      names.emplace_back(variable.info->name);
+    }
+  }
+  return names;
+}
+
+void HostInputs::assign(Variable& variable, size_t first, std::span<const double> components) {
+  const size_t count = std::min(components.size(), variable.leaves.size() - first);
   for (size_t i = 0; i < count; ++i) {
-    const Leaf& leaf = variable.leaves[i];
+    const Leaf& leaf = variable.leaves[first + i];
     if (isSampler(leaf.type)) continue;
     const uint32_t word = wordOf(leaf.type, components[i]);
     std::memcpy(&variable.bytes[leaf.offset], &word, sizeof word);
   }
 }
 
-std::string HostInputs::set(std::string_view name, std::span<const double> components) {
-  Variable* variable = find(name);
-  if (variable == nullptr) return "the shader has no host variable '" + std::string(name) + "'";
-  if (std::ranges::any_of(variable->leaves,
-                          [](const Leaf& leaf) { return isSampler(leaf.type); })) {
-    return "'" + std::string(name) + "' is a sampler and takes a texture";
+std::string HostInputs::set(std::string_view place, std::span<const double> components) {
+  const Part part = resolve(place);
+  if (part.variable == nullptr) return part.error;
+  const std::span leaves = std::span(part.variable->leaves).subspan(part.first, part.count);
+  if (std::ranges::any_of(leaves, [](const Leaf& leaf) { return isSampler(leaf.type); })) {
+    return quoted(place) + " is a sampler and takes a texture";
   }
-  if (components.size() != variable->leaves.size()) {
-    return "'" + std::string(name) + "' has " + std::to_string(variable->leaves.size()) +
-           " components, " + std::to_string(components.size()) + " given";
+  if (components.size() != part.count) {
+    return quoted(place) + " has " + std::to_string(part.count) + " components, " +
+           std::to_string(components.size()) + " given";
   }
-  assign(*variable, components);
-  variable->source = Source::User;
+  assign(*part.variable, part.first, components);
+  part.variable->source = Source::User;
   return "";
 }
 
-std::string HostInputs::setTexture(std::string_view name, Texture texture) {
-  std::string_view base;
-  uint32_t element = 0;
-  Variable* variable = splitElement(name, base, element) ? find(base) : nullptr;
-  if (variable == nullptr) return "the shader has no host variable '" + std::string(name) + "'";
-  if (element >= variable->leaves.size() || !isSampler(variable->leaves[element].type)) {
-    return "'" + std::string(name) + "' is not a sampler";
+std::string HostInputs::setTexture(std::string_view place, Texture texture) {
+  const Part part = resolve(place);
+  if (part.variable == nullptr) return part.error;
+  Variable& variable = *part.variable;
+  if (part.count == 0 || !isSampler(variable.leaves[part.first].type)) {
+    return quoted(place) + " is not a sampler";
   }
   const uint64_t unit = textures_.size();
   textures_.push_back(std::move(texture));
-  std::memcpy(&variable->bytes[variable->leaves[element].offset], &unit, sizeof unit);
-  variable->source = Source::User;
+  std::memcpy(&variable.bytes[variable.leaves[part.first].offset], &unit, sizeof unit);
+  variable.source = Source::User;
+  return "";
+}
+
+std::string HostInputs::setVarying(std::string_view name, Varying varying) {
+  Variable* variable = find(name);
+  if (variable == nullptr) return "the shader has no host variable " + quoted(name);
+  const auto isFloat = [](const Leaf& leaf) { return leaf.type == VM_TYPE_FLOAT; };
+  if (!std::ranges::all_of(variable->leaves, isFloat)) return quoted(name) + " is not of floats";
+  variable->varying = std::move(varying);
+  variable->source = Source::Function;
   return "";
 }
 
@@ -216,7 +296,7 @@ void HostInputs::startFrame(const FrameInputs& frame) {
   for (const FrameValue& value : frameValues(frame, channelSizes())) {
     Variable* variable = find(value.name);
     if (variable != nullptr && variable->source == Source::Frame) {
-      assign(*variable, value.components);
+      assign(*variable, 0, value.components);
     }
   }
 }
@@ -243,6 +323,10 @@ std::array<float, 2> HostInputs::unitPosition(float x, float y) const {
 
 void HostInputs::write(uint32_t index, float x, float y, void* data) const {
   const Variable& variable = variables_[index];
+  if (variable.source == Source::Function) {
+    variable.varying(x, y, {static_cast<float*>(data), variable.leaves.size()});
+    return;
+  }
   if (variable.source != Source::FragmentPosition && variable.source != Source::UnitPosition) {
     std::memcpy(data, variable.bytes.data(), variable.bytes.size());
     return;

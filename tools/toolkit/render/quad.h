@@ -23,6 +23,8 @@ class QuadRunner {
   QuadRunner(const ShaderView& view, const HostInputs& inputs, ShaderMachine& machine,
              uint32_t timeout);
 
+  void setOffset(std::array<float, 2> offset) { host_.setOffset(offset); }
+
   // Runs the fragments in columns 2 * blockX and the next, rows 2 * blockY and the next (counted
   // from the bottom), that lie in a picture of this size. The others are run only when derivatives
   // ask for them. Ends at once when a fragment runs into its time limit.

@@ -30,14 +30,56 @@ double threadNanoseconds() {
   return static_cast<double>(now.tv_sec) * 1e9 + static_cast<double>(now.tv_nsec);
 }
 
+using Colour = std::array<float, 4>;
+
+// The mean of a pixel's fragments. Colours count by their alpha, unless all are transparent.
+class Mean {
+ public:
+  void add(const Colour& colour) {
+    ++count_;
+    if (count_ == 1) first_ = colour;
+    for (size_t i = 0; i < 3; ++i) {
+      plain_[i] += colour[i];
+      weighted_[i] += colour[i] * colour[3];
+    }
+    plain_[3] += colour[3];
+  }
+  Colour value() const {
+    if (count_ == 1) return first_;
+    const float alpha = plain_[3];
+    const Colour& sum = alpha > 0 ? weighted_ : plain_;
+    const float weight = alpha > 0 ? alpha : static_cast<float>(count_);
+    return {sum[0] / weight, sum[1] / weight, sum[2] / weight, alpha / static_cast<float>(count_)};
+  }
+
+ private:
+  uint32_t count_ = 0;
+  Colour first_ = {};
+  Colour plain_ = {};
+  Colour weighted_ = {};
+};
+
+// Places in a pixel that fill it evenly however many are taken (the additive recurrence of the
+// plastic number); the first is the centre.
+std::array<float, 2> sampleOffset(uint32_t sample) {
+  const auto part = [&](double step) {
+    const double place = 0.5 + sample * step;
+    return static_cast<float>(place - std::floor(place));
+  };
+  return {part(0.7548776662466927), part(0.5698402909980532)};
+}
+
+PixelRegion regionOf(const RenderSettings& settings) {
+  return settings.region.value_or(PixelRegion{0, 0, settings.frame.width, settings.frame.height});
+}
+
 // The picture being rendered, shared by the threads.
 class Job {
  public:
   Job(const ShaderView& view, const HostInputs& inputs, const RenderSettings& settings)
-      : view_(view), inputs_(inputs), settings_(settings) {
-    const FrameInputs& frame = settings.frame;
-    result_.colour = FloatImage(frame.width, frame.height);
-    result_.depth.assign(size_t{frame.width} * frame.height, 1);
+      : view_(view), inputs_(inputs), settings_(settings), region_(regionOf(settings)) {
+    result_.colour = FloatImage(region_.width, region_.height);
+    result_.depth.assign(size_t{region_.width} * region_.height, 1);
     for (size_t i = 0; i < result_.colour.rgba.size(); ++i) {
       result_.colour.rgba[i] = settings.background[i % 4];
     }
@@ -48,11 +90,14 @@ class Job {
   void work(ShaderMachine& machine) {
     Share share = {{view_, inputs_, machine, settings_.timeout}, {}, {}};
     const double start = threadNanoseconds();
-    const uint32_t pairs = (settings_.frame.height + 1) / 2;
-    while (!cancelled_.load(std::memory_order_relaxed)) {
+    // Blocks of two rows, counted from the bottom as fragments are.
+    const uint32_t bottom = settings_.frame.height - region_.y - region_.height;
+    const uint32_t first = bottom / 2;
+    const uint32_t end = (bottom + region_.height + 1) / 2;
+    while (!isStopped()) {
       const uint32_t pair = nextPair_.fetch_add(1, std::memory_order_relaxed);
-      if (pair >= pairs) break;
-      renderPair(share, pairs - 1 - pair);
+      if (pair >= end - first) break;
+      renderPair(share, end - 1 - pair);
     }
     merge(share, threadNanoseconds() - start);
   }
@@ -74,22 +119,58 @@ class Job {
     std::optional<RunFailure> failure;
   };
 
-  // Rows 2 * blockY and the next, counted from the bottom as fragments are.
-  void renderPair(Share& share, uint32_t blockY) {
-    const auto [width, height] = std::pair(settings_.frame.width, settings_.frame.height);
-    for (uint32_t blockX = 0; blockX < (width + 1) / 2; ++blockX) {
-      const QuadRunner::Results& results = share.runner.run(blockX, blockY, width, height);
-      for (uint32_t i = 0; i < results.size(); ++i) {
-        if (!results[i].isComplete) continue;
-        take(share, results[i], 2 * blockX + (i & 1), height - 1 - (2 * blockY + (i >> 1)));
-      }
-      if (share.runs[VM_ERR_TIMEOUT] > 0) return;
-    }
-    const uint32_t rows = std::min(height - 2 * blockY, 2u);
-    for (uint32_t i = 0; i < rows; ++i) reportRow();
+  using Means = std::array<Mean, DerivativeRecord::kFragments>;
+
+  bool isStopped() const {
+    return cancelled_.load(std::memory_order_relaxed) || settings_.stop.stop_requested();
   }
 
-  void take(Share& share, const FragmentResult& result, uint32_t x, uint32_t y) {
+  // Rows 2 * blockY and the next, from the top of the frame.
+  void renderPair(Share& share, uint32_t blockY) {
+    const uint32_t endX = (region_.x + region_.width + 1) / 2;
+    for (uint32_t blockX = region_.x / 2; blockX < endX; ++blockX) {
+      renderBlock(share, blockX, blockY);
+      if (isStopped()) return;
+    }
+    for (uint32_t row = 2 * blockY; row < 2 * blockY + 2; ++row) {
+      const uint32_t y = settings_.frame.height - 1 - row;  // wraps for a row above the frame
+      if (y >= region_.y && y - region_.y < region_.height) reportRow();
+    }
+  }
+
+  void renderBlock(Share& share, uint32_t blockX, uint32_t blockY) {
+    const auto [width, height] = std::pair(settings_.frame.width, settings_.frame.height);
+    Means means;
+    for (uint32_t sample = 0; sample < settings_.samples; ++sample) {
+      share.runner.setOffset(sampleOffset(sample));
+      const QuadRunner::Results& results = share.runner.run(blockX, blockY, width, height);
+      for (uint32_t i = 0; i < results.size(); ++i) {
+        const uint32_t x = 2 * blockX + (i & 1);
+        const uint32_t y = height - 1 - (2 * blockY + (i >> 1));
+        if (!isInRegion(x, y)) continue;
+        means[i].add(take(share, results[i], x, y));
+        if (sample + 1 < settings_.samples && !isStopped()) continue;
+        const size_t place = size_t{y - region_.y} * region_.width + (x - region_.x);
+        std::ranges::copy(means[i].value(), &result_.colour.rgba[4 * place]);
+        if (isDelivered(results[i])) result_.depth[place] = results[i].depth;
+      }
+      if (isStopped()) return;
+    }
+  }
+
+  // Rows and columns that wrapped around are outside, too.
+  bool isInRegion(uint32_t x, uint32_t y) const {
+    return x >= region_.x && x - region_.x < region_.width && y >= region_.y &&
+           y - region_.y < region_.height;
+  }
+
+  static bool isDelivered(const FragmentResult& result) {
+    return result.isComplete && !isFailure(result.error) && result.error != VM_ERR_DISCARDED;
+  }
+
+  // Counts a fragment and returns what it gives its pixel.
+  Colour take(Share& share, const FragmentResult& result, uint32_t x, uint32_t y) {
+    if (!result.isComplete) return settings_.background;
     ++share.runs[std::min<VmError>(result.error, VM_ERROR_COUNT - 1)];
     if (isFailure(result.error)) {
       RunFailure failure = result.failure;
@@ -97,10 +178,8 @@ class Job {
       failure.y = y;
       takeFailure(share.failure, failure);
       if (result.error == VM_ERR_TIMEOUT) cancelled_.store(true, std::memory_order_relaxed);
-    } else if (result.error != VM_ERR_DISCARDED) {
-      std::ranges::copy(result.colour, result_.colour.pixel(x, y));
-      result_.depth[size_t{y} * result_.colour.width + x] = result.depth;
     }
+    return isDelivered(result) ? result.colour : settings_.background;
   }
 
   // The first one in reading order counts.
@@ -112,7 +191,7 @@ class Job {
   void reportRow() {
     if (!settings_.progress) return;
     const std::lock_guard lock(mutex_);
-    settings_.progress(++rowsDone_, settings_.frame.height);
+    settings_.progress(++rowsDone_, region_.height);
   }
 
   void merge(const Share& share, double nanoseconds) {
@@ -127,6 +206,7 @@ class Job {
   const ShaderView& view_;
   const HostInputs& inputs_;
   const RenderSettings& settings_;
+  const PixelRegion region_;
   RenderResult result_;
   std::atomic<uint32_t> nextPair_ = 0;
   std::atomic<bool> cancelled_ = false;
@@ -138,7 +218,7 @@ class Job {
 uint32_t threadCount(const RenderSettings& settings) {
   const uint32_t wanted =
       settings.threads != 0 ? settings.threads : std::thread::hardware_concurrency();
-  return std::clamp(wanted, 1u, std::max(settings.frame.height, 1u));
+  return std::clamp(wanted, 1u, std::max(regionOf(settings).height, 1u));
 }
 
 }  // namespace

@@ -16,9 +16,16 @@ struct Point {
 };
 
 // Into 0 (included) to 1 (not included); whatever is no number becomes 0.
-float wrap(float value) {
+float repeated(float value) {
   const float part = value - std::floor(value);
   return part >= 0 && part < 1 ? part : 0;
+}
+
+float wrapped(float value, TextureWrap wrap) {
+  if (wrap == TextureWrap::Repeat) return repeated(value);
+  if (wrap == TextureWrap::Clamp) return value > 0 ? std::min(value, 1.0f) : 0;
+  const float part = 2 * repeated(value / 2);
+  return part > 1 ? 2 - part : part;
 }
 
 Point onPanorama(const float* d) {
@@ -34,7 +41,7 @@ Point placeOf(uint32_t kind, const float* c) {
   switch (kind) {
     case 1:
       return {c[0], 0.5f};
-    case 4:
+    case kCubeKind:
       return onPanorama(c);
     case 5:
       return {c[0] / c[1], 0.5f};
@@ -66,28 +73,47 @@ struct Neighbours {
   float fraction;
 };
 
-Neighbours neighbours(float position, uint32_t size) {
+Neighbours neighbours(float position, uint32_t size, TextureWrap wrap) {
   const float place = position * static_cast<float>(size) - 0.5f;
   const float floor = std::floor(place);
-  const uint32_t first = static_cast<uint32_t>(floor + static_cast<float>(size)) % size;
-  return {first, (first + 1) % size, place - floor};
+  const auto first = static_cast<uint32_t>(floor + static_cast<float>(size));  // one too many
+  if (wrap == TextureWrap::Repeat) return {first % size, (first + 1) % size, place - floor};
+  // Beyond the edge lies the edge, which is also what a mirror shows there.
+  const auto inside = [&](uint32_t texel) { return std::clamp(texel, size, 2 * size - 1) - size; };
+  return {inside(first), inside(first + 1), place - floor};
 }
 
-Colour filtered(const Texture& texture, Point place) {
-  const ByteImage& image = texture.image;
-  const float u = wrap(place.u);
-  const float v = wrap(-place.v);  // rows run from top to bottom
-  if (texture.filter == TextureFilter::Nearest) {
+Colour filtered(const ByteImage& image, TextureFilter filter, TextureWrap wrap, Point place) {
+  const float u = wrapped(place.u, wrap);
+  // Rows run from top to bottom.
+  const float v = wrapped(wrap == TextureWrap::Repeat ? -place.v : 1 - place.v, wrap);
+  if (filter == TextureFilter::Nearest) {
     const auto x = static_cast<uint32_t>(u * static_cast<float>(image.width));
     const auto y = static_cast<uint32_t>(v * static_cast<float>(image.height));
-    return texel(image, x % image.width, y % image.height);
+    return texel(image, std::min(x, image.width - 1), std::min(y, image.height - 1));
   }
-  const Neighbours column = neighbours(u, image.width);
-  const Neighbours row = neighbours(v, image.height);
+  const Neighbours column = neighbours(u, image.width, wrap);
+  const Neighbours row = neighbours(v, image.height, wrap);
   const auto alongRow = [&](uint32_t y) {
     return mix(texel(image, column.first, y), texel(image, column.second, y), column.fraction);
   };
   return mix(alongRow(row.first), alongRow(row.second), row.fraction);
+}
+
+// The face of a cube that a direction points to, and the place on it.
+Colour onCube(const Texture& texture, const float* d) {
+  const float ax = std::abs(d[0]);
+  const float ay = std::abs(d[1]);
+  const float az = std::abs(d[2]);
+  const size_t axis = ax >= ay && ax >= az ? 0 : ay >= az ? 1 : 2;
+  const bool isNegative = d[axis] < 0;
+  const float sign = isNegative ? -1.0f : 1.0f;
+  const float s = axis == 0 ? -sign * d[2] : axis == 1 ? d[0] : sign * d[0];
+  const float up = axis == 1 ? -sign * d[2] : d[1];
+  const float length = std::abs(d[axis]);
+  const Point place = {(s / length + 1) / 2, (up / length + 1) / 2};
+  return filtered(texture.faces[2 * axis + (isNegative ? 1 : 0)], texture.filter,
+                  TextureWrap::Clamp, place);
 }
 
 // Texels outside of the picture are zeros.
@@ -105,8 +131,10 @@ Colour texelAt(const ByteImage& image, const float* position) {
 Colour lookUp(const Texture& texture, const LookupRequest& request) {
   const ByteImage& image = texture.image;
   if (image.rgba.empty()) return {0, 0, 0, 1};
+  if (request.kind == kCubeKind && texture.faces.size() == 6)
+    return onCube(texture, request.coords);
   if (request.kind != kTexelKind) {
-    return filtered(texture, placeOf(request.kind, request.coords));
+    return filtered(image, texture.filter, texture.wrap, placeOf(request.kind, request.coords));
   }
   if (request.param == 0) return texelAt(image, request.coords);
   return {static_cast<float>(image.width), static_cast<float>(image.height), 1, 1};

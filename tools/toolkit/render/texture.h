@@ -8,8 +8,8 @@
 namespace shadermachine::tools {
 
 // Answers a look-up (see kLookupKinds). A picture serves every kind: 1D reads its middle row, 3D
-// leaves out the third coordinate, and a direction finds its place on a panorama (all directions,
-// +y up, -z in the middle). There is one level.
+// leaves out the third coordinate, and a direction finds its place on one of the six faces or on a
+// panorama (all directions, +y up, -z in the middle). There is one level.
 std::array<float, 4> lookUp(const Texture& texture, const LookupRequest& request);
 
 }  // namespace shadermachine::tools

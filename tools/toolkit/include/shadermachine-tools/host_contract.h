@@ -82,6 +82,7 @@ inline constexpr uint32_t kLookupResultWords = 4;
 inline constexpr uint32_t kSamplerWords = 2;
 
 inline constexpr uint32_t kTexelKind = 0;  // the one that does not filter
+inline constexpr uint32_t kCubeKind = 4;
 
 struct LookupKind {
   uint8_t coordinates;

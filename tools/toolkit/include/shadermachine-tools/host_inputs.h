@@ -6,6 +6,7 @@
 
 #include <array>
 #include <cstdint>
+#include <functional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -14,12 +15,21 @@
 namespace shadermachine::tools {
 
 enum class TextureFilter : uint8_t { Nearest, Linear };
+enum class TextureWrap : uint8_t { Repeat, Clamp, Mirror };
 
-// Repeats in both directions; v = 0 is the bottom edge.
+// v = 0 is the bottom edge.
 struct Texture {
   ByteImage image;
   TextureFilter filter = TextureFilter::Linear;
+  TextureWrap wrap = TextureWrap::Repeat;
+  // Six pictures for look-ups by direction: +x, -x, +y, -y, +z, -z, each as cube maps usually have
+  // them (seen from inside, the top row first). Without them `image` is a panorama.
+  std::vector<ByteImage> faces = {};
 };
+
+// Computes the components of a variable for the point x, y (in pixels, y up). Called from all
+// rendering threads at once.
+using Varying = std::function<void(float x, float y, std::span<float> components)>;
 
 // A host variable and its components, for HostInputs::set().
 struct NamedValue {
@@ -36,24 +46,30 @@ struct FrameInputs {
   int32_t frame = 0;
 };
 
+// Host variables that have a value by their name.
+struct StandardInput {
+  const char* names;  // with commas between them
+  const char* value;
+};
+std::span<const StandardInput> standardInputs();
+
 // Values for the host variables of one shader. A variable gets, in this order of precedence: what
-// set() or setTexture() gave it; a standard value, if its name is one of
-//   per frame     iResolution, u_resolution, resolution (width, height, 1); iTime, iGlobalTime,
-//                 u_time, time; iTimeDelta, iFrameRate, iFrame; iMouse, u_mouse, mouse (zeros);
-//                 iDate (year, month, day, seconds); iChannel0 to 3, iChannelTime,
-//                 iChannelResolution
-//   per fragment  fragCoord (pixel centre, y up), uv, vUv, v_uv, texCoord, vTexCoord, v_texCoord,
-//                 the first element of gl_TexCoord (the same from 0 to 1);
+// set() or setTexture() gave it; a standard value, if its name is one of standardInputs();
 // and zeros otherwise.
 class HostInputs {
  public:
   explicit HostInputs(const ShaderView& view);
 
-  // Components in declaration order: columns of matrices, elements of arrays, members of structures
-  // one after another. Returns why that is impossible, or an empty text.
-  std::string set(std::string_view name, std::span<const double> components);
-  // Makes a sampler, or element [k] of an array of them ("name[k]"), refer to a texture.
-  std::string setTexture(std::string_view name, Texture texture);
+  // A place is a variable or a part of it: "scale", "lights[2]", "lights[0].position". Components
+  // come in declaration order: columns of matrices, elements of arrays, members of structures one
+  // after another. All return why it is impossible, or an empty text.
+  std::string set(std::string_view place, std::span<const double> components);
+  std::string setTexture(std::string_view place, Texture texture);
+  // For a whole variable of floats.
+  std::string setVarying(std::string_view name, Varying varying);
+
+  // Of all host variables that have one.
+  std::vector<std::string_view> names() const;
 
   // Host variables that stay zero: neither set nor standard.
   std::vector<std::string> missing() const;
@@ -67,7 +83,7 @@ class HostInputs {
   const Texture* texture(uint64_t sampler) const;
 
  private:
-  enum class Source : uint8_t { None, Frame, FragmentPosition, UnitPosition, User };
+  enum class Source : uint8_t { None, Frame, FragmentPosition, UnitPosition, User, Function };
   // One 32-bit component or 8-byte sampler of a variable.
   struct Leaf {
     TypeCode type;  // VM_TYPE_FLOAT, _INT, _BOOL or a sampler
@@ -78,13 +94,25 @@ class HostInputs {
     Source source = Source::None;
     std::vector<Leaf> leaves;
     std::vector<uint8_t> bytes;
+    Varying varying;
+  };
+  // Some of a variable's leaves; an error when the variable is null.
+  struct Part {
+    Variable* variable = nullptr;
+    size_t first = 0;
+    size_t count = 0;
+    std::string error;
   };
 
   void addLeaves(const VarInfo& info, uint32_t offset, std::vector<Leaf>& leaves) const;
   void addElement(TypeCode type, uint32_t offset, std::vector<Leaf>& leaves) const;
+  size_t leafCount(const VarInfo& info) const;
   Variable* find(std::string_view name);
+  Part resolve(std::string_view place);
+  // Narrows a part to the step "[k]" or ".member" that `steps` begins with, and takes it off.
+  std::string descend(Part& part, VarInfo& info, std::string_view& steps) const;
   std::vector<double> channelSizes();
-  static void assign(Variable& variable, std::span<const double> components);
+  static void assign(Variable& variable, size_t first, std::span<const double> components);
 
   ShaderView view_;
   std::vector<Variable> variables_;  // by global index; info is null unless a host variable

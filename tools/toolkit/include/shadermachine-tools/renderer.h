@@ -16,13 +16,14 @@
 #include <cstdint>
 #include <functional>
 #include <optional>
+#include <stop_token>
 #include <string>
 #include <string_view>
 #include <vector>
 
 namespace shadermachine::tools {
 
-// Where a run ended that should not have: x, y count from the top left pixel.
+// Where a run ended that should not have: x, y count from the top left pixel of the frame.
 struct RunFailure {
   uint32_t x = 0;
   uint32_t y = 0;
@@ -51,14 +52,30 @@ constexpr bool isFailure(VmError error) {
   return error != VM_OK && error != VM_ERR_DISCARDED && error != VM_ERR_HALTED;
 }
 
+// A part of a picture, from its top left pixel.
+struct PixelRegion {
+  uint32_t x = 0;
+  uint32_t y = 0;
+  uint32_t width = 0;
+  uint32_t height = 0;
+};
+
 struct RenderSettings {
   FrameInputs frame;
+  // What of the frame is rendered, unless all of it; must lie inside.
+  std::optional<PixelRegion> region = std::nullopt;
+  // Fragments per pixel, whose mean is its colour. The first lies in the centre of the pixel, the
+  // others are spread over it.
+  uint32_t samples = 1;
   uint32_t threads = 0;     // 0: as many as the processor runs at once
   uint32_t timeout = 2000;  // milliseconds per fragment; 0: none
   // Colour of fragments that delivered none: discarded, failed, or never run.
   std::array<float, 4> background = {0, 0, 0, 0};
   // Called on the rendering threads, one at a time, with rows done and rows in all.
   std::function<void(uint32_t, uint32_t)> progress = nullptr;
+  // Ends the picture early: no further fragment is begun. A fragment that is running ends by itself
+  // or by its time limit, since no function of the machine stops a run from outside.
+  std::stop_token stop = {};
 };
 
 struct RenderStatistics {
@@ -72,8 +89,8 @@ struct RenderStatistics {
 };
 
 struct RenderResult {
-  FloatImage colour;
-  std::vector<float> depth;  // second output; 1 where none was delivered
+  FloatImage colour;         // of the region
+  std::vector<float> depth;  // second output, of the last sample; 1 where none was delivered
   RenderStatistics statistics;
   std::optional<RunFailure> failure;  // of the failed fragment that comes first in reading order
 };
