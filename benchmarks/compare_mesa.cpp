@@ -11,7 +11,7 @@
 #include <iterator>
 #include <stdexcept>
 
-#include "cli/png_file.h"
+#include "cli/picture_file.h"
 #include "mesa.h"
 
 namespace {

@@ -42,6 +42,9 @@ if(SHADERMACHINE_BUILD_TOOLS)
     ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT dev)
   install(DIRECTORY tools/toolkit/include/shadermachine-tools DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
     COMPONENT dev PATTERN glsl.h EXCLUDE)
+  configure_file(cmake/shadermachine-tools.pc.in shadermachine-tools.pc @ONLY)
+  install(FILES ${PROJECT_BINARY_DIR}/shadermachine-tools.pc
+    DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT dev)
   install(EXPORT shadermachine-tools-targets NAMESPACE shadermachine:: DESTINATION ${package_dir}
     COMPONENT dev)
 endif()
@@ -51,12 +54,37 @@ if(SHADERMACHINE_BUILD_TOOLS AND TARGET shadermachine-glsl)
     ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT dev)
   install(FILES tools/toolkit/include/shadermachine-tools/glsl.h
     DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/shadermachine-tools COMPONENT dev)
+  # Static libraries, some of which later versions have no more.
+  set(SHADERMACHINE_GLSLANG_LIBS "")
+  foreach(library glslang glslang-default-resource-limits MachineIndependent OSDependent OGLCompiler
+          GenericCodeGen)
+    find_library(GLSLANG_LIBRARY_${library} ${library})
+    if(GLSLANG_LIBRARY_${library})
+      string(APPEND SHADERMACHINE_GLSLANG_LIBS " -l${library}")
+    endif()
+  endforeach()
+  configure_file(cmake/shadermachine-glsl.pc.in shadermachine-glsl.pc @ONLY)
+  install(FILES ${PROJECT_BINARY_DIR}/shadermachine-glsl.pc
+    DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT dev)
   install(EXPORT shadermachine-glsl-targets NAMESPACE shadermachine:: DESTINATION ${package_dir}
     COMPONENT dev)
 endif()
 if(TARGET shadermachine-program)
   install(TARGETS shadermachine-program RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
-  include(cmake/ManPage.cmake)
-  install(FILES ${PROJECT_BINARY_DIR}/shadermachine.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1
-    COMPONENT tools)
+  # Made by running the program, which a build for another system cannot.
+  if(NOT CMAKE_CROSSCOMPILING)
+    install(FILES ${PROJECT_BINARY_DIR}/tools/shadermachine.1
+      DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tools)
+    install(FILES ${PROJECT_BINARY_DIR}/tools/completion.bash RENAME shadermachine
+      DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT tools)
+    install(FILES ${PROJECT_BINARY_DIR}/tools/completion.fish RENAME shadermachine.fish
+      DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d COMPONENT tools)
+    install(FILES ${PROJECT_BINARY_DIR}/tools/completion.zsh RENAME _shadermachine
+      DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions COMPONENT tools)
+  endif()
 endif()
+
+install(DIRECTORY docs/ DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT dev)
+install(FILES README.md SECURITY.md CHANGELOG.md DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT dev)
+install(FILES examples/minimal.c DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples COMPONENT dev)
+install(DIRECTORY examples/gallery DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples COMPONENT dev)

@@ -12,6 +12,9 @@ build_packages=(
   file:file
   libcli11-dev:/usr/include/CLI/CLI.hpp
   libpng-dev:/usr/include/png.h
+  libopenexr-dev:/usr/include/OpenEXR/OpenEXRConfig.h
+  libturbojpeg0-dev:/usr/include/turbojpeg.h
+  nlohmann-json3-dev:/usr/include/nlohmann/json.hpp
   glslang-dev:/usr/include/glslang/Public/ShaderLang.h
   glslang-tools:glslangValidator
   python3:python3

@@ -1,54 +1,102 @@
-// The subcommands that look at a shader without running it.
+// The subcommands that translate and check shaders without running them.
+#include <shadermachine-tools/binary_file.h>
 #include <shadermachine-tools/disassembler.h>
 
+#include <filesystem>
+
 #include "cli/commands.h"
+#include "cli/files.h"
 #include "cli/input_options.h"
-#include "cli/output_file.h"
 #include "cli/shader_file.h"
 
 namespace shadermachine::tools {
 namespace {
 
-void writeAssembly(const LoadedShader& shader, const DisassemblyOptions& options,
-                   const std::string& path) {
-  writeFile(path, disassemble(shader.view(), options));
+// What a subcommand that translates one shader is told.
+struct Translation {
+  std::string path;
+  SourceOptions source;
+  std::string output;
+  DisassemblyOptions text;
+};
+
+constexpr const char* kBinaryExtension = ".smo";
+constexpr const char* kAssemblyExtension = ".sasm";
+
+std::string checkOutput(const std::string& path) {
+  const std::string extension = std::filesystem::path(path).extension().string();
+  const bool isKnown =
+      extension.empty() || extension == kBinaryExtension || extension == kAssemblyExtension;
+  return isKnown ? "" : "expected FILE.smo or FILE.sasm, not " + path;
+}
+
+CLI::Option* addOutputOption(CLI::App& command, std::string& path, const char* description) {
+  return command.add_option("-o,--output", path, description)
+      ->type_name("FILE")
+      ->check(CLI::Validator(checkOutput, ""));
+}
+
+void writeShader(const LoadedShader& shader, const Translation& options, bool isBinary) {
+  writeFile(options.output, isBinary ? writeBinary(shader.view(), shader.values)
+                                     : disassemble(shader.view(), options.text));
+}
+
+CLI::App* addTranslation(CLI::App& program, const char* name, const char* description,
+                         Translation& options) {
+  CLI::App* command = program.add_subcommand(name, description);
+  command->add_option("shader", options.path, "the shader's file")->required()->type_name("FILE");
+  return command;
 }
 
 }  // namespace
 
 void addAsmCommand(CLI::App& program, Outcome&) {
-  CLI::App* command = program.add_subcommand("asm", "Check that shaders assemble");
+  CLI::App* command =
+      program.add_subcommand("asm", "Check that shaders assemble, or write one as a binary file");
   auto paths = std::make_shared<std::vector<std::string>>();
-  command->add_option("shader", *paths, "files to check")->required();
-  command->callback([paths] {
-    for (const std::string& path : *paths) loadShader(path);
+  auto options = std::make_shared<Translation>();
+  command->add_option("shader", *paths, "files to check")->required()->type_name("FILE");
+  addOutputOption(*command, options->output, "the file to write: .smo for a binary file, or .sasm");
+  addSourceOptions(*command, options->source);
+  command->callback([paths, options] {
+    if (!options->output.empty() && paths->size() > 1) {
+      throw CLI::ValidationError("--output", "takes one shader");
+    }
+    for (const std::string& path : *paths) {
+      const LoadedShader shader = loadShader(path, options->source);
+      if (options->output.empty()) continue;
+      writeShader(shader, *options, !options->output.ends_with(kAssemblyExtension));
+    }
   });
 }
 
 void addDisCommand(CLI::App& program, Outcome&) {
-  CLI::App* command = program.add_subcommand("dis", "Print a shader as assembly text");
-  auto path = std::make_shared<std::string>();
-  auto options = std::make_shared<DisassemblyOptions>();
-  command->add_option("shader", *path, "the shader's file")->required();
-  command->add_flag("--annotate", options->annotate,
+  auto options = std::make_shared<Translation>();
+  options->output = "-";
+  CLI::App* command = addTranslation(program, "dis", "Print a shader as assembly text", *options);
+  command->add_flag("--annotate", options->text.annotate,
                     "add offset, bytes and stack depth of every instruction");
-  command->callback([path, options] { writeAssembly(loadShader(*path), *options, "-"); });
+  addSourceOptions(*command, options->source);
+  command->callback(
+      [options] { writeShader(loadShader(options->path, options->source), *options, false); });
 }
 
 void addGlslCommand(CLI::App& program, Outcome&) {
+  auto options = std::make_shared<Translation>();
+  options->output = "-";
   CLI::App* command =
-      program.add_subcommand("glsl", "Compile a GLSL fragment shader to assembly text");
-  auto path = std::make_shared<std::string>();
-  auto source = std::make_shared<SourceOptions>();
-  auto output = std::make_shared<std::string>("-");
-  command->add_option("shader", *path, "the shader's file")->required();
-  addSourceOptions(*command, *source);
-  command->add_option("-o,--output", *output, "the file to write; standard output unless given")
-      ->type_name("FILE.sasm");
-  command->add_flag("-g", source->isForDebugging,
+      addTranslation(program, "glsl",
+                     "Compile a GLSL fragment shader to assembly text or a binary file", *options);
+  addOutputOption(*command, options->output,
+                  "the file to write: .smo for a binary file, or .sasm; standard output unless "
+                  "given");
+  addSourceOptions(*command, options->source);
+  options->source.language = kGlsl;
+  command->add_flag("-g", options->source.isForDebugging,
                     "compile for debuggers: no inlining, a place for every variable");
-  command->callback([path, source, output] {
-    writeAssembly(compileShadingLanguage(readText(*path), *path, *source), {}, *output);
+  command->callback([options] {
+    writeShader(loadShader(options->path, options->source), *options,
+                options->output.ends_with(kBinaryExtension));
   });
 }
 
@@ -56,7 +104,7 @@ void addValCommand(CLI::App& program, Outcome& outcome) {
   CLI::App* command = program.add_subcommand("val", "Validate shaders");
   auto paths = std::make_shared<std::vector<std::string>>();
   auto source = std::make_shared<SourceOptions>();
-  command->add_option("shader", *paths, "files to check")->required();
+  command->add_option("shader", *paths, "files to check")->required()->type_name("FILE");
   addSourceOptions(*command, *source);
   command->callback([paths, source, &outcome] {
     for (const std::string& path : *paths) {

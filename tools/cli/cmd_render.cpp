@@ -1,15 +1,15 @@
 #include <shadermachine-tools/renderer.h>
+#include <unistd.h>
 
 #include <charconv>
 #include <chrono>
 #include <cstdio>
 #include <filesystem>
-#include <optional>
 #include <thread>
 
 #include "cli/commands.h"
 #include "cli/input_options.h"
-#include "cli/png_file.h"
+#include "cli/picture_file.h"
 #include "cli/progress_bar.h"
 #include "cli/shader_file.h"
 
@@ -19,6 +19,10 @@ namespace {
 struct RenderOptions {
   InputOptions input;
   std::string output = "out.png";
+  std::string format;  // empty: as the output's extension says
+  std::string region;  // x,y,WxH; empty: all
+  uint32_t samples = 1;
+  float gamma = 1;
   std::string frames;  // first:last; empty for one picture
   uint32_t threads = 0;
   bool stats = false;
@@ -43,26 +47,61 @@ std::string checkFrames(const std::string& text) {
   return parseFrames(text, range) ? "" : "expected FIRST:LAST, not " + text;
 }
 
-// "out.png" becomes "out-0007.png".
-std::string frameName(const std::string& output, int32_t frame) {
-  const size_t slash = output.rfind('/');
-  const size_t dot = output.rfind('.');
-  const bool hasExtension = dot != std::string::npos && (slash == std::string::npos || dot > slash);
-  const size_t stem = hasExtension ? dot : output.size();
-  char number[16];
-  std::snprintf(number, sizeof number, "-%04d", frame);
-  return output.substr(0, stem) + number + output.substr(stem);
+// Position and size of the region, which must lie in the picture.
+bool parseRegion(const std::string& text, PixelRegion& region) {
+  const char separators[] = {',', ',', 'x', '\0'};
+  const char* place = text.c_str();
+  const char* const end = place + text.size();
+  uint32_t* const numbers[] = {&region.x, &region.y, &region.width, &region.height};
+  for (size_t i = 0; i < std::size(numbers); ++i) {
+    const auto [stop, error] = std::from_chars(place, end, *numbers[i]);
+    if (error != std::errc() || *stop != separators[i]) return false;
+    place = stop + 1;
+  }
+  return place == end + 1 && region.width > 0 && region.height > 0;
 }
 
-void printStatistics(const std::string& path, const FrameInputs& frame,
-                     const RenderStatistics& statistics) {
-  std::printf("%s: %ux%u, %.2f s on %u thread%s, %.0f ns per fragment\n", path.c_str(), frame.width,
-              frame.height, statistics.seconds, statistics.threads,
-              statistics.threads == 1 ? "" : "s", statistics.nanosecondsPerFragment);
+std::string checkRegion(const std::string& text) {
+  PixelRegion region;
+  return parseRegion(text, region) ? "" : "expected X,Y,WIDTHxHEIGHT, not " + text;
+}
+
+std::string checkFormat(const std::string& name) {
+  return pictureFormat(name) ? "" : "expected " + pictureFormatNames() + ", not " + name;
+}
+
+// Devices and the like have no extension and get PNG.
+PictureFormat formatOf(const RenderOptions& options) {
+  if (!options.format.empty()) return *pictureFormat(options.format);
+  const std::string extension = std::filesystem::path(options.output).extension().string();
+  if (extension.empty()) return PictureFormat::Png;
+  const auto format = pictureFormat(extension.substr(1));
+  if (!format) throw CLI::ValidationError("--output", checkFormat(extension.substr(1)));
+  return *format;
+}
+
+// "out.png" becomes "out-0007.png"; standard output takes one frame after the other.
+std::string frameName(const std::string& output, int32_t frame) {
+  if (output == "-") return output;
+  const std::filesystem::path path = output;
+  char number[16];
+  std::snprintf(number, sizeof number, "-%04d", frame);
+  const std::string name = path.stem().string() + number + path.extension().string();
+  return (path.parent_path() / name).string();
+}
+
+// To standard error when the picture goes to standard output.
+void printStatistics(const std::string& path, const RenderResult& result) {
+  const RenderStatistics& statistics = result.statistics;
+  std::FILE* const stream = path == "-" ? stderr : stdout;
+  std::fprintf(stream, "%s: %ux%u, %.2f s on %u thread%s, %.0f ns per fragment\n", path.c_str(),
+               result.colour.width, result.colour.height, statistics.seconds, statistics.threads,
+               statistics.threads == 1 ? "" : "s", statistics.nanosecondsPerFragment);
   for (uint32_t code = 0; code < VM_ERROR_COUNT; ++code) {
     if (statistics.runs[code] == 0) continue;
-    std::printf("  %10llu  code %u: %s\n", static_cast<unsigned long long>(statistics.runs[code]),
-                code, vmGetErrorString(code));
+    std::fprintf(stream, "  %10llu  code %u: %s\n",
+                 static_cast<unsigned long long>(statistics.runs[code]), code,
+                 vmGetErrorString(code));
   }
 }
 
@@ -76,26 +115,65 @@ void printFailure(const std::string& shaderPath, const RenderResult& result,
   std::fputs(formatFailure(failure, view, shaderPath, pixel, counts).c_str(), stderr);
 }
 
-// Returns false when fragments failed; the picture is written all the same.
-bool renderFrame(const RenderOptions& options, const ShaderView& view, Renderer& renderer,
-                 int32_t frame, const std::string& path) {
+RenderSettings settingsOf(const RenderOptions& options, int32_t frame) {
   RenderSettings settings;
   settings.frame = frameInputs(options.input, frame);
   settings.threads = options.threads;
   settings.timeout = options.input.timeout;
-  std::optional<ProgressBar> bar(std::in_place, path);
+  settings.samples = options.samples;
+  if (options.region.empty()) return settings;
+  PixelRegion region;
+  parseRegion(options.region, region);
+  const auto [width, height] = std::pair(settings.frame.width, settings.frame.height);
+  if (region.x >= width || region.width > width - region.x || region.y >= height ||
+      region.height > height - region.y) {
+    throw CLI::ValidationError("--region", "lies outside of the picture");
+  }
+  settings.region = region;
+  return settings;
+}
+
+// Refuses what cannot fit into the machine's memory before any work is done.
+void requireMemory(const RenderSettings& settings) {
+  // Colour and depth of the picture, and what its file is made from: colour with gamma, bytes.
+  constexpr double kBytesPerPixel = 16 + 4 + 16 + 8;
+  const PixelRegion region =
+      settings.region.value_or(PixelRegion{0, 0, settings.frame.width, settings.frame.height});
+  const double needed = kBytesPerPixel * region.width * region.height;
+  const double present =
+      static_cast<double>(sysconf(_SC_PHYS_PAGES)) * static_cast<double>(sysconf(_SC_PAGESIZE));
+  if (needed <= present) return;
+  char text[96];
+  std::snprintf(text, sizeof text, "the picture needs %.1f GiB of memory, the machine has %.1f",
+                needed / 0x1p30, present / 0x1p30);
+  throw InputError(text);
+}
+
+RenderResult renderWithBar(Renderer& renderer, RenderSettings settings, const std::string& path) {
+  ProgressBar bar(path);
+  const uint32_t rowWidth = settings.region ? settings.region->width : settings.frame.width;
   settings.progress = [&](uint32_t done, uint32_t total) {
-    bar->update(done, total, settings.frame.width);
+    bar.update(done, total, rowWidth * settings.samples);
   };
-  const RenderResult result = renderer.render(settings);
-  bar.reset();
-  writePng(path, quantize(result.colour));
-  if (options.stats) printStatistics(path, settings.frame, result.statistics);
+  return renderer.render(settings);
+}
+
+// Returns false when fragments failed; the picture is written all the same.
+bool renderFrame(const RenderOptions& options, const ShaderView& view, Renderer& renderer,
+                 int32_t frame, const std::string& path) {
+  const RenderSettings settings = settingsOf(options, frame);
+  OutputFile file(path);
+  const RenderResult result = renderWithBar(renderer, settings, path);
+  writePicture(file, path, result.colour, formatOf(options), options.gamma);
+  file.commit();
+  if (options.stats) printStatistics(path, result);
   if (result.failure) printFailure(options.input.shaderPath, result, view);
   return !result.failure;
 }
 
 int renderAll(const RenderOptions& options) {
+  formatOf(options);
+  requireMemory(settingsOf(options, 0));
   const LoadedShader shader = loadShader(options.input.shaderPath, options.input.source);
   validateUnlessTrusted(options.input, shader.view());
   Renderer renderer(shader.view());
@@ -138,21 +216,41 @@ void addRenderCommand(CLI::App& program, Outcome& outcome) {
   CLI::App* command = program.add_subcommand("render", "Render a picture with a fragment shader");
   auto options = std::make_shared<RenderOptions>();
   command->add_option("-o,--output", options->output, "the picture to write")
-      ->type_name("FILE.png")
+      ->type_name("FILE")
       ->capture_default_str();
+  command
+      ->add_option("--format", options->format,
+                   pictureFormatNames() + "; told from the file's name unless given")
+      ->type_name("NAME")
+      ->check(CLI::Validator(checkFormat, ""));
   addInputOptions(*command, options->input);
+  command->add_option("--region", options->region, "render this part of the picture only")
+      ->type_name("X,Y,WxH")
+      ->check(CLI::Validator(checkRegion, ""));
+  command->add_option("--samples", options->samples, "fragments per pixel, against jagged edges")
+      ->type_name("N")
+      ->check(CLI::Range(1, 1024).description(""))
+      ->capture_default_str();
+  command->add_option("--gamma", options->gamma, "raise the colours of 8-bit formats to 1 / G")
+      ->type_name("G")
+      ->check(CLI::Range(0.1, 10.0).description(""))
+      ->capture_default_str();
   command
       ->add_option("--frames", options->frames,
-                   "render these frames, 30 to the second, to FILE-0001.png and so on")
+                   "render these frames, 30 to the second, to FILE-0001.png and so on, or one "
+                   "after another to standard output")
       ->type_name("FIRST:LAST")
       ->check(CLI::Validator(checkFrames, ""));
   command->add_option("--threads", options->threads, "threads to use; 0: all there are")
-      ->check(CLI::Range(0, 1024))
+      ->check(CLI::Range(0, 1024).description(""))
       ->type_name("N")
       ->capture_default_str();
   command->add_flag("--stats", options->stats, "print time per fragment and runs by error code");
   command->add_flag("--watch", options->watch, "render again whenever the shader's file changes");
   command->callback([options, &outcome] {
+    if (options->watch && options->input.shaderPath == "-") {
+      throw CLI::ValidationError("--watch", "needs a file");
+    }
     if (options->watch) renderAndWatch(*options);
     outcome.exitCode = renderAll(*options);
   });

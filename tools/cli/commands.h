@@ -21,6 +21,7 @@ struct Outcome {
 void addAsmCommand(CLI::App& program, Outcome& outcome);
 void addDisCommand(CLI::App& program, Outcome& outcome);
 void addGlslCommand(CLI::App& program, Outcome& outcome);
+void addHelpCommands(CLI::App& program, Outcome& outcome);
 void addOpcodesCommand(CLI::App& program, Outcome& outcome);
 void addRenderCommand(CLI::App& program, Outcome& outcome);
 void addRunCommand(CLI::App& program, Outcome& outcome);

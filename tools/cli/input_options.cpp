@@ -2,11 +2,13 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cmath>
 #include <cstdio>
 #include <stdexcept>
 #include <string_view>
 
-#include "cli/png_file.h"
+#include "assembly/symbols.h"
+#include "cli/picture_file.h"
 #include "cli/shader_file.h"
 
 namespace shadermachine::tools {
@@ -57,9 +59,15 @@ std::string checkSize(const std::string& text) {
   return "expected WIDTHxHEIGHT, each from 1 to " + std::to_string(kMaxSide) + ", not " + text;
 }
 
+std::string checkTime(const std::string& text) {
+  float seconds = 0;
+  const bool good = parseAll(text, seconds) && std::isfinite(seconds);
+  return good ? "" : "expected a number of seconds, not " + text;
+}
+
 std::string checkTexture(const std::string& text) {
   Assignment assignment;
-  return parseAssignment(text, assignment) ? "" : "expected name=file.png, not " + text;
+  return parseAssignment(text, assignment) ? "" : "expected name=file[,...], not " + text;
 }
 
 std::string checkValues(const std::string& text) {
@@ -69,21 +77,75 @@ std::string checkValues(const std::string& text) {
   return good ? "" : "expected name=number[,number...], not " + text;
 }
 
-void applyTexture(std::string_view name, std::string_view value, HostInputs& inputs) {
-  constexpr std::string_view kNearest = ",nearest";
-  Texture texture;
-  if (value.ends_with(kNearest)) {
-    texture.filter = TextureFilter::Nearest;
-    value.remove_suffix(kNearest.size());
+std::vector<std::string_view> split(std::string_view text) {
+  std::vector<std::string_view> parts;
+  for (size_t comma; (comma = text.find(',')) != std::string_view::npos;) {
+    parts.push_back(text.substr(0, comma));
+    text.remove_prefix(comma + 1);
   }
-  texture.image = readPng(std::string(value));
-  const std::string error = inputs.setTexture(name, std::move(texture));
-  if (!error.empty()) throw InputError("--texture: " + error);
+  parts.push_back(text);
+  return parts;
+}
+
+void flipRows(ByteImage& image) {
+  const auto rowSize = static_cast<ptrdiff_t>(4 * image.width);
+  for (uint32_t y = 0; y < image.height / 2; ++y) {
+    uint8_t* const row = image.pixel(0, y);
+    std::swap_ranges(row, row + rowSize, image.pixel(0, image.height - 1 - y));
+  }
+}
+
+// One file, or six for a cube, and words that say how they are read.
+Texture readTexture(std::string_view text) {
+  Texture texture;
+  bool isFlipped = false;
+  for (const std::string_view part : split(text)) {
+    if (part == "nearest") {
+      texture.filter = TextureFilter::Nearest;
+    } else if (part == "clamp") {
+      texture.wrap = TextureWrap::Clamp;
+    } else if (part == "mirror") {
+      texture.wrap = TextureWrap::Mirror;
+    } else if (part == "flip") {
+      isFlipped = true;
+    } else {
+      texture.faces.push_back(readPicture(std::string(part)));
+    }
+  }
+  if (texture.faces.size() != 1 && texture.faces.size() != 6) {
+    throw InputError("--texture: expected one picture or six, not " +
+                     std::to_string(texture.faces.size()));
+  }
+  if (isFlipped) std::ranges::for_each(texture.faces, flipRows);
+  texture.image = texture.faces[0];
+  if (texture.faces.size() == 1) texture.faces.clear();
+  return texture;
+}
+
+// False, after a warning, for an input that the source has and the shader does not use. Throws when
+// it is no input at all.
+bool isUsed(const InputOptions& options, const LoadedShader& shader, std::string_view place,
+            const HostInputs& inputs) {
+  const std::string name(place.substr(0, place.find_first_of("[.")));
+  const std::vector<std::string_view> names = inputs.names();
+  if (std::ranges::count(names, name) > 0) return true;
+  if (std::ranges::count(shader.unused, name) == 0) {
+    throw InputError(options.shaderPath + ": error: the shader has no host variable '" + name +
+                     "'" + assembly::suggestion(name, names));
+  }
+  std::fprintf(stderr, "%s: warning: the shader does not use '%s'\n", options.shaderPath.c_str(),
+               name.c_str());
+  return false;
 }
 
 }  // namespace
 
 void addSourceOptions(CLI::App& command, SourceOptions& options) {
+  command
+      .add_option("--language", options.language,
+                  "glsl or sasm (assembly text); told from the file unless given")
+      ->type_name("NAME")
+      ->check(CLI::IsMember({kGlsl, kAssembly}).description(""));
   command.add_option("-D", options.defines, "define a macro of a GLSL source")
       ->type_name("NAME[=VALUE]")
       ->expected(1)
@@ -95,24 +157,31 @@ void addSourceOptions(CLI::App& command, SourceOptions& options) {
 }
 
 void addInputOptions(CLI::App& command, InputOptions& options) {
-  command.add_option("shader", options.shaderPath, "the shader's file")->required();
+  command.add_option("shader", options.shaderPath, "the shader's file")
+      ->required()
+      ->type_name("FILE");
   addSourceOptions(command, options.source);
   command.add_option("--size", options.size, "width and height of the picture")
       ->type_name("WxH")
       ->check(CLI::Validator(checkSize, ""))
       ->capture_default_str();
-  command.add_option("--time", options.time, "seconds at frame 0")->capture_default_str();
+  command.add_option("--time", options.time, "seconds at frame 0")
+      ->check(CLI::Validator(checkTime, ""))
+      ->type_name("SECONDS")
+      ->capture_default_str();
   command
       .add_option("--texture", options.textures,
-                  "picture for a sampler; with ,nearest at its end unfiltered")
-      ->type_name("NAME=FILE.png")
+                  "picture for a sampler, or six for a cube (+x, -x, +y, -y, +z, -z); after it, "
+                  "each with a comma: nearest, clamp, mirror, flip")
+      ->type_name("NAME=FILE[,...]")
       ->expected(1)
       ->take_all()
       ->check(CLI::Validator(checkTexture, ""));
   command
       .add_option("--set", options.values,
-                  "value of a host variable: all its components, in declaration order")
-      ->type_name("NAME=V[,V...]")
+                  "value of a host variable, or of a part as in lights[0].position: all its "
+                  "components, in declaration order")
+      ->type_name("NAME=V[,...]")
       ->expected(1)
       ->take_all()
       ->check(CLI::Validator(checkValues, ""));
@@ -143,19 +212,16 @@ void applyInputs(const InputOptions& options, const LoadedShader& shader, HostIn
   for (const std::string& text : options.textures) {
     Assignment assignment;
     parseAssignment(text, assignment);
-    applyTexture(assignment.name, assignment.value, inputs);
+    if (!isUsed(options, shader, assignment.name, inputs)) continue;
+    const std::string error = inputs.setTexture(assignment.name, readTexture(assignment.value));
+    if (!error.empty()) throw InputError("--texture: " + error);
   }
   for (const std::string& text : options.values) {
     Assignment assignment;
     std::vector<double> numbers;
     parseAssignment(text, assignment);
     parseNumbers(assignment.value, numbers);
-    if (std::ranges::count(shader.unused, assignment.name) > 0) {
-      std::fprintf(stderr, "%s: warning: the shader does not use '%.*s'\n",
-                   options.shaderPath.c_str(), static_cast<int>(assignment.name.size()),
-                   assignment.name.data());
-      continue;
-    }
+    if (!isUsed(options, shader, assignment.name, inputs)) continue;
     const std::string error = inputs.set(assignment.name, numbers);
     if (!error.empty()) throw InputError("--set: " + error);
   }

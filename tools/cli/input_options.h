@@ -18,11 +18,11 @@ struct InputOptions {
   float time = 0;
   uint32_t timeout = 2000;
   bool trusted = false;               // not validated
-  std::vector<std::string> textures;  // name=file.png[,nearest]
-  std::vector<std::string> values;    // name=v[,v...]
+  std::vector<std::string> textures;  // name=file[,file...][,word...]
+  std::vector<std::string> values;    // place=v[,v...]
 };
 
-// Definitions and include folders of GLSL sources.
+// For subcommands that load shaders: language, and definitions and include folders of GLSL sources.
 void addSourceOptions(CLI::App& command, SourceOptions& options);
 
 void addInputOptions(CLI::App& command, InputOptions& options);

@@ -1,17 +1,18 @@
 #include "cli/shader_file.h"
 
 #include <shadermachine-tools/assembler.h>
+#include <shadermachine-tools/binary_file.h>
 #include <shadermachine-tools/validator.h>
 #ifdef SHADERMACHINE_HAVE_GLSL
 #include <shadermachine-tools/glsl.h>
 #endif
 
-#include <cerrno>
+#include <algorithm>
 #include <cstdio>
-#include <cstring>
 #include <filesystem>
-#include <memory>
 #include <optional>
+
+#include "cli/files.h"
 
 namespace shadermachine::tools {
 namespace {
@@ -30,12 +31,11 @@ void readSourceTexts(SourceMap& sources) {
   }
 }
 
-LoadedShader compileAssembly(const std::string& text, const std::string& path,
-                             const SourceOptions&) {
+LoadedShader compileAssembly(const std::string& text, const std::string& path) {
   AssemblyResult result = assemble(text, path);
   if (result.shader) {
     readSourceTexts(result.shader->sources());
-    return {std::move(*result.shader), {}};
+    return {std::move(*result.shader)};
   }
   std::string messages;
   for (const AssemblyError& error : result.errors) messages += formatError(error, text, path);
@@ -43,23 +43,7 @@ LoadedShader compileAssembly(const std::string& text, const std::string& path,
   throw InputError(messages);
 }
 
-struct Language {
-  const char* extension;
-  LoadedShader (*compile)(const std::string& text, const std::string& path,
-                          const SourceOptions& options);
-};
-
-constexpr Language kLanguages[] = {
-    {".frag", compileShadingLanguage},
-    {".glsl", compileShadingLanguage},
-    {".sasm", compileAssembly},
-};
-
-}  // namespace
-
 #ifdef SHADERMACHINE_HAVE_GLSL
-namespace {
-
 // Beside the file that asks, then in the folders in their order.
 std::optional<GlslInclude> findInclude(const std::string& name, const std::string& includer,
                                        const std::vector<std::string>& folders) {
@@ -73,8 +57,6 @@ std::optional<GlslInclude> findInclude(const std::string& name, const std::strin
   }
   return std::nullopt;
 }
-
-}  // namespace
 
 LoadedShader compileShadingLanguage(const std::string& text, const std::string& path,
                                     const SourceOptions& options) {
@@ -101,26 +83,32 @@ LoadedShader compileShadingLanguage(const std::string&, const std::string& path,
 }
 #endif
 
-std::string readText(const std::string& path) {
-  const auto fail = [&path] { return InputError(path + ": " + std::strerror(errno)); };
-  const std::unique_ptr<std::FILE, decltype(&std::fclose)> file(std::fopen(path.c_str(), "rb"),
-                                                                &std::fclose);
-  if (file == nullptr) throw fail();
-  std::string text;
-  char buffer[65536];
-  while (const size_t count = std::fread(buffer, 1, sizeof buffer, file.get())) {
-    text.append(buffer, count);
-  }
-  if (std::ferror(file.get()) != 0) throw fail();
-  return text;
+LoadedShader readBinaryShader(const std::string& bytes, const std::string& path) {
+  BinaryResult result = readBinary(bytes);
+  if (!result.shader) throw InputError(path + ": error: the file " + result.error);
+  return {std::move(*result.shader), std::move(result.values)};
 }
+
+bool looksLikeGlsl(const std::string& text) {
+  constexpr const char* kSigns[] = {"#version", "void main", "mainImage", "gl_Frag", "precision "};
+  return std::ranges::any_of(
+      kSigns, [&](const char* sign) { return text.find(sign) != std::string::npos; });
+}
+
+bool isGlsl(const std::string& text, const std::string& path) {
+  for (const char* extension : {".frag", ".fragment", ".fs", ".fsh", ".glsl"}) {
+    if (path.ends_with(extension)) return true;
+  }
+  return !path.ends_with(".sasm") && looksLikeGlsl(text);
+}
+
+}  // namespace
 
 LoadedShader loadShader(const std::string& path, const SourceOptions& options) {
   const std::string text = readText(path);
-  for (const Language& language : kLanguages) {
-    if (path.ends_with(language.extension)) return language.compile(text, path, options);
-  }
-  return compileAssembly(text, path, options);
+  if (isBinary(text) || path.ends_with(".smo")) return readBinaryShader(text, path);
+  const bool glsl = options.language.empty() ? isGlsl(text, path) : options.language == kGlsl;
+  return glsl ? compileShadingLanguage(text, path, options) : compileAssembly(text, path);
 }
 
 bool reportValidation(const ShaderView& view, const std::string& path) {

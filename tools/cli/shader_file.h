@@ -4,23 +4,19 @@
 #include <shadermachine-tools/host_inputs.h>
 #include <shadermachine-tools/shader_builder.h>
 
-#include <stdexcept>
 #include <string>
+#include <vector>
 
 namespace shadermachine::tools {
 
-// Something wrong with what the user gave; the text says what and where, perhaps on many lines.
-class InputError : public std::runtime_error {
- public:
-  using std::runtime_error::runtime_error;
-};
+// The languages that SourceOptions name.
+inline constexpr const char* kGlsl = "glsl";
+inline constexpr const char* kAssembly = "sasm";
 
-// Reads a whole file.
-std::string readText(const std::string& path);
-
-// For sources in GLSL.
+// How a source is to be read.
 struct SourceOptions {
-  std::vector<std::string> defines;   // NAME or NAME=VALUE
+  std::string language;               // empty: as the file's extension says or its text looks like
+  std::vector<std::string> defines;   // of GLSL: NAME or NAME=VALUE
   std::vector<std::string> includes;  // folders where #include looks besides the including file's
   bool isForDebugging = false;
 };
@@ -33,11 +29,8 @@ struct LoadedShader {
   ShaderView view() const { return built.view(); }
 };
 
-// The path is for messages. Programs that were built without the compiler say so.
-LoadedShader compileShadingLanguage(const std::string& text, const std::string& path,
-                                    const SourceOptions& options);
-
-// Compiles by the file's extension; assembly text is what files without a known one hold.
+// Reads a binary file, or compiles a source. Programs that were built without the GLSL compiler say
+// so.
 LoadedShader loadShader(const std::string& path, const SourceOptions& options = {});
 
 // Prints what the validator finds, each line with the path before it; false when there are errors.

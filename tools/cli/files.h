@@ -1,13 +1,23 @@
-// Files that the program writes, and its standard output.
+// Files that the program reads and writes, and its standard output.
 #pragma once
 
 #include <sys/stat.h>
 
 #include <cstdio>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 
 namespace shadermachine::tools {
+
+// Something wrong with what the user gave; the text says what and where, perhaps on many lines.
+class InputError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+// Reads a whole file; "-" is standard input.
+std::string readText(const std::string& path);
 
 // A file that is wholly new or as it was before: what is written goes to a file beside the target,
 // which takes the target's place in commit(), with its permissions. A target that is no regular
@@ -21,13 +31,12 @@ class OutputFile {
   OutputFile(const OutputFile&) = delete;
   OutputFile& operator=(const OutputFile&) = delete;
 
-  std::FILE* stream() { return stream_; }
+  std::FILE* stream();
   // Ends the writing. Nothing may be written afterwards.
   void commit();
 
  private:
   void openBeside(const struct stat* old);
-  void openInPlace();
   [[noreturn]] void fail() const;
 
   std::string path_;       // as the user named it

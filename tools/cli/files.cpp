@@ -1,4 +1,4 @@
-#include "cli/output_file.h"
+#include "cli/files.h"
 
 #include <fcntl.h>
 #include <poll.h>
@@ -12,10 +12,9 @@
 #include <cstring>
 #include <filesystem>
 #include <iostream>
+#include <memory>
 #include <new>
 #include <utility>
-
-#include "cli/shader_file.h"
 
 namespace shadermachine::tools {
 namespace {
@@ -86,10 +85,7 @@ OutputFile::OutputFile(const std::string& path) : path_(path), target_(path) {
   }
   struct stat status = {};
   const bool exists = stat(path.c_str(), &status) == 0;
-  if (exists && !S_ISREG(status.st_mode)) {
-    openInPlace();
-    return;
-  }
+  if (exists && !S_ISREG(status.st_mode)) return;
   target_ = behindLinks(path);
   // A file that may not be written is not to be replaced either.
   if (exists && access(target_.c_str(), W_OK) != 0) fail();
@@ -103,9 +99,10 @@ OutputFile::~OutputFile() {
   setUnfinished("");
 }
 
-void OutputFile::openInPlace() {
-  stream_ = std::fopen(target_.c_str(), "wb");
+std::FILE* OutputFile::stream() {
+  if (stream_ == nullptr) stream_ = std::fopen(target_.c_str(), "wb");
   if (stream_ == nullptr) fail();
+  return stream_;
 }
 
 void OutputFile::openBeside(const struct stat* old) {
@@ -113,9 +110,8 @@ void OutputFile::openBeside(const struct stat* old) {
   std::string name = (folder / ".shadermachine-XXXXXX").string();
   const int descriptor = mkostemp(name.data(), O_CLOEXEC);
   if (descriptor < 0) {
-    if (errno != EACCES && errno != EPERM) fail();
-    openInPlace();
-    return;
+    if (errno == EACCES && old != nullptr) return;
+    fail();
   }
   temporary_ = name;
   setUnfinished(temporary_);
@@ -127,6 +123,7 @@ void OutputFile::openBeside(const struct stat* old) {
 void OutputFile::commit() {
   if (stream_ == stdout) return;  // finishStandardOutput() looks at it
   std::FILE* const stream = std::exchange(stream_, nullptr);
+  if (stream == nullptr) return;
   const bool hadError = std::ferror(stream) != 0;
   if (std::fclose(stream) != 0 || hadError) fail();
   if (temporary_.empty()) return;
@@ -137,6 +134,23 @@ void OutputFile::commit() {
 
 void OutputFile::fail() const {
   throw InputError(path_ + ": " + (errno != 0 ? std::strerror(errno) : "cannot be written"));
+}
+
+std::string readText(const std::string& path) {
+  const auto fail = [&path] { return InputError(path + ": " + std::strerror(errno)); };
+  std::unique_ptr<std::FILE, decltype(&std::fclose)> opened(nullptr, &std::fclose);
+  if (path != "-") {
+    opened.reset(std::fopen(path.c_str(), "rb"));
+    if (opened == nullptr) throw fail();
+  }
+  std::FILE* const file = path == "-" ? stdin : opened.get();
+  std::string text;
+  char buffer[65536];
+  while (const size_t count = std::fread(buffer, 1, sizeof buffer, file)) {
+    text.append(buffer, count);
+  }
+  if (std::ferror(file) != 0) throw fail();
+  return text;
 }
 
 void writeFile(const std::string& path, std::string_view bytes) {

@@ -1,0 +1,41 @@
+// Pictures in files.
+#pragma once
+
+#include <shadermachine-tools/image.h>
+
+#include <optional>
+#include <string>
+
+#include "cli/files.h"
+
+namespace shadermachine::tools {
+
+// PNG and, in builds with the library for it, JPEG; "-" is standard input. Throws
+// std::runtime_error that names the file and what is wrong with it.
+ByteImage readPicture(const std::string& path);
+
+enum class PictureFormat : uint8_t {
+  Png,  // 8 bits; alpha is left out when every pixel is opaque
+  Ppm,  // 8 bits, no alpha
+  Raw,  // 8 bits, red, green, blue, alpha, row by row from the top; no header
+  Pfm,  // floats, no alpha
+  Exr,  // floats; in builds with the library for it
+};
+
+// By a format's name, which is its extension too; what this build lacks is none.
+std::optional<PictureFormat> pictureFormat(const std::string& name);
+// "exr, pfm, png, ppm or raw"
+std::string pictureFormatNames();
+
+// Colours of 8-bit formats are raised to the power 1 / gamma; the others stay as they are.
+void writePicture(OutputFile& file, const std::string& path, const FloatImage& image,
+                  PictureFormat format, float gamma);
+
+// In exr_file.cpp and jpeg_file.cpp.
+std::string encodeExr(const FloatImage& image);
+ByteImage decodeJpeg(const std::string& bytes, const std::string& path);
+
+// Throws when a picture has more texels than are read or written.
+void requireSize(uint64_t width, uint64_t height, const std::string& path);
+
+}  // namespace shadermachine::tools
