@@ -4,32 +4,36 @@
 #include "assembly/symbols.h"
 #include "cli/commands.h"
 #include "cli/describe.h"
+#include "cli/files.h"
 
 namespace shadermachine::tools {
 namespace {
 
 void print(const std::string& text) { std::fputs(text.c_str(), stdout); }
 
+}  // namespace
+
+// Not by App::help(), which speaks of the subcommand that was chosen.
 void printHelp(const CLI::App& program, const std::string& topic) {
+  const auto helpOf = [](const CLI::App& app) {
+    return app.get_formatter()->make_help(&app, app.get_name(), CLI::AppFormatMode::Normal);
+  };
   if (topic.empty()) {
-    print(program.help());
+    print(helpOf(program));
   } else if (topic == "inputs") {
     print(inputsText());
   } else {
     std::vector<std::string_view> names = {"inputs"};
     for (const CLI::App* command : program.get_subcommands([](const CLI::App*) { return true; })) {
       if (topic == command->get_name()) {
-        print(command->help());
+        print(helpOf(*command));
         return;
       }
       names.emplace_back(command->get_name());
     }
-    throw CLI::ValidationError(
-        "help", "there is no subcommand '" + topic + "'" + assembly::suggestion(topic, names));
+    throw InputError("no subcommand is named '" + topic + "'" + assembly::suggestion(topic, names));
   }
 }
-
-}  // namespace
 
 void addHelpCommands(CLI::App& program, Outcome&) {
   CLI::App* help =

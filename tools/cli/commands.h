@@ -22,6 +22,8 @@ void addAsmCommand(CLI::App& program, Outcome& outcome);
 void addDisCommand(CLI::App& program, Outcome& outcome);
 void addGlslCommand(CLI::App& program, Outcome& outcome);
 void addHelpCommands(CLI::App& program, Outcome& outcome);
+// About a subcommand or another topic; about all when there is none. Throws InputError.
+void printHelp(const CLI::App& program, const std::string& topic);
 void addOpcodesCommand(CLI::App& program, Outcome& outcome);
 void addRenderCommand(CLI::App& program, Outcome& outcome);
 void addRunCommand(CLI::App& program, Outcome& outcome);

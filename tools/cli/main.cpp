@@ -97,6 +97,11 @@ int parseAndRun(int argc, char** argv) {
   if (argv[1][0] != '-' && std::ranges::count(names, argv[1]) == 0) {
     return refuse("subcommand", argv[1], names);
   }
+  // The topic would be taken for a subcommand to run.
+  if (argc == 3 && std::string_view(argv[1]) == "help" && argv[2][0] != '-') {
+    printHelp(program, argv[2]);
+    return kSuccess;
+  }
   try {
     program.parse(argc, argv);
   } catch (const CLI::ExtrasError& error) {

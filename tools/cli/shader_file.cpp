@@ -86,6 +86,7 @@ LoadedShader compileShadingLanguage(const std::string&, const std::string& path,
 LoadedShader readBinaryShader(const std::string& bytes, const std::string& path) {
   BinaryResult result = readBinary(bytes);
   if (!result.shader) throw InputError(path + ": error: the file " + result.error);
+  readSourceTexts(result.shader->sources());
   return {std::move(*result.shader), std::move(result.values)};
 }
 

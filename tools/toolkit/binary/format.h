@@ -17,6 +17,7 @@ inline constexpr std::string_view kGlobalsTag = "GLOB";
 inline constexpr std::string_view kFunctionsTag = "FUNC";
 inline constexpr std::string_view kCodeTag = "CODE";
 inline constexpr std::string_view kValuesTag = "vals";
+inline constexpr std::string_view kSourcesTag = "srcs";
 
 inline constexpr size_t kTagSize = 4;
 // Type codes name no more structures.

@@ -1,65 +1,19 @@
 #include <shadermachine-tools/binary_file.h>
 
-#include <algorithm>
-#include <cctype>
-#include <cstring>
 #include <utility>
 
-#include "binary/format.h"
+#include "binary/bytes.h"
+#include "binary/source_section.h"
 #include "builder/shader_tables.h"
 
 namespace shadermachine::tools {
 namespace {
 
-// Takes numbers and texts from the front of some bytes. Past the end everything is 0 and empty, and
-// isGood() says so; loops over counts that the bytes claim must ask it.
-class Bytes {
- public:
-  explicit Bytes(std::string_view bytes) : rest_(bytes) {}
-
-  bool isGood() const { return isGood_; }
-  bool isAtEnd() const { return rest_.empty(); }
-  void spoil() { isGood_ = false; }
-
-  std::string_view take(size_t count) {
-    if (count > rest_.size()) {
-      isGood_ = false;
-      rest_ = {};
-      return {};
-    }
-    const std::string_view taken = rest_.substr(0, count);
-    rest_.remove_prefix(count);
-    return taken;
-  }
-  template <class T>
-  T number() {
-    T value = {};
-    const std::string_view bytes = take(sizeof value);
-    if (!bytes.empty()) std::memcpy(&value, bytes.data(), sizeof value);
-    return value;
-  }
-  // Names end at their first NUL wherever they are used, so none may be inside.
-  std::optional<std::string_view> text() {
-    const auto length = number<uint32_t>();
-    if (length == binary::kNull) return std::nullopt;
-    const std::string_view text = take(length);
-    isGood_ = isGood_ && text.find('\0') == std::string_view::npos;
-    return text;
-  }
-  bool flag() {
-    const auto value = number<uint8_t>();
-    isGood_ = isGood_ && value <= 1;
-    return value == 1;
-  }
-
- private:
-  std::string_view rest_;
-  bool isGood_ = true;
-};
+using binary::ByteReader;
 
 class Reader {
  public:
-  void readRecord(Bytes& bytes) {
+  void readRecord(ByteReader& bytes) {
     CompiledShader& record = tables_->record;
     record.version = bytes.number<uint16_t>();
     record.entryIndex = bytes.number<uint16_t>();
@@ -74,7 +28,7 @@ class Reader {
     }
   }
 
-  void readStructs(Bytes& bytes) {
+  void readStructs(ByteReader& bytes) {
     const auto count = bytes.number<uint32_t>();
     if (count > binary::kMaxStructs) bytes.spoil();
     for (uint32_t i = 0; i < count && bytes.isGood(); ++i) {
@@ -87,9 +41,9 @@ class Reader {
     }
   }
 
-  void readGlobals(Bytes& bytes) { tables_->globals = variables(bytes); }
+  void readGlobals(ByteReader& bytes) { tables_->globals = variables(bytes); }
 
-  void readFunctions(Bytes& bytes) {
+  void readFunctions(ByteReader& bytes) {
     const auto count = bytes.number<uint16_t>();
     for (uint32_t i = 0; i < count && bytes.isGood(); ++i) {
       FunctionTable& table = tables_->functions.emplace_back();
@@ -105,7 +59,7 @@ class Reader {
 
   void readCode(std::string_view bytes) { tables_->code.assign(bytes.begin(), bytes.end()); }
 
-  void readValues(Bytes& bytes) {
+  void readValues(ByteReader& bytes) {
     const auto count = bytes.number<uint32_t>();
     for (uint32_t i = 0; i < count && bytes.isGood(); ++i) {
       NamedValue& value = values_.emplace_back();
@@ -119,7 +73,7 @@ class Reader {
 
   // Empty, or what is wrong with the section.
   std::string readSection(std::string_view tag, std::string_view content) {
-    Bytes bytes(content);
+    ByteReader bytes(content);
     if (tag == binary::kRecordTag) {
       readRecord(bytes);
     } else if (tag == binary::kStructsTag) {
@@ -130,6 +84,8 @@ class Reader {
       readFunctions(bytes);
     } else if (tag == binary::kValuesTag) {
       readValues(bytes);
+    } else if (tag == binary::kSourcesTag) {
+      binary::readSources(bytes, tables_->sources);
     } else {
       if (tag == binary::kCodeTag) readCode(content);
       return "";
@@ -145,12 +101,12 @@ class Reader {
   }
 
  private:
-  const char* name(Bytes& bytes) {
+  const char* name(ByteReader& bytes) {
     const std::optional<std::string_view> text = bytes.text();
     return text ? tables_->keepName(*text) : nullptr;
   }
 
-  std::vector<VarInfo> variables(Bytes& bytes) {
+  std::vector<VarInfo> variables(ByteReader& bytes) {
     std::vector<VarInfo> result;
     const auto count = bytes.number<uint16_t>();
     for (uint32_t i = 0; i < count && bytes.isGood(); ++i) {
@@ -183,7 +139,7 @@ bool isBinary(std::string_view bytes) { return bytes.starts_with(binary::kMagic)
 
 BinaryResult readBinary(std::string_view text) {
   if (!isBinary(text)) return failure("is no binary shader");
-  Bytes bytes(text.substr(binary::kMagic.size()));
+  ByteReader bytes(text.substr(binary::kMagic.size()));
   const auto version = bytes.number<uint32_t>();
   if (version != binary::kVersion) {
     return failure("has version " + std::to_string(version) +

@@ -1,45 +1,16 @@
 #include <shadermachine-tools/binary_file.h>
 
-#include <cstring>
-
-#include "binary/format.h"
+#include "binary/bytes.h"
+#include "binary/source_section.h"
 #include "disassembly/record.h"
 
 namespace shadermachine::tools {
 namespace {
 
+using binary::ByteWriter;
 using disassembly::Record;
 
-class Bytes {
- public:
-  template <class T>
-  void number(T value) {
-    char bytes[sizeof value];
-    std::memcpy(bytes, &value, sizeof value);
-    text_.append(bytes, sizeof value);
-  }
-  void text(const char* value) {
-    if (value == nullptr) {
-      number(binary::kNull);
-      return;
-    }
-    const size_t length = std::strlen(value);
-    number(static_cast<uint32_t>(length));
-    text_.append(value, length);
-  }
-  void raw(std::string_view bytes) { text_.append(bytes); }
-  void section(std::string_view tag, const Bytes& content) {
-    raw(tag);
-    number(static_cast<uint32_t>(content.text_.size()));
-    raw(content.text_);
-  }
-  std::string take() && { return std::move(text_); }
-
- private:
-  std::string text_;
-};
-
-void addVariables(Bytes& bytes, std::span<const VarInfo> variables) {
+void addVariables(ByteWriter& bytes, std::span<const VarInfo> variables) {
   bytes.number(static_cast<uint16_t>(variables.size()));
   for (const VarInfo& info : variables) {
     bytes.number(info.type);
@@ -51,8 +22,8 @@ void addVariables(Bytes& bytes, std::span<const VarInfo> variables) {
   }
 }
 
-Bytes recordFields(const CompiledShader& shader) {
-  Bytes bytes;
+ByteWriter recordFields(const CompiledShader& shader) {
+  ByteWriter bytes;
   bytes.number(shader.version);
   bytes.number(shader.entryIndex);
   bytes.number(shader.hostFunctionCount);
@@ -67,8 +38,8 @@ Bytes recordFields(const CompiledShader& shader) {
   return bytes;
 }
 
-Bytes structures(const Record& record) {
-  Bytes bytes;
+ByteWriter structures(const Record& record) {
+  ByteWriter bytes;
   bytes.number(static_cast<uint32_t>(record.structCount()));
   for (size_t i = 0; i < record.structCount(); ++i) {
     const StructInfo* info = record.structure(i);
@@ -81,8 +52,8 @@ Bytes structures(const Record& record) {
   return bytes;
 }
 
-Bytes functions(const Record& record) {
-  Bytes bytes;
+ByteWriter functions(const Record& record) {
+  ByteWriter bytes;
   bytes.number(static_cast<uint16_t>(record.functionCount()));
   for (size_t i = 0; i < record.functionCount(); ++i) {
     const ShaderFunction* function = record.function(i);
@@ -97,8 +68,8 @@ Bytes functions(const Record& record) {
   return bytes;
 }
 
-Bytes namedValues(std::span<const NamedValue> values) {
-  Bytes bytes;
+ByteWriter namedValues(std::span<const NamedValue> values) {
+  ByteWriter bytes;
   bytes.number(static_cast<uint32_t>(values.size()));
   for (const NamedValue& value : values) {
     bytes.text(value.name.c_str());
@@ -112,12 +83,12 @@ Bytes namedValues(std::span<const NamedValue> values) {
 
 std::string writeBinary(const ShaderView& view, std::span<const NamedValue> values) {
   const Record record(view);
-  Bytes globals;
+  ByteWriter globals;
   addVariables(globals, record.globals());
-  Bytes code;
+  ByteWriter code;
   code.raw({reinterpret_cast<const char*>(record.code().data()), record.code().size()});
 
-  Bytes file;
+  ByteWriter file;
   file.raw(binary::kMagic);
   file.number(binary::kVersion);
   file.section(binary::kRecordTag, recordFields(record.shader()));
@@ -126,6 +97,11 @@ std::string writeBinary(const ShaderView& view, std::span<const NamedValue> valu
   file.section(binary::kFunctionsTag, functions(record));
   file.section(binary::kCodeTag, code);
   if (!values.empty()) file.section(binary::kValuesTag, namedValues(values));
+  if (view.sources != nullptr) {
+    ByteWriter sources;
+    binary::writeSources(sources, *view.sources);
+    file.section(binary::kSourcesTag, sources);
+  }
   return std::move(file).take();
 }
 
