@@ -107,7 +107,11 @@ class DifferencePicture {
     }
   }
 
-  void write(const std::string& path) const { writePng(path, image_); }
+  void write(const std::string& path) const {
+    OutputFile file(path);
+    writePng(file, path, image_);
+    file.commit();
+  }
 
  private:
   uint8_t* place(uint32_t left, int x, int y) {

@@ -50,19 +50,6 @@ ByteImage decodePng(const std::string& bytes, const std::string& path) {
   return image;
 }
 
-void writePng(std::FILE* file, const std::string& path, const ByteImage& image) {
-  png_image png = {};
-  png.version = PNG_IMAGE_VERSION;
-  png.width = image.width;
-  png.height = image.height;
-  const bool opaque = isOpaque(image);
-  png.format = opaque ? PNG_FORMAT_RGB : PNG_FORMAT_RGBA;
-  const std::vector<uint8_t> bytes = opaque ? withoutAlpha(image) : image.rgba;
-  const bool isWritten = png_image_write_to_stdio(&png, file, 0, bytes.data(), 0, nullptr) != 0;
-  // The file's own errors are seen when it is closed.
-  if (!isWritten && std::ferror(file) == 0) fail(png, path);
-}
-
 void writePpm(std::FILE* file, const ByteImage& image) {
   const std::vector<uint8_t> rgb = withoutAlpha(image);
   std::fprintf(file, "P6\n%u %u\n255\n", image.width, image.height);
@@ -133,6 +120,20 @@ ByteImage readPicture(const std::string& path) {
 #endif
 }
 
+void writePng(OutputFile& file, const std::string& path, const ByteImage& image) {
+  png_image png = {};
+  png.version = PNG_IMAGE_VERSION;
+  png.width = image.width;
+  png.height = image.height;
+  const bool opaque = isOpaque(image);
+  png.format = opaque ? PNG_FORMAT_RGB : PNG_FORMAT_RGBA;
+  const std::vector<uint8_t> bytes = opaque ? withoutAlpha(image) : image.rgba;
+  const bool isWritten =
+      png_image_write_to_stdio(&png, file.stream(), 0, bytes.data(), 0, nullptr) != 0;
+  // The file's own errors are seen when it is closed.
+  if (!isWritten && std::ferror(file.stream()) == 0) fail(png, path);
+}
+
 void writePicture(OutputFile& file, const std::string& path, const FloatImage& image,
                   PictureFormat format, float gamma) {
   std::FILE* const stream = file.stream();
@@ -148,7 +149,7 @@ void writePicture(OutputFile& file, const std::string& path, const FloatImage& i
   }
 #endif
   const ByteImage bytes = quantize(gamma != 1 ? withGamma(image, gamma) : image);
-  if (format == PictureFormat::Png) writePng(stream, path, bytes);
+  if (format == PictureFormat::Png) writePng(file, path, bytes);
   if (format == PictureFormat::Ppm) writePpm(stream, bytes);
   if (format == PictureFormat::Raw) std::fwrite(bytes.rgba.data(), 1, bytes.rgba.size(), stream);
 }

@@ -31,6 +31,8 @@ std::string pictureFormatNames();
 void writePicture(OutputFile& file, const std::string& path, const FloatImage& image,
                   PictureFormat format, float gamma);
 
+void writePng(OutputFile& file, const std::string& path, const ByteImage& image);
+
 // In exr_file.cpp and jpeg_file.cpp.
 std::string encodeExr(const FloatImage& image);
 ByteImage decodeJpeg(const std::string& bytes, const std::string& path);
