@@ -177,6 +177,50 @@ TEST(ValidatorHostile, StopsAtItsLimits) {
             "error: the functions have 1200017 bytes of code, more than 1048576 are not checked\n");
 }
 
+// Structures and functions that share a table of wrong entries.
+TEST(ValidatorHostile, ChecksSharedTablesWithinBounds) {
+  VarInfo entry = {};
+  entry.type = VM_TYPE_FLOAT;
+  entry.byteSize = 8;
+  const std::vector<VarInfo> entries(60000, entry);
+  ShaderFunction function = {};
+  function.codeLength = 1;
+  function.localCount = 60000;
+  function.locals = entries.data();
+  StructInfo structure = {};
+  structure.size = 4;
+  structure.memberCount = 60000;
+  structure.members = entries.data();
+  const uint8_t code[] = {VM_OP_RETURN};
+  for (const uint16_t count : {uint16_t{1}, uint16_t{60000}}) {
+    const std::vector<const ShaderFunction*> functions(count, &function);
+    const std::vector<const StructInfo*> structures(count, &structure);
+    CompiledShader shader = {};
+    shader.version = 1;
+    shader.functionCount = count;
+    shader.functions = functions.data();
+    shader.structTypes = structures.data();
+    shader.code = code;
+    const ValidationResult result = validate({&shader, count, 1});
+    EXPECT_FALSE(result.valid());
+    EXPECT_EQ(result.diagnostics.size(), count == 1 ? 101u : 1u);
+    EXPECT_EQ(toString(result.diagnostics.back()),
+              count == 1 ? "error: and 179900 more errors"
+                         : "error: there are 7200000000 globals, members and locals, more than "
+                           "1048576 are not checked");
+  }
+}
+
+// Each looks for twins among all the others.
+TEST(ValidatorHostile, CountsOperandsAsWork) {
+  std::string many = ".function many(";
+  for (int i = 0; i < 900; ++i) many += (i == 0 ? "Pair p" : ", Pair p") + std::to_string(i);
+  EXPECT_EQ(findings(validateInScene(
+                repeat(900, "LOAD_LOCAL pair\n") + repeat(100000, "CALL many\n") + "HALT\n",
+                many + ")\nRETURN\n.end\n")),
+            "error: the program is too complex to be checked\n");
+}
+
 TEST(ValidatorHostile, FollowsLongChainsOfCalls) {
   std::string links;
   for (int i = 6; i < 20000; ++i) {

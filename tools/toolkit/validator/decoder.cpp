@@ -35,7 +35,7 @@ class FunctionDecoder {
  private:
   template <class... Parts>
   void error(uint32_t offset, const char* mnemonic, const Parts&... parts) {
-    diagnostics_.error(text(parts...), static_cast<int32_t>(index_), offset, mnemonic);
+    diagnostics_.error({static_cast<int32_t>(index_), offset, mnemonic}, parts...);
   }
 
   void decodeAll() {

@@ -7,9 +7,15 @@ namespace {
 
 constexpr uint32_t kNoBlock = UINT32_MAX;
 
-// Units of work: an instruction on a small stack is one, and so is a saved slot.
-uint64_t costOfStep(const AbstractStack& stack, Opcode opcode) {
-  return 1 + stack.size() / (opcode == Opcode::CALL ? 8 : 64);
+// Units of work: an instruction on a small stack is one, and so is a saved slot. Those that take
+// many operands look for twins of each.
+uint64_t costOfStep(const AbstractStack& stack, const Instruction& instruction) {
+  const uint64_t size = stack.size();
+  const uint64_t cost = 1 + size / 64 + instruction.length / 16;
+  const Opcode opcode = instruction.opcode;
+  const bool takesMany =
+      opcode == Opcode::CALL || opcode == Opcode::CTOR_STRUCT || opcode == Opcode::CTOR_ARRAY;
+  return takesMany ? cost + size * size / 256 : cost;
 }
 uint64_t costOfMerge(const AbstractStack& stack) { return 1 + stack.size() / 16; }
 uint64_t costOfCopy(const AbstractStack& stack) { return 1 + stack.size(); }
@@ -59,7 +65,7 @@ void FunctionFlow::walkBlock(uint32_t index, Budget* budget, Reporting* reportin
   const uint32_t locals = program_.shader.functions[function_]->localCount;
   for (;;) {
     const Instruction& instruction = decoded_.instructions[index];
-    if (budget != nullptr && !budget->spend(costOfStep(stack, instruction.opcode))) return;
+    if (budget != nullptr && !budget->spend(costOfStep(stack, instruction))) return;
     if (reporting != nullptr) {
       reporting->facts.instructions[index].depth = static_cast<int32_t>(locals + stack.size());
     }
@@ -104,7 +110,8 @@ void FunctionFlow::flowTo(uint32_t target, const AbstractStack& stack, const Ins
 void FunctionFlow::reportJoin(Block& block, const AbstractStack& stack, const Instruction& from,
                               uint32_t targetOffset, Diagnostics& diagnostics) {
   const auto error = [&](const std::string& message) {
-    diagnostics.error(message, static_cast<int32_t>(function_), from.offset, from.info().mnemonic);
+    diagnostics.error({static_cast<int32_t>(function_), from.offset, from.info().mnemonic},
+                      message);
   };
   if (block.stack.size() != stack.size()) {
     return error(text("reaches offset ", targetOffset, " with ", counted(stack.size(), "value"),

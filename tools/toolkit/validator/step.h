@@ -65,15 +65,13 @@ class Step {
   template <class... Parts>
   void error(const Parts&... parts) {
     if (diagnostics_ == nullptr) return;
-    diagnostics_->error(text(parts...), static_cast<int32_t>(functionIndex), instruction.offset,
-                        instruction.info().mnemonic);
+    diagnostics_->error(place(), parts...);
   }
 
   template <class... Parts>
   void warning(const Parts&... parts) {
     if (diagnostics_ == nullptr) return;
-    diagnostics_->warning(text(parts...), static_cast<int32_t>(functionIndex), instruction.offset,
-                          instruction.info().mnemonic);
+    diagnostics_->warning(place(), parts...);
   }
 
   // Control does not pass to the next instruction.
@@ -108,6 +106,10 @@ class Step {
   Slot slotOf(const VarInfo& variable) const;
 
  private:
+  Place place() const {
+    return {static_cast<int32_t>(functionIndex), instruction.offset, instruction.info().mnemonic};
+  }
+
   Diagnostics* diagnostics_;
   bool hasEnded_ = false;
 };

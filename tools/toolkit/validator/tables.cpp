@@ -9,6 +9,8 @@
 namespace shadermachine::tools {
 namespace {
 
+constexpr uint64_t kMaxEntries = uint64_t{1} << 20;
+
 class TableChecks {
  public:
   TableChecks(const ShaderView& view, Diagnostics& diagnostics)
@@ -17,10 +19,11 @@ class TableChecks {
   void run() {
     if (!hasTables()) return;
     if (shader_.version != 1) error("version is ", shader_.version, ", not 1");
+    if (!isBounded()) return;
     for (uint32_t i = 0; i < view_.structCount; ++i) checkStructure(i);
     checkRecursion();
     for (uint32_t i = 0; i < shader_.globalCount; ++i) {
-      checkVariable(shader_.globals[i], text("global ", i));
+      checkVariable(shader_.globals[i], [&] { return text("global ", i); });
     }
     for (uint32_t i = 0; i < shader_.functionCount; ++i) checkFunction(i);
     if (diagnostics_.errorCount() == 0) checkBindings();
@@ -29,7 +32,7 @@ class TableChecks {
  private:
   template <class... Parts>
   void error(const Parts&... parts) {
-    diagnostics_.error(text(parts...));
+    diagnostics_.error({}, parts...);
   }
 
   bool hasTables() {
@@ -38,6 +41,23 @@ class TableChecks {
     requireTable(shader_.globals, shader_.globalCount != 0, "globals");
     requireTable(shader_.code, view_.codeSize != 0, "code");
     return diagnostics_.errorCount() == 0;
+  }
+
+  // Tables may be shared by many structures and functions, each of which goes through them.
+  bool isBounded() {
+    uint64_t entries = shader_.globalCount;
+    for (uint32_t i = 0; i < view_.structCount; ++i) {
+      const StructInfo* info = shader_.structTypes[i];
+      if (info != nullptr) entries += info->memberCount;
+    }
+    for (uint32_t i = 0; i < shader_.functionCount; ++i) {
+      const ShaderFunction* function = shader_.functions[i];
+      if (function != nullptr) entries += function->localCount;
+    }
+    if (entries <= kMaxEntries) return true;
+    error("there are ", entries, " globals, members and locals, more than ", kMaxEntries,
+          " are not checked");
+    return false;
   }
 
   void requireTable(const void* table, bool needed, const char* name) {
@@ -57,10 +77,10 @@ class TableChecks {
     uint64_t offset = 0;
     for (uint32_t i = 0; i < info->memberCount; ++i) {
       const VarInfo& member = info->members[i];
-      const std::string memberName = text(name, ", member ", i);
+      const auto memberName = [&] { return text("structure ", index, ", member ", i); };
       checkVariable(member, memberName);
       if (member.memberOffset != offset) {
-        error(memberName, ": memberOffset is ", member.memberOffset,
+        error(memberName(), ": memberOffset is ", member.memberOffset,
               ", the members before it end at ", offset);
       }
       offset += member.byteSize;
@@ -106,11 +126,13 @@ class TableChecks {
     }
   }
 
-  void checkVariable(const VarInfo& variable, const std::string& name) {
+  // `name` gives the variable's name for a remark: most have none.
+  template <class Name>
+  void checkVariable(const VarInfo& variable, const Name& name) {
     const uint64_t bytes = types_.variableBytes(variable.type, variable.count);
-    if (bytes == 0) return error(name, ": there is no type ", variable.type);
+    if (bytes == 0) return error(name(), ": there is no type ", variable.type);
     if (variable.byteSize != bytes) {
-      error(name, ": byteSize is ", variable.byteSize, ", its type takes ", bytes);
+      error(name(), ": byteSize is ", variable.byteSize, ", its type takes ", bytes);
     }
   }
 
@@ -126,7 +148,7 @@ class TableChecks {
             function->localCount);
     }
     for (uint32_t i = 0; i < function->localCount; ++i) {
-      checkVariable(function->locals[i], text(name, ", local ", i));
+      checkVariable(function->locals[i], [&] { return text("function ", index, ", local ", i); });
     }
     const uint64_t end = uint64_t{function->codeOffset} + function->codeLength;
     if (end > view_.codeSize) {

@@ -19,13 +19,13 @@ class Validation {
 
   ValidationResult run() {
     if (view_.shader == nullptr) {
-      diagnostics_.error("there is no shader");
+      diagnostics_.error({}, "there is no shader");
     } else {
       checkTables(view_, diagnostics_);
       const bool tablesAreSound = diagnostics_.errorCount() == 0;
       if (view_.shader->functions != nullptr && decodeFunctions() && tablesAreSound) checkStacks();
     }
-    sortDiagnostics();
+    result_.diagnostics = diagnostics_.take();
     return std::move(result_);
   }
 
@@ -45,8 +45,8 @@ class Validation {
       if (hasCode(i)) bytes += view_.shader->functions[i]->codeLength;
     }
     if (bytes > kMaxCodeBytes) {
-      diagnostics_.error(text("the functions have ", bytes, " bytes of code, more than ",
-                              kMaxCodeBytes, " are not checked"));
+      diagnostics_.error({}, "the functions have ", bytes, " bytes of code, more than ",
+                         kMaxCodeBytes, " are not checked");
       return false;
     }
     for (uint32_t i = 0; i < functionCount(); ++i) {
@@ -61,7 +61,7 @@ class Validation {
     std::vector<FunctionFlow> flows;
     for (uint32_t i = 0; i < functionCount(); ++i) flows.emplace_back(program, i, decoded_[i]);
     if (!search(calls, program, flows)) {
-      return diagnostics_.error("the program is too complex to be checked");
+      return diagnostics_.error({}, "the program is too complex to be checked");
     }
     for (uint32_t i = 0; i < functionCount(); ++i) {
       result_.functions.push_back(reportFunction(i, calls, flows[i]));
@@ -95,19 +95,10 @@ class Validation {
     }
     facts.recursive = calls.isRecursive(index);
     if (facts.recursive) {
-      diagnostics_.warning("the function can call itself", static_cast<int32_t>(index));
+      diagnostics_.warning({static_cast<int32_t>(index)}, "the function can call itself");
     }
     flow.report(diagnostics_, facts);
     return facts;
-  }
-
-  void sortDiagnostics() {
-    result_.diagnostics = std::move(diagnostics_.list());
-    std::stable_sort(result_.diagnostics.begin(), result_.diagnostics.end(),
-                     [](const Diagnostic& a, const Diagnostic& b) {
-                       if (a.function != b.function) return a.function < b.function;
-                       return a.offset < b.offset;
-                     });
   }
 
   const ShaderView view_;
