@@ -1,6 +1,7 @@
 #include "instructions/builtin_variables.h"
 
 #include "instructions/handlers.h"
+#include "machine/types.h"
 
 namespace shadermachine {
 namespace {
@@ -26,8 +27,13 @@ VmError readFromGlobal(Machine& machine, const BuiltinVariable& variable) {
   if (global >= machine.shader->globalCount) return VM_ERR_NO_BUILTIN_VARIABLE;
   BlockView& view = topSlot(machine).view;
   blockShare(&view, &machine.stack[global].view);
-  const bool wholeArray = variable.family == GlobalArray;
-  askHost(machine, variable, view.data, wholeArray ? machine.shader->globals[global].count : 1);
+  const VarInfo& info = machine.shader->globals[global];
+  const uint32_t count = variable.family == GlobalArray ? info.count : 1;
+  // The host writes so many elements, of at least the global's own type.
+  if (view.data != nullptr && uint64_t{count} * typeByteSize(info.type) > view.size) {
+    return VM_ERR_INVALID_SHADER;
+  }
+  askHost(machine, variable, view.data, count);
   return VM_OK;
 }
 

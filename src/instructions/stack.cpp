@@ -57,6 +57,10 @@ void storeAndPop(Machine& machine, const Variable& variable) {
 void loadHostVariable(Machine& machine, ValueSlot& target, uint32_t number) {
   const Variable global = globalVariable(machine, number);
   const bool basic = isBasicVar(global.info);
+  // The host writes as many bytes as the table says.
+  if (basic && global.info.byteSize > sizeof target.value.words) {
+    return stopRun(machine, VM_ERR_INVALID_SHADER);
+  }
   if (!basic) blockShare(&target.view, &global.slot.view);
   const HostVariableRequest request = {
       basic ? static_cast<void*>(target.value.words) : target.view.data,
@@ -160,7 +164,7 @@ void swapTop(Machine& machine) {
 
 void makeUnique(Machine& machine) {
   BlockView& view = topSlot(machine).view;
-  if (blockRefCount(&view) == 1) return;
+  if (machine.runState == VM_RUN_STOPPING || blockRefCount(&view) == 1) return;
   if (!chargeBytes(machine, view.size)) return;
   BlockView copy;
   if (!blockClone(machine, &copy, &view)) return stopWithoutBlock(machine);

@@ -25,7 +25,7 @@ std::string firstError(const std::string& text) {
 }
 
 TEST(Assembler, BuildsEmptyShaderFromEmptyText) {
-  for (const char* text : {"", "\n", "; comment", "\r\n\r\n"}) {
+  for (const char* text : {"", "\n", "; comment", "\r\n\r\n", "\xEF\xBB\xBF"}) {
     const AssemblyResult result = assemble(text);
     ASSERT_TRUE(result.shader) << text;
     EXPECT_EQ(result.shader->record()->functionCount, 0);

@@ -57,6 +57,24 @@ TEST(Misuse, MoreVariablesThanSlots) {
   EXPECT_EQ(liveAllocations(), before);
 }
 
+// The host would write more than there is room for.
+TEST(Misuse, HostVariablesOfWrongSizes) {
+  VarInfo global = {VM_TYPE_VEC4, VM_VAR_HOST, 0, 68, 0, nullptr, 0};
+  constexpr uint8_t kLoad[] = {VM_OP_LOAD_GLOBAL, 0, 0, VM_OP_POP, VM_OP_RETURN};
+  constexpr uint8_t kLoad450[] = {VM_OP_LOAD_BUILTIN, 194, 1, VM_OP_POP_RELEASE, VM_OP_RETURN};
+  SmallShader wide(kLoad);
+  SmallShader longer(kLoad450);
+  for (SmallShader* shader : {&wide, &longer}) {
+    shader->record.globalCount = 1;
+    shader->record.globals = &global;
+  }
+  Rig rig;
+  EXPECT_EQ(rig.run(&wide.record), VM_ERR_INVALID_SHADER);
+  global = {VM_TYPE_VEC4, 0, 1000, 64, 0, nullptr, 0};
+  EXPECT_EQ(rig.run(&longer.record), VM_ERR_INVALID_SHADER);
+  EXPECT_TRUE(rig.calls.empty());
+}
+
 TEST(Misuse, NumbersOutsideTheTables) {
   struct Case {
     std::vector<uint8_t> code;
@@ -68,6 +86,7 @@ TEST(Misuse, NumbersOutsideTheTables) {
       {{VM_OP_POP}, VM_ERR_INVALID_SHADER},
       {{VM_OP_POP_N, 255}, VM_ERR_INVALID_SHADER},
       {{VM_OP_SWAP}, VM_ERR_INVALID_SHADER},
+      {{VM_OP_MAKE_UNIQUE}, VM_ERR_INVALID_SHADER},
       {{VM_OP_PUSH_0, VM_OP_ADD_F, 4}, VM_ERR_INVALID_SHADER},
       {{VM_OP_PUSH_0, VM_OP_CTOR_ARRAY, 158, 255, 9, 0}, VM_ERR_INVALID_SHADER},  // 9 floats
       {{VM_OP_LOAD_LOCAL, 0, 0}, VM_ERR_INVALID_SHADER},

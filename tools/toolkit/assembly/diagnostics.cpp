@@ -39,8 +39,9 @@ SourcePosition Diagnostics::positionOf(std::string_view place) const {
 }
 
 void Diagnostics::error(std::string_view place, std::string message) {
+  if (isFull()) return;
   const auto [file, line, column] = positionOf(place);
-  if (isFull() || !linesWithErrors_.insert(line).second) return;
+  if (!linesWithErrors_.insert(line).second) return;
   if (errors_.size() + 1 == kMaxErrors) message += " (too many errors, the rest is not shown)";
   errors_.push_back({line, column, static_cast<uint32_t>(place.size()), std::move(message)});
 }

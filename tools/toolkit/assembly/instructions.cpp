@@ -83,7 +83,10 @@ class FunctionAssembler {
     hasSource_ = std::any_of(syntax_.body.begin(), syntax_.body.end(), [](const auto& statement) {
       return statement.kind == StatementSyntax::Kind::Source;
     });
-    for (const StatementSyntax& statement : syntax_.body) assemble(statement);
+    for (const StatementSyntax& statement : syntax_.body) {
+      if (scope_.diagnostics.isFull()) return;
+      assemble(statement);
+    }
     if (syntax_.codeRange && !syntax_.body.empty()) {
       scope_.error(syntax_.name, "a function with a given code range has no instructions");
     }

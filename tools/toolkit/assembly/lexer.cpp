@@ -15,7 +15,9 @@ class Lexer {
       : source_(source), diagnostics_(diagnostics) {}
 
   std::vector<Token> run() {
-    while (position_ < source_.size()) scan();
+    // Editors of some systems begin every file with a byte order mark.
+    if (source_.starts_with("\xEF\xBB\xBF")) position_ = 3;
+    while (position_ < source_.size() && !diagnostics_.isFull()) scan();
     tokens_.push_back({TokenKind::EndOfFile, source_.substr(source_.size())});
     return std::move(tokens_);
   }
