@@ -142,6 +142,10 @@ void Translator::setIndexHome(int32_t i) {
 }
 
 bool Translator::selectStop(Instance& instance, Instruction& item) {
+  // After HALT the outputs are delivered: references lie where the plain handlers leave them.
+  for (int32_t s = 0; s <= out_.top; ++s) {
+    if (out_.slot(s).lazyView) out_.flushSlot(s);
+  }
   out_.flushIndices();
   Record record = makeRecord(out_.call->caller == nullptr ? &finishStep : &stopStep);
   record.site = out_.site(item.end, 0);
