@@ -31,7 +31,10 @@ void DerivativeRecord::turn() {
   for (Run& run : *noted_) run.count = 0;
 }
 
-void DerivativeRecord::startFragment(unsigned fragment) { fragment_ = fragment; }
+void DerivativeRecord::startFragment(unsigned fragment) {
+  fragment_ = fragment;
+  if (isUsed_) (*noted_)[fragment].count = 0;
+}
 
 bool DerivativeRecord::isSettled() const {
   if (!isUsed_) return true;

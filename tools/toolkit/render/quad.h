@@ -34,11 +34,17 @@ class QuadRunner {
   // its neighbours give.
   template <class Execute>
   VmError runOne(uint32_t column, uint32_t row, const Execute& execute) {
+    const StartupInfo startup = prepareOne(column, row);
+    startOne(column, row);
+    return execute(startup);
+  }
+  // The same in parts, for those who run the fragment themselves, as often as they like.
+  StartupInfo prepareOne(uint32_t column, uint32_t row) {
     run(column / 2, row / 2, column + 1, row + 1);
     derivatives_.turn();
-    host_.startFragment(column, row);
-    return execute(startup_);
+    return startup_;
   }
+  void startOne(uint32_t column, uint32_t row) { host_.startFragment(column, row); }
   const FragmentHost& host() const { return host_; }
 
  private:

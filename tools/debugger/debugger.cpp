@@ -1,0 +1,264 @@
+// Movement: stepping, stops, both ways.
+#include "debugger/debugger.h"
+
+#include <algorithm>
+#include <chrono>
+#include <utility>
+
+#include "instructions/opcode_info.h"
+
+namespace shadermachine::tools {
+namespace {
+
+uint64_t now() {
+  const auto time = std::chrono::steady_clock::now().time_since_epoch();
+  return static_cast<uint64_t>(std::chrono::duration_cast<std::chrono::milliseconds>(time).count());
+}
+
+}  // namespace
+
+Debugger::Debugger(FragmentRun& run, uint32_t timeoutMilliseconds)
+    : run_(run), view_(run.view()), timeout_(timeoutMilliseconds) {
+  const CompiledShader& shader = *view_.shader;
+  for (uint32_t i = 0; i < shader.functionCount; ++i) functions_.emplace(shader.functions[i], i);
+}
+
+Stop Debugger::restart() {
+  run_.restart();
+  for (auto& [id, breakpoint] : breakpoints_) {
+    breakpoint.hits = 0;
+    breakpoint.last.reset();
+  }
+  return {Stop::Reason::Started, "", 0};
+}
+
+std::optional<Stop> Debugger::afterEnd() const {
+  if (!run_.isOver()) return std::nullopt;
+  const VmError error = run_.error();
+  if (isFailure(error) && caught_.test(error)) {
+    return Stop{Stop::Reason::Failure, vmGetErrorString(error), 0};
+  }
+  return Stop{Stop::Reason::Ended,
+              "the run ended with code " + std::to_string(error) + ": " + vmGetErrorString(error),
+              0};
+}
+
+// The clock and the flag are looked at now and then.
+bool Debugger::hasTime(uint64_t done) {
+  constexpr uint64_t kInterval = 4096;
+  if (done % kInterval != 0) return true;
+  if (isPaused_.exchange(false, std::memory_order_relaxed)) return false;
+  return timeout_ == 0 || now() < deadline_;
+}
+
+Stop Debugger::forward(const Wanted& wanted) {
+  isPaused_ = false;
+  deadline_ = now() + timeout_;
+  for (uint64_t done = 1;; ++done) {
+    if (auto stop = afterEnd()) return *stop;
+    if (auto stop = stepChecked()) return *stop;
+    if (auto stop = afterEnd()) return *stop;
+    if (!marks_.empty() || hasWatches_) {
+      if (auto stop = hit(true)) return *stop;
+    }
+    if (wanted && wanted()) return {Stop::Reason::Step, "", 0};
+    if (!hasTime(done)) return {Stop::Reason::Paused, "still running; continue goes on", 0};
+  }
+}
+
+// Runs from the start to here and goes to the last place that would have stopped.
+Stop Debugger::backward(const Wanted& wanted) {
+  isPaused_ = false;
+  deadline_ = now() + timeout_;
+  const uint64_t end = run_.steps();
+  Stop found{Stop::Reason::Started, "the beginning of the run", 0};
+  uint64_t place = 0;
+  run_.restart();
+  for (auto& [id, breakpoint] : breakpoints_) breakpoint.last.reset();
+  while (run_.steps() < end) {
+    auto stop = !marks_.empty() || hasWatches_ ? hit(false) : std::nullopt;
+    if (!stop && wanted && wanted()) stop = Stop{Stop::Reason::Step, "", 0};
+    if (stop) {
+      found = *stop;
+      place = run_.steps();
+    }
+    run_.step();
+    if (!hasTime(run_.steps())) {
+      run_.seek(end);
+      return {Stop::Reason::Paused, "going back takes too long", 0};
+    }
+  }
+  run_.seek(place);
+  return found;
+}
+
+Stop Debugger::proceed(Direction direction) {
+  return direction == Direction::Forward ? forward(nullptr) : backward(nullptr);
+}
+
+Stop Debugger::proceedFromHere() {
+  if (const auto stop = hit(true)) return *stop;
+  return proceed(Direction::Forward);
+}
+
+Stop Debugger::step(StepKind kind, Direction direction) {
+  const Wanted here = wanted(kind);
+  if (direction == Direction::Forward) return forward(here);
+  if (kind == StepKind::Instruction && run_.steps() > 0) {
+    run_.seek(run_.steps() - 1);
+    return {Stop::Reason::Step, "", 0};
+  }
+  return backward(here);
+}
+
+// Whether the run stands where the step ends; asked before every instruction.
+Debugger::Wanted Debugger::wanted(StepKind kind) const {
+  const auto depth = [this] { return run_.machine().frameIndex; };
+  const int32_t startDepth = depth();
+  const SourcePosition start = place().position;
+  if (kind == StepKind::Instruction) return [] { return true; };
+  if (kind == StepKind::OverInstruction) return [=] { return depth() <= startDepth; };
+  if (kind == StepKind::Out) {
+    return [=] { return depth() < startDepth; };
+  }
+  const bool isOver = kind == StepKind::Over;
+  return [=, this] {
+    if (isOver && depth() > startDepth) return false;
+    const SourceRow* row = statementHere();
+    if (row == nullptr) return false;
+    const bool isSameLine = row->position.line == start.line && row->position.file == start.file;
+    return !isSameLine || depth() != startDepth;
+  };
+}
+
+std::optional<Stop> Debugger::hit(bool isForward) {
+  if (run_.isOver()) return std::nullopt;
+  if (hasWatches_) {
+    if (auto stop = watched()) return stop;
+  }
+  const uint32_t code = codeHere();
+  if (code >= marks_.size() || marks_[code] == 0) return std::nullopt;
+  for (auto& [id, breakpoint] : breakpoints_) {
+    if (std::ranges::find(breakpoint.codes, code) == breakpoint.codes.end()) continue;
+    if (!counts(breakpoint, isForward)) continue;
+    const int number = id;
+    if (breakpoint.isTemporary) remove(number);
+    return Stop{Stop::Reason::Breakpoint, "breakpoint " + std::to_string(number), number};
+  }
+  return std::nullopt;
+}
+
+// Whether a breakpoint that the run has come to stops it.
+bool Debugger::counts(Breakpoint& breakpoint, bool isForward) {
+  if (!breakpoint.condition.empty()) {
+    try {
+      if (!isTrue(evaluate(breakpoint.condition))) return false;
+    } catch (const ExpressionError& error) {
+      if (say_)
+        say_("condition of breakpoint " + std::to_string(breakpoint.id) + ": " + error.what());
+    }
+  }
+  if (isForward) ++breakpoint.hits;
+  if (isForward && breakpoint.hits <= breakpoint.ignored) return false;
+  if (breakpoint.message.empty()) return true;
+  if (isForward && say_) say_(interpolated(breakpoint.message));
+  return false;
+}
+
+std::string Debugger::interpolated(const std::string& message) const {
+  std::string text;
+  for (size_t i = 0; i < message.size(); ++i) {
+    const size_t end = message[i] == '{' ? message.find('}', i) : std::string::npos;
+    if (end == std::string::npos) {
+      text += message[i];
+      continue;
+    }
+    try {
+      text += format(evaluate(message.substr(i + 1, end - i - 1)));
+    } catch (const ExpressionError& error) {
+      text += std::string("<") + error.what() + ">";
+    }
+    i = end;
+  }
+  return text;
+}
+
+std::optional<DebugValue> Debugger::tryEvaluate(const std::string& expression) const {
+  try {
+    return evaluate(expression);
+  } catch (const ExpressionError&) {
+    return std::nullopt;
+  }
+}
+
+// Looks where statements begin. What is out of scope there has not changed.
+std::optional<Stop> Debugger::watched() {
+  if (statementHere() == nullptr) return std::nullopt;
+  const DebugPlace changedAt = before_;
+  before_ = place();
+  for (auto& [id, breakpoint] : breakpoints_) {
+    if (breakpoint.kind != Breakpoint::Kind::Watch) continue;
+    const std::optional<DebugValue> value = tryEvaluate(breakpoint.what);
+    if (!value) continue;
+    const std::optional<DebugValue> last = std::exchange(breakpoint.last, value);
+    if (!last || *last == *value) continue;
+    std::string text = breakpoint.what + ": " + format(*last) + " -> " + format(*value);
+    if (changedAt.position.isKnown()) {
+      text += ", in line " + std::to_string(changedAt.position.line);
+    }
+    return Stop{Stop::Reason::Watch, text, id};
+  }
+  return std::nullopt;
+}
+
+// The variable that the next instruction stores into.
+std::optional<DebugVariable> Debugger::storeTarget() const {
+  const CallFrame& current = frame(0);
+  const uint8_t* code = current.code + current.pc;
+  const uint32_t left = view_.codeSize - codeHere();
+  if (instructionLength(code, left) < 3) return std::nullopt;
+  const OpcodeInfo& info = kOpcodeTable[code[0]];
+  if (!std::string_view(info.mnemonic).starts_with("STORE_")) return std::nullopt;
+  const auto index = static_cast<uint16_t>(code[1] | code[2] << 8);
+  DebugVariable target;
+  if (info.operands[0] == OperandKind::Local && index < current.function->localCount) {
+    const VarInfo& local = current.function->locals[index];
+    target.name = local.name != nullptr ? local.name : "a local";
+    target.value = slotValue(local, current.locals[index], "");
+  } else if (info.operands[0] == OperandKind::Global && index < view_.shader->globalCount) {
+    const char* name = view_.shader->globals[index].name;
+    target.name = name != nullptr ? name : "a global";
+    target.value = globalValue(index, "");
+  } else {
+    return std::nullopt;
+  }
+  return target;
+}
+
+// Executes an instruction and looks at what it stored, if that is asked for.
+std::optional<Stop> Debugger::stepChecked() {
+  if (!catchesNonFinite_) {
+    run_.step();
+    return std::nullopt;
+  }
+  const std::optional<DebugVariable> before = storeTarget();
+  const DebugPlace where = place();
+  if (!before) {
+    run_.step();
+    return std::nullopt;
+  }
+  const CallFrame current = frame(0);
+  run_.step();
+  if (run_.isOver()) return std::nullopt;
+  const uint8_t* code = current.code + where.offset;
+  const auto index = static_cast<uint16_t>(code[1] | code[2] << 8);
+  const bool isLocal = kOpcodeTable[code[0]].operands[0] == OperandKind::Local;
+  const DebugValue after =
+      isLocal ? slotValue(current.function->locals[index], current.locals[index], "")
+              : globalValue(index, "");
+  if (after == before->value || !isNonFinite(view_, after)) return std::nullopt;
+  return Stop{Stop::Reason::NonFinite,
+              "a NaN or infinity was stored: " + before->name + " = " + format(after), 0};
+}
+
+}  // namespace shadermachine::tools
