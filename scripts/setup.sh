@@ -14,6 +14,7 @@ build_packages=(
   libpng-dev:/usr/include/png.h
   libopenexr-dev:/usr/include/OpenEXR/OpenEXRConfig.h
   libturbojpeg0-dev:/usr/include/turbojpeg.h
+  libedit-dev:/usr/include/histedit.h
   nlohmann-json3-dev:/usr/include/nlohmann/json.hpp
   glslang-dev:/usr/include/glslang/Public/ShaderLang.h
   glslang-tools:glslangValidator

@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <sstream>
 #include <string>
 
 #include "support/text_cases.h"
@@ -81,7 +82,7 @@ TEST_F(Cli, ExitCodesAndMessages) {
       {"opcodes", 0, "205  BIT_NOT"},
       {"run good.sasm --size 4x2 --pixel 3,0 --time 2", 0,
        "code 0: No error.\ncolour: 0.875 0.75 2 1\n"},
-      {"run good.sasm --trace --size 2x2", 0,
+      {"run good.sasm --trace=instructions --size 2x2", 0,
        "main+7              CTOR_VEC4_A 2, 1, 1               S0 = 0.75 0.25 0 1.0\n"},
       {"render good.sasm --size 8x8", 0, "warning: host variable 'picture' has no value"},
       {"render good.sasm --size 8x8 --stats", 0, "64  code 0: No error."},
@@ -232,5 +233,31 @@ TEST_F(Cli, PictureFormats) {
   ASSERT_EQ(run(render + "a.raw --region 1,0,1x1").exitCode, 0);
   EXPECT_EQ(readFile("a.raw"), "\xbf\x80\xff\xff");
 }
+
+#ifdef SHADERMACHINE_HAVE_GLSL
+// The manual's sessions: a line "$ shadermachine ..." and what it prints, commands among it.
+TEST_F(Cli, SessionsOfTheManual) {
+  const std::string manual = readFile(DEBUGGING_MANUAL);
+  const std::string examples =
+      fs::path(DEBUGGING_MANUAL).parent_path().parent_path() / "examples/debugging";
+  fs::copy(examples, ".");
+  const std::string opening = "```console\n$ shadermachine ";
+  size_t count = 0;
+  for (size_t at = manual.find(opening); at != std::string::npos; at = manual.find(opening, at)) {
+    at += opening.size();
+    const std::string session = manual.substr(at, manual.find("```", at) - at);
+    const size_t end = session.find('\n');
+    std::string script;
+    std::istringstream lines(session.substr(end + 1));
+    for (std::string line; std::getline(lines, line);) {
+      if (line.starts_with("(debug) ")) script += line.substr(8) + "\n";
+    }
+    write("script", script);
+    EXPECT_EQ(run(session.substr(0, end) + " < script").output, session.substr(end + 1));
+    ++count;
+  }
+  EXPECT_GE(count, 3u);
+}
+#endif
 
 }  // namespace

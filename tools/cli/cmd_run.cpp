@@ -6,7 +6,10 @@
 #include "assembly/literals.h"
 #include "cli/commands.h"
 #include "cli/input_options.h"
+#include "cli/pixel_option.h"
 #include "cli/shader_file.h"
+#include "debugger/debugger.h"
+#include "debugger/trace.h"
 #include "machine/machine.h"
 #include "machine/run_loop.h"
 #include "render/quad.h"
@@ -16,8 +19,8 @@ namespace {
 
 struct RunOptions {
   InputOptions input;
-  std::vector<uint32_t> pixel;  // x, y from the top left; empty: the middle
-  bool trace = false;
+  PixelOption pixel;
+  std::string trace;  // "source", "instructions", or empty
 };
 
 std::string slotText(const ValueSlot& slot) {
@@ -66,18 +69,6 @@ VmError traceRun(Machine& machine, const ShaderView& view, const StartupInfo& st
   return endRun(machine);
 }
 
-FrameInputs frameOf(const RunOptions& options) { return frameInputs(options.input, 0); }
-
-// The pixel as the options give it, from the top left.
-void pixelOf(const RunOptions& options, uint32_t& x, uint32_t& y) {
-  const FrameInputs frame = frameOf(options);
-  x = options.pixel.empty() ? frame.width / 2 : options.pixel[0];
-  y = options.pixel.empty() ? frame.height / 2 : options.pixel[1];
-  if (x >= frame.width || y >= frame.height) {
-    throw CLI::ValidationError("--pixel", "the pixel lies outside of the picture");
-  }
-}
-
 void printOutputs(const CompiledShader& shader, const FragmentHost& host) {
   if (shader.outputGlobal0 < 0) return;
   const std::array<float, 4>& c = host.colour();
@@ -87,14 +78,22 @@ void printOutputs(const CompiledShader& shader, const FragmentHost& host) {
 
 int runOnce(const RunOptions& options) {
   RunFailure failure;
-  pixelOf(options, failure.x, failure.y);
+  const FrameInputs frame = frameInputs(options.input, 0);
+  const Pixel pixel = choosePixel(options.pixel, frame);
+  failure.x = pixel.x;
+  failure.y = pixel.y;
   const LoadedShader shader = loadShader(options.input.shaderPath, options.input.source);
   const ShaderView view = shader.view();
   validateUnlessTrusted(options.input, view);
   HostInputs inputs(view);
   applyInputs(options.input, shader, inputs);
-  const FrameInputs frame = frameOf(options);
   inputs.startFrame(frame);
+
+  if (options.trace == "source") {
+    FragmentRun run(view, inputs, frame, pixel.x, pixel.y);
+    Debugger debugger(run, options.input.timeout);
+    traceSource(debugger, [](const std::string& line) { std::fputs(line.c_str(), stdout); });
+  }
 
   vmInitialize();
   const HostCallbacks callbacks = FragmentHost::callbacks();
@@ -105,15 +104,16 @@ int runOnce(const RunOptions& options) {
   std::memset(machine->stack, 0, sizeof(ValueSlot) * static_cast<size_t>(machine->stackCapacity));
   QuadRunner runner(view, inputs, *machine, options.input.timeout);
   const auto run = [&](const StartupInfo& startup) {
-    return options.trace ? traceRun(*machine, view, startup)
-                         : vmShaderMachineExecuteShader(machine, view.shader, &startup);
+    return options.trace == "instructions"
+               ? traceRun(*machine, view, startup)
+               : vmShaderMachineExecuteShader(machine, view.shader, &startup);
   };
   failure.error = runner.runOne(failure.x, frame.height - 1 - failure.y, run);
   if (isFailure(failure.error)) {
     locateFailure(*machine, view, failure);
-    const std::string pixel =
+    const std::string where =
         "pixel (" + std::to_string(failure.x) + ", " + std::to_string(failure.y) + "): ";
-    std::fputs(formatFailure(failure, view, options.input.shaderPath, pixel).c_str(), stderr);
+    std::fputs(formatFailure(failure, view, options.input.shaderPath, where).c_str(), stderr);
     return kRunFailed;
   }
   std::printf("code %u: %s\n", failure.error, vmGetErrorString(failure.error));
@@ -128,14 +128,12 @@ void addRunCommand(CLI::App& program, Outcome& outcome) {
       program.add_subcommand("run", "Run a shader for one pixel, print its outputs");
   auto options = std::make_shared<RunOptions>();
   addInputOptions(*command, options->input);
+  addPixelOption(*command, options->pixel);
   command
-      ->add_option("--pixel", options->pixel,
-                   "column and row, counted from the top left; the middle unless given")
-      ->expected(2)
-      ->delimiter(',')
-      ->type_name("X,Y");
-  command->add_flag("--trace", options->trace,
-                    "print every instruction and the two top slots after it");
+      ->add_flag("--trace{source}", options->trace,
+                 "print every line of the source and what it changes; =instructions: every "
+                 "instruction and the two top slots after it")
+      ->check(CLI::IsMember({"source", "instructions"}));
   command->callback([options, &outcome] { outcome.exitCode = runOnce(*options); });
 }
 

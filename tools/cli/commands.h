@@ -19,6 +19,7 @@ struct Outcome {
 };
 
 void addAsmCommand(CLI::App& program, Outcome& outcome);
+void addDebugCommand(CLI::App& program, Outcome& outcome);
 void addDisCommand(CLI::App& program, Outcome& outcome);
 void addGlslCommand(CLI::App& program, Outcome& outcome);
 void addHelpCommands(CLI::App& program, Outcome& outcome);

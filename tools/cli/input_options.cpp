@@ -192,6 +192,15 @@ void addInputOptions(CLI::App& command, InputOptions& options) {
       ->capture_default_str();
 }
 
+void checkInputs(const InputOptions& options) {
+  const auto require = [](const std::string& error) {
+    if (!error.empty()) throw InputError(error);
+  };
+  require(checkSize(options.size));
+  for (const std::string& text : options.textures) require(checkTexture(text));
+  for (const std::string& text : options.values) require(checkValues(text));
+}
+
 FrameInputs frameInputs(const InputOptions& options, int32_t frame) {
   FrameInputs inputs;
   parseSize(options.size, inputs.width, inputs.height);

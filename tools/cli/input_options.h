@@ -27,6 +27,9 @@ void addSourceOptions(CLI::App& command, SourceOptions& options);
 
 void addInputOptions(CLI::App& command, InputOptions& options);
 
+// The same checks for options that were not on the command line. Throws InputError.
+void checkInputs(const InputOptions& options);
+
 // Width and height of the picture, time and number of the frame.
 FrameInputs frameInputs(const InputOptions& options, int32_t frame);
 

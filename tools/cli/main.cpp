@@ -43,6 +43,7 @@ std::string versionText() {
 void addCommands(CLI::App& program, Outcome& outcome) {
   addRenderCommand(program, outcome);
   addRunCommand(program, outcome);
+  addDebugCommand(program, outcome);
   addAsmCommand(program, outcome);
   addDisCommand(program, outcome);
   addValCommand(program, outcome);

@@ -1,0 +1,196 @@
+// The debugger in a terminal: a line editor around debugger/console.h.
+#include <histedit.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdio>
+#include <iostream>
+#include <memory>
+#include <sstream>
+
+#include "cli/commands.h"
+#include "cli/files.h"
+#include "cli/input_options.h"
+#include "cli/pixel_option.h"
+#include "debugger/console.h"
+#include "debugger/dap.h"
+
+namespace shadermachine::tools {
+namespace {
+
+struct DebugOptions {
+  InputOptions input;
+  PixelOption pixel;
+  std::string script;
+  bool isForEditor = false;
+};
+
+// Ctrl-C stops the command that runs.
+std::atomic<Debugger*> interrupted = nullptr;
+void interrupt(int) {
+  if (Debugger* debugger = interrupted.load()) debugger->pause();
+}
+
+class LineEditor {
+ public:
+  LineEditor()
+      : editor_(el_init("shadermachine", stdin, stdout, stderr), &el_end),
+        history_(history_init(), &history_end) {
+    if (editor_ == nullptr || history_ == nullptr) throw std::bad_alloc();
+    HistEvent event;
+    history(history_.get(), &event, H_SETSIZE, 1000);
+    history(history_.get(), &event, H_SETUNIQUE, 1);
+    el_set(editor_.get(), EL_PROMPT, prompt);
+    el_set(editor_.get(), EL_EDITOR, "emacs");
+    el_set(editor_.get(), EL_SIGNAL, 1);
+    el_set(editor_.get(), EL_HIST, history, history_.get());
+    el_set(editor_.get(), EL_ADDFN, "complete", "complete a command", complete);
+    el_set(editor_.get(), EL_BIND, "^I", "complete", nullptr);
+  }
+
+  // False at the end of the input.
+  bool read(std::string& line) {
+    int length = 0;
+    const char* text = el_gets(editor_.get(), &length);
+    if (text == nullptr || length <= 0) return false;
+    line.assign(text, static_cast<size_t>(length));
+    while (line.ends_with('\n')) line.pop_back();
+    HistEvent event;
+    if (!line.empty()) history(history_.get(), &event, H_ENTER, line.c_str());
+    return true;
+  }
+
+ private:
+  static char* prompt(EditLine*) {
+    static char text[] = "(debug) ";
+    return text;
+  }
+
+  static unsigned char complete(EditLine* editor, int) {
+    const LineInfo* line = el_line(editor);
+    const std::string begin(line->buffer, line->cursor);
+    const std::vector<std::string> names = Console::completions(begin);
+    if (names.size() != 1 || el_insertstr(editor, names[0].c_str() + begin.size()) != 0) {
+      return CC_ERROR;
+    }
+    return CC_REFRESH;
+  }
+
+  std::unique_ptr<EditLine, decltype(&el_end)> editor_;
+  std::unique_ptr<History, decltype(&history_end)> history_;
+};
+
+// Commands from a script are shown before their answers, so that the output reads as a session.
+void runScript(Console& console, std::istream& script) {
+  for (std::string line; !console.isDone() && std::getline(script, line);) {
+    std::printf("(debug) %s\n%s", line.c_str(), console.execute(line).c_str());
+  }
+}
+
+void runTerminal(Console& console) {
+  LineEditor editor;
+  for (std::string line; !console.isDone() && editor.read(line);) {
+    std::fputs(console.execute(line).c_str(), stdout);
+  }
+}
+
+// A run and all that it refers to.
+class Session {
+ public:
+  explicit Session(const DebugOptions& options)
+      : shader_(load(options)), inputs_(shader_.view()), frame_(frameInputs(options.input, 0)) {
+    validateUnlessTrusted(options.input, shader_.view());
+    applyInputs(options.input, shader_, inputs_);
+    const Pixel pixel = choosePixel(options.pixel, frame_);
+    inputs_.startFrame(frame_);
+    run_ = std::make_unique<FragmentRun>(shader_.view(), inputs_, frame_, pixel.x, pixel.y);
+  }
+  FragmentRun& run() { return *run_; }
+
+ private:
+  static LoadedShader load(const DebugOptions& options) {
+    SourceOptions source = options.input.source;
+    source.isForDebugging = true;
+    return loadShader(options.input.shaderPath, source);
+  }
+
+  LoadedShader shader_;
+  HostInputs inputs_;
+  FrameInputs frame_;
+  std::unique_ptr<FragmentRun> run_;
+};
+
+int debugInTerminal(const DebugOptions& options) {
+  Session session(options);
+  Debugger debugger(session.run(), options.input.timeout);
+  Console console(debugger);
+  interrupted = &debugger;
+  std::signal(SIGINT, interrupt);
+  std::fputs(console.greeting().c_str(), stdout);
+  if (!options.script.empty()) {
+    std::istringstream script(readText(options.script));
+    runScript(console, script);
+  } else if (isatty(STDIN_FILENO) == 0) {
+    runScript(console, std::cin);
+  } else {
+    runTerminal(console);
+  }
+  std::signal(SIGINT, SIG_DFL);
+  interrupted = nullptr;
+  return console.hasFailed() ? kRunFailed : kSuccess;
+}
+
+// What the editor says goes before what the command line said.
+DebugOptions merged(DebugOptions options, const DapLaunch& launch) {
+  if (!launch.program.empty()) options.input.shaderPath = launch.program;
+  if (options.input.shaderPath.empty()) throw InputError("launch names no \"program\"");
+  if (!launch.pixel.empty()) options.pixel.given = launch.pixel;
+  if (options.pixel.given.size() != 0 && options.pixel.given.size() != 2) {
+    throw InputError("\"pixel\" is an array of two numbers");
+  }
+  if (!launch.size.empty()) options.input.size = launch.size;
+  if (launch.time) options.input.time = *launch.time;
+  const auto append = [](std::vector<std::string>& to, const std::vector<std::string>& from) {
+    to.insert(to.end(), from.begin(), from.end());
+  };
+  append(options.input.textures, launch.textures);
+  append(options.input.values, launch.values);
+  checkInputs(options.input);
+  return options;
+}
+
+int debugInEditor(const DebugOptions& options) {
+  std::unique_ptr<Session> session;
+  const DapLauncher launch = [&](const DapLaunch& wanted) -> FragmentRun& {
+    session = std::make_unique<Session>(merged(options, wanted));
+    return session->run();
+  };
+  return serveDap(stdin, stdout, options.input.timeout, launch) ? kSuccess : kBadInput;
+}
+
+}  // namespace
+
+void addDebugCommand(CLI::App& program, Outcome& outcome) {
+  CLI::App* command =
+      program.add_subcommand("debug", "Step through a shader's run for one pixel, both ways");
+  auto options = std::make_shared<DebugOptions>();
+  addInputOptions(*command, options->input);
+  addPixelOption(*command, options->pixel);
+  command
+      ->add_option("-x,--script", options->script,
+                   "a file of commands; standard input unless that is a terminal")
+      ->type_name("FILE");
+  command->add_flag("--dap", options->isForEditor,
+                    "talk the Debug Adapter Protocol with an editor, on standard input and output");
+  CLI::Option* shader = command->get_option("shader")->required(false);
+  command->callback([options, shader, &outcome] {
+    if (options->isForEditor) {
+      outcome.exitCode = debugInEditor(*options);
+      return;
+    }
+    if (shader->count() == 0) throw CLI::RequiredError("shader");
+    outcome.exitCode = debugInTerminal(*options);
+  });
+}
+
+}  // namespace shadermachine::tools
