@@ -1,6 +1,7 @@
 #include "glsl_run.h"
 
 #include <gtest/gtest.h>
+#include <shadermachine-tools/host_contract.h>
 #include <shadermachine-tools/validator.h>
 #include <shadermachine/shadermachine.h>
 
@@ -42,8 +43,33 @@ void answerFacing(void* data, uint32_t, int32_t, uint64_t) {
   std::memcpy(data, &yes, sizeof yes);
 }
 
+// Of a described look-up the coordinates with the offset, and one word that the operation has.
+void answerDescribed(const LookupRequest& request, float* answer) {
+  const auto operation =
+      static_cast<tools::LookupOperation>(request.extra >> tools::kLookupOperationShift);
+  const float size[] = {64, 32, 1};
+  const bool isFetch = operation == tools::LookupOperation::Texel;
+  for (size_t i = 0; i < 3; ++i) {
+    answer[i] = request.coords[i] + request.coords[12 + i] / (isFetch ? 1 : size[i]);
+  }
+  answer[3] = request.coords[11];
+  if (operation == tools::LookupOperation::Gradient)
+    answer[3] = request.coords[4] + request.coords[8];
+  if (operation == tools::LookupOperation::Gather) answer[3] = request.coords[15];
+  const int32_t integers[] = {64, 32, 5, static_cast<int32_t>(request.extra)};
+  if (operation >= tools::LookupOperation::Size ||
+      (request.extra & tools::kLookupGivesIntegers) != 0) {
+    std::memcpy(answer, integers, sizeof integers);
+  }
+}
+
 void answerLookup(const LookupRequest* request) {
   float answer[4] = {0, 0, 0, -1};
+  if (request->kind == 0 && request->hasExtra != 0) {
+    answerDescribed(*request, answer);
+    std::memcpy(request->result, answer, sizeof answer);
+    return;
+  }
   std::memcpy(answer, request->coords, std::min(request->kind, 3u) * sizeof(float));
   if (request->hasExtra != 0) std::memcpy(answer + 3, &request->extra, sizeof(float));
   if (request->kind == 0) std::memcpy(answer, request->coords, 3 * sizeof(float));

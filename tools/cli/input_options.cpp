@@ -1,6 +1,7 @@
 #include "cli/input_options.h"
 
 #include <algorithm>
+#include <array>
 #include <charconv>
 #include <cmath>
 #include <cstdio>
@@ -138,6 +139,15 @@ bool isUsed(const InputOptions& options, const LoadedShader& shader, std::string
   return false;
 }
 
+// From 0 to 1 over the picture, for varyings whose names say nothing.
+Varying unitPosition(const FrameInputs& frame) {
+  const auto width = static_cast<float>(frame.width), height = static_cast<float>(frame.height);
+  return [width, height](float x, float y, std::span<float> components) {
+    const std::array<float, 4> position = {x / width, y / height, 0, 1};
+    std::copy_n(position.begin(), std::min(components.size(), position.size()), components.begin());
+  };
+}
+
 }  // namespace
 
 void addSourceOptions(CLI::App& command, SourceOptions& options) {
@@ -150,6 +160,11 @@ void addSourceOptions(CLI::App& command, SourceOptions& options) {
       ->type_name("NAME[=VALUE]")
       ->expected(1)
       ->take_all();
+  command
+      .add_option("--target", options.target,
+                  "location of the colour output of a GLSL source; the lowest unless given")
+      ->check(CLI::Range(0, 63))
+      ->type_name("N");
   command.add_option("-I", options.includes, "folder that #include looks in too")
       ->type_name("FOLDER")
       ->expected(1)
@@ -233,6 +248,11 @@ void applyInputs(const InputOptions& options, const LoadedShader& shader, HostIn
     if (!isUsed(options, shader, assignment.name, inputs)) continue;
     const std::string error = inputs.set(assignment.name, numbers);
     if (!error.empty()) throw InputError("--set: " + error);
+  }
+  const std::vector<std::string> missing = inputs.missing();
+  const FrameInputs frame = frameInputs(options, 0);
+  for (const std::string& name : shader.varyings) {
+    if (std::ranges::count(missing, name) > 0) inputs.setVarying(name, unitPosition(frame));
   }
   for (const std::string& name : inputs.missing()) {
     std::fprintf(stderr, "%s: warning: host variable '%s' has no value and reads as zero\n",

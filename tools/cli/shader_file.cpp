@@ -63,12 +63,14 @@ LoadedShader compileShadingLanguage(const std::string& text, const std::string& 
   const auto include = [&options](const std::string& name, const std::string& includer) {
     return findInclude(name, includer, options.includes);
   };
-  GlslResult result = compileGlsl(text, {.fileName = path,
-                                         .defines = options.defines,
-                                         .include = include,
-                                         .isForDebugging = options.isForDebugging});
+  GlslOptions compiler = {.fileName = path,
+                          .defines = options.defines,
+                          .include = include,
+                          .isForDebugging = options.isForDebugging};
+  if (options.target >= 0) compiler.output = static_cast<unsigned>(options.target);
+  GlslResult result = compileGlsl(text, compiler);
   if (result.shader) {
-    return {std::move(*result.shader), std::move(result.uniformValues),
+    return {std::move(*result.shader), std::move(result.uniformValues), std::move(result.varyings),
             std::move(result.unusedUniforms)};
   }
   std::string messages;

@@ -15,6 +15,7 @@ inline constexpr const char* kAssembly = "sasm";
 
 // How a source is to be read.
 struct SourceOptions {
+  int target = -1;                    // of GLSL: location of the colour output; -1: the lowest
   std::string language;               // empty: as the file's extension says or its text looks like
   std::vector<std::string> defines;   // of GLSL: NAME or NAME=VALUE
   std::vector<std::string> includes;  // folders where #include looks besides the including file's

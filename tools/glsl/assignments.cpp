@@ -41,17 +41,10 @@ Target FunctionGenerator::target(const TIntermTyped& node) {
   }
   const TIntermBinary* binary = node.getAsBinaryNode();
   if (binary == nullptr) throw Unsupported(node.getLoc(), "this cannot be assigned to");
-  // Only element 0 of gl_FragData exists, and it is the whole output.
-  const TIntermSymbol* base = binary->getLeft()->getAsSymbolNode();
-  const bool isOutputArray = base != nullptr && base->getName() == "gl_FragData";
+  if (const std::optional<Place> output = outputElement(*binary)) return {&node, *output, {}};
   Target result = target(*binary->getLeft());
   result.node = &node;
-  if (!isOutputArray) {
-    appendStep(result, *binary);
-  } else if (constantInt(*binary->getRight()) != 0) {
-    throw Unsupported(node.getLoc(),
-                      "only gl_FragData[0] is supported: a shader has one colour output");
-  }
+  appendStep(result, *binary);
   return result;
 }
 

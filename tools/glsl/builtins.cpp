@@ -191,6 +191,14 @@ bool FunctionGenerator::tableCall(const TIntermOperator& node,
     return candidate.op == node.getOp() && candidate.arguments == arguments.size();
   });
   if (row == kRows.end()) return false;
+  // Only NaN tells the order of these two, and a constant behind is cheaper.
+  const bool isSymmetric = node.getOp() == glslang::EOpMin || node.getOp() == glslang::EOpMax;
+  const TIntermTyped* exchanged[2];
+  if (isSymmetric && asConstant(*arguments[0]) != nullptr && asConstant(*arguments[1]) == nullptr) {
+    exchanged[0] = arguments[1];
+    exchanged[1] = arguments[0];
+    arguments = exchanged;
+  }
   const unsigned components = largest(arguments);
   std::vector<Operand> operands;
   bool isMixed = row->mixed != VM_OP_NOP && components > 1;
@@ -260,6 +268,9 @@ bool FunctionGenerator::specialCall(const TIntermOperator& node,
       callLibrary("select", operands, node.getLoc());
       return true;
     }
+    case glslang::EOpBitfieldExtract:
+    case glslang::EOpBitfieldInsert:
+      return bitField(op, arguments);
     case glslang::EOpNoise:
       value(*arguments[0]);
       emitCounted(static_cast<VmOpcode>(VM_OP_NOISE1 + shapeOf(node).components - 1), components);
@@ -270,6 +281,39 @@ bool FunctionGenerator::specialCall(const TIntermOperator& node,
   if (derivative == VM_OP_NOP) return false;
   value(*arguments[0]);
   emitCounted(derivative, components);
+  return true;
+}
+
+// At a place that is known: masks and constant shifts.
+bool FunctionGenerator::bitField(TOperator op, std::span<const TIntermTyped* const> arguments) {
+  const std::optional<int32_t> first = constantInt(*arguments[arguments.size() - 2]);
+  const std::optional<int32_t> bits = constantInt(*arguments.back());
+  if (!first || !bits || *first < 0 || *bits < 1 || *first + *bits > 31) return false;
+  const unsigned components = shapeOf(*arguments[0]).components;
+  const bool isExtract = op == glslang::EOpBitfieldExtract;
+  if (isExtract && shapeOf(*arguments[0]).scalar == Scalar::Int && *bits == 1) return false;
+  const int32_t mask = static_cast<int32_t>(((1u << *bits) - 1) << *first);
+  const auto moved = [&](const TIntermTyped& node, int32_t distance) {
+    value(node);
+    if (distance > 0) withInteger(VM_OP_MUL_I, static_cast<int32_t>(1u << distance), components);
+  };
+  if (!isExtract) {
+    value(*arguments[0]);
+    withInteger(VM_OP_BIT_AND, ~mask, components);
+    moved(*arguments[1], *first);
+    withInteger(VM_OP_BIT_AND, mask, components);
+    emitCounted(VM_OP_BIT_OR, components);
+  } else if (shapeOf(*arguments[0]).scalar == Scalar::Uint) {
+    value(*arguments[0]);
+    withInteger(VM_OP_BIT_AND, mask, components);
+    if (*first > 0) withInteger(VM_OP_DIV_I, static_cast<int32_t>(1u << *first), components);
+  } else {
+    // The field's sign bit becomes the word's; what is below the field is cut off.
+    moved(*arguments[0], 32 - *first - *bits);
+    const auto unit = static_cast<int32_t>(1u << (32 - *bits));
+    withInteger(VM_OP_BIT_AND, -unit, components);
+    withInteger(VM_OP_DIV_I, unit, components);
+  }
   return true;
 }
 

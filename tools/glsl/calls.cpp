@@ -7,6 +7,8 @@
 namespace shadermachine::tools::glsl {
 namespace {
 
+constexpr size_t kMaxInlineDepth = 100;  // functions within functions
+
 bool isOutput(const TIntermSymbol& parameter) { return parameter.getQualifier().isParamOutput(); }
 bool isInput(const TIntermSymbol& parameter) { return parameter.getQualifier().isParamInput(); }
 
@@ -38,6 +40,7 @@ void FunctionGenerator::userCall(const TIntermAggregate& node) {
   const std::string name = node.getName().c_str();
   const FunctionInfo* info = scope().program->findFunction(name);
   if (info == nullptr) {
+    if (oldTextureCall(node)) return;
     throw Unsupported(node.getLoc(),
                       "function " + name.substr(0, name.find('(')) + "() has no body");
   }
@@ -48,7 +51,8 @@ void FunctionGenerator::userCall(const TIntermAggregate& node) {
 }
 
 void FunctionGenerator::call(const FunctionInfo& info, std::span<const Operand> arguments) {
-  if (module_.shouldInline(info)) return inlineCall(info, arguments);
+  const bool isShallow = scopes_.size() <= kMaxInlineDepth && depth_ <= kMaxTreeDepth;
+  if (isShallow && module_.shouldInline(info)) return inlineCall(info, arguments);
   callFunction(info, arguments);
 }
 

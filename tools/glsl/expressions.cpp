@@ -181,12 +181,21 @@ void FunctionGenerator::indexValue(const TIntermBinary& node) {
 }
 
 void FunctionGenerator::arrayElement(const TIntermBinary& node) {
+  if (const std::optional<Place> output = outputElement(node)) return load(*output);
   const TIntermTyped& base = *node.getLeft();
   const TypeCode element = module_.types().elementCode(base.getType(), base.getLoc());
   value(base);
   pushIndex(*node.getRight());
   code_.emit(VM_OP_ARRAY_ELEMENT, {element});
   if (module_.types().isWrapped(base.getType())) code_.emit(VM_OP_STRUCT_FIELD, {element, 0});
+}
+
+std::optional<Place> FunctionGenerator::outputElement(const TIntermBinary& node) {
+  const TIntermSymbol* base = node.getLeft()->getAsSymbolNode();
+  if (base == nullptr || !module_.isOutputArray(*base)) return std::nullopt;
+  const std::optional<int32_t> element = constantInt(*node.getRight());
+  if (!element) throw Unsupported(node.getLoc(), "outputs are chosen by constant indices only");
+  return module_.global(*base, *element);
 }
 
 void FunctionGenerator::pushIndex(const TIntermTyped& index) {

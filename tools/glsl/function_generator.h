@@ -35,6 +35,8 @@ struct Target {
   std::vector<PathStep> path;
 };
 
+struct TextureCall;
+
 class FunctionGenerator {
  public:
   FunctionGenerator(Module& module, FunctionBuilder& code)
@@ -86,13 +88,17 @@ class FunctionGenerator {
   class At {
    public:
     At(FunctionGenerator& generator, const TSourceLoc& where);
-    ~At() { code_.setPosition(outer_); }
+    ~At() {
+      code_.setPosition(outer_);
+      --depth_;
+    }
     At(const At&) = delete;
     At& operator=(const At&) = delete;
 
    private:
     FunctionBuilder& code_;
     SourcePosition outer_;
+    unsigned& depth_;
   };
   bool isSource() const { return scope().program == &module_.program(); }
   void beginStatement();
@@ -111,6 +117,7 @@ class FunctionGenerator {
   void memberValue(const TIntermBinary& node);
   void swizzleValue(const TIntermBinary& node);
   void arrayElement(const TIntermBinary& node);
+  std::optional<Place> outputElement(const TIntermBinary& node);
   void pushIndex(const TIntermTyped& index);
   bool loadComponent(const TIntermTyped& node);
   void selectionValue(const TIntermSelection& node);
@@ -133,6 +140,9 @@ class FunctionGenerator {
   void floatArithmetic(TOperator op, Operand left, Operand right);
   void integerArithmetic(TOperator op, const Operand& left, const Operand& right,
                          const TSourceLoc& where);
+  bool dividedByConstant(TOperator op, const Operand& left, const Operand& right,
+                         unsigned components);
+  bool isNeverNegative(const TIntermTyped& node) const;
   void shift(TOperator op, const Operand& left, const Operand& right, const TSourceLoc& where);
   void shiftRight(const Operand& left, int32_t distance);
   void withInteger(VmOpcode opcode, int32_t constant, unsigned components);
@@ -201,18 +211,18 @@ class FunctionGenerator {
   void builtinCall(const TIntermOperator& node, std::span<const TIntermTyped* const> arguments);
   bool tableCall(const TIntermOperator& node, std::span<const TIntermTyped* const> arguments);
   bool specialCall(const TIntermOperator& node, std::span<const TIntermTyped* const> arguments);
+  bool bitField(TOperator op, std::span<const TIntermTyped* const> arguments);
   void power(const TIntermTyped& base, const TIntermTyped& exponent, unsigned components);
   bool smoothstep(std::span<const TIntermTyped* const> arguments, unsigned components);
 
   // textures.cpp
   void textureCall(const TIntermAggregate& node);
-  void textureCoordinates(const TIntermTyped& coordinates, unsigned needed, bool isProjective,
-                          const TSourceLoc& where);
-  void addOffset(const TIntermTyped& sampler, const TIntermTyped& offset);
-  void emitSize();
-  void texelFetch(const TIntermAggregate& node);
-  void textureSize(const TIntermAggregate& node);
-  void level(const TIntermAggregate& node, size_t index);
+  bool oldTextureCall(const TIntermAggregate& node);
+  void lookUp(const TextureCall& call);
+  void describedLookUp(const TextureCall& call);
+  void textureCoordinates(const TextureCall& call, unsigned needed);
+  void fetchTexel(const TextureCall& call);
+  void levelOf(const TextureCall& call);
 
   // A local of the scope, or of nobody yet.
   Place newLocal(const std::string& name, const ValueType& type);
@@ -229,6 +239,7 @@ class FunctionGenerator {
   Module& module_;
   FunctionBuilder& code_;
   std::vector<Scope> scopes_;
+  unsigned depth_ = 0;  // of the recursion through trees, which bodies of other functions deepen
   std::vector<Exits> exits_;
   std::map<ValueType, std::vector<Place>> freeLocals_;
   std::map<const TIntermTyped*, Place> fixedValues_;

@@ -2,12 +2,19 @@
 // than once), outputs, and the source's own.
 #include <shadermachine-tools/host_contract.h>
 
+#include <algorithm>
+#include <bit>
+
 #include "function_generator.h"
 
 namespace shadermachine::tools::glsl {
 namespace {
 
 using glslang::TStorageQualifier;
+
+constexpr uint32_t kOne = std::bit_cast<uint32_t>(1.0f);
+constexpr uint32_t kMinusOne = std::bit_cast<uint32_t>(-1.0f);
+constexpr uint32_t kHalf = std::bit_cast<uint32_t>(0.5f);
 
 std::optional<uint16_t> builtinId(const TIntermSymbol& symbol) {
   switch (symbol.getQualifier().storage) {
@@ -96,23 +103,28 @@ Place Module::global(const TIntermSymbol& symbol, int member) {
   const GlobalKey key{symbol.getId(), member};
   const auto known = globals_.find(key);
   if (known != globals_.end()) return known->second.place;
-  const TType& type = member < 0
-                          ? symbol.getType()
-                          : *(*symbol.getType().getStruct())[static_cast<size_t>(member)].type;
+  const bool isWhole = member < 0 || isOutputArray(symbol);
+  const TType& type = isWhole ? symbol.getType()
+                              : *(*symbol.getType().getStruct())[static_cast<size_t>(member)].type;
   const Global& declared = globals_[key] = declareGlobal(symbol, member, type);
-  const std::string name = member < 0 ? symbol.getName().c_str() : type.getFieldName().c_str();
-  describe(name, type, declared.place);
+  const bool isMember = member >= 0 && !isOutputArray(symbol);
+  describe(isMember ? type.getFieldName().c_str() : symbol.getName().c_str(), type, declared.place);
   return declared.place;
 }
 
 Module::Global Module::declareGlobal(const TIntermSymbol& symbol, int member, const TType& type) {
-  const std::string name = member < 0 ? symbol.getName().c_str() : type.getFieldName().c_str();
   const TStorageQualifier storage = symbol.getQualifier().storage;
   if (const std::optional<uint16_t> id = builtinId(symbol)) {
     const ValueType value = types_->valueType(type, symbol.getLoc());
-    return withCopy(symbol, {Place::Kind::Builtin, *id, value, false}, name);
+    const Place place = {Place::Kind::Builtin, *id, value, false};
+    if (*id == kFragmentPosition && program_.movesOrigin()) {
+      originSize_ = program_.hasUpperOrigin() ? std::optional(pictureSize()) : std::nullopt;
+      return {addPlain("moved gl_FragCoord", value), place};
+    }
+    return withCopy(symbol, place, symbol.getName().c_str());
   }
-  if (isOutput(storage)) return {declareOutput(symbol), std::nullopt};
+  if (isOutput(storage)) return {declareOutput(symbol, member), std::nullopt};
+  const std::string name = member < 0 ? symbol.getName().c_str() : type.getFieldName().c_str();
   const ValueType value = types_->valueType(type, symbol.getLoc());
   if (storage == glslang::EvqBuffer || storage == glslang::EvqShared) {
     throw Unsupported(symbol.getLoc(), "storage buffers are not supported");
@@ -123,6 +135,7 @@ Module::Global Module::declareGlobal(const TIntermSymbol& symbol, int member, co
   }
   const GlobalId host = builder_->addGlobal({name, value.code, value.count, VM_VAR_HOST_0});
   noteUniformValue(symbol);
+  if (storage == glslang::EvqVaryingIn) varyings_.push_back(name);
   return withCopy(symbol, {Place::Kind::Global, host.index, value, false}, name);
 }
 
@@ -146,30 +159,115 @@ Module::Global Module::withCopy(const TIntermSymbol& symbol, const Place& host,
   return {copy, host};
 }
 
+// The size of the picture, which the host names as for shaders with mainImage().
+Place Module::pictureSize() {
+  for (const TIntermSymbol* symbol : program_.uniforms()) {
+    if (symbol->getName() == "iResolution") return global(*symbol);
+  }
+  const GlobalId size = builder_->addGlobal({"iResolution", VM_TYPE_VEC3, 0, VM_VAR_HOST_0});
+  return {Place::Kind::Global, size.index, {VM_TYPE_VEC3, 0}, true};
+}
+
+// The fragment's position is on the stack, counted from the bottom left.
+void Module::moveOrigin(FunctionGenerator& generator) {
+  FunctionBuilder& code = generator.code();
+  if (originSize_) {
+    code.load(constant(TType(), {VM_TYPE_VEC4, 0}, {kOne, kMinusOne, kOne, kOne}));
+    code.emit(VM_OP_MUL_F, {4});
+    code.pushFloat(0);
+    generator.load(*originSize_);
+    code.swizzle("y");
+    code.emit(VM_OP_PUSH_ZERO4);
+    code.emit(VM_OP_CTOR_VEC4_A, {1, 1, 2});
+    code.emit(VM_OP_ADD_F, {4});
+  }
+  if (!program_.countsFromCorners()) return;
+  code.load(constant(TType(), {VM_TYPE_VEC4, 0}, {kHalf, kHalf, 0, 0}));
+  code.emit(VM_OP_SUB_F, {4});
+}
+
 Place Module::addPlain(const std::string& name, const ValueType& type) {
   const GlobalId id = builder_->addGlobal({name, type.code, type.count});
   return {Place::Kind::Global, id.index, type, false};
 }
 
-Place Module::declareOutput(const TIntermSymbol& symbol) {
-  const std::string name = symbol.getName().c_str();
-  if (symbol.getQualifier().storage == glslang::EvqFragDepth || name.starts_with("gl_FragDepth")) {
+// Colour outputs are numbered by location: the lowest that is used, or the one that was asked for,
+// is the record's first output. The others are globals that a host may look at after the run.
+Place Module::declareOutput(const TIntermSymbol& symbol, int element) {
+  std::string name = symbol.getName().c_str();
+  if (isDepth(symbol)) {
     const Place depth = addPlain(name, {VM_TYPE_FLOAT, 0});
     builder_->record().outputGlobal1 = depth.index;
     return depth;
   }
-  ValueType type{VM_TYPE_VEC4, 0};
-  if (name != "gl_FragData") type = types_->valueType(symbol.getType(), symbol.getLoc());
-  if (!type.isInline() || type.code < VM_TYPE_FLOAT || type.code > VM_TYPE_VEC4) {
-    throw Unsupported(symbol.getLoc(), "output " + name + " is not of a float type");
+  const TType& whole = symbol.getType();
+  if (whole.isArray() && element < 0) {
+    throw Unsupported(symbol.getLoc(), "of output " + name + " only elements can be used");
   }
-  if (hasColour_) {
-    throw Unsupported(symbol.getLoc(), "output " + name + ": a shader has one colour output");
+  const ValueType type = whole.isArray() ? types_->valueType(TType(whole, 0), symbol.getLoc())
+                                         : types_->valueType(whole, symbol.getLoc());
+  const bool isVector = type.isInline() && type.code <= VM_TYPE_IVEC4;
+  if (!isVector || shapeOf(whole).scalar == Scalar::Bool) {
+    throw Unsupported(symbol.getLoc(), "output " + name + " is no number or vector");
   }
-  hasColour_ = true;
+  if (element >= 0) name += "[" + std::to_string(element) + "]";
   const Place colour = addPlain(name, type);
-  builder_->record().outputGlobal0 = colour.index;
+  const auto number = outputs_.find({symbol.getId(), element});
+  if (number != outputs_.end() && number->second == firstOutput_) {
+    builder_->record().outputGlobal0 = colour.index;
+  }
   return colour;
+}
+
+bool Module::isDepth(const TIntermSymbol& symbol) {
+  return symbol.getQualifier().storage == glslang::EvqFragDepth ||
+         symbol.getName().rfind("gl_FragDepth", 0) == 0;
+}
+
+bool Module::isOutputArray(const TIntermSymbol& symbol) {
+  return isOutput(symbol.getQualifier().storage) && symbol.isArray();
+}
+
+// Locations of outputs without one are those that are free, in the order of their declaration.
+void Module::numberOutputs() {
+  std::map<SymbolId, unsigned> bases;
+  unsigned next = 0;
+  for (const TIntermSymbol* symbol : program_.outputs()) {
+    const glslang::TQualifier& qualifier = symbol->getQualifier();
+    const unsigned base = qualifier.hasLocation() ? qualifier.layoutLocation : next;
+    bases[symbol->getId()] = base;
+    if (!isDepth(*symbol)) next = base + (symbol->isArray() ? arrayLength(symbol->getType()) : 1);
+  }
+  forEachUsedTree([&](const TIntermNode& node) {
+    const TIntermBinary* binary = node.getAsBinaryNode();
+    const TIntermSymbol* symbol =
+        binary != nullptr ? binary->getLeft()->getAsSymbolNode() : node.getAsSymbolNode();
+    if (symbol == nullptr || !isOutput(symbol->getQualifier().storage) || isDepth(*symbol)) return;
+    const unsigned base = bases[symbol->getId()];
+    if (!symbol->isArray()) {
+      outputs_[{symbol->getId(), -1}] = base;
+    } else if (binary != nullptr && binary->getOp() == glslang::EOpIndexDirect) {
+      const int element = binary->getRight()->getAsConstantUnion()->getConstArray()[0].getIConst();
+      outputs_[{symbol->getId(), element}] = base + static_cast<unsigned>(element);
+    }
+  });
+  for (const auto& [key, location] : outputs_) {
+    firstOutput_ = std::min(firstOutput_.value_or(location), location);
+  }
+  if (!options_.output) return;
+  firstOutput_ = options_.output;
+  if (std::ranges::none_of(outputs_, [&](const auto& o) { return o.second == *options_.output; })) {
+    throw Unsupported(TSourceLoc(),
+                      "nothing is written to output " + std::to_string(*options_.output));
+  }
+}
+
+// Every node of the code that can run.
+void Module::forEachUsedTree(const std::function<void(const TIntermNode&)>& visit) const {
+  for (const TIntermNode* initializer : program_.initializers()) visitTree(*initializer, visit);
+  for (const FunctionInfo* info : program_.reachable(kMainFunction)) {
+    if (info->body != nullptr) visitTree(*info->body, visit);
+  }
 }
 
 std::vector<std::string> Module::unusedUniforms() const {
@@ -185,37 +283,37 @@ bool Module::isUsed(SymbolId id) const { return mentions_.contains(id); }
 
 // Declares every global that is mentioned, so that the beginning of the run can set it.
 void Module::declareGlobals() {
-  const auto declare = [this](const TIntermNode& tree) {
-    visitTree(tree, [this](const TIntermNode& node) {
-      const TIntermBinary* binary = node.getAsBinaryNode();
-      if (binary != nullptr && binary->getOp() == glslang::EOpIndexDirectStruct) {
-        const TIntermSymbol* block = binary->getLeft()->getAsSymbolNode();
-        if (block != nullptr && block->getBasicType() == glslang::EbtBlock) {
-          const TIntermConstantUnion* member = binary->getRight()->getAsConstantUnion();
-          global(*block, member->getConstArray()[0].getIConst());
-        }
-      }
-      const TIntermSymbol* symbol = node.getAsSymbolNode();
-      if (symbol == nullptr || !isGlobal(*symbol) || constantValue(*symbol) != nullptr) return;
-      const bool isBlock = symbol->getBasicType() == glslang::EbtBlock;
-      if (!isBlock && isUsed(symbol->getId())) global(*symbol);
-    });
-  };
-  for (const TIntermNode* initializer : program_.initializers()) declare(*initializer);
-  for (const FunctionInfo* info : program_.reachable(kMainFunction)) {
-    if (info->body != nullptr) declare(*info->body);
-  }
+  forEachUsedTree([this](const TIntermNode& node) {
+    const TIntermBinary* binary = node.getAsBinaryNode();
+    const TIntermSymbol* base = binary != nullptr ? binary->getLeft()->getAsSymbolNode() : nullptr;
+    const TIntermConstantUnion* part =
+        base != nullptr ? binary->getRight()->getAsConstantUnion() : nullptr;
+    const bool isPart = part != nullptr && (base->getBasicType() == glslang::EbtBlock
+                                                ? binary->getOp() == glslang::EOpIndexDirectStruct
+                                                : isOutputArray(*base));
+    if (isPart) global(*base, part->getConstArray()[0].getIConst());
+    const TIntermSymbol* symbol = node.getAsSymbolNode();
+    if (symbol == nullptr || !isGlobal(*symbol) || constantValue(*symbol) != nullptr) return;
+    const bool hasParts = symbol->getBasicType() == glslang::EbtBlock || isOutputArray(*symbol);
+    if (!hasParts && isUsed(symbol->getId())) global(*symbol);
+  });
 }
 
 // Sets what a run must not take over from the run before it: copies of host values, and the
 // source's globals and outputs unless main() sets them before anything reads them.
 void Module::generatePrologue(FunctionGenerator& generator) {
+  numberOutputs();
   declareGlobals();
+  const auto isMoved = [this](const Global& global) {
+    return global.host->kind == Place::Kind::Builtin && global.host->index == kFragmentPosition &&
+           program_.movesOrigin();
+  };
   const FunctionInfo& main = program_.function(kMainFunction);
   for (const auto& [key, global] : globals_) {
     const bool isWritten = main.written.contains(key.symbol) && !initialized_.contains(key.symbol);
     if (global.host) {
       generator.load(*global.host);
+      if (isMoved(global)) moveOrigin(generator);
       generator.store(global.place);
     } else if (isWritten && !isFirstWritten(key.symbol)) {
       generator.pushZero(global.place.type);

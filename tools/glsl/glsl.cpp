@@ -22,9 +22,10 @@ GlslResult compileGlsl(std::string_view source, const GlslOptions& options) {
   }
   glsl::Diagnostics diagnostics(files);
   if (const auto program = glsl::Program::parse(source, noting, diagnostics)) {
-    glsl::Module module(*program, diagnostics, {files, options.isForDebugging});
+    glsl::Module module(*program, diagnostics, {files, options.isForDebugging, options.output});
     result.shader = module.build();
     result.uniformValues = module.takeUniformValues();
+    result.varyings = module.varyings();
     result.unusedUniforms = module.unusedUniforms();
     for (const NamedValue& value : program->suggestedValues()) {
       result.uniformValues.push_back(value);

@@ -39,6 +39,9 @@ bool anyNode(const TIntermNode& node, const std::function<bool(const TIntermNode
 
 unsigned treeSize(const TIntermNode& node);
 
+// How deeply the trees that the compiler goes through may be nested, since it does so by recursion.
+inline constexpr unsigned kMaxTreeDepth = 1500;
+
 // The first node that is nested deeper than the limit; null when there is none.
 const TIntermNode* deeperThan(const TIntermNode& node, unsigned limit);
 

@@ -62,13 +62,14 @@ int ushr(int a, int n) {
 }
 EACH2(ivec, ivec, ushr)
 
-float uint_to_float(int a) {
-  if (a >= 0) return float(a);
-  return float((a & 2147483647) / 2 + 1073741824 | (a & 1)) * 2.0;
+// The halves and their sum are exact but for the sum's rounding.
+#define TO_FLOAT(V, T) V uint_to_float(T a) { \
+  return V((a & -65536) / 65536 & 65535) * 65536.0 + V(a & 65535); \
 }
-vec2 uint_to_float(ivec2 a) { return vec2(uint_to_float(a.x), uint_to_float(a.y)); }
-vec3 uint_to_float(ivec3 a) { return vec3(uint_to_float(a.xy), uint_to_float(a.z)); }
-vec4 uint_to_float(ivec4 a) { return vec4(uint_to_float(a.xy), uint_to_float(a.zw)); }
+TO_FLOAT(float, int)
+TO_FLOAT(vec2, ivec2)
+TO_FLOAT(vec3, ivec3)
+TO_FLOAT(vec4, ivec4)
 int float_to_uint(float a) {
   return a < 2147483648.0 ? int(a) : int(a - 2147483648.0) + (-2147483647 - 1);
 }
@@ -223,28 +224,26 @@ float determinant(mat4 m) {
 }
 
 int bit_count(int a) {
-  int count = 0;
-  for (int i = 0; i < 32; ++i) { count += a & 1; a = ushr(a, 1); }
-  return count;
+  a -= int(uint(a) >> 1u) & 1431655765;
+  a = (a & 858993459) + (int(uint(a) >> 2u) & 858993459);
+  return (a + a / 16 & 252645135) * 16843009 / 16777216;
 }
 EACH1(int, ivec, bit_count)
-int find_lsb(int a) {
-  for (int i = 0; i < 32; ++i) { if ((a & power_of_two(i)) != 0) return i; }
-  return -1;
-}
+// The place of the top bit of a positive number is the exponent of what remains without its second
+// bit, which could round up.
+int exponent_of(int a) { return floatBitsToInt(float(a & ~(a / 2))) / 8388608 - 127; }
+int find_lsb(int a) { return a == 0 ? -1 : (a & -a) < 0 ? 31 : exponent_of(a & -a); }
 EACH1(int, ivec, find_lsb)
 int bitfield_reverse(int a) {
-  int result = 0;
-  for (int i = 0; i < 32; ++i) { result = result * 2 + (a & 1); a = ushr(a, 1); }
-  return result;
+  a = (int(uint(a) >> 1u) & 1431655765) | (a & 1431655765) * 2;
+  a = (int(uint(a) >> 2u) & 858993459) | (a & 858993459) * 4;
+  a = (int(uint(a) >> 4u) & 252645135) | (a & 252645135) * 16;
+  a = (int(uint(a) >> 8u) & 16711935) | (a & 16711935) * 256;
+  return int(uint(a) >> 16u) | a * 65536;
 }
 EACH1(int, ivec, bitfield_reverse)
 
-int ufind_msb(int a) {
-  if (a < 0) return 31;
-  for (int i = 30; i >= 0; --i) { if (a >= power_of_two(i)) return i; }
-  return -1;
-}
+int ufind_msb(int a) { return a < 0 ? 31 : a == 0 ? -1 : exponent_of(a); }
 EACH1(int, ivec, ufind_msb)
 int find_msb(int a) { return ufind_msb(a < 0 ? ~a : a); }
 EACH1(int, ivec, find_msb)

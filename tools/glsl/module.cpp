@@ -66,7 +66,10 @@ void Module::start(bool withConstants) {
   constantIndex_.clear();
   constants_.clear();
   uniformValues_.clear();
-  hasColour_ = false;
+  varyings_.clear();
+  outputs_.clear();
+  firstOutput_.reset();
+  originSize_.reset();
   inlinedBytes_ = 0;
   withConstants_ = withConstants;
 }

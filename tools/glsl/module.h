@@ -4,6 +4,7 @@
 #include <shadermachine-tools/host_inputs.h>
 #include <shadermachine-tools/shader_builder.h>
 
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -29,6 +30,8 @@ struct Place {
 struct ModuleOptions {
   std::vector<SourceFile> sources;
   bool isForDebugging = false;
+  // Location of the colour that is the record's first output; the lowest unless given.
+  std::optional<unsigned> output = std::nullopt;
 };
 
 class Module {
@@ -39,6 +42,7 @@ class Module {
   std::optional<BuiltShader> build();
   std::vector<NamedValue> takeUniformValues() { return std::move(uniformValues_); }
 
+  const std::vector<std::string>& varyings() const { return varyings_; }
   // Uniforms that no code mentions.
   std::vector<std::string> unusedUniforms() const;
 
@@ -49,7 +53,9 @@ class Module {
   const ModuleOptions& options() const { return options_; }
 
   bool isGlobal(const TIntermSymbol& symbol) const;
-  // Where a global lives; `member` of a uniform block, else -1.
+  // Elements of these are globals of their own.
+  static bool isOutputArray(const TIntermSymbol& symbol);
+  // Where a global lives; `member` of a uniform block, or element of an array of outputs, else -1.
   Place global(const TIntermSymbol& symbol, int member = -1);
   // The value of a global that nothing changes; null for others.
   const TIntermConstantUnion* constantValue(const TIntermSymbol& symbol) const;
@@ -97,7 +103,12 @@ class Module {
   void declareGlobals();
   Global declareGlobal(const TIntermSymbol& symbol, int member, const TType& type);
   Global withCopy(const TIntermSymbol& symbol, const Place& host, const std::string& name);
-  Place declareOutput(const TIntermSymbol& symbol);
+  Place declareOutput(const TIntermSymbol& symbol, int element);
+  static bool isDepth(const TIntermSymbol& symbol);
+  void numberOutputs();
+  void forEachUsedTree(const std::function<void(const TIntermNode&)>& visit) const;
+  Place pictureSize();
+  void moveOrigin(FunctionGenerator& generator);
   Place addPlain(const std::string& name, const ValueType& type);
   void generatePrologue(FunctionGenerator& generator);
   void generateInitializer(FunctionGenerator& generator, const TIntermNode& node);
@@ -127,7 +138,10 @@ class Module {
   std::map<std::string, unsigned> callCounts_;
   std::map<GlobalKey, Global> globals_;
   std::vector<NamedValue> uniformValues_;
-  bool hasColour_ = false;
+  std::vector<std::string> varyings_;
+  std::map<GlobalKey, unsigned> outputs_;  // locations of the colours that are used
+  std::optional<unsigned> firstOutput_;
+  std::optional<Place> originSize_;  // height that gl_FragCoord counts down from
 
   std::map<const FunctionInfo*, FunctionId> functionIds_;
   std::vector<std::pair<FunctionId, const FunctionInfo*>> pending_;

@@ -312,6 +312,7 @@ void FunctionGenerator::integerArithmetic(TOperator op, const Operand& left, con
                    [this, part, components] { splatted(part, components); }};
   };
   const bool isUnsigned = left.shape.scalar == Scalar::Uint;
+  if (isUnsigned && dividedByConstant(op, left, right, components)) return;
   if (op == glslang::EOpMod || (op == glslang::EOpDiv && isUnsigned)) {
     const char* name = op == glslang::EOpDiv ? "udiv" : isUnsigned ? "umod" : "imod";
     const Operand operands[] = {whole(left), whole(right)};
@@ -320,6 +321,56 @@ void FunctionGenerator::integerArithmetic(TOperator op, const Operand& left, con
   splatted(left, components);
   splatted(right, components);
   emitCounted(integerOpcode(op), components);
+}
+
+// Unsigned numbers by a constant, where the instructions for signed ones do.
+bool FunctionGenerator::dividedByConstant(TOperator op, const Operand& left, const Operand& right,
+                                          unsigned components) {
+  const bool isRemainder = op == glslang::EOpMod;
+  if ((op != glslang::EOpDiv && !isRemainder) || right.node == nullptr) return false;
+  const std::optional<int32_t> known = constantInt(*right.node);
+  if (!known || *known <= 0 || left.shape.components != components) return false;
+  const auto divisor = static_cast<uint32_t>(*known);
+  if (std::has_single_bit(divisor)) {
+    if (isRemainder) {
+      left.emit();
+      withInteger(VM_OP_BIT_AND, *known - 1, components);
+    } else if (divisor == 1) {
+      left.emit();
+    } else {
+      shiftRight(left, std::countr_zero(divisor));
+    }
+    return true;
+  }
+  if (isRemainder || left.node == nullptr || !isNeverNegative(*left.node)) return false;
+  left.emit();
+  withInteger(VM_OP_DIV_I, *known, components);
+  return true;
+}
+
+// Whether an integer, read as a signed one, has no sign.
+bool FunctionGenerator::isNeverNegative(const TIntermTyped& node) const {
+  if (const std::optional<int32_t> constant = constantInt(node)) return *constant >= 0;
+  if (const TIntermUnary* unary = node.getAsUnaryNode()) {
+    const TOperator op = unary->getOp();
+    return (op == glslang::EOpConvIntToUint || op == glslang::EOpConvUintToInt) &&
+           isNeverNegative(*unary->getOperand());
+  }
+  const TIntermBinary* binary = node.getAsBinaryNode();
+  if (binary == nullptr || !shapeOf(node).isInteger()) return false;
+  const std::optional<int32_t> right = constantInt(*binary->getRight());
+  const bool isUnsigned = shapeOf(node).scalar == Scalar::Uint;
+  switch (binary->getOp()) {
+    case glslang::EOpAnd:
+      return isNeverNegative(*binary->getLeft()) || isNeverNegative(*binary->getRight());
+    case glslang::EOpRightShift:
+      return isUnsigned ? right && *right > 0 && *right < 32 : isNeverNegative(*binary->getLeft());
+    case glslang::EOpMod:
+    case glslang::EOpDiv:
+      return isUnsigned && right && *right > 1;
+    default:
+      return false;
+  }
 }
 
 // By a known distance, shifting left is a product and shifting right a division with a correction;
@@ -420,10 +471,16 @@ void FunctionGenerator::comparison(TOperator op, const TIntermTyped& left,
 void FunctionGenerator::ordered(TOperator op, const Operand& left, const Operand& right,
                                 bool isComponentWise) {
   // Unsigned order is signed order of the words with their top bits turned over.
+  const auto isPlain = [this](const Operand& side) {
+    return side.node != nullptr && isNeverNegative(*side.node);
+  };
+  const bool isTurned = left.shape.scalar == Scalar::Uint && !(isPlain(left) && isPlain(right));
   const auto emit = [&](const Operand& side) {
+    const std::optional<int32_t> known =
+        isTurned && side.node != nullptr ? constantInt(*side.node) : std::nullopt;
+    if (known) return code_.pushInt(*known ^ kSignBit);
     side.emit();
-    if (side.shape.scalar != Scalar::Uint) return;
-    withInteger(VM_OP_BIT_XOR, kSignBit, side.shape.components);
+    if (isTurned) withInteger(VM_OP_BIT_XOR, kSignBit, side.shape.components);
   };
   emit(left);
   emit(right);
@@ -464,6 +521,7 @@ void FunctionGenerator::logical(const TIntermBinary& node) {
 void FunctionGenerator::converted(const TIntermTyped& node, Scalar from, Scalar to) {
   const unsigned components = shapeOf(node).components;
   const bool fromFloat = from == Scalar::Float;
+  if (from == Scalar::Uint && isNeverNegative(node)) from = Scalar::Int;
   if ((fromFloat && to == Scalar::Uint) || (from == Scalar::Uint && to == Scalar::Float)) {
     const Operand argument = operand(node);
     return callLibrary(fromFloat ? "float_to_uint" : "uint_to_float", {&argument, 1},

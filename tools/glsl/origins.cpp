@@ -45,7 +45,8 @@ std::string signatureOf(const FunctionInfo& info) {
 
 // Functions of the library count as part of what calls them.
 FunctionGenerator::At::At(FunctionGenerator& generator, const TSourceLoc& where)
-    : code_(generator.code_), outer_(code_.position()) {
+    : code_(generator.code_), outer_(code_.position()), depth_(generator.depth_) {
+  ++depth_;
   if (!generator.isSource()) return;
   const SourcePosition position = generator.module_.diagnostics().position(where);
   if (position.isKnown()) code_.setPosition(position);

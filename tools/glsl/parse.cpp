@@ -78,6 +78,23 @@ struct Texts {
   std::string entry = "\n";
 };
 
+// The same for glslang, which keeps nothing but the pointers while it parses.
+struct Strings {
+  Strings(const Texts& all, const std::string& fileName)
+      : names{kVersionText, kPreambleText, all.common.path.c_str(), fileName.c_str(), kEntryText} {
+    const std::string* const parts[] = {&all.version, &all.preamble, &all.common.text, all.source,
+                                        &all.entry};
+    for (size_t i = 0; i < names.size(); ++i) {
+      texts[i] = parts[i]->c_str();
+      lengths[i] = static_cast<int>(parts[i]->size());
+    }
+  }
+
+  std::array<const char*, 5> names;
+  std::array<const char*, 5> texts;
+  std::array<int, 5> lengths;
+};
+
 class Reader {
  public:
   Reader(const Source& source, const GlslOptions& options) : source_(source), options_(options) {}
@@ -94,7 +111,11 @@ class Reader {
     if (kind_ == Entry::Image && options_.include) {
       texts.common = options_.include("Common.glsl", options_.fileName).value_or(GlslInclude{});
     }
-    auto shader = shaderOf(texts);
+    const Strings strings(texts, options_.fileName);
+    auto shader = std::make_unique<glslang::TShader>(EShLangFragment);
+    shader->setStringsWithLengthsAndNames(strings.texts.data(), strings.lengths.data(),
+                                          strings.names.data(),
+                                          static_cast<int>(strings.texts.size()));
     Includer includer(options_);
     if (shader->parse(GetDefaultResources(), attempt.version, ENoProfile, false, false, kMessages,
                       includer)) {
@@ -131,26 +152,6 @@ class Reader {
     return text;
   }
 
-  std::unique_ptr<glslang::TShader> shaderOf(const Texts& texts) const {
-    const std::array<std::pair<const char*, const std::string*>, 5> parts = {
-        {{kVersionText, &texts.version},
-         {kPreambleText, &texts.preamble},
-         {texts.common.path.c_str(), &texts.common.text},
-         {options_.fileName.c_str(), texts.source},
-         {kEntryText, &texts.entry}}};
-    std::array<const char*, parts.size()> strings, names;
-    std::array<int, parts.size()> lengths;
-    for (size_t i = 0; i < parts.size(); ++i) {
-      names[i] = parts[i].first;
-      strings[i] = parts[i].second->c_str();
-      lengths[i] = static_cast<int>(parts[i].second->size());
-    }
-    auto shader = std::make_unique<glslang::TShader>(EShLangFragment);
-    shader->setStringsWithLengthsAndNames(strings.data(), lengths.data(), names.data(),
-                                          static_cast<int>(parts.size()));
-    return shader;
-  }
-
   const Source& source_;
   const GlslOptions& options_;
   Entry kind_ = Entry::Main;
@@ -158,9 +159,8 @@ class Reader {
 
 // The compiler works through the tree recursively.
 bool isTooDeep(glslang::TShader& shader, Diagnostics& diagnostics) {
-  constexpr unsigned kMaxDepth = 1500;
   const TIntermNode* root = shader.getIntermediate()->getTreeRoot();
-  const TIntermNode* deep = root != nullptr ? deeperThan(*root, kMaxDepth) : nullptr;
+  const TIntermNode* deep = root != nullptr ? deeperThan(*root, kMaxTreeDepth) : nullptr;
   if (deep != nullptr) diagnostics.add(Unsupported(deep->getLoc(), "nested too deeply"));
   return deep != nullptr;
 }
@@ -193,13 +193,11 @@ std::unique_ptr<Program> Program::parse(std::string_view text, const GlslOptions
     Reader reader(source, options);
     if (auto shader = reader.read(attempt, errors)) {
       if (isTooDeep(*shader, diagnostics)) return nullptr;
-      const glslang::TIntermediate& tree = *shader->getIntermediate();
-      if (tree.getOriginUpperLeft() || tree.getPixelCenterInteger()) {
-        diagnostics.add(
-            Unsupported(TSourceLoc(), "redeclared origins of gl_FragCoord are not supported"));
+      std::unique_ptr<Program> program(new Program(std::move(shader)));
+      if (program->isTooLarge()) {
+        diagnostics.add(Unsupported(TSourceLoc(), "too many functions use too many globals"));
         return nullptr;
       }
-      std::unique_ptr<Program> program(new Program(std::move(shader)));
       if (reader.kind() == Entry::Transition) {
         program->suggestedValues_ = valuesInComments(source.text);
       }

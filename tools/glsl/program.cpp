@@ -1,11 +1,23 @@
 #include "program.h"
 
+#include <algorithm>
 #include <functional>
+#include <iterator>
 
 namespace shadermachine::tools::glsl {
 namespace {
 
+constexpr size_t kMaxClosure = 4'000'000;  // globals in all functions' sets together
+
 bool isDerivative(TOperator op) { return op >= glslang::EOpDPdx && op <= glslang::EOpFwidthCoarse; }
+
+// A local variable or parameter of the function that mentions it.
+bool isOwn(const TIntermSymbol& symbol) {
+  const glslang::TStorageQualifier storage = symbol.getQualifier().storage;
+  return storage == glslang::EvqTemporary || storage == glslang::EvqIn ||
+         storage == glslang::EvqOut || storage == glslang::EvqInOut ||
+         storage == glslang::EvqConstReadOnly;
+}
 
 void noteWrite(FunctionInfo& info, const TIntermNode& target) {
   const TIntermSymbol* root = rootSymbol(target);
@@ -22,7 +34,10 @@ void noteOutputArguments(FunctionInfo& info, const TIntermAggregate& call) {
 
 void noteNode(FunctionInfo& info, const TIntermNode& node) {
   ++info.size;
-  if (const TIntermSymbol* symbol = node.getAsSymbolNode()) info.mentioned.insert(symbol->getId());
+  if (const TIntermSymbol* symbol = node.getAsSymbolNode()) {
+    info.mentioned.insert(symbol->getId());
+    if (isOwn(*symbol)) info.own.insert(symbol->getId());
+  }
   const TIntermTyped* typed = node.getAsTyped();
   const TIntermOperator* op = typed != nullptr ? typed->getAsOperator() : nullptr;
   if (op == nullptr) return;
@@ -87,7 +102,8 @@ Program::Program(std::unique_ptr<glslang::TShader> shader) : shader_(std::move(s
     } else if (aggregate == nullptr || aggregate->getOp() != glslang::EOpLinkerObjects) {
       initializers_.push_back(node);
     } else {
-      for (const TIntermNode* object : children(*aggregate)) addUniform(object->getAsSymbolNode());
+      for (const TIntermNode* object : children(*aggregate))
+        addInterface(object->getAsSymbolNode());
     }
   }
   closeOverCalls();
@@ -100,9 +116,10 @@ const FunctionInfo* Program::findFunction(const std::string& name) const {
   return found != functions_.end() ? &found->second : nullptr;
 }
 
-void Program::addUniform(const TIntermSymbol* symbol) {
-  if (symbol == nullptr || symbol->getQualifier().storage != glslang::EvqUniform) return;
-  if (symbol->getBasicType() != glslang::EbtBlock) uniforms_.push_back(symbol);
+void Program::addInterface(const TIntermSymbol* symbol) {
+  if (symbol == nullptr || symbol->getBasicType() == glslang::EbtBlock) return;
+  if (symbol->getQualifier().storage == glslang::EvqUniform) uniforms_.push_back(symbol);
+  if (symbol->getQualifier().storage == glslang::EvqVaryingOut) outputs_.push_back(symbol);
 }
 
 void Program::addFunction(const TIntermAggregate& definition) {
@@ -122,23 +139,59 @@ void Program::addFunction(const TIntermAggregate& definition) {
   numberNodes(info, *info.body, 0);
 }
 
-// Repeats until nothing changes: what callees write and use holds for their callers too.
+// What callees write and use of the globals holds for their callers too.
 void Program::closeOverCalls() {
-  for (bool changed = true; changed;) {
-    changed = false;
-    for (auto& [name, info] : functions_) {
-      for (const std::string& callee : info.callees) {
-        const FunctionInfo* called = findFunction(callee);
-        if (called == nullptr) continue;
-        const size_t before = info.written.size() + info.mentioned.size();
-        info.written.insert(called->written.begin(), called->written.end());
-        info.mentioned.insert(called->mentioned.begin(), called->mentioned.end());
-        const bool derivatives = called->usesDerivatives && !info.usesDerivatives;
-        info.usesDerivatives = info.usesDerivatives || called->usesDerivatives;
-        changed = changed || derivatives || info.written.size() + info.mentioned.size() != before;
+  size_t total = 0;
+  std::vector<const FunctionInfo*> all;
+  for (const auto& [name, info] : functions_) all.push_back(&info);
+  for (const FunctionInfo* info : calleesFirst(all, [](const FunctionInfo&) {})) {
+    FunctionInfo& caller = functions_.at(info->name);
+    for (const std::string& callee : caller.callees) {
+      const FunctionInfo* called = findFunction(callee);
+      if (called == nullptr || total > kMaxClosure) continue;
+      const auto addGlobals = [&](std::set<SymbolId>& to, const std::set<SymbolId>& from) {
+        std::copy_if(from.begin(), from.end(), std::inserter(to, to.end()),
+                     [called](SymbolId id) { return !called->own.contains(id); });
+      };
+      addGlobals(caller.written, called->written);
+      addGlobals(caller.mentioned, called->mentioned);
+      caller.usesDerivatives = caller.usesDerivatives || called->usesDerivatives;
+    }
+    total += caller.written.size() + caller.mentioned.size();
+  }
+  isTooLarge_ = total > kMaxClosure;
+}
+
+std::vector<const FunctionInfo*> Program::calleesFirst(
+    const std::vector<const FunctionInfo*>& roots,
+    const std::function<void(const FunctionInfo&)>& onCircle) const {
+  struct Entered {
+    const FunctionInfo* info;
+    std::set<std::string>::const_iterator next;
+  };
+  std::vector<const FunctionInfo*> order;
+  std::set<const FunctionInfo*> open, done;
+  std::vector<Entered> path;
+  const auto enter = [&](const FunctionInfo* info) {
+    if (info == nullptr || done.contains(info)) return;
+    if (!open.insert(info).second) return onCircle(*info);
+    path.push_back({info, info->callees.begin()});
+  };
+  for (const FunctionInfo* root : roots) {
+    enter(root);
+    while (!path.empty()) {
+      Entered& current = path.back();
+      if (current.next != current.info->callees.end()) {
+        enter(findFunction(*current.next++));
+        continue;
       }
+      open.erase(current.info);
+      done.insert(current.info);
+      order.push_back(current.info);
+      path.pop_back();
     }
   }
+  return order;
 }
 
 std::set<SymbolId> Program::writtenBy(const TIntermNode& tree) const {
@@ -153,23 +206,10 @@ std::set<SymbolId> Program::writtenBy(const TIntermNode& tree) const {
 }
 
 std::vector<const FunctionInfo*> Program::reachable(const std::string& from) const {
-  std::vector<const FunctionInfo*> order;
-  std::set<std::string> open, done;
-  const std::function<void(const FunctionInfo&)> enter = [&](const FunctionInfo& info) {
-    if (done.contains(info.name)) return;
-    if (!open.insert(info.name).second) {
-      throw Unsupported(info.definition->getLoc(),
-                        "recursion through " + info.name.substr(0, info.name.find('(')) + "()");
-    }
-    for (const std::string& callee : info.callees) {
-      if (const FunctionInfo* called = findFunction(callee)) enter(*called);
-    }
-    open.erase(info.name);
-    done.insert(info.name);
-    order.push_back(&info);
-  };
-  enter(function(from));
-  return order;
+  return calleesFirst({&function(from)}, [](const FunctionInfo& info) {
+    throw Unsupported(info.definition->getLoc(),
+                      "recursion through " + info.name.substr(0, info.name.find('(')) + "()");
+  });
 }
 
 }  // namespace shadermachine::tools::glsl

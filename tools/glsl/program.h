@@ -1,6 +1,7 @@
 // A parsed shader and what is known about its functions before code is made.
 #pragma once
 
+#include <functional>
 #include <map>
 #include <memory>
 #include <set>
@@ -25,10 +26,11 @@ struct FunctionInfo {
   unsigned callCount = 0;                  // calls in reachable functions
   bool usesDerivatives = false;            // here or in functions it calls
   std::set<std::string> callees;
-  // Variables that it, or what it calls, writes or mentions: parameters, locals and globals.
+  // Variables that it writes or mentions, its own and globals; globals in what it calls, too.
   std::set<SymbolId> written;
   std::map<SymbolId, unsigned> writeCounts;  // here only
   std::set<SymbolId> mentioned;
+  std::set<SymbolId> own;                       // its locals and parameters that are mentioned
   std::vector<const TIntermSymbol*> readFirst;  // own variables that may be read before written
   // In the order of the source: each variable's last mention, and the ends of blocks.
   std::map<SymbolId, unsigned> lastMentions;
@@ -43,6 +45,9 @@ class Program {
                                         Diagnostics& diagnostics);
   ~Program();
 
+  // More functions and globals than the compiler is willing to relate.
+  bool isTooLarge() const { return isTooLarge_; }
+
   // Values of uniforms that the source names in comments.
   const std::vector<NamedValue>& suggestedValues() const { return suggestedValues_; }
 
@@ -55,19 +60,30 @@ class Program {
   std::set<SymbolId> writtenBy(const TIntermNode& tree) const;
   // All that the source declares, apart from blocks.
   const std::vector<const TIntermSymbol*>& uniforms() const { return uniforms_; }
+  const std::vector<const TIntermSymbol*>& outputs() const { return outputs_; }
+  // How the source wants gl_FragCoord: from the top left, without the half to the pixel's centre.
+  bool hasUpperOrigin() const { return shader_->getIntermediate()->getOriginUpperLeft(); }
+  bool countsFromCorners() const { return shader_->getIntermediate()->getPixelCenterInteger(); }
+  bool movesOrigin() const { return hasUpperOrigin() || countsFromCorners(); }
   // Functions that main() calls, directly or not, itself among them. Throws on recursion.
   std::vector<const FunctionInfo*> reachable(const std::string& from) const;
 
  private:
   Program(std::unique_ptr<glslang::TShader> shader);
   void addFunction(const TIntermAggregate& definition);
-  void addUniform(const TIntermSymbol* symbol);
+  void addInterface(const TIntermSymbol* symbol);
   void closeOverCalls();
+  // The roots and what they call, each once.
+  std::vector<const FunctionInfo*> calleesFirst(
+      const std::vector<const FunctionInfo*>& roots,
+      const std::function<void(const FunctionInfo&)>& onCircle) const;
 
   std::unique_ptr<glslang::TShader> shader_;
   std::map<std::string, FunctionInfo> functions_;
   std::vector<const TIntermNode*> initializers_;
+  bool isTooLarge_ = false;
   std::vector<const TIntermSymbol*> uniforms_;
+  std::vector<const TIntermSymbol*> outputs_;
   std::vector<NamedValue> suggestedValues_;
 };
 

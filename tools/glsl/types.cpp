@@ -33,8 +33,9 @@ TypeCode vectorCode(Scalar scalar, unsigned size) {
 TypeCode samplerCode(const TType& type, const TSourceLoc& where) {
   const glslang::TSampler& sampler = type.getSampler();
   const std::optional<unsigned> kind = lookupKind(sampler);
-  if (!kind || sampler.type != glslang::EbtFloat || sampler.isShadow() || sampler.isArrayed() ||
-      sampler.isMultiSample() || sampler.isImage()) {
+  const bool isKnown = sampler.type == glslang::EbtFloat || sampler.type == glslang::EbtInt ||
+                       sampler.type == glslang::EbtUint;
+  if (!kind || !isKnown || sampler.isImage() || !sampler.isCombined()) {
     throw Unsupported(where, "samplers of type " + std::string(sampler.getString().c_str()) +
                                  " are not supported");
   }
@@ -87,6 +88,7 @@ std::optional<unsigned> lookupKind(const glslang::TSampler& sampler) {
     case glslang::Esd1D:
       return 1;
     case glslang::Esd2D:
+    case glslang::EsdRect:
       return 2;
     case glslang::Esd3D:
       return 3;

@@ -1,6 +1,7 @@
 #include "render/fragment_host.h"
 
 #include <algorithm>
+#include <bit>
 #include <cmath>
 #include <cstring>
 
@@ -18,6 +19,9 @@ struct FragmentCallbacks {
     FragmentHost& self = host(userData);
     self.colour_ = {0, 0, 0, 1};
     std::memcpy(self.colour_.data(), words, self.colourWords_ * sizeof(float));
+    for (uint32_t i = 0; self.isInteger_ && i < self.colourWords_; ++i) {
+      self.colour_[i] = static_cast<float>(std::bit_cast<int32_t>(self.colour_[i])) / 255;
+    }
   }
 
   static void output1(float depth, uint64_t userData) { host(userData).depth_ = depth; }
@@ -92,6 +96,11 @@ uint32_t componentsOf(const CompiledShader& shader, int32_t global) {
   return std::min<uint32_t>(info.byteSize / sizeof(float), 4);
 }
 
+bool isInteger(const VarInfo& variable) {
+  return variable.type == VM_TYPE_INT ||
+         (variable.type >= VM_TYPE_IVEC2 && variable.type <= VM_TYPE_IVEC4);
+}
+
 void fillInlineBuiltins(HostCallbacks& table) {
   constexpr VmBuiltinCallback kZeros = FragmentCallbacks::zeros;
   for (VmBuiltinCallback* slot :
@@ -110,7 +119,9 @@ void fillInlineBuiltins(HostCallbacks& table) {
 }  // namespace
 
 FragmentHost::FragmentHost(const ShaderView& view, const HostInputs& inputs)
-    : inputs_(&inputs), colourWords_(componentsOf(*view.shader, view.shader->outputGlobal0)) {}
+    : inputs_(&inputs),
+      colourWords_(componentsOf(*view.shader, view.shader->outputGlobal0)),
+      isInteger_(colourWords_ > 0 && isInteger(view.shader->globals[view.shader->outputGlobal0])) {}
 
 // Slots that stay null: functions of the host and variables backed by globals, whose zero-filled
 // blocks the machine hands out as they are.

@@ -42,6 +42,7 @@ class FragmentHost {
 
   const HostInputs* inputs_;
   uint32_t colourWords_;  // components of the colour output
+  bool isInteger_;        // a colour output of integers shows bytes
   std::array<float, 2> offset_ = {0.5f, 0.5f};
   float x_ = 0;  // place of the fragment, y up
   float y_ = 0;

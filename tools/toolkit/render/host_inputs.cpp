@@ -8,6 +8,8 @@
 #include <cstring>
 #include <ctime>
 
+#include "render/texture.h"
+
 namespace shadermachine::tools {
 namespace {
 
@@ -265,6 +267,7 @@ std::string HostInputs::setTexture(std::string_view place, Texture texture) {
     return quoted(place) + " is not a sampler";
   }
   const uint64_t unit = textures_.size();
+  texture.smaller = smallerLevels(texture.image);
   textures_.push_back(std::move(texture));
   std::memcpy(&variable.bytes[variable.leaves[part.first].offset], &unit, sizeof unit);
   variable.source = Source::User;

@@ -3,6 +3,7 @@
 #include <shadermachine-tools/host_contract.h>
 
 #include <algorithm>
+#include <bit>
 #include <cmath>
 #include <numbers>
 
@@ -83,21 +84,42 @@ Neighbours neighbours(float position, uint32_t size, TextureWrap wrap) {
   return {inside(first), inside(first + 1), place - floor};
 }
 
-Colour filtered(const ByteImage& image, TextureFilter filter, TextureWrap wrap, Point place) {
+const ByteImage& levelOf(const Texture& texture, float level) {
+  if (!(level >= 1) || texture.smaller.empty()) return texture.image;
+  const size_t last = texture.smaller.size() - 1;
+  return texture.smaller[std::min(static_cast<size_t>(std::min(level, 32.0f)) - 1, last)];
+}
+
+// `read` gives a texel of a picture, or what a comparison makes of it.
+template <class Read>
+Colour filtered(const ByteImage& image, TextureFilter filter, TextureWrap wrap, Point place,
+                const Read& read) {
   const float u = wrapped(place.u, wrap);
   // Rows run from top to bottom.
   const float v = wrapped(wrap == TextureWrap::Repeat ? -place.v : 1 - place.v, wrap);
   if (filter == TextureFilter::Nearest) {
     const auto x = static_cast<uint32_t>(u * static_cast<float>(image.width));
     const auto y = static_cast<uint32_t>(v * static_cast<float>(image.height));
-    return texel(image, std::min(x, image.width - 1), std::min(y, image.height - 1));
+    return read(image, std::min(x, image.width - 1), std::min(y, image.height - 1));
   }
   const Neighbours column = neighbours(u, image.width, wrap);
   const Neighbours row = neighbours(v, image.height, wrap);
   const auto alongRow = [&](uint32_t y) {
-    return mix(texel(image, column.first, y), texel(image, column.second, y), column.fraction);
+    return mix(read(image, column.first, y), read(image, column.second, y), column.fraction);
   };
   return mix(alongRow(row.first), alongRow(row.second), row.fraction);
+}
+
+// Between two levels, unless the texture is not to be filtered.
+template <class Read>
+Colour sampled(const Texture& texture, Point place, float level, const Read& read) {
+  const auto at = [&](const ByteImage& image) {
+    return filtered(image, texture.filter, texture.wrap, place, read);
+  };
+  if (!(level > 0) || texture.smaller.empty()) return at(texture.image);
+  if (texture.filter == TextureFilter::Nearest) return at(levelOf(texture, level + 0.5f));
+  const float first = std::floor(level);
+  return mix(at(levelOf(texture, first)), at(levelOf(texture, first + 1)), level - first);
 }
 
 // The face of a cube that a direction points to, and the place on it.
@@ -113,31 +135,169 @@ Colour onCube(const Texture& texture, const float* d) {
   const float length = std::abs(d[axis]);
   const Point place = {(s / length + 1) / 2, (up / length + 1) / 2};
   return filtered(texture.faces[2 * axis + (isNegative ? 1 : 0)], texture.filter,
-                  TextureWrap::Clamp, place);
+                  TextureWrap::Clamp, place, texel);
 }
 
 // Texels outside of the picture are zeros.
-Colour texelAt(const ByteImage& image, const float* position) {
-  const float column = std::floor(position[0]);
-  const float row = std::floor(position[1]);
+Colour texelAt(const ByteImage& image, float x, float y) {
+  const float column = std::floor(x);
+  const float row = std::floor(y);
   const bool inside = column >= 0 && column < static_cast<float>(image.width) && row >= 0 &&
                       row < static_cast<float>(image.height);
   if (!inside) return {};
   return texel(image, static_cast<uint32_t>(column), image.height - 1 - static_cast<uint32_t>(row));
 }
 
+Colour integers(std::array<uint32_t, 4> numbers) { return std::bit_cast<Colour>(numbers); }
+
+// A look-up that a matrix and bits describe (host_contract.h).
+class DescribedLookUp {
+ public:
+  DescribedLookUp(const Texture& texture, const LookupRequest& request)
+      : texture_(texture), words_(request.coords), bits_(request.extra) {}
+
+  Colour answer() const {
+    switch (static_cast<LookupOperation>(bits_ >> kLookupOperationShift)) {
+      case LookupOperation::Level:
+      case LookupOperation::Sample:
+        return finished(sample(words_[11]));
+      case LookupOperation::Gradient:
+        return finished(sample(levelOfGradients()));
+      case LookupOperation::Texel:
+        return finished(fetch());
+      case LookupOperation::Gather:
+        return finished(gather());
+      case LookupOperation::Size: {
+        const ByteImage& image = levelOf(texture_, words_[11]);
+        return integers({image.width, dimensions() == 1 ? 1 : image.height, 1, 1});
+      }
+      default:
+        return integers({static_cast<uint32_t>(texture_.smaller.size()) + 1, 0, 0, 0});
+    }
+  }
+
+ private:
+  uint32_t dimensions() const { return bits_ & kLookupDimensions; }
+  bool has(uint32_t flag) const { return (bits_ & flag) != 0; }
+
+  Point place(const ByteImage& image) const {
+    const auto width = static_cast<float>(image.width);
+    const auto height = static_cast<float>(image.height);
+    Point point = {words_[0], dimensions() == 1 ? 0.5f : words_[1]};
+    if (dimensions() == 4) point = onPanorama(words_);
+    if (has(kLookupInTexels)) point = {point.u / width, point.v / height};
+    return {point.u + words_[12] / width, point.v + words_[13] / height};
+  }
+
+  // Behind the position and the layer, if not apart; of one dimension, there is a gap before it.
+  float reference() const {
+    if (has(kLookupIsApart)) return words_[7];
+    if (dimensions() == 1 && !has(kLookupIsLayered)) return words_[2];
+    return words_[std::min(dimensions(), 3u) + (has(kLookupIsLayered) ? 1 : 0)];
+  }
+
+  Colour read(const ByteImage& image, uint32_t x, uint32_t y) const {
+    const Colour colour = texel(image, x, y);
+    if (!has(kLookupCompares)) return colour;
+    const float passed = reference() <= colour[0] ? 1.0f : 0.0f;
+    return {passed, passed, passed, 1};
+  }
+
+  Colour sample(float level) const {
+    return sampled(
+        texture_, place(levelOf(texture_, level)), level,
+        [this](const ByteImage& image, uint32_t x, uint32_t y) { return read(image, x, y); });
+  }
+
+  float levelOfGradients() const {
+    const auto length = [this](size_t column) {
+      const auto width = static_cast<float>(texture_.image.width);
+      const auto height = static_cast<float>(texture_.image.height);
+      const bool inTexels = has(kLookupInTexels);
+      const float* d = words_ + 4 * column;
+      return std::hypot(d[0] * (inTexels ? 1 : width), d[1] * (inTexels ? 1 : height));
+    };
+    return std::log2(std::max(length(1), length(2)));
+  }
+
+  Colour fetch() const {
+    const ByteImage& image = levelOf(texture_, words_[11]);
+    const float row = dimensions() == 1 ? static_cast<float>(image.height / 2) : words_[1];
+    return texelAt(image, words_[0] + words_[12], row + words_[13]);
+  }
+
+  // Counterclockwise from the top left.
+  Colour gather() const {
+    const ByteImage& image = texture_.image;
+    const Point point = place(image);
+    const Neighbours column =
+        neighbours(wrapped(point.u, texture_.wrap), image.width, texture_.wrap);
+    const Neighbours row = neighbours(
+        wrapped(texture_.wrap == TextureWrap::Repeat ? -point.v : 1 - point.v, texture_.wrap),
+        image.height, texture_.wrap);
+    const size_t component = has(kLookupCompares) ? 0 : static_cast<size_t>(words_[15]) & 3;
+    return {read(image, column.first, row.second)[component],
+            read(image, column.second, row.second)[component],
+            read(image, column.second, row.first)[component],
+            read(image, column.first, row.first)[component]};
+  }
+
+  Colour finished(const Colour& colour) const {
+    if (!has(kLookupGivesIntegers)) return colour;
+    std::array<uint32_t, 4> numbers;
+    for (size_t i = 0; i < numbers.size(); ++i) {
+      numbers[i] = static_cast<uint32_t>(std::lround(colour[i] * 255));
+    }
+    return integers(numbers);
+  }
+
+  const Texture& texture_;
+  const float* words_;
+  uint32_t bits_;
+};
+
 }  // namespace
 
 Colour lookUp(const Texture& texture, const LookupRequest& request) {
   const ByteImage& image = texture.image;
   if (image.rgba.empty()) return {0, 0, 0, 1};
-  if (request.kind == kCubeKind && texture.faces.size() == 6)
+  const bool isLevel = request.param == 0;  // HOST_LOOKUP_2
+  if (request.kind == kCubeKind && texture.faces.size() == 6) {
     return onCube(texture, request.coords);
-  if (request.kind != kTexelKind) {
-    return filtered(image, texture.filter, texture.wrap, placeOf(request.kind, request.coords));
   }
-  if (request.param == 0) return texelAt(image, request.coords);
-  return {static_cast<float>(image.width), static_cast<float>(image.height), 1, 1};
+  if (request.kind != kTexelKind) {
+    const float level = request.hasExtra != 0 ? std::bit_cast<float>(request.extra) : 0;
+    return sampled(texture, placeOf(request.kind, request.coords), level, texel);
+  }
+  if (isLevel && request.hasExtra != 0) return DescribedLookUp(texture, request).answer();
+  const float level = isLevel ? request.coords[2] : request.coords[0];
+  const ByteImage& chosen = levelOf(texture, level);
+  if (isLevel) return texelAt(chosen, request.coords[0], request.coords[1]);
+  return {static_cast<float>(chosen.width), static_cast<float>(chosen.height), 1, 1};
+}
+
+// Each half the size of the one before, down to one texel.
+std::vector<ByteImage> smallerLevels(const ByteImage& image) {
+  std::vector<ByteImage> levels;
+  const ByteImage* from = &image;
+  while (!from->rgba.empty() && (from->width > 1 || from->height > 1)) {
+    ByteImage half(std::max(from->width / 2, 1u), std::max(from->height / 2, 1u));
+    for (uint32_t y = 0; y < half.height; ++y) {
+      for (uint32_t x = 0; x < half.width; ++x) {
+        const uint32_t right = std::min(2 * x + 1, from->width - 1);
+        const uint32_t below = std::min(2 * y + 1, from->height - 1);
+        const uint32_t left = std::min(2 * x, right), above = std::min(2 * y, below);
+        for (size_t i = 0; i < 4; ++i) {
+          const int sum = from->pixel(left, above)[i] + from->pixel(right, above)[i] +
+                          from->pixel(left, below)[i] + from->pixel(right, below)[i];
+          half.pixel(x, y)[i] = static_cast<uint8_t>((sum + 2) / 4);
+        }
+      }
+    }
+    levels.push_back(std::move(half));
+    from = &levels.back();
+  }
+  return levels;
 }
 
 }  // namespace shadermachine::tools

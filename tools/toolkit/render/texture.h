@@ -12,4 +12,7 @@ namespace shadermachine::tools {
 // panorama (all directions, +y up, -z in the middle). There is one level.
 std::array<float, 4> lookUp(const Texture& texture, const LookupRequest& request);
 
+// Levels 1 and up: each half the size of the one before, down to one texel.
+std::vector<ByteImage> smallerLevels(const ByteImage& image);
+
 }  // namespace shadermachine::tools

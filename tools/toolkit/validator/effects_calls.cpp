@@ -244,7 +244,10 @@ void callHostLookup(Step& step) {
   if (arguments < 2) return;
   if (!step.needDepth(arguments)) return;
   step.needWords(arguments - 1, kSamplerWords);
-  step.needWords(arguments - 2, kLookupKinds[(form >> 2) & 7].coordinates);
+  const uint32_t kind = (form >> 2) & 7;
+  const bool isDescribed =
+      kind == kTexelKind && arguments == 3 && step.instruction.opcode == Opcode::HOST_LOOKUP_2;
+  step.needWords(arguments - 2, isDescribed ? kDescribedWords : kLookupKinds[kind].coordinates);
   if (arguments == 3) step.needWords(0, 1);
   step.stack.drop(arguments - 1);
   step.write(0, kLookupResultWords);

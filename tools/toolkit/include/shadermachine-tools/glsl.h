@@ -37,6 +37,9 @@ struct GlslOptions {
       include = nullptr;
   // For debuggers: every function stays one, every variable has a place of its own.
   bool isForDebugging = false;
+  // Location of the colour output that becomes the record's first output: the lowest that is used
+  // unless given. The others become globals of the same name ("gl_FragData[1]").
+  std::optional<unsigned> output = std::nullopt;
 };
 
 struct GlslMessage {
@@ -59,6 +62,7 @@ struct GlslResult {
   // Initial values of the uniforms that the shader uses; the host is to give these where it has no
   // others.
   std::vector<NamedValue> uniformValues;
+  std::vector<std::string> varyings;        // host variables that differ from fragment to fragment
   std::vector<std::string> unusedUniforms;  // declared, but no host variables of the shader
 };
 

@@ -90,7 +90,9 @@ struct LookupKind {
 };
 
 inline constexpr std::array<LookupKind, 8> kLookupKinds = {{
-    {3, "HOST_LOOKUP_2: texel at column, row and level; HOST_LOOKUP_1: size of the level"},
+    {3,
+     "HOST_LOOKUP_2: texel at column, row and level, or described; HOST_LOOKUP_1: size of the "
+     "level"},
     {1, "1D"},
     {2, "2D"},
     {3, "3D"},
@@ -99,6 +101,32 @@ inline constexpr std::array<LookupKind, 8> kLookupKinds = {{
     {3, "2D, divided by the last coordinate"},
     {4, "3D, divided by the last coordinate"},
 }};
+
+// HOST_LOOKUP_2 of kind 0 with three operands describes a look-up that the others cannot: the
+// second operand is a mat4 and the third an integer.
+//   column 0: the coordinates as GLSL's texture functions take them, layer and reference among them
+//   column 1: derivative to the right, and the reference of a comparison that has it apart
+//   column 2: derivative upwards, and level or bias
+//   column 3: offset in texels, and the component to gather
+inline constexpr uint32_t kDescribedWords = 16;
+// Number of components of a texel's position, or 4 for a direction, in the integer's lowest bits.
+inline constexpr uint32_t kLookupDimensions = 7;
+inline constexpr uint32_t kLookupIsLayered = 1 << 3;  // a layer follows the position
+inline constexpr uint32_t kLookupCompares = 1 << 4;   // gives 1 where the reference is not above
+inline constexpr uint32_t kLookupIsApart = 1 << 5;    // its reference is in column 1
+inline constexpr uint32_t kLookupInTexels = 1 << 6;   // coordinates run to the size, not to 1
+inline constexpr uint32_t kLookupGivesIntegers = 1 << 7;
+inline constexpr uint32_t kLookupOperationShift = 8;
+
+enum class LookupOperation : uint8_t {
+  Sample,  // as HOST_LOOKUP_1 does, with a bias
+  Level,
+  Gradient,
+  Texel,
+  Gather,
+  Size,    // of a level, in integers, with the number of layers
+  Levels,  // their number, an integer
+};
 
 // HOST_UNARY: at most the first four words in place, each result word from the word it replaces.
 // The instruction's operand is the number of components, for hosts that look for it.

@@ -25,6 +25,7 @@ struct Texture {
   // Six pictures for look-ups by direction: +x, -x, +y, -y, +z, -z, each as cube maps usually have
   // them (seen from inside, the top row first). Without them `image` is a panorama.
   std::vector<ByteImage> faces = {};
+  std::vector<ByteImage> smaller = {};  // levels 1 and up of `image`; HostInputs makes them
 };
 
 // Computes the components of a variable for the point x, y (in pixels, y up). Called from all
