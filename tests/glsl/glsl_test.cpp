@@ -1,6 +1,7 @@
 // Every feature of the language that the compiler supports, as small programs with the value that
 // they have to give; and what it refuses, with the message.
 #include <gtest/gtest.h>
+#include <shadermachine-tools/renderer.h>
 #include <shadermachine-tools/validator.h>
 
 #include <cmath>
@@ -124,6 +125,55 @@ TEST(GlslEntry, depthAndDiscard) {
       runGlsl(withBody("float a[2]; a[0] = two; if (a[0] > 1.0) discard; r = vec4(1.0);"));
   EXPECT_EQ(gone.code, static_cast<uint32_t>(VM_ERR_DISCARDED));
   EXPECT_EQ(gone.colour[0], -1);
+}
+
+// Two by two texels: red 0 and 51 above, 102 and 153 below, green is 255; filtered linearly.
+tools::Texture smallTexture() {
+  tools::Texture texture;
+  texture.image = tools::ByteImage(2, 2);
+  for (uint8_t i = 0; i < 4; ++i) {
+    uint8_t* texel = texture.image.pixel(i % 2u, i / 2u);
+    texel[0] = static_cast<uint8_t>(51 * i);
+    texel[1] = texel[3] = 255;
+  }
+  return texture;
+}
+
+TEST(GlslTextures, answersOfTheRenderer) {
+  const struct {
+    const char* expression;
+    std::array<float, 4> colour;
+  } cases[] = {
+      {"texture(s.t[1], vec2(0.25, 0.75)) * s.c", {0, 0.5f, 0, 0.5f}},
+      {"textureGather(s.t[1], vec2(0.5))", {0.4f, 0.6f, 0.2f, 0}},
+      {"textureLod(s.t[1], vec2(0.1), 1.0)", {77 / 255.0f, 1, 0, 1}},
+      {"textureGrad(s.t[1], vec2(0.1), vec2(2.0, 0.0), vec2(0.0))", {77 / 255.0f, 1, 0, 1}},
+      {"texelFetchOffset(s.t[1], ivec2(0), 0, ivec2(1, 0))", {0.6f, 1, 0, 1}},
+      {"vec4(texture(d, vec3(0.5, 0.5, 0.3)))", {0.5f, 0.5f, 0.5f, 0.5f}},
+      {"vec4(texture(i, vec2(0.25, 0.25)))", {102, 255, 0, 255}},
+      {"vec4(textureSize(a, 1), textureSize(s.t[1], 0).y)", {1, 1, 1, 2}},
+      {"texture(a, vec3(0.75, 0.75, 3.0))", {0.2f, 1, 0, 1}},
+  };
+  for (const auto& test : cases) {
+    const std::string source =
+        "#version 400\nstruct S { sampler2D t[2]; vec4 c; }; uniform S s; uniform sampler2DShadow "
+        "d; "
+        "uniform isampler2D i; uniform sampler2DArray a; out vec4 r; void main() { r = " +
+        std::string(test.expression) + "; }";
+    const tools::GlslResult compiled = tools::compileGlsl(source);
+    ASSERT_TRUE(compiled.shader) << glslErrors(source);
+    tools::Renderer renderer(compiled.shader->view());
+    for (const char* name : {"s.t[1]", "d", "i", "a"}) {
+      renderer.inputs().setTexture(name, smallTexture());
+    }
+    renderer.inputs().set("s.c", std::array{0.5, 0.5, 0.5, 0.5});
+    tools::RenderSettings settings;
+    settings.frame.width = settings.frame.height = 1;
+    const tools::RenderResult result = renderer.render(settings);
+    for (size_t i = 0; i < 4; ++i) {
+      EXPECT_NEAR(result.colour.rgba[i], test.colour[i], 1e-5f) << test.expression << " " << i;
+    }
+  }
 }
 
 TEST(GlslGallery, everyShaderValidatesAndRuns) {

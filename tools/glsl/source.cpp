@@ -190,9 +190,13 @@ class Expansion {
   }
 
   void take(std::string_view token) {
-    constexpr std::string_view kOperators = "-+*/%&|^<>=?!.[~";
+    constexpr std::string_view kOperators = "-+*/%&|^<>=?![~";
     if (token == ";" || token == "{" || token == "}") operators_ = 0;
-    if (kOperators.find(token[0]) != std::string_view::npos && ++operators_ > kMaxOperators) {
+    // The points of numbers do not make trees deeper; others follow a name or a closing bracket.
+    const bool isMember = token == "." && isBehindValue_;
+    isBehindValue_ = token[0] >= 'A' || token == ")";
+    const bool isOperator = isMember || kOperators.find(token[0]) != std::string_view::npos;
+    if (isOperator && ++operators_ > kMaxOperators) {
       problem_ = "a statement has too many operators";
     }
   }
@@ -201,6 +205,7 @@ class Expansion {
   Tokens pending_;
   size_t expanded_ = 0;
   size_t operators_ = 0;
+  bool isBehindValue_ = false;
   std::string problem_;
 };
 
