@@ -24,7 +24,8 @@ struct SourceOptions {
 
 struct LoadedShader {
   BuiltShader built;
-  std::vector<NamedValue> values = {};   // of host variables that the user gives none
+  std::vector<NamedValue> values = {};  // of host variables that the user gives none
+  std::vector<std::string> varyings = {};
   std::vector<std::string> unused = {};  // uniforms of the source that are no host variables
 
   ShaderView view() const { return built.view(); }
