@@ -43,7 +43,7 @@ void runMachine(benchmark::State& state, const Subject& subject) {
 
 void runPlain(benchmark::State& state, const Subject& subject) {
   Bench bench(subject);
-  bench.machine().runsPlain = 1;
+  bench.machine().engineUse = EngineUse::Never;
   for (auto _ : state) benchmark::DoNotOptimize(bench.run());
 }
 

@@ -2,6 +2,7 @@
 // run one after another by handlers that end in a call of the next record's handler.
 #pragma once
 
+#include "form/form.h"
 #include "machine/machine.h"
 
 namespace shadermachine::engine {
@@ -12,24 +13,8 @@ using FloatVector = float __attribute__((vector_size(16)));
 using WordVector = uint32_t __attribute__((vector_size(16)));
 using IntVector = int32_t __attribute__((vector_size(16)));
 
-// One function in the tree of calls that the program has inlined.
-struct InlinedCall {
-  const InlinedCall* caller;  // null for the entry function
-  uint32_t function;
-  uint32_t localsSlot;  // absolute slot of the first local
-  int32_t frameIndex;
-  uint32_t callerPc;  // the caller's frame while this call is under way
-  int32_t callerTop;
-};
-
-// The state of the machine that the plain handlers would have at one instruction.
-struct Site {
-  const InlinedCall* call;
-  uint32_t pc;
-  int32_t top;
-  int32_t indexTop;
-  uint32_t opcode;
-};
+using form::InlinedCall;
+using form::Site;
 
 // What records do at the end of their work. With tail calls each handler jumps to the next, without
 // it returns to a loop. A compiler that calls where it should jump fills the host's stack, so the

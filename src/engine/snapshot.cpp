@@ -2,9 +2,16 @@
 
 #include <algorithm>
 
-#include "engine/decode.h"
+#include "form/decode.h"
 
 namespace shadermachine::engine {
+
+using form::Arena;
+using form::Array;
+using form::DecodedFunction;
+using form::Decoder;
+using form::Instruction;
+
 namespace {
 
 // Comparison --------------------------------------------------------------------------------------
@@ -111,7 +118,7 @@ void addStructs(Array<uint32_t>& structs, const DecodedFunction& function) {
                        item.opcode == Opcode::ARRAY_ELEMENT || item.opcode == Opcode::CTOR_STRUCT ||
                        item.opcode == Opcode::CTOR_ARRAY;
     if (!names) continue;
-    const uint32_t number = operandU16(function.code, item.pc + 1);
+    const uint32_t number = item.operands[0];
     const bool basic = item.opcode != Opcode::STRUCT_FIELD && static_cast<int16_t>(number) < 0;
     if (!basic) structs.append(number);
   }
@@ -125,7 +132,7 @@ bool Snapshot::take(const CompiledShader& shader, const Decoder& decoder, Arena&
   for (uint32_t f = 0; f < shader.functionCount; ++f) {
     if (!decoder.consulted(f)) continue;
     if (f != shader.entryIndex) numbers.append(f);
-    if (decoder.decoded(f) != nullptr) addStructs(structNumbers, *decoder.decoded(f));
+    if (decoder.function(f) != nullptr) addStructs(structNumbers, *decoder.function(f));
   }
   sortOut(structNumbers);
   auto* functions = arena.allocate<Function>(numbers.size());

@@ -2,17 +2,19 @@
 // shader without a look at memory that the host may have freed since.
 #pragma once
 
-#include "engine/arena.h"
+#include "form/arena.h"
 #include "machine/machine.h"
 
-namespace shadermachine::engine {
-
+namespace shadermachine::form {
 class Decoder;
+}
+
+namespace shadermachine::engine {
 
 class Snapshot {
  public:
   // Copies all of the shader that the decoder has looked at. False when memory is short.
-  bool take(const CompiledShader& shader, const Decoder& decoder, Arena& arena);
+  bool take(const CompiledShader& shader, const form::Decoder& decoder, form::Arena& arena);
 
   bool matches(const CompiledShader& shader) const;
 

@@ -15,8 +15,15 @@ namespace shadermachine {
 
 namespace engine {
 struct Record;
-struct Translation;
+class TranslationCache;
 }  // namespace engine
+
+// For tests and benchmarks.
+enum class EngineUse : uint32_t {
+  WhenWorth,  // what every machine has: from a shader's second run on
+  Never,
+  AtOnce,  // in a shader's first run
+};
 
 // The public record followed by what hosts have no business with.
 struct Machine : ShaderMachine {
@@ -27,11 +34,8 @@ struct Machine : ShaderMachine {
   uint32_t heldGlobalCount;  // globals on the stack of the shader that the machine holds
   TimeLimit timeLimit;
   ValueSlot stray;                    // stands in for slots and variables that do not exist
-  uint32_t runsPlain;                 // for tests and benchmarks: never translate
-  engine::Translation* translations;  // owned; the most recently used first
-  uint32_t runsBeforeTranslation;     // of shaders without one, that are plain runs
-  // Some shaders that were met in the meantime: a hint only, the records may be others by now.
-  const CompiledShader* passedOver[256];
+  EngineUse engineUse;
+  engine::TranslationCache* translations;  // owned; null until there is one
   const engine::Record* heldProgram;  // translation of the shader that the machine holds, or null
 };
 

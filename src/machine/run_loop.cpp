@@ -154,7 +154,8 @@ namespace {
 // True when frame 0, the globals, the translation and all that prepareRun() checks are as the
 // shader's last run left them.
 bool holdsAll(const Machine& machine, const CompiledShader& shader) {
-  return machine.shader == &shader && machine.heldProgram != nullptr && machine.runsPlain == 0 &&
+  return machine.shader == &shader && machine.heldProgram != nullptr &&
+         machine.engineUse != EngineUse::Never &&
          machine.frames[0].function == shader.functions[shader.entryIndex];
 }
 

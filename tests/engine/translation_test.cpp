@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "engine/engine.h"
+#include "engine/translation_cache.h"
 #include "machine/machine.h"
 #include "support/allocations.h"
 #include "support/rig.h"
@@ -41,13 +42,13 @@ TEST(Translation, IsKeptAfterTheMachineForgetsItsShader) {
   Rig rig;
   const BuiltShader shader = storing(2.0f, VM_OP_DISCARD);
   EXPECT_EQ(rig.run(shader), VM_ERR_DISCARDED);
-  const engine::Translation* first = internals(rig).translations;
+  const engine::Translation* first = internals(rig).translations->recent();
   ASSERT_NE(first, nullptr);
   EXPECT_EQ(rig.run(shader), VM_ERR_DISCARDED);
-  EXPECT_EQ(internals(rig).translations, first);
+  EXPECT_EQ(internals(rig).translations->recent(), first);
   // An equal shader elsewhere is the same to it.
   EXPECT_EQ(rig.run(storing(2.0f, VM_OP_DISCARD)), VM_ERR_DISCARDED);
-  EXPECT_EQ(internals(rig).translations, first);
+  EXPECT_EQ(internals(rig).translations->recent(), first);
   EXPECT_EQ(storedValue(rig), 2.0f);
 }
 
@@ -107,11 +108,11 @@ TEST(Translation, BelongsToAllThatItWasMadeFrom) {
                              Parts{.params = 1}, Parts{.hostFunctionBase = 7}, Parts{.entry = 1}}) {
     Rig rig;
     EXPECT_EQ(rig.run(shader), VM_ERR_DISCARDED);
-    const engine::Translation* first = internals(rig).translations;
+    const engine::Translation* first = internals(rig).translations->recent();
     EXPECT_EQ(rig.run(madeOf(other)), VM_ERR_DISCARDED);
-    EXPECT_NE(internals(rig).translations, first);
+    EXPECT_NE(internals(rig).translations->recent(), first);
     EXPECT_EQ(rig.run(shader), VM_ERR_DISCARDED);
-    EXPECT_EQ(internals(rig).translations, first);
+    EXPECT_EQ(internals(rig).translations->recent(), first);
   }
 }
 
@@ -158,7 +159,7 @@ TEST(Translation, StoresWithoutMemoryEndTheRun) {
   const int64_t live = liveAllocations();
   for (const uint32_t plain : {0u, 1u}) {
     Rig rig;
-    internals(rig).runsPlain = plain;
+    internals(rig).engineUse = plain ? EngineUse::Never : EngineUse::AtOnce;
     EXPECT_EQ(rig.run(shader), VM_OK);
     EXPECT_EQ(engine::isTranslated(internals(rig)), plain == 0);
     // Both variables' blocks come first.
@@ -238,7 +239,7 @@ TEST(Translation, TakingTurnsIsNoReasonToTranslate) {
 
 TEST(Translation, CanBeSwitchedOff) {
   Rig rig;
-  internals(rig).runsPlain = 1;
+  internals(rig).engineUse = EngineUse::Never;
   EXPECT_EQ(rig.run(storing(4.0f, VM_OP_RETURN)), VM_OK);
   EXPECT_EQ(storedValue(rig), 4.0f);
   EXPECT_EQ(internals(rig).translations, nullptr);

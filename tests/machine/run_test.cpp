@@ -197,7 +197,7 @@ TEST(Runs, VariablesWithoutMemory) {
   {
     Rig rig;
     // A translation would take allocations of its own.
-    static_cast<Machine&>(*rig.machine).runsPlain = 1;
+    static_cast<Machine&>(*rig.machine).engineUse = EngineUse::Never;
     for (int64_t allowed = 0; allowed <= 5; ++allowed) {
       const AllocationFailure failure(allowed);
       EXPECT_EQ(rig.run(shader), allowed < 5 ? VM_ERR_OUT_OF_MEMORY : VM_OK) << allowed;

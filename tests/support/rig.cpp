@@ -125,7 +125,8 @@ MachinePtr makeMachine(const HostCallbacks* callbacks) {
   const MachineCreateInfo info = {callbacks};
   MachinePtr machine(vmShaderMachineCreate(&info));
   const bool plain = std::getenv("SHADERMACHINE_TEST_PLAIN") != nullptr;
-  if (machine && plain) static_cast<Machine&>(*machine).runsPlain = 1;
+  const EngineUse use = plain ? EngineUse::Never : EngineUse::AtOnce;
+  if (machine) static_cast<Machine&>(*machine).engineUse = use;
   return machine;
 }
 

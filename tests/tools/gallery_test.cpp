@@ -32,7 +32,8 @@ VmError __real_vmShaderMachineDestroy(ShaderMachine* machine);
 
 ShaderMachine* __wrap_vmShaderMachineCreate(const MachineCreateInfo* info) {
   ShaderMachine* machine = __real_vmShaderMachineCreate(info);
-  static_cast<shadermachine::Machine*>(machine)->runsPlain = runsPlain ? 1 : 0;
+  static_cast<shadermachine::Machine*>(machine)->engineUse =
+      runsPlain ? shadermachine::EngineUse::Never : shadermachine::EngineUse::WhenWorth;
   return machine;
 }
 

@@ -7,7 +7,7 @@
 #include <cstring>
 #include <type_traits>
 
-namespace shadermachine::engine {
+namespace shadermachine::form {
 
 class Arena {
  public:
@@ -17,9 +17,9 @@ class Arena {
   ~Arena() { release(); }
 
   bool failed() const { return failed_; }
+  size_t bytes() const { return used_; }
   // Why it failed: the limit, not a lack of memory.
   bool isFull() const { return full_; }
-  size_t bytes() const { return used_; }
 
   // Zeroed; null when memory is short or the arena's limit is reached.
   template <class T>
@@ -128,4 +128,4 @@ class Array {
   bool failed_ = false;
 };
 
-}  // namespace shadermachine::engine
+}  // namespace shadermachine::form

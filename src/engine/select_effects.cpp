@@ -1,0 +1,253 @@
+// Records of stores, of what the host and the plain handlers do, of references and of control flow.
+
+#include "engine/selector.h"
+
+namespace shadermachine::engine {
+namespace {
+
+uint32_t* siteAddress(const form::Site* site) {
+  return reinterpret_cast<uint32_t*>(const_cast<form::Site*>(site));
+}
+
+Record makeRecord(RecordHandler run) {
+  Record record = {};
+  record.run = run;
+  return record;
+}
+
+}  // namespace
+
+// Stores ------------------------------------------------------------------------------------------
+
+// Initial values of neighbouring slots, in one record.
+bool Selector::selectZeros(const Operation& store) {
+  const auto isZeroing = [this, &store](const Operation& other) {
+    return other.kind == Kind::Store && other.spare && other.in[0] == store.in[0] &&
+           other.first == 0 && other.place < form::kFirstIndexPlace;
+  };
+  const Operation& made = operation(store.in[0].value);
+  if (made.kind != Kind::Constant || made.words != form::kPlaceWords || !isZeroing(store)) {
+    return false;
+  }
+  bool wide = false;
+  uint32_t count = 0;
+  uint32_t next = now_;
+  for (; next < blockEnd_; ++next) {
+    const Operation& other = operation(next);
+    if (other.kind == Kind::Nothing) continue;
+    if (!isZeroing(other) || other.place != store.place + count) break;
+    wide = wide || other.n > 4;
+    claim(other.place, writtenBy(other).words);
+    ++count;
+  }
+  Record record = makeRecord(wide ? &zeroWideSlotsStep : &zeroSlotsStep);
+  record.d = addressOf(store.place);
+  record.x = count;
+  emit(record);
+  skipUntil_ = next;
+  return true;
+}
+
+void Selector::selectStore(const Operation& store) {
+  if (selectZeros(store)) return;
+  const Operand value = store.in[0];
+  ValueInfo& info = values_[value.value];
+  if (value.first == 0 && info.place == store.place && info.first == store.first &&
+      info.address != nullptr) {
+    memory(value);  // its own record writes it, or it has been there before
+    return;
+  }
+  const uint32_t n = store.n;
+  const bool exact = n == 3 && !store.spare;
+  Record copy = {};
+  if (n == 1 && inRegister(value, Register::Word, 1)) {
+    copy.run = storeStep(true, false, 1, false);
+  } else if (n == 1 && inRegister(value, Register::Scalar, 1)) {
+    copy.run = storeStep(false, true, 1, false);
+  } else if (n > 1 && n <= 4 && inRegister(value, Register::Vector, n)) {
+    copy.run = storeStep(false, false, n, exact);
+  } else {
+    copy.a = memory(value);
+    copy.x = n;
+    copy.run = n <= 4 ? copyStep(n, exact) : &copyWordsStep;
+  }
+  claim(store.place, form::wordMask(store.first, n == 3 && !exact ? 4 : n));
+  copy.d = addressOf(store.place, store.first);
+  emit(copy);
+  if (value.first == 0 && n == operation(value.value).words) {
+    info.copy = store.place;
+    info.copyWord = store.first;
+    info.copyVersion = placeInfo(store.place).version;
+  }
+}
+
+// Control flow ------------------------------------------------------------------------------------
+
+void Selector::selectBranch(const Operation& branch) {
+  const Operand condition = branch.in[0];
+  RegisterState& held = registers_[static_cast<unsigned>(Register::Word)];
+  const bool inWord = inRegister(condition, Register::Word, 1);
+  const bool fuses = inWord && held.pending && comparison_ + 1 == records_.size() &&
+                     held.record == comparison_ && !isUsedLater(condition.value);
+  uint32_t index = 0;
+  lastBranch_ = kNone;
+  if (fuses) {
+    index = comparison_;
+    records_[index].run = branchForm_;
+    held = {kNone, 0, 0, false};
+    lastBranch_ = index;
+  } else {
+    Record record = makeRecord(inWord ? &branchWordStep : &branchMemoryStep);
+    if (!inWord) record.a = memory(condition);
+    index = emit(record);
+  }
+  comparison_ = kNone;
+  links_.append({index, branch.block, false});
+}
+
+void Selector::selectJump(const Operation& jump) {
+  if (jump.kind == Kind::Jump) {
+    // What follows in order needs no jump.
+    if (form_.blocks[form_.order[jump.block]].begin == now_ + 1) return;
+    links_.append({emit(makeRecord(&jumpStep)), jump.block, false});
+    return;
+  }
+  const bool closesLoop = lastBranch_ + 1 == records_.size() && loopForm_ != nullptr;
+  if (!closesLoop) emit(makeRecord(&jumpBackStep));
+  if (records_.failed()) return;
+  const uint32_t index = records_.size() - 1;
+  if (closesLoop) records_[index].run = loopForm_;
+  records_[index].d = siteAddress(jump.site);
+  links_.append({index, jump.block, true});
+}
+
+void Selector::selectEnd(const Operation& end) {
+  Record record = makeRecord(end.site->call->caller == nullptr ? &finishStep : &stopStep);
+  record.site = end.site;
+  record.x = end.first;
+  emit(record);
+}
+
+// Aggregates --------------------------------------------------------------------------------------
+
+void Selector::selectMember(const Operation& member) {
+  Record record = {};
+  record.a = addressOf(member.place);
+  record.x = member.first;
+  record.y = member.size;
+  record.size = member.words;
+  produceWords(record, memberSteps(member.words), member.words);
+}
+
+void Selector::selectReadElement(const Operation& element) {
+  Record record = {};
+  record.a = addressOf(element.place);
+  record.x = VM_ERR_INDEX_OUT_OF_BOUNDS;
+  record.y = element.stride;
+  record.z = element.first;
+  record.size = element.words;
+  record.site = element.site;
+  if (element.size != 0) {
+    uint32_t* limits = arena_.allocate<uint32_t>(2);
+    if (limits == nullptr) return;
+    limits[0] = element.count;
+    limits[1] = element.size;
+    record.c = limits;
+  }
+  const bool inWord = takeIndex(element.in[0], record);
+  produceWords(record, elementSteps(element.words, inWord), element.words);
+}
+
+void Selector::selectReference(const Operation& effect) {
+  const form::Written written = writtenBy(effect);
+  for (Place p = written.place; p < written.end; ++p) claim(p, written.words);
+  Record record = {};
+  record.d = addressOf(effect.place);
+  record.site = effect.site;
+  if (effect.kind == Kind::ClearSlot || effect.kind == Kind::ReleaseSlot) {
+    record.run = effect.kind == Kind::ClearSlot ? &clearSlotStep : &releaseSlotStep;
+    emit(record);
+    return;
+  }
+  if (effect.kind == Kind::InitLocals) {
+    forgetRegisters();
+    record.run = &initLocalsStep;
+    record.x = effect.count;
+    record.y = effect.first;
+    emit(record);
+    return;
+  }
+  record.a = addressOf(effect.other);
+  if (effect.kind == Kind::ShareView) {
+    record.run = &shareViewStep;
+    record.x = effect.size;
+    record.y = effect.first;
+    record.site = nullptr;
+    emit(record);
+  } else if (effect.kind == Kind::MoveSlot) {
+    // The whole slot, with its reference, which its old place gives up.
+    record.run = &copyWordsStep;
+    record.a -= 2;
+    record.d -= 2;
+    record.x = sizeof(ValueSlot) / sizeof(uint32_t);
+    emit(record);
+    Record clear = makeRecord(&clearSlotStep);
+    clear.d = addressOf(effect.other);
+    emit(clear);
+  } else {
+    forgetRegisters();
+    record.run = effect.kind == Kind::CopyBlock ? &copyBlockStep : &storeBlockStep;
+    emit(record);
+  }
+}
+
+// The host and the plain handlers -----------------------------------------------------------------
+
+void Selector::selectHost(const Operation& ask) {
+  forgetRegisters();
+  claim(ask.place, UINT32_MAX);
+  Record record = {};
+  record.site = ask.site;
+  record.x = ask.first;
+  uint32_t* slot = addressOf(ask.place);
+  if (ask.kind == Kind::HostAggregate) {
+    record.d = slot;
+    record.run = &hostAggregateStep;
+    emit(record);
+    return;
+  }
+  if (ask.kind == Kind::HostBuiltin) {
+    record.run = &hostBuiltinStep;
+    record.d = slot;
+    record.y = ask.count;
+    const uint32_t index = emit(record);
+    liveAt(now_, ask.place, 0);
+    registers_[static_cast<unsigned>(Register::Vector)] = {now_, index, 4, false};
+    return;
+  }
+  record.a = slot;
+  // The host's words stay in the slot when nobody wants them elsewhere.
+  if (values_[now_].home == kNone) liveAt(now_, ask.place, 0);
+  if (ask.words > 4) {
+    selectWideHost(ask, record);
+  } else {
+    produceWords(record, hostVariableSteps(ask.words), ask.words);
+  }
+}
+
+// More words than a register has are in the slot itself, and copied from there.
+void Selector::selectWideHost(const Operation& ask, Record record) {
+  record.run = hostVariableSteps(ask.words).keep;
+  emit(record);
+  values_[now_].home = kNone;
+  if (values_[now_].address == nullptr) liveAt(now_, ask.place, 0);
+}
+
+void Selector::selectPlain(const Operation& plain) {
+  forgetRegisters();
+  Record record = makeRecord(plain.kind == Kind::PlainCall ? &plainCallStep : &plainStep);
+  record.site = plain.site;
+  emit(record);
+}
+
+}  // namespace shadermachine::engine

@@ -1,0 +1,319 @@
+// Records of operations on values: arithmetic, functions, products, constructors, parts.
+
+#include <algorithm>
+
+#include "engine/selector.h"
+#include "instructions/operand_shapes.h"
+
+namespace shadermachine::engine {
+namespace {
+
+bool isProduct(const Operation& operation) {
+  return operation.kind == Kind::Operate &&
+         (operation.opcode == Opcode::MUL_F || operation.opcode == Opcode::COMP_MUL_F);
+}
+
+bool isSplat(const Operation& operation) {
+  if (operation.kind != Kind::Compose) return false;
+  for (uint32_t i = 1; i < operation.words; ++i) {
+    if (!(operation.in[i] == operation.in[0])) return false;
+  }
+  return true;
+}
+
+StepPair geometrySteps(Opcode opcode, uint32_t n, unsigned form) {
+  switch (opcode) {
+    case Opcode::LENGTH:
+      return lengthSteps(n, form);
+    case Opcode::NORMALIZE:
+      return normalizeSteps(n, form);
+    case Opcode::DISTANCE:
+      return distanceSteps(n, form);
+    case Opcode::DOT:
+      return dotSteps(n, form);
+    case Opcode::CROSS:
+      return crossSteps(form);
+    case Opcode::REFLECT:
+      return reflectSteps(n, form);
+    case Opcode::REFRACT:
+      return refractSteps(n);
+    default:
+      return faceforwardSteps(n);
+  }
+}
+
+}  // namespace
+
+// Joined records ----------------------------------------------------------------------------------
+
+// True when the operation that makes operand i can be part of this operation's record.
+bool Selector::joins(const Operation& user, uint32_t i, Value value) const {
+  const Operation& inner = operation(value);
+  if (user.kind != Kind::Operate || user.in[i].first != 0) return false;
+  if (isSplat(inner)) return user.n > 1 && inner.words == user.n && isProduct(user);
+  if (inner.kind != Kind::Operate) return false;
+  if (inner.opcode == Opcode::DOT) return user.opcode == Opcode::MAX && user.n == 1 && i == 0;
+  auto first = static_cast<unsigned>(inner.opcode);
+  const uint32_t operands = operandCount(inner);
+  for (uint32_t k = 0; k < operands; ++k) {
+    if (!values_[inner.in[k].value].joined) continue;
+    if (!isSplat(operation(inner.in[k].value))) return false;
+    first = kScaleOperation;
+  }
+  return inner.n == user.n && isPairable(first, static_cast<unsigned>(user.opcode));
+}
+
+bool Selector::selectJoined(const Operation& operation) {
+  const uint32_t operands = operandCount(operation);
+  for (uint32_t i = 0; i < operands; ++i) {
+    const Value value = operation.in[i].value;
+    if (!values_[value].joined) continue;
+    const Operation& inner = this->operation(value);
+    if (isSplat(inner)) {
+      selectScale(operation, i);
+    } else if (inner.opcode == Opcode::DOT) {
+      selectDotMax(operation);
+    } else {
+      selectPair(operation, i);
+    }
+    return true;
+  }
+  return false;
+}
+
+// Fills in a and b of a product of a vector and a splatted scalar, operand `splat`.
+unsigned Selector::scaleOperands(const Operation& operation, uint32_t splat, Record& record) {
+  const Operand vector = operation.in[1 - splat];
+  const Operand scalar = this->operation(operation.in[splat].value).in[0];
+  unsigned form = 0;
+  if (inRegister(vector, Register::Vector, operation.n)) {
+    form |= 1;
+  } else {
+    record.a = memory(vector);
+  }
+  if (inRegister(scalar, Register::Scalar, 1)) {
+    form |= 2;
+  } else {
+    record.b = memory(scalar);
+  }
+  return form;
+}
+
+void Selector::selectScale(const Operation& operation, uint32_t splat) {
+  Record record = {};
+  const unsigned form = scaleOperands(operation, splat, record);
+  const RecordHandler* steps = scaleForms().steps[operation.n - 1][form];
+  produce(record, {steps[0], steps[1]}, Register::Vector);
+}
+
+void Selector::selectDotMax(const Operation& operation) {
+  const Operation& product = this->operation(operation.in[0].value);
+  Record record = {};
+  record.c = memory(operation.in[1]);
+  const unsigned form = vectorOperands(product, record);
+  produce(record, dotMaxSteps(product.n, form), Register::Scalar);
+}
+
+void Selector::selectPair(const Operation& operation, uint32_t inner) {
+  const Operation& first = this->operation(operation.in[inner].value);
+  const uint32_t n = operation.n;
+  const Register where = n == 1 ? Register::Scalar : Register::Vector;
+  Record record = {};
+  // Before the first operation's registers are looked at: settling changes no register.
+  record.c = memory(operation.in[1 - inner]);
+  auto number = static_cast<unsigned>(first.opcode);
+  unsigned form = 0;
+  for (uint32_t k = 0; k < 2; ++k) {
+    if (!values_[first.in[k].value].joined) continue;
+    number = kScaleOperation;
+    form = scaleOperands(first, k, record);
+  }
+  if (number != kScaleOperation) {
+    const uint32_t** addresses[2] = {&record.a, &record.b};
+    for (uint32_t k = 0; k < 2; ++k) {
+      if (inRegister(first.in[k], where, n)) {
+        form |= 1u << k;
+      } else {
+        *addresses[k] = memory(first.in[k]);
+      }
+    }
+  }
+  produce(record, pairSteps(number, static_cast<unsigned>(operation.opcode), inner == 1, n, form),
+          where);
+}
+
+// Arithmetic and functions ------------------------------------------------------------------------
+
+void Selector::selectOperate(const Operation& operation) {
+  if (selectJoined(operation)) return;
+  if (operandShape(operation.opcode).isComponentWise) return selectKernel(operation);
+  if (operation.opcode >= Opcode::NOISE1 && operation.opcode <= Opcode::NOISE4) {
+    return selectNoise(operation);
+  }
+  if (operation.opcode >= Opcode::MUL_MAT_MAT && operation.opcode <= Opcode::MUL_MAT_VEC) {
+    return selectProduct(operation);
+  }
+  selectGeometry(operation);
+}
+
+void Selector::selectKernel(const Operation& operation) {
+  const KernelForms& forms = kernelForms(static_cast<unsigned>(operation.opcode));
+  const uint32_t n = operation.n;
+  const uint32_t operands = forms.operands;
+  Record record = {};
+  const uint32_t** addresses[3] = {&record.a, &record.b, &record.c};
+  unsigned form = 0;
+  for (uint32_t i = 0; i < operands; ++i) {
+    const bool scalar = n == 1 || ((forms.scalarOperands >> i) & 1) != 0;
+    const Register where = scalar ? forms.argument : Register::Vector;
+    if (forms.hasAllForms && (operands < 3 || form == 0) &&
+        inRegister(operation.in[i], where, scalar ? 1 : n)) {
+      form = operands < 3 ? form | 1u << i : i + 1;
+    } else {
+      *addresses[i] = memory(operation.in[i]);
+    }
+  }
+  const Register result = forms.singleWord ? Register::Word
+                          : n == 1         ? forms.result
+                                           : Register::Vector;
+  const RecordHandler* steps = forms.steps[n - 1][form];
+  produce(record, {steps[0], steps[1]}, result);
+  if (n == 1 && forms.branches[form] != nullptr) {
+    comparison_ = records_.size() - 1;
+    branchForm_ = forms.branches[form];
+    loopForm_ = forms.loops[form];
+  }
+}
+
+// Operands of up to two vectors, each from the vector register or from memory.
+unsigned Selector::vectorOperands(const Operation& operation, Record& record) {
+  const uint32_t** addresses[3] = {&record.a, &record.b, &record.c};
+  const uint32_t operands = operandCount(operation);
+  unsigned form = 0;
+  for (uint32_t i = 0; i < operands; ++i) {
+    if (operands < 3 && inRegister(operation.in[i], Register::Vector, operation.n)) {
+      form |= 1u << i;
+    } else {
+      *addresses[i] = memory(operation.in[i]);
+    }
+  }
+  if (operands == 1) record.b = record.a;
+  return form;
+}
+
+void Selector::selectGeometry(const Operation& operation) {
+  Record record = {};
+  const unsigned form = vectorOperands(operation, record);
+  produce(record, geometrySteps(operation.opcode, operation.n, form),
+          operation.words == 1 ? Register::Scalar : Register::Vector);
+}
+
+void Selector::selectProduct(const Operation& operation) {
+  const uint32_t n = operation.n;
+  Record record = {};
+  record.x = n;
+  if (operation.opcode == Opcode::MUL_MAT_MAT) {
+    record.a = memory(operation.in[0]);
+    record.b = memory(operation.in[1]);
+    record.run = &matrixMatrixStep;
+    return produceInMemory(record);
+  }
+  const bool matrixFirst = operation.opcode == Opcode::MUL_MAT_VEC;
+  const uint32_t vector = matrixFirst ? 1 : 0;
+  const bool held = inRegister(operation.in[vector], Register::Vector, n);
+  const unsigned form = held ? 1u << vector : 0;
+  if (form != 1) record.a = memory(operation.in[0]);
+  if (form != 2) record.b = memory(operation.in[1]);
+  produce(record, matrixFirst ? matrixVectorSteps(n, form) : vectorMatrixSteps(n, form),
+          Register::Vector);
+}
+
+void Selector::selectNoise(const Operation& operation) {
+  Record record = {};
+  record.a = memory(operation.in[0]);
+  record.x = operation.n;
+  produce(record, noiseSteps(operation.words),
+          operation.words == 1 ? Register::Scalar : Register::Vector);
+}
+
+// Constructors and swizzles -----------------------------------------------------------------------
+
+void Selector::selectCompose(const Operation& operation) {
+  const uint32_t n = operation.words;
+  const Operand first = operation.in[0];
+  Record record = {};
+  if (isSplat(operation)) {
+    const bool inScalar = inRegister(first, Register::Scalar, 1);
+    if (!inScalar) record.a = memory(first);
+    return produce(record, splatSteps(n, inScalar), Register::Vector);
+  }
+  // From one vector in its register.
+  bool one = true;
+  bool leading = first.first == 0;  // all but the last word are the register's first ones
+  uint32_t mask = 0;
+  for (uint32_t i = 0; i < n; ++i) {
+    const Operand word = operation.in[i];
+    one = one && word.value == first.value && word.first < 4;
+    mask |= (word.first & 3) << (2 * i);
+    if (i + 1 < n) leading = leading && word.value == first.value && word.first == i;
+  }
+  const Operand whole = {first.value, 0};
+  if (one && inRegister(whole, Register::Vector, 1)) {
+    const uint32_t width = registers_[static_cast<unsigned>(Register::Vector)].width;
+    bool within = true;
+    for (uint32_t i = 0; i < n; ++i) within = within && operation.in[i].first < width;
+    if (within) return produce(record, shuffleSteps(n, mask), Register::Vector);
+  }
+  if (leading && inRegister(whole, Register::Vector, n - 1)) {
+    const Operand last = operation.in[n - 1];
+    const bool inScalar = inRegister(last, Register::Scalar, 1);
+    if (!inScalar) record.a = memory(last);
+    return produce(record, appendSteps(n - 1, inScalar), Register::Vector);
+  }
+  selectGather(operation);
+}
+
+void Selector::selectGather(const Operation& operation) {
+  const uint32_t n = operation.words;
+  Record record = {};
+  const uint32_t** addresses[4] = {&record.a, &record.b, &record.c, &record.e};
+  uint32_t inScalar = n;
+  for (uint32_t i = 0; i < n; ++i) {
+    if (inScalar == n && inRegister(operation.in[i], Register::Scalar, 1)) {
+      inScalar = i;
+    } else {
+      *addresses[i] = memory(operation.in[i]);
+    }
+  }
+  produce(record, gatherSteps(n, inScalar), Register::Vector);
+}
+
+// Parts by index ----------------------------------------------------------------------------------
+
+// An index as operand b; true when it is in the word register.
+bool Selector::takeIndex(Operand index, Record& record) {
+  if (inRegister(index, Register::Word, 1)) return true;
+  record.b = memory(index);
+  return false;
+}
+
+void Selector::selectElement(const Operation& operation) {
+  Record record = {};
+  record.a = memory(operation.in[0]);
+  record.x = VM_ERR_INDEX_OUT_OF_BOUNDS;
+  record.y = operation.n;
+  record.site = operation.site;
+  const bool inWord = takeIndex(operation.in[1], record);
+  produceWords(record, componentSteps(inWord), 1);
+}
+
+void Selector::selectColumn(const Operation& operation) {
+  Record record = {};
+  record.a = memory(operation.in[0]);
+  record.x = VM_ERR_INDEX_OUT_OF_BOUNDS;
+  record.site = operation.site;
+  const bool inWord = takeIndex(operation.in[1], record);
+  produce(record, columnSteps(operation.n, inWord), Register::Vector);
+}
+
+}  // namespace shadermachine::engine

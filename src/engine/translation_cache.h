@@ -1,0 +1,77 @@
+// The translations of a machine, found again by what they were made from.
+//
+// What holds: every translation is in the list of use, most recent first, and in the bucket of its
+// content; their memory together is at most kMaxBytes, or there is only one. Addresses of records
+// are hints: a record may have been freed, and another built in its place.
+#pragma once
+
+#include <array>
+
+#include "engine/snapshot.h"
+#include "engine/steps.h"
+
+namespace shadermachine::engine {
+
+// One shader's program for one machine: its records hold addresses of the machine's slots.
+struct Translation {
+  Translation() : arena(kMaxBytes) {}
+  static constexpr size_t kMaxBytes = size_t{16} << 20;
+
+  Translation* newer = nullptr;
+  Translation* older = nullptr;
+  Translation* nextInBucket = nullptr;
+  uint32_t bucket = 0;
+  Snapshot snapshot;
+  form::Arena arena;
+  const Record* first = nullptr;
+};
+
+Translation* newTranslation();  // null when memory is short
+void destroy(Translation* translation);
+
+class TranslationCache {
+ public:
+  TranslationCache() = default;
+  ~TranslationCache();
+  TranslationCache(const TranslationCache&) = delete;
+  TranslationCache& operator=(const TranslationCache&) = delete;
+
+  // The one used last.
+  const Translation* recent() const { return newest_; }
+  // The shader's, or null. It becomes the one used last.
+  const Translation* find(const CompiledShader& shader);
+  // Takes the translation over, and drops those used longest ago while there are too many.
+  void insert(Translation* translation, const CompiledShader& shader);
+  // Whether a run of a shader without a translation should make one. Translating takes as long as
+  // some plain runs, so nothing is translated in its first run.
+  bool isWorthTranslating(const CompiledShader* shader, bool atOnce);
+  // The shader is too large, or there was no time: it will be tried again after a while.
+  void waitAfterFailure() { plainRunsLeft_ = kPlainRuns; }
+
+ private:
+  // A GLSL shader of usual size has a translation of 20 to 200 KiB. A host that takes turns between
+  // all shaders of a scene keeps hundreds; a thread's share of memory stays below its stack's.
+  static constexpr size_t kMaxBytes = size_t{64} << 20;
+  // A translation takes as long as some hundred plain runs of its shader. So many runs are plain
+  // after one that replaced another, or came to nothing: shaders that take turns and do not fit
+  // then cost no more than they would without the engine.
+  static constexpr uint32_t kPlainRuns = 4096;
+  static constexpr uint32_t kBuckets = 256;
+
+  void use(Translation* translation);
+  void unlink(Translation* translation);
+  void dropOldest();
+
+  Translation* newest_ = nullptr;
+  Translation* oldest_ = nullptr;
+  size_t bytes_ = 0;
+  uint32_t plainRunsLeft_ = 0;
+  std::array<Translation*, kBuckets> byContent_ = {};
+  std::array<Translation*, kBuckets> byAddress_ = {};  // hints, of translations in the cache
+  std::array<const CompiledShader*, kBuckets> met_ = {};
+};
+
+TranslationCache* newCache();  // null when memory is short
+void destroy(TranslationCache* cache);
+
+}  // namespace shadermachine::engine

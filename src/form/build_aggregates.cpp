@@ -1,0 +1,136 @@
+// The builder's reads of parts of structures and arrays, and the table of all methods.
+
+#include "form/builder.h"
+#include "machine/types.h"
+
+namespace shadermachine::form {
+namespace {
+
+// A part that a slot can hold as words.
+bool isReadable(uint32_t bytes) { return bytes != 0 && bytes % 4 == 0 && bytes <= kPlaceWords * 4; }
+
+const VarInfo* memberOf(const StructInfo* info, uint32_t number) {
+  if (info == nullptr || info->members == nullptr || number >= info->memberCount) return nullptr;
+  return &info->members[number];
+}
+
+}  // namespace
+
+// `bytes` bytes at `offset` of the indexed element of a view; the index is used up.
+void Builder::readElement(const Instruction& item, const Slot& view, uint32_t stride,
+                          uint32_t offset, uint32_t bytes) {
+  Operation made = operation(Kind::ReadElement, bytes / 4);
+  made.place = view.variable;
+  made.first = view.offset + offset;
+  made.stride = stride;
+  if (view.size != 0) {
+    made.count = view.size / stride;
+    made.size = view.offset + view.size;
+  }
+  made.site = site(item.end);
+  made.in[0] = takeIndex();
+  resetSlot(top_);
+  writeSlot(top_, {append(made), 0}, made.words, true);
+}
+
+bool Builder::buildArrayElement(Instance& instance, const Instruction& item) {
+  const Slot view = topSlot();
+  if (view.content != Content::View || indexTop_ < 0) return false;
+  const auto type = static_cast<int16_t>(item.operands[0]);
+  if (type < 0) {
+    const uint32_t bytes = typeByteSize(type);
+    if (bytes == 0) return false;
+    readElement(item, view, bytes, 0, bytes);
+    return true;
+  }
+  // An element that is a structure is read together with the member that follows.
+  const StructInfo* info = structType(machine_, type);
+  if (info == nullptr || info->size == 0) return false;
+  if (instance.current + 1 >= instance.function->count) return false;
+  const Instruction& next = instance.function->instructions[instance.current + 1];
+  if (next.isTarget || next.opcode != Opcode::STRUCT_FIELD) return false;
+  const VarInfo* member =
+      memberOf(structType(machine_, static_cast<int32_t>(next.operands[0])), next.operands[1]);
+  if (member == nullptr || !isBasicVar(*member) || !isReadable(member->byteSize)) return false;
+  if (uint64_t{member->memberOffset} + member->byteSize > info->size) return false;
+  readElement(item, view, info->size, member->memberOffset, member->byteSize);
+  ++instance.current;
+  return true;
+}
+
+bool Builder::buildMember(Instance&, const Instruction& item) {
+  const Slot view = topSlot();
+  if (view.content != Content::View) return false;
+  const VarInfo* found =
+      memberOf(structType(machine_, static_cast<int32_t>(item.operands[0])), item.operands[1]);
+  if (found == nullptr) return false;
+  const VarInfo& member = *found;
+  const uint64_t end = uint64_t{member.memberOffset} + member.byteSize;
+  const uint32_t limit = view.size != 0 ? view.size : 1u << 30;
+  if (member.byteSize == 0 || end > limit) return false;
+  const uint32_t offset = view.offset + member.memberOffset;
+  if (!isBasicVar(member)) {
+    // Only of a whole variable: a member of a member is there when all around it is.
+    if (view.size != 0) return false;
+    topSlot().offset = offset;
+    topSlot().size = member.byteSize;
+    return true;
+  }
+  if (!isReadable(member.byteSize)) return false;
+  Operation made = operation(Kind::ReadMember, member.byteSize / 4);
+  made.place = view.variable;
+  made.first = offset;
+  made.size = view.size != 0 ? view.offset + view.size : offset + member.byteSize;
+  resetSlot(top_);
+  writeSlot(top_, {append(made), 0}, made.words, true);
+  return true;
+}
+
+// All other opcodes have buildOperation(): the instructions on inline values, and those that it
+// leaves to their plain handlers.
+constexpr Builder::MethodRange Builder::kMethodRanges[] = {
+    {Opcode::NOP, Opcode::NOP, &Builder::buildNothing},
+    {Opcode::NOP_45, Opcode::NOP_46, &Builder::buildNothing},
+    {Opcode::NOP_49, Opcode::NOP_51, &Builder::buildNothing},
+    {Opcode::LOAD_LOCAL, Opcode::LOAD_GLOBAL, &Builder::buildVariable},
+    {Opcode::LOAD_LOCAL_COMPONENT, Opcode::LOAD_LOCAL_COMPONENT, &Builder::buildVariable},
+    {Opcode::STORE_LOCAL, Opcode::STORE_LOCAL, &Builder::buildVariable},
+    {Opcode::STORE_GLOBAL, Opcode::STORE_GLOBAL, &Builder::buildVariable},
+    {Opcode::STORE_LOCAL_KEEP, Opcode::STORE_LOCAL_KEEP, &Builder::buildVariable},
+    {Opcode::STORE_LOCAL_ELEM_IMM, Opcode::STORE_LOCAL_ELEM_IMM, &Builder::buildVariable},
+    {Opcode::STORE_GLOBAL_ELEM_IMM, Opcode::STORE_GLOBAL_ELEM_IMM, &Builder::buildVariable},
+    {Opcode::LOAD_BUILTIN, Opcode::LOAD_BUILTIN, &Builder::buildBuiltin},
+    {Opcode::PUSH_U8, Opcode::PUSH_1_F, &Builder::buildConstant},
+    {Opcode::POP, Opcode::PUSH_EMPTY, &Builder::buildStack},
+    {Opcode::DUP, Opcode::SWAP, &Builder::buildStack},
+    {Opcode::PUSH_INDEX, Opcode::PUSH_INDEX_IMM, &Builder::buildIndexPush},
+    {Opcode::JUMP, Opcode::JUMP, &Builder::buildJump},
+    {Opcode::JUMP_IF_FALSE, Opcode::JUMP_IF_FALSE, &Builder::buildBranch},
+    {Opcode::CALL, Opcode::CALL, &Builder::buildCall},
+    {Opcode::RETURN, Opcode::RETURN_VALUE_2, &Builder::buildReturn},
+    {Opcode::DISCARD, Opcode::HALT, &Builder::buildStop},
+    {Opcode::CTOR_VEC2_A, Opcode::CTOR_MAT4, &Builder::buildConstructor},
+    {Opcode::SWIZZLE, Opcode::SWIZZLE_3, &Builder::buildSwizzle},
+    {Opcode::VEC_ELEMENT, Opcode::VEC_ELEMENT_3, &Builder::buildElement},
+    {Opcode::MAT_COLUMN, Opcode::MAT_COLUMN, &Builder::buildColumn},
+    {Opcode::ARRAY_ELEMENT, Opcode::ARRAY_ELEMENT, &Builder::buildArrayElement},
+    {Opcode::STRUCT_FIELD, Opcode::STRUCT_FIELD, &Builder::buildMember},
+};
+
+consteval Builder::Methods Builder::makeMethods() {
+  Methods methods = {};
+  for (Method& method : methods) method = &Builder::buildOperation;
+  for (const MethodRange& range : kMethodRanges) {
+    for (auto i = static_cast<unsigned>(range.first); i <= static_cast<unsigned>(range.last); ++i) {
+      methods[i] = range.method;
+    }
+  }
+  return methods;
+}
+
+bool Builder::buildInstruction(Instance& instance, const Instruction& item) {
+  static constexpr Methods kMethods = makeMethods();
+  return (this->*kMethods[static_cast<unsigned>(item.opcode)])(instance, item);
+}
+
+}  // namespace shadermachine::form

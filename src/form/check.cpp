@@ -1,0 +1,114 @@
+#include "form/check.h"
+
+namespace shadermachine::form {
+namespace {
+
+bool isPlain(Kind kind) { return kind == Kind::Plain || kind == Kind::PlainCall; }
+
+bool isFlow(Kind kind) {
+  return kind == Kind::Branch || kind == Kind::Jump || kind == Kind::JumpBack;
+}
+
+bool namesPlace(Kind kind) {
+  return kind == Kind::Load || kind == Kind::Store || kind == Kind::ReadMember ||
+         kind == Kind::ReadElement;
+}
+
+bool needsSite(Kind kind) {
+  switch (kind) {
+    case Kind::Element:
+    case Kind::Column:
+    case Kind::ReadElement:
+    case Kind::InitLocals:
+    case Kind::CopyBlock:
+    case Kind::StoreBlock:
+    case Kind::JumpBack:
+    case Kind::Finish:
+    case Kind::Stop:
+      return true;
+    default:
+      return isSeen(kind);
+  }
+}
+
+class Checker {
+ public:
+  explicit Checker(const Form& form) : form_(form) {}
+
+  Fault run() {
+    if (form_.blocks.size() == 0) return {"no blocks", 0};
+    uint32_t at = 0;
+    for (uint32_t b = 0; b < form_.blocks.size() && fault_.text == nullptr; ++b) {
+      if (form_.blocks[b].begin != at) return {"blocks do not follow each other", at};
+      at = form_.blocks[b].end;
+      checkBlock(form_.blocks[b]);
+    }
+    if (fault_.text == nullptr && at != form_.operations.size())
+      return {"code behind the blocks", at};
+    return fault_;
+  }
+
+ private:
+  void expect(bool holds, const char* text, uint32_t i) {
+    if (!holds && fault_.text == nullptr) fault_ = {text, i};
+  }
+
+  void checkBlock(const Block& block) {
+    first_ = block.begin;
+    for (uint32_t i = block.begin; i < block.end; ++i) {
+      const Operation& operation = form_.operations[i];
+      checkOperands(operation, i);
+      checkPlaces(operation, i);
+      expect(!isFlow(operation.kind) || (operation.block < form_.order.size() &&
+                                         form_.order[operation.block] < form_.blocks.size()),
+             "leads to no block", i);
+      expect(!needsSite(operation.kind) || operation.site != nullptr, "has no site", i);
+      expect(!endsBlock(operation.kind) || i + 1 == block.end, "code behind the block's end", i);
+      if (isPlain(operation.kind)) first_ = i;
+    }
+    const bool last = block.end == form_.operations.size();
+    expect(!last || (block.end > block.begin && endsBlock(form_.operations[block.end - 1].kind)),
+           "control runs out of the form", block.end);
+  }
+
+  void checkOperands(const Operation& operation, uint32_t i) {
+    const uint32_t operands = operandCount(operation);
+    for (uint32_t k = 0; k < operands; ++k) {
+      const Operand operand = operation.in[k];
+      expect(operand.value < i, "uses a value before it is made", i);
+      if (fault_.text != nullptr) return;
+      const Operation& made = form_.operations[operand.value];
+      expect(made.words > 0, "uses an operation without a value", i);
+      expect(operand.first + operandWords(operation, k) <= made.words,
+             "reads words that the value does not have", i);
+      expect(operand.value >= first_ || made.kind == Kind::Constant,
+             "uses a value of another block, or from before a plain handler", i);
+    }
+  }
+
+  void checkPlaces(const Operation& operation, uint32_t i) {
+    const uint32_t n = operation.kind == Kind::Store  ? operation.n
+                       : operation.kind == Kind::Load ? operation.words
+                                                      : 0;
+    expect(!namesPlace(operation.kind) || form_.placeNumber(operation.place) < form_.placeCount(),
+           "names no place", i);
+    expect(operation.kind != Kind::Store || n > 0, "stores nothing", i);
+    const bool index = operation.place >= kFirstIndexPlace && operation.place < kFirstScratchPlace;
+    const uint32_t words = index ? 1 : kPlaceWords;
+    expect(n == 0 || operation.first + n <= words, "words outside the place", i);
+    if (isSeen(operation.kind) && operation.site != nullptr) {
+      expect(seenTop(operation) < VM_STACK_CAPACITY, "a top above the stack", i);
+      expect(operation.site->indexTop < VM_INDEX_STACK_CAPACITY, "an index above the stack", i);
+    }
+  }
+
+  const Form& form_;
+  uint32_t first_ = 0;  // of the operations whose values can be used
+  Fault fault_;
+};
+
+}  // namespace
+
+Fault check(const Form& form) { return Checker(form).run(); }
+
+}  // namespace shadermachine::form

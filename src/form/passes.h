@@ -1,0 +1,24 @@
+// What makes a form better without changing what it does. Each pass is a file of its own and leaves
+// a form for which all of form.h's invariants hold. Time is linear in the form, up to a small
+// factor that each states. All of them give up quietly when memory is short: the form is then as
+// before.
+#pragma once
+
+#include "form/form.h"
+
+namespace shadermachine::form {
+
+// Loads of words that an operation of the same block has stored or loaded become those values.
+void forwardLoads(Form& form);
+
+// Pure operations of a block that repeat an earlier one become its value.
+void shareEqual(Form& form);
+
+// Removes operations whose values nobody uses, and stores into words that nobody reads or sees
+// before they are stored again.
+void dropDead(Form& form);
+
+// How often each value is used, by operation number; for passes and back ends.
+bool countUses(const Form& form, Array<uint32_t>& uses);
+
+}  // namespace shadermachine::form

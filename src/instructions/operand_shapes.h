@@ -1,0 +1,47 @@
+// How many words each instruction on inline values reads of its operands and writes to its result,
+// for everything that follows values: the form and its back ends.
+#pragma once
+
+#include "instructions/opcode_info.h"
+
+namespace shadermachine {
+
+// Words of an operand or result of an instruction on n components.
+enum class WordCount : uint8_t {
+  One,
+  N,
+  NSquared,
+  Three,
+};
+
+struct OperandShape {
+  uint8_t operands = 0;  // 0: no instruction on inline values alone
+  WordCount in[3] = {};
+  WordCount out = WordCount::One;
+  uint8_t results = 0;  // noise: components of the result; else 0
+  uint8_t least = 1;    // component counts that the instruction has a meaning for
+  uint8_t most = 4;
+  bool replacesSlot = false;  // the words beyond the result are not those of the first operand
+  bool isComponentWise = false;
+
+  uint32_t operandWords(uint32_t i, uint32_t n) const { return wordsOf(in[i], n); }
+  uint32_t resultWords(uint32_t n) const { return results != 0 ? results : wordsOf(out, n); }
+
+ private:
+  static uint32_t wordsOf(WordCount count, uint32_t n) {
+    switch (count) {
+      case WordCount::One:
+        return 1;
+      case WordCount::Three:
+        return 3;
+      case WordCount::NSquared:
+        return n * n;
+      default:
+        return n;
+    }
+  }
+};
+
+const OperandShape& operandShape(Opcode opcode);
+
+}  // namespace shadermachine
