@@ -1,13 +1,12 @@
 #include "engine/engine.h"
 
-#include <cassert>
 #include <memory>
 
+#include "engine/improve.h"
+#include "engine/plain_program.h"
 #include "engine/selector.h"
 #include "engine/translation_cache.h"
 #include "form/builder.h"
-#include "form/check.h"
-#include "form/passes.h"
 
 namespace shadermachine::engine {
 namespace {
@@ -16,30 +15,11 @@ namespace {
 // counted again.
 constexpr size_t kMaxWorkingBytes = size_t{256} << 20;
 
-// The program of a shader that is left to the plain handlers.
-constexpr Record kPlainProgram = {&plainRunStep, nullptr, nullptr, nullptr, nullptr,
-                                  {nullptr},     0,       0,       0,       0};
-
 enum class Outcome : uint8_t {
   Made,
   Given,       // memory or time does not suffice for this shader
   OutOfMemory  // another run may have more
 };
-
-// Debug and sanitizer builds stop at the stage that broke an invariant.
-void expectSound([[maybe_unused]] const form::Form& form) {
-  assert(form::check(form).text == nullptr);
-}
-
-void improve(form::Form& form) {
-  expectSound(form);
-  form::forwardLoads(form);
-  expectSound(form);
-  form::shareEqual(form);
-  expectSound(form);
-  form::dropDead(form);
-  expectSound(form);
-}
 
 form::BuildResult buildForm(form::Form& form, form::Decoder& decoder, form::Arena& working,
                             Machine& machine) {
@@ -60,7 +40,7 @@ Outcome makeRecords(Machine& machine, form::Decoder& decoder, form::Arena& worki
   if (result == form::BuildResult::LeftPlain) return Outcome::Made;
   if (result == form::BuildResult::OutOfTime) return Outcome::Given;
   if (result == form::BuildResult::Built) {
-    improve(form);
+    improve(form, machine);
     Selector selector(form, translation.arena, machine);
     translation.first = selector.select();
     if (translation.first != nullptr) return Outcome::Made;
@@ -83,7 +63,7 @@ bool takeSnapshot(const CompiledShader& shader, const form::Decoder& decoder,
 
 // Null when memory is short: the run is then a plain one.
 Translation* translate(Machine& machine, TranslationCache& cache) {
-  Translation* translation = newTranslation();
+  Translation* translation = newTranslation(machine.memory);
   if (translation == nullptr) return nullptr;
   form::Arena working(kMaxWorkingBytes);
   form::Decoder decoder(working, machine);
@@ -101,7 +81,7 @@ Translation* translate(Machine& machine, TranslationCache& cache) {
 // Apart from selectProgram(), which has to save the fewer registers. Null when this run is plain.
 [[gnu::noinline]] const Translation* findOrTranslate(Machine& machine) {
   TranslationCache* cache = machine.translations;
-  if (cache == nullptr) cache = machine.translations = newCache();
+  if (cache == nullptr) cache = machine.translations = newCache(machine.memory);
   if (cache == nullptr) return nullptr;
   const Translation* found = cache->find(*machine.shader);
   if (found != nullptr) return found;

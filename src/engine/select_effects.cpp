@@ -122,6 +122,13 @@ void Selector::selectJump(const Operation& jump) {
 }
 
 void Selector::selectEnd(const Operation& end) {
+  if (end.kind == Kind::Clock) {
+    forgetRegisters();
+    Record clock = makeRecord(&clockStep);
+    clock.site = end.site;
+    emit(clock);
+    return;
+  }
   Record record = makeRecord(end.site->call->caller == nullptr ? &finishStep : &stopStep);
   record.site = end.site;
   record.x = end.first;

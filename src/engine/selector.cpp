@@ -351,6 +351,7 @@ void Selector::selectOperation(const Operation& operation) {
     case Kind::Jump:
     case Kind::JumpBack:
       return selectJump(operation);
+    case Kind::Clock:
     case Kind::Finish:
     case Kind::Stop:
       return selectEnd(operation);

@@ -27,7 +27,6 @@ inline void enterSite(Machine& machine, const Site& site) {
   entry.top = site.top;
 }
 
-Step plainRunStep(ENGINE_STATE);   // all of a run by the plain handlers
 Step plainStep(ENGINE_STATE);      // site: one instruction by its plain handler
 Step plainCallStep(ENGINE_STATE);  // site: CALL, and what it calls, by the plain handlers
 Step stopStep(ENGINE_STATE);       // site, x: ends the run with code x

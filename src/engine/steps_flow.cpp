@@ -1,9 +1,9 @@
 // Control flow, calls into the plain handlers, and the state that slots carry beside their words.
 
+#include "engine/plain_program.h"
 #include "engine/steps.h"
 #include "engine/vectors.h"
 #include "instructions/opcode_table.h"
-#include "machine/run_loop.h"
 
 namespace shadermachine::engine {
 namespace {
@@ -15,28 +15,10 @@ void fillFrame(Machine& machine, const InlinedCall& call, uint32_t pc, int32_t t
            pc, top};
 }
 
-// Looks at the clock between batches: code without jumps can be long.
-template <class GoesOn>
-void runPlainWhile(Machine& machine, GoesOn goesOn) {
-  constexpr uint32_t kBatch = 1024;
-  while (goesOn()) {
-    for (uint32_t left = kBatch; left != 0 && goesOn(); --left) {
-      kHandlers[fetchU8(machine)](machine);
-    }
-    if (machine.runState != VM_RUN_STOPPING && readTimeLimit(machine.timeLimit)) {
-      stopRun(machine, VM_ERR_TIMEOUT);
-    }
-  }
-}
-
 void runPlainCall(Machine& machine, int32_t callerFrame) {
   runPlainWhile(machine, [&] {
     return machine.runState != VM_RUN_STOPPING && machine.frameIndex > callerFrame;
   });
-}
-
-void runPlainToEnd(Machine& machine) {
-  runPlainWhile(machine, [&] { return machine.runState != VM_RUN_STOPPING; });
 }
 
 }  // namespace
@@ -53,15 +35,6 @@ void fillFrames(Machine& machine, const Site& site) {
   CallFrame& entry = machine.frames[call->frameIndex];
   entry.pc = pc;
   entry.top = top;
-}
-
-Step plainRunStep(ENGINE_STATE) {
-  CallFrame& frame = machine.frames[0];
-  frame.pc = 0;
-  frame.top = frame.function->localCount - 1;
-  initEntryLocals(machine);
-  runPlainToEnd(machine);
-  ENGINE_END;
 }
 
 Step plainStep(ENGINE_STATE) {

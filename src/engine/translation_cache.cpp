@@ -1,6 +1,8 @@
 #include "engine/translation_cache.h"
 
+#include <algorithm>
 #include <memory>
+#include <utility>
 
 namespace shadermachine::engine {
 namespace {
@@ -23,10 +25,11 @@ uint32_t contentBucket(const CompiledShader& shader) {
   return static_cast<uint32_t>(hash >> 56);
 }
 
-template <class T>
-T* make() {
+template <class T, class Argument>
+T* make(Argument&& argument) {
   void* memory = std::malloc(sizeof(T));
-  return memory == nullptr ? nullptr : std::construct_at(static_cast<T*>(memory));
+  if (memory == nullptr) return nullptr;
+  return std::construct_at(static_cast<T*>(memory), std::forward<Argument>(argument));
 }
 
 template <class T>
@@ -37,13 +40,19 @@ void unmake(T* object) {
 
 }  // namespace
 
-Translation* newTranslation() { return make<Translation>(); }
+Translation* newTranslation(const MachineMemory& memory) {
+  const uint64_t share = memoryForTranslations(memory);
+  const uint64_t records = share < sizeof(Translation) ? 0 : share - sizeof(Translation);
+  return make<Translation>(std::min<uint64_t>(records, Translation::kMaxBytes));
+}
+
 void destroy(Translation* translation) { unmake(translation); }
 
-TranslationCache* newCache() { return make<TranslationCache>(); }
+TranslationCache* newCache(MachineMemory& memory) { return make<TranslationCache>(memory); }
 void destroy(TranslationCache* cache) { unmake(cache); }
 
 TranslationCache::~TranslationCache() {
+  memory_.inUse -= bytes_;
   while (newest_ != nullptr) {
     Translation* older = newest_->older;
     engine::destroy(newest_);
@@ -86,7 +95,8 @@ void TranslationCache::dropOldest() {
   for (Translation*& hint : byAddress_) {
     if (hint == dropped) hint = nullptr;
   }
-  bytes_ -= dropped->arena.bytes();
+  bytes_ -= dropped->bytes();
+  memory_.inUse -= dropped->bytes();
   engine::destroy(dropped);
 }
 
@@ -96,8 +106,9 @@ void TranslationCache::insert(Translation* translation, const CompiledShader& sh
   translation->nextInBucket = byContent_[translation->bucket];
   byContent_[translation->bucket] = translation;
   byAddress_[bucketOf(&shader)] = translation;
-  bytes_ += translation->arena.bytes();
-  while (bytes_ > kMaxBytes && oldest_ != translation) {
+  bytes_ += translation->bytes();
+  memory_.inUse += translation->bytes();
+  while (bytes_ > memoryForTranslations(memory_) && oldest_ != translation) {
     dropOldest();
     plainRunsLeft_ = kPlainRuns;
   }

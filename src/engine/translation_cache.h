@@ -1,20 +1,23 @@
 // The translations of a machine, found again by what they were made from.
 //
 // What holds: every translation is in the list of use, most recent first, and in the bucket of its
-// content; their memory together is at most kMaxBytes, or there is only one. Addresses of records
-// are hints: a record may have been freed, and another built in its place.
+// content; their memory, counted in the machine's, is at most the translations' share of it
+// together, or there is only one. Addresses of records are hints: a record may have been freed, and
+// another built in its place.
 #pragma once
 
 #include <array>
 
 #include "engine/snapshot.h"
 #include "engine/steps.h"
+#include "machine/memory.h"
 
 namespace shadermachine::engine {
 
 // One shader's program for one machine: its records hold addresses of the machine's slots.
 struct Translation {
-  Translation() : arena(kMaxBytes) {}
+  explicit Translation(size_t limit) : arena(limit) {}
+  uint64_t bytes() const { return sizeof *this + arena.bytes(); }
   static constexpr size_t kMaxBytes = size_t{16} << 20;
 
   Translation* newer = nullptr;
@@ -26,12 +29,13 @@ struct Translation {
   const Record* first = nullptr;
 };
 
-Translation* newTranslation();  // null when memory is short
+// Null when memory is short.
+Translation* newTranslation(const MachineMemory& memory);
 void destroy(Translation* translation);
 
 class TranslationCache {
  public:
-  TranslationCache() = default;
+  explicit TranslationCache(MachineMemory& memory) : memory_(memory) {}
   ~TranslationCache();
   TranslationCache(const TranslationCache&) = delete;
   TranslationCache& operator=(const TranslationCache&) = delete;
@@ -49,9 +53,6 @@ class TranslationCache {
   void waitAfterFailure() { plainRunsLeft_ = kPlainRuns; }
 
  private:
-  // A GLSL shader of usual size has a translation of 20 to 200 KiB. A host that takes turns between
-  // all shaders of a scene keeps hundreds; a thread's share of memory stays below its stack's.
-  static constexpr size_t kMaxBytes = size_t{64} << 20;
   // A translation takes as long as some hundred plain runs of its shader. So many runs are plain
   // after one that replaced another, or came to nothing: shaders that take turns and do not fit
   // then cost no more than they would without the engine.
@@ -64,14 +65,15 @@ class TranslationCache {
 
   Translation* newest_ = nullptr;
   Translation* oldest_ = nullptr;
-  size_t bytes_ = 0;
+  MachineMemory& memory_;
+  uint64_t bytes_ = 0;
   uint32_t plainRunsLeft_ = 0;
   std::array<Translation*, kBuckets> byContent_ = {};
   std::array<Translation*, kBuckets> byAddress_ = {};  // hints, of translations in the cache
   std::array<const CompiledShader*, kBuckets> met_ = {};
 };
 
-TranslationCache* newCache();  // null when memory is short
+TranslationCache* newCache(MachineMemory& memory);  // null when memory is short
 void destroy(TranslationCache* cache);
 
 }  // namespace shadermachine::engine

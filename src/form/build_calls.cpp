@@ -82,11 +82,20 @@ void Builder::joinAt(Instance& instance, const Instruction& item) {
   dirtyIndices_ = indexTop_ + 1;
 }
 
+void Builder::lookAtClock(const Instruction& item) {
+  if (form_.operations.size() < nextClock_) return;
+  Operation clock = operation(Kind::Clock);
+  clock.site = site(item.pc);
+  append(clock);
+  nextClock_ = form_.operations.size() + kOperationsPerClock;
+}
+
 void Builder::step(Instance& instance) {
   const Instruction& item = instance.function->instructions[instance.current];
   if (item.isTarget) joinAt(instance, item);
   if (mustStayPlain_) return;
   instance.flowEnded = false;
+  lookAtClock(item);
   if (!buildInstruction(instance, item)) buildPlain(instance, item);
   // Code behind a certain overflow of the index stack has no depth to be built for.
   mustStayPlain_ = mustStayPlain_ || indexTop_ >= VM_INDEX_STACK_CAPACITY;

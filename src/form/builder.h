@@ -83,6 +83,7 @@ class Builder {
     const Site* site;
   };
   static constexpr uint32_t kNoBlock = UINT32_MAX;
+  static constexpr uint32_t kOperationsPerClock = 1024;
 
   // builder.cpp: blocks, slots, sites
   uint32_t newBlock();
@@ -124,6 +125,7 @@ class Builder {
   void beginInstruction(Instance& instance, const Instruction& item);
   void step(Instance& instance);
   Instance* leave(Instance& instance);
+  void lookAtClock(const Instruction& item);
   void joinAt(Instance& instance, const Instruction& item);
   uint32_t labelOf(Instance& instance, uint32_t pc);
   bool buildJump(Instance& instance, const Instruction& item);
@@ -198,6 +200,7 @@ class Builder {
   Instance* innermost_ = nullptr;
   int32_t inlineDepth_ = 0;
   uint32_t nextLook_ = 0;
+  uint32_t nextClock_ = kOperationsPerClock;
   bool mustStayPlain_ = false;
   Array<int32_t> dirtySlots_;
   int32_t dirtyIndices_ = 0;  // indices from this one on may be dirty

@@ -22,6 +22,7 @@ bool needsSite(Kind kind) {
     case Kind::InitLocals:
     case Kind::CopyBlock:
     case Kind::StoreBlock:
+    case Kind::Clock:
     case Kind::JumpBack:
     case Kind::Finish:
     case Kind::Stop:

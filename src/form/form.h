@@ -98,6 +98,7 @@ enum class Kind : uint8_t {
   HostBuiltin,    // callback `first`, into slot `place`; `count`: whether it gets the current index
   Plain,          // the site's instruction by its plain handler
   PlainCall,      // CALL, and what it calls, by the plain handlers
+  Clock,          // ends the run when its time is over; now and then in code without jumps
   // Control flow. `block` is where it goes.
   Branch,  // when word 0 of in[0] is 0; else on
   Jump,

@@ -91,6 +91,8 @@ class LoadForwarding {
     for (Place p = written.place; p < written.end; ++p) forget(p, written.words);
     if (operation.kind == Kind::Store) {
       learn(operation.place, operation.first, operation.n, operation.in[0]);
+    } else if (operation.kind == Kind::HostVariable || operation.kind == Kind::HostBuiltin) {
+      learn(operation.place, 0, operation.words, {i, 0});  // the host has written them there
     }
   }
 

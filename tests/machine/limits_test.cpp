@@ -32,7 +32,7 @@ class LongStraightCode : public testing::TestWithParam<LongCode> {};
 TEST_P(LongStraightCode, EndsWithItsTime) {
   for (const uint32_t plain : {0u, 1u}) {
     Rig rig;
-    static_cast<Machine&>(*rig.machine).runsPlain = plain;
+    static_cast<Machine&>(*rig.machine).engineUse = plain ? EngineUse::Never : EngineUse::AtOnce;
     rig.startup.timeout = 1;
     EXPECT_EQ(rig.run(buildShader([](Tables& tables, Code& code) {
       GetParam().write(tables, code);
@@ -126,7 +126,7 @@ BuiltShader recursing(uint32_t mebibytes) {
 TEST(MemoryLimit, EndsARunThatNeedsMore) {
   for (const uint32_t plain : {0u, 1u}) {
     Rig rig;
-    static_cast<Machine&>(*rig.machine).runsPlain = plain;
+    static_cast<Machine&>(*rig.machine).engineUse = plain ? EngineUse::Never : EngineUse::AtOnce;
     EXPECT_EQ(memoryOf(rig).limit, uint64_t{VM_MEMORY_LIMIT});
     EXPECT_EQ(rig.run(recursing(1)), VM_ERR_OUT_OF_MEMORY);
     EXPECT_LE(memoryOf(rig).inUse, memoryOf(rig).limit);

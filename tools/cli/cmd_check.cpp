@@ -3,11 +3,15 @@
 #include <shadermachine-tools/disassembler.h>
 
 #include <filesystem>
+#include <optional>
 
 #include "cli/commands.h"
 #include "cli/files.h"
 #include "cli/input_options.h"
 #include "cli/shader_file.h"
+#ifdef SHADERMACHINE_HAVE_ENGINE
+#include "cli/listing/shader_listing.h"
+#endif
 
 namespace shadermachine::tools {
 namespace {
@@ -77,8 +81,27 @@ void addDisCommand(CLI::App& program, Outcome&) {
   command->add_flag("--annotate", options->text.annotate,
                     "add offset, bytes and stack depth of every instruction");
   addSourceOptions(*command, options->source);
+#ifdef SHADERMACHINE_HAVE_ENGINE
+  auto stage = std::make_shared<std::optional<Stage>>();
+  const auto addStage = [&](const char* name, Stage value, const char* text) {
+    command->add_flag_callback(
+        name, [stage, value] { *stage = value; }, text);
+  };
+  addStage("--built-form", Stage::BuiltForm, "print the engine's form as made from the bytecode");
+  addStage("--form", Stage::Form, "print the form as it is run");
+  addStage("--records", Stage::Records, "print the records chosen for it");
+  command->callback([options, stage] {
+    const LoadedShader shader = loadShader(options->path, options->source);
+    if (!*stage) return writeShader(shader, *options, false);
+    if (!reportValidation(shader.view(), options->path)) {
+      throw InputError("only valid shaders have a form");
+    }
+    writeFile(options->output, shaderListing(shader.view(), **stage));
+  });
+#else
   command->callback(
       [options] { writeShader(loadShader(options->path, options->source), *options, false); });
+#endif
 }
 
 void addGlslCommand(CLI::App& program, Outcome&) {

@@ -1,4 +1,4 @@
-#include "listing/form_text.h"
+#include "cli/listing/form_text.h"
 
 #include <bit>
 #include <sstream>
@@ -17,8 +17,8 @@ constexpr const char* kKindNames[] = {
     "compose",      "operate",     "element",      "column",        "read_member",
     "read_element", "init_locals", "share_view",   "copy_block",    "store_block",
     "move_slot",    "clear_slot",  "release_slot", "host_variable", "host_aggregate",
-    "host_builtin", "plain",       "plain_call",   "branch",        "jump",
-    "jump_back",    "finish",      "stop"};
+    "host_builtin", "plain",       "plain_call",   "clock",         "branch",
+    "jump",         "jump_back",   "finish",       "stop"};
 static_assert(std::size(kKindNames) == static_cast<size_t>(Kind::Stop) + 1);
 
 std::string placeText(Place place) {
