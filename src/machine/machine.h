@@ -33,7 +33,7 @@ struct Machine : ShaderMachine {
   uint32_t isDelivering;     // 1 while the outputs are delivered: the run state is idle then
   uint32_t heldGlobalCount;  // globals on the stack of the shader that the machine holds
   TimeLimit timeLimit;
-  ValueSlot stray;                    // stands in for slots and variables that do not exist
+  ValueSlot stray;  // stands in for slots and variables that do not exist
   EngineUse engineUse;
   engine::TranslationCache* translations;  // owned; null until there is one
   const engine::Record* heldProgram;  // translation of the shader that the machine holds, or null
