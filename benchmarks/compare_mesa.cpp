@@ -5,6 +5,7 @@
 #include <shadermachine/shadermachine.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <fstream>

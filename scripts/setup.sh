@@ -80,6 +80,19 @@ require() {
   rm -f "$log"
 }
 
+# The messages of compilers, linkers and CMake in a build's output, with some lines of each; fails
+# where there is none.
+print_errors() {
+  awk '/(^|[: ])error: |^CMake Error|^FAILED: |undefined reference| \*\*\* / { left = 13 }
+       left-- > 0 && ++shown <= 60
+       END { exit !shown }' "$1"
+}
+
+# Why the build of a preset has no GLSL compiler; fails where it has one.
+why_no_glsl() {  # PRESET
+  sed -n 's/^-- \(.*: no GLSL compiler\)$/\1/p' "build/$1/build.log" | grep .
+}
+
 # build PRESET [CMAKE-BUILD-ARGUMENT...]: configures and builds build/PRESET; silent unless it fails
 # or has something to do.
 build() {
@@ -95,7 +108,7 @@ build() {
   rm -f "build/$preset/.built"
   if ! { cmake --preset "$preset" && cmake --build "build/$preset" --parallel "$(nproc)" "$@"; } \
     >"$log" 2>&1 </dev/null; then
-    grep -E -A 12 'error|Error|FAILED' "$log" | head -n 60 >&2 || tail -n 40 "$log" >&2
+    print_errors "$log" >&2 || tail -n 40 "$log" >&2
     echo "The build failed; its whole output is in $log" >&2
     exit 1
   fi

@@ -4,6 +4,7 @@
 #include <shadermachine-tools/renderer.h>
 #include <shadermachine-tools/validator.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <filesystem>

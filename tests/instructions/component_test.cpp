@@ -2,6 +2,7 @@
 // rounded at every step where the instruction rounds, over edge values in every combination.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <functional>

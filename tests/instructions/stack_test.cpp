@@ -1,6 +1,8 @@
 // Variables, constants and the two stacks.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "support/program.h"
 
 namespace shadermachine::tests {

@@ -2,6 +2,7 @@
 #include <shadermachine-tools/assembler.h>
 #include <shadermachine-tools/renderer.h>
 
+#include <algorithm>
 #include <limits>
 
 namespace shadermachine::tools {

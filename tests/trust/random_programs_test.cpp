@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 #include <shadermachine-tools/validator.h>
 
+#include <algorithm>
 #include <set>
 #include <thread>
 

@@ -1,5 +1,6 @@
 #include <shadermachine-tools/disassembler.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 

@@ -1,5 +1,6 @@
 #include "entries.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdlib>
 #include <regex>

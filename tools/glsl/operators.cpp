@@ -1,4 +1,5 @@
 // Operators and conversions.
+#include <algorithm>
 #include <bit>
 
 #include "function_generator.h"

@@ -2,6 +2,8 @@
 #include <shadermachine-tools/source_map.h>
 #include <shadermachine/machine.h>
 
+#include <algorithm>
+
 #include "instructions/opcode_info.h"
 
 namespace shadermachine::tools {
