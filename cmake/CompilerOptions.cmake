@@ -1,22 +1,39 @@
+include(CheckCXXCompilerFlag)
+include(CheckLinkerFlag)
 option(SHADERMACHINE_WERROR "Treat warnings as errors" OFF)
 set(SHADERMACHINE_SANITIZE "" CACHE STRING
     "Sanitizers to build everything with, for example address,undefined")
+
+# Not every system's linker knows these.
+function(shadermachine_link_option target name option)
+  check_linker_flag(CXX "${option}" SHADERMACHINE_LINKS_WITH_${name})
+  if(SHADERMACHINE_LINKS_WITH_${name})
+    target_link_options(${target} PRIVATE "${option}")
+  endif()
+endfunction()
 
 if(SHADERMACHINE_SANITIZE)
   add_compile_options(-fsanitize=${SHADERMACHINE_SANITIZE} -fno-sanitize-recover=all
                       -fno-omit-frame-pointer)
   # Programs in C cannot be linked with this check of clang.
-  add_compile_options($<$<CXX_COMPILER_ID:Clang>:-fno-sanitize=function>)
+  if(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
+    add_compile_options(-fno-sanitize=function)
+  endif()
   add_link_options(-fsanitize=${SHADERMACHINE_SANITIZE})
-else()
-  # What Debian gives its packages. Control-flow protection is left out: the fast engine jumps
-  # indirectly at every instruction.
-  add_compile_options(
-    $<$<CONFIG:Release>:-fstack-protector-strong>
-    $<$<CONFIG:Release>:-fstack-clash-protection>
-    $<$<CONFIG:Release>:-U_FORTIFY_SOURCE>
-    $<$<CONFIG:Release>:-D_FORTIFY_SOURCE=2>)
-  add_link_options(-Wl,-z,relro -Wl,-z,now -Wl,-z,noexecstack)
+elseif(NOT WIN32 AND NOT "${CMAKE_C_FLAGS} ${CMAKE_CXX_FLAGS}" MATCHES "_FORTIFY_SOURCE")
+  # What Debian gives its packages, unless whoever builds gives as much. Control-flow protection is
+  # left out: the fast engine jumps indirectly at every instruction.
+  set(hardening -fstack-protector-strong)
+  check_cxx_compiler_flag("-Werror -fstack-clash-protection" SHADERMACHINE_HAS_STACK_CLASH_PROTECTION)
+  if(SHADERMACHINE_HAS_STACK_CLASH_PROTECTION)
+    list(APPEND hardening -fstack-clash-protection)
+  endif()
+  list(APPEND hardening -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2)
+  add_compile_options("$<$<CONFIG:Release>:${hardening}>")
+  check_linker_flag(CXX "-Wl,-z,relro,-z,now,-z,noexecstack" SHADERMACHINE_LINKS_WITH_Z_OPTIONS)
+  if(SHADERMACHINE_LINKS_WITH_Z_OPTIONS)
+    add_link_options(-Wl,-z,relro,-z,now,-z,noexecstack)
+  endif()
 endif()
 
 if(SHADERMACHINE_BUILD_FUZZERS)

@@ -3,8 +3,10 @@
 include(CMakePackageConfigHelpers)
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/shadermachine)
 
-install(TARGETS shadermachine EXPORT shadermachine-targets
-  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_COMPONENT dev)
+install(TARGETS shadermachine shadermachine_static EXPORT shadermachine-targets
+  RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT runtime
+  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_COMPONENT dev
+  ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT dev)
 install(DIRECTORY include/shadermachine DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT dev
   PATTERN batch.h EXCLUDE)
 install(EXPORT shadermachine-targets NAMESPACE shadermachine:: DESTINATION ${package_dir}
@@ -20,6 +22,8 @@ install(FILES ${PROJECT_BINARY_DIR}/shadermachine-config.cmake
 
 # Relative to its own folder, so that an installed tree can be moved.
 file(RELATIVE_PATH SHADERMACHINE_PC_PREFIX /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
+list(TRANSFORM SHADERMACHINE_RUNTIME PREPEND -l OUTPUT_VARIABLE runtime)
+list(JOIN runtime " " SHADERMACHINE_PC_RUNTIME)
 configure_file(cmake/shadermachine.pc.in shadermachine.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/shadermachine.pc
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT dev)

@@ -9,6 +9,10 @@
 #include "machine/run_loop.h"
 #include "noise/tables.h"
 
+#if defined(__FAST_MATH__) || __FINITE_MATH_ONLY__ > 0
+#error "results are defined to the bit, with infinities and NaNs: build without -ffast-math"
+#endif
+
 using shadermachine::Machine;
 
 namespace {
