@@ -21,7 +21,7 @@ JUMPS = {"jmp", "jmpq", "b", "br", "j", "jr"}
 CALLS = {"call", "callq", "bl", "blr", "jal", "jalr"}
 THROUGH_A_REGISTER = {"br", "blr", "jr", "jalr"}
 
-ENDS_THE_RUN = {"stopStep", "finishStep", "plainRunStep"}
+ENDS_THE_RUN = {"stopStep", "finishStep", "plainRunStep", "endStep"}
 RUNS_PLAIN_HANDLERS = {"plainStep", "plainCallStep", "plainRunStep"}
 FEWEST_HANDLERS = 500
 

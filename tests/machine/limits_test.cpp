@@ -150,7 +150,7 @@ TEST(MemoryLimit, HoldsForFrames) {
   EXPECT_LE(memoryOf(rig).inUse, kMebibyte);
 }
 
-TEST(MemoryLimit, HoldsForTranslations) {
+TEST(Translation, KeepsWithinTheMemoryLimit) {
   for (const uint64_t limit : {uint64_t{0}, uint64_t{200} << 10}) {
     Rig rig;
     memoryOf(rig).limit = limit;
