@@ -15,7 +15,7 @@ clang-format --dry-run --Werror "${sources[@]}"
 build release
 cppcheck --quiet --std=c++20 --language=c++ --enable=warning,performance,portability \
   --inline-suppr --suppressions-list=.cppcheck-suppressions --error-exitcode=1 -j "$(nproc)" \
-  -Iinclude -Isrc -Itools/include "${units[@]}"
+  -Iinclude -Isrc -Itools -Itools/toolkit -Itools/toolkit/include "${units[@]}"
 printf '%s\0' "${units[@]}" |
   xargs -0 -n 1 -P "$(nproc)" clang-tidy -p build/release --quiet \
     --extra-arg=-Wno-unknown-warning-option

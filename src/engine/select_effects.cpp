@@ -21,7 +21,7 @@ Record makeRecord(RecordHandler run) {
 
 // Initial values of neighbouring slots, in one record.
 bool Selector::selectZeros(const Operation& store) {
-  const auto isZeroing = [this, &store](const Operation& other) {
+  const auto isZeroing = [&store](const Operation& other) {
     return other.kind == Kind::Store && other.spare && other.in[0] == store.in[0] &&
            other.first == 0 && other.place < form::kFirstIndexPlace;
   };

@@ -170,6 +170,8 @@ void Selector::selectKernel(const Operation& operation) {
         inRegister(operation.in[i], where, scalar ? 1 : n)) {
       form = operands < 3 ? form | 1u << i : i + 1;
     } else {
+      // No instruction on values has more than three operands.
+      // NOLINTNEXTLINE(clang-analyzer-core.NullDereference)
       *addresses[i] = memory(operation.in[i]);
     }
   }
@@ -194,6 +196,8 @@ unsigned Selector::vectorOperands(const Operation& operation, Record& record) {
     if (operands < 3 && inRegister(operation.in[i], Register::Vector, operation.n)) {
       form |= 1u << i;
     } else {
+      // No instruction on values has more than three operands.
+      // NOLINTNEXTLINE(clang-analyzer-core.NullDereference)
       *addresses[i] = memory(operation.in[i]);
     }
   }

@@ -96,7 +96,9 @@ class Array {
   uint32_t size() const { return size_; }
   bool failed() const { return failed_; }
   T* data() { return items_; }
+  // NOLINTNEXTLINE(clang-analyzer-core.uninitialized.UndefReturn): i < size(), so there are items
   T& operator[](uint32_t i) { return items_[i]; }
+  // NOLINTNEXTLINE(clang-analyzer-core.uninitialized.UndefReturn)
   const T& operator[](uint32_t i) const { return items_[i]; }
   T& back() { return items_[size_ - 1]; }
   void clear() { size_ = 0; }

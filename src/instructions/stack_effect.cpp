@@ -100,8 +100,8 @@ StackEffect tableEffect(const DecodedInstruction& instruction) {
     const uint32_t operands = instruction.operands[0];
     return operands == 0 ? effect(0, 0) : effect(operands, 1, Reference::OfFirst);
   }
-  const auto pops = static_cast<uint32_t>(info.pops);
-  const auto pushes = static_cast<uint32_t>(info.pushes);
+  const auto pops = static_cast<uint8_t>(info.pops);
+  const auto pushes = static_cast<uint8_t>(info.pushes);
   const bool inPlace = pops > 0 && pushes > 0 && !replacesSlot(instruction.opcode);
   return effect(pops, pushes, inPlace ? Reference::OfFirst : Reference::None);
 }

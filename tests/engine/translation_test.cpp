@@ -230,7 +230,7 @@ TEST(Translation, TakingTurnsIsNoReasonToTranslate) {
   Rig rig;
   for (const BuiltShader& shader : shaders) EXPECT_EQ(rig.run(shader), VM_ERR_DISCARDED);
   const int64_t requested = requestedAllocations();
-  for (int turn = 0; turn < 100; ++turn) {
+  for (size_t turn = 0; turn < 100; ++turn) {
     EXPECT_EQ(rig.run(shaders[turn % 9]), VM_ERR_DISCARDED);
     EXPECT_EQ(storedValue(rig), static_cast<float>(turn % 9));
   }

@@ -65,8 +65,9 @@ std::string manualOfCommand(const CLI::App& command) {
 constexpr const char* kExamples[] = {
     "shadermachine render planet.sasm -o planet.png --size 1920x1080 --samples 4",
     "shadermachine render floor.sasm --texture wood=parquet.jpg,mirror --set scale=2",
-    "shadermachine render pond.sasm --frames 0:89 -o - --format raw --size 640x360 | \\\n"
-    "  ffmpeg -f rawvideo -pix_fmt rgba -s 640x360 -r 30 -i - pond.mp4",
+    // NOLINTNEXTLINE(bugprone-suspicious-missing-comma): one example on two lines
+    ("shadermachine render pond.sasm --frames 0:89 -o - --format raw --size 640x360 | \\\n"
+     "  ffmpeg -f rawvideo -pix_fmt rgba -s 640x360 -r 30 -i - pond.mp4"),
     "shadermachine glsl water.frag -o water.smo && shadermachine val water.smo",
     "shadermachine run water.smo --pixel 3,4 --trace | less",
 };
@@ -110,13 +111,18 @@ std::string fishCompletion(const CLI::App& program) {
   const auto quoted = [](const std::string& text) { return shellQuoted(text, "\\'"); };
   for (const CLI::App* command : commandsOf(program)) {
     const std::string& name = command->get_name();
-    script += start + "__fish_use_subcommand -f -a " + name + " -d " +
-              quoted(command->get_description()) + "\n";
+    script += start;
+    script += "__fish_use_subcommand -f -a " + name + " -d ";
+    script += quoted(command->get_description()) + "\n";
     for (const CLI::Option* option : optionsOf(*command)) {
       for (const std::string& longName : option->get_lnames()) {
-        script += start + "'__fish_seen_subcommand_from " + name + "' -l " + longName +
-                  (takesValue(*option) ? " -r" : "") + " -d " + quoted(option->get_description()) +
-                  "\n";
+        script += start;
+        script += "'__fish_seen_subcommand_from ";
+        script += name;
+        script += "' -l ";
+        script += longName;
+        script += takesValue(*option) ? " -r -d " : " -d ";
+        script += quoted(option->get_description()) + "\n";
       }
     }
   }

@@ -89,7 +89,7 @@ std::vector<std::string_view> split(std::string_view text) {
 }
 
 void flipRows(ByteImage& image) {
-  const auto rowSize = static_cast<ptrdiff_t>(4 * image.width);
+  const auto rowSize = ptrdiff_t{4} * image.width;
   for (uint32_t y = 0; y < image.height / 2; ++y) {
     uint8_t* const row = image.pixel(0, y);
     std::swap_ranges(row, row + rowSize, image.pixel(0, image.height - 1 - y));

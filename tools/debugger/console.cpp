@@ -13,7 +13,7 @@ namespace {
 constexpr uint32_t kListedLines = 10;
 constexpr uint32_t kListedInstructions = 12;
 
-std::string trimmed(std::string text) {
+std::string trimmed(const std::string& text) {
   const size_t start = text.find_first_not_of(" \t");
   const size_t end = text.find_last_not_of(" \t\r");
   return start == std::string::npos ? "" : text.substr(start, end - start + 1);

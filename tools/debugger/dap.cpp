@@ -135,7 +135,8 @@ class Server {
     for (const auto& [name, value] : values.items()) {
       std::string text = value.is_string() ? value.get<std::string>() : value.dump();
       std::erase_if(text, [](char c) { return c == '[' || c == ']' || c == ' '; });
-      texts.push_back(name + "=" + text);
+      text.insert(0, "=").insert(0, name);
+      texts.push_back(text);
     }
     return texts;
   }

@@ -115,7 +115,7 @@ class Evaluator {
     const size_t digits = std::min(rest_.find_first_not_of("0123456789"), rest_.size());
     const bool isFloat = digits < rest_.size() && std::strchr(".eEf", rest_[digits]) != nullptr;
     DebugValue value;
-    const char* stop = rest_.data();
+    const char* stop = nullptr;
     if (isFloat) {
       float parsed = 0;
       stop = std::from_chars(rest_.data(), end, parsed).ptr;

@@ -145,7 +145,7 @@ std::vector<DebugVariable> Debugger::variables(size_t index) const {
 
 std::optional<DebugVariable> Debugger::find(const std::string& name, size_t index) const {
   for (DebugVariable& variable : variables(index)) {
-    if (variable.name == name) return std::move(variable);
+    if (variable.name == name) return std::optional(std::move(variable));
   }
   return std::nullopt;
 }

@@ -219,6 +219,8 @@ bool FunctionGenerator::tableCall(const TIntermOperator& node,
   return true;
 }
 
+// A row for each function that has no opcode of its own.
+// NOLINTNEXTLINE(readability-function-size)
 bool FunctionGenerator::specialCall(const TIntermOperator& node,
                                     std::span<const TIntermTyped* const> arguments) {
   const TOperator op = node.getOp();
