@@ -222,7 +222,8 @@ class DescribedLookUp {
 
   Colour fetch() const {
     const ByteImage& image = levelOf(texture_, words_[11]);
-    const float row = dimensions() == 1 ? static_cast<float>(image.height / 2) : words_[1];
+    const float row =
+        dimensions() == 1 ? std::floor(static_cast<float>(image.height) / 2) : words_[1];
     return texelAt(image, words_[0] + words_[12], row + words_[13]);
   }
 
