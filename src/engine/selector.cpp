@@ -208,15 +208,16 @@ void Selector::liveAt(Value value, Place place, uint32_t word) {
 void Selector::moveAway(Value value) {
   ValueInfo& info = values_[value];
   const uint32_t n = operation(value).words;
-  if (info.copy != kNone && placeInfo(info.copy).version == info.copyVersion &&
-      info.copy != info.place) {
-    return liveAt(value, info.copy, info.copyWord);
-  }
-  uint32_t* to = scratch(n);
   bool pending = false;
   for (const RegisterState& held : registers_) {
     pending = pending || (held.value == value && held.pending);
   }
+  // A pending value is written where it was made: before the copy's place was its own.
+  if (!pending && info.copy != kNone && info.copy != info.place &&
+      placeInfo(info.copy).version == info.copyVersion) {
+    return liveAt(value, info.copy, info.copyWord);
+  }
+  uint32_t* to = scratch(n);
   if (!pending) {
     Record copy = {};
     copy.a = info.address;
