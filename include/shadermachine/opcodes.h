@@ -202,18 +202,18 @@ typedef enum VmOpcode {
   VM_OP_MIX                   = 155, /* X[i] = X[i] * (1.0 - Z[i]) + Y[i] * Z[i] */
   VM_OP_STEP_SV               = 156, /* A[i] = A[0] > B[i] ? 0.0 : 1.0 */
   VM_OP_STEP                  = 157, /* A[i] = A[i] > B[i] ? 0.0 : 1.0 */
-  VM_OP_SMOOTHSTEP_SSV        = 158, /* X[i] = smoothstep(X[0], Y[0], Z[i]), t = (Z[i] - X[0]) * (1.0 / (Y[0] - X[0])) */
-  VM_OP_SMOOTHSTEP            = 159, /* X[i] = smoothstep(X[i], Y[i], Z[i]), t = (Z[i] - X[i]) / (Y[i] - X[i]) */
+  VM_OP_SMOOTHSTEP_SSV        = 158, /* t = (Z[i] - X[0]) * (1.0 / (Y[0] - X[0])), at least 0.0, at most 1.0; X[i] = X[0] >= Z[i] ? 0.0 : Z[i] >= Y[0] ? 1.0 : (t * t) * (3.0 - t * 2.0) */
+  VM_OP_SMOOTHSTEP            = 159, /* t = (Z[i] - X[i]) / (Y[i] - X[i]), at least 0.0, at most 1.0; X[i] = X[i] >= Z[i] ? 0.0 : Z[i] >= Y[i] ? 1.0 : (t * t) * (3.0 - t * 2.0) */
 
   /* Geometric functions */
   VM_OP_LENGTH                = 160, /* T[0] = sqrt(sum T[i]^2) */
   VM_OP_DISTANCE              = 161, /* A[0] = sqrt(sum (A[i] - B[i])^2) */
   VM_OP_DOT                   = 162, /* A[0] = sum A[i] * B[i] */
-  VM_OP_CROSS                 = 163, /* A = cross product of A and B, three components */
+  VM_OP_CROSS                 = 163, /* A = (A[1] * B[2] - B[1] * A[2], A[2] * B[0] - B[2] * A[0], A[0] * B[1] - B[0] * A[1]) */
   VM_OP_NORMALIZE             = 164, /* T[i] = T[i] * (1.0 / sqrt(sum T[k]^2)) */
   VM_OP_FACEFORWARD           = 165, /* X kept if dot(Z, Y) < 0, else X[i] = 0.0 - X[i] */
   VM_OP_REFLECT               = 166, /* d = dot(B, A); A[i] = A[i] - B[i] * (d + d) */
-  VM_OP_REFRACT               = 167, /* X = refraction of X at normal Y with ratio Z[0]; zeros for total reflection */
+  VM_OP_REFRACT               = 167, /* e = Z[0]; d = dot(X, Y); k = 1.0 - (e * e) * (1.0 - d * d); X[i] = k < 0 ? 0.0 : X[i] * e - Y[i] * (e * d + sqrt(k)) */
   VM_OP_COMP_MUL_F            = 168, /* A[i] = A[i] * B[i] */
 
   /* Vector relational functions */
@@ -236,9 +236,9 @@ typedef enum VmOpcode {
   VM_OP_NOT_B                 = 185, /* T[i] = T[i] == 0 ? 1 : 0 */
 
   /* Host-served functions and noise */
-  VM_OP_HOST_UNARY_1          = 186, /* callback 47 transforms T in place */
-  VM_OP_HOST_UNARY_2          = 187, /* callback 48 transforms T in place */
-  VM_OP_HOST_UNARY_3          = 188, /* callback 49 transforms T in place */
+  VM_OP_HOST_UNARY_1          = 186, /* callback 47 transforms T in place; the operand is the number of components, which the machine skips */
+  VM_OP_HOST_UNARY_2          = 187, /* callback 48 transforms T in place; the operand is the number of components, which the machine skips */
+  VM_OP_HOST_UNARY_3          = 188, /* callback 49 transforms T in place; the operand is the number of components, which the machine skips */
   VM_OP_NOISE1                = 189, /* T[0] = noise of T[0..n-1] */
   VM_OP_NOISE2                = 190, /* T[0..1] = noise of T[0..n-1], every component the same */
   VM_OP_NOISE3                = 191, /* T[0..2] = noise of T[0..n-1], every component the same */

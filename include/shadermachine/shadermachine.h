@@ -24,7 +24,11 @@
 #define SHADERMACHINE_VERSION_MAJOR 1
 #define SHADERMACHINE_VERSION_MINOR 0
 #define SHADERMACHINE_VERSION_PATCH 0
-#define SHADERMACHINE_VERSION_STRING "1.0.0"
+#define SHADERMACHINE_VERSION_STRING                                              \
+  SHADERMACHINE_DOTTED_(SHADERMACHINE_VERSION_MAJOR, SHADERMACHINE_VERSION_MINOR, \
+                        SHADERMACHINE_VERSION_PATCH)
+#define SHADERMACHINE_DOTTED_(major, minor, patch) SHADERMACHINE_QUOTED_(major, minor, patch)
+#define SHADERMACHINE_QUOTED_(major, minor, patch) #major "." #minor "." #patch
 
 #if defined(__cplusplus)
 #define SHADERMACHINE_STATIC_ASSERT(name, condition) static_assert(condition, #name)

@@ -1,27 +1,10 @@
 // Stores into a part of a variable, at the end of an access path.
 
+#include "instructions/access_path.h"
 #include "instructions/handlers.h"
-#include "machine/types.h"
 
 namespace shadermachine {
 namespace {
-
-// A component selection, carried by a negative index as its negation.
-class SwizzlePattern {
- public:
-  SwizzlePattern() = default;
-  explicit SwizzlePattern(int32_t index)
-      : bits_(static_cast<uint16_t>(-static_cast<int32_t>(static_cast<int16_t>(index)))) {}
-
-  bool isPending() const { return bits_ != 0; }
-  uint32_t count() const { return (bits_ >> 8) & 7; }
-  uint32_t selector(uint32_t i) const { return (bits_ >> (2 * i)) & 3; }
-
- private:
-  uint16_t bits_ = 0;
-};
-
-constexpr uint32_t kMaxSelectors = 4;
 
 constexpr bool isScalarOrVectorType(TypeCode type) {
   return type >= VM_TYPE_BOOL && type <= VM_TYPE_BVEC4;
@@ -32,7 +15,7 @@ constexpr bool isScalarOrVectorType(TypeCode type) {
 class PartWalk {
  public:
   PartWalk(Machine& machine, ValueSlot& slot, const VarInfo& info)
-      : machine_(machine), type_(info.type), count_(info.count) {
+      : machine_(machine), part_{info.type, info.count} {
     const bool basic = isBasicVar(info);
     target_ = basic ? reinterpret_cast<uint8_t*>(slot.value.words) : slot.view.data;
     limit_ = basic ? sizeof slot.value.words : slot.view.size;
@@ -43,95 +26,40 @@ class PartWalk {
     if (dropped_) return;
     if (index < 0) {
       pattern_ = SwizzlePattern(index);
-    } else if (count_ > 0) {
-      stepIntoArray(static_cast<uint32_t>(index));
-    } else if (type_ >= 0) {
-      stepIntoStruct(static_cast<uint32_t>(index));
-    } else if (isVectorType(type_)) {
-      stepIntoVector(static_cast<uint32_t>(index));
-    } else if (isMatrixType(type_)) {
-      stepIntoMatrix(static_cast<uint32_t>(index));
+    } else if (hasParts(part_)) {
+      stepInto(static_cast<uint32_t>(index));
     }
   }
 
   void write(const ValueSlot& value) const {
     if (dropped_) return;
-    const bool aggregate = type_ >= 0 || count_ > 0;
+    const bool aggregate = part_.type >= 0 || part_.count > 0;
     if (aggregate) {
       if (value.view.data != nullptr && value.view.size >= size_) copy(value.view.data);
     } else if (!pattern_.isPending()) {
       if (size_ <= sizeof value.value.words) copy(value.value.words);
-    } else if (isScalarOrVectorType(type_)) {
+    } else if (isScalarOrVectorType(part_.type)) {
       writeSelected(value.value.words);
     }
   }
 
  private:
-  // Narrows the target to `size` bytes at `offset` of the part so far.
-  void narrow(uint64_t offset, uint32_t size) {
-    if (offset + size > limit_) {
-      dropped_ = true;
-      return;
-    }
-    target_ += offset;
-    limit_ = size;
-    size_ = size;
-  }
-
-  void stepIntoArray(uint32_t index) {
-    uint32_t elementSize = typeByteSize(type_);
-    if (type_ >= 0) {
-      const StructInfo* info = structType(machine_, type_);
-      elementSize = info == nullptr ? 0 : info->size;
-      dropped_ = info == nullptr;
-    }
-    if (dropped_ || index >= count_) {
-      dropped_ = true;
-      return;
-    }
-    narrow(uint64_t{index} * elementSize, elementSize);
-    count_ = 0;
-  }
-
-  void stepIntoStruct(uint32_t index) {
-    const StructInfo* info = structType(machine_, type_);
-    if (info == nullptr || info->members == nullptr || index >= info->memberCount) {
-      dropped_ = true;
-      return;
-    }
-    const VarInfo& member = info->members[index];
-    narrow(member.memberOffset, member.byteSize);
-    type_ = member.type;
-    count_ = member.count;
-  }
-
-  void stepIntoVector(uint32_t index) {
-    if (pattern_.isPending()) {
-      if (index >= kMaxSelectors) {
-        dropped_ = true;
-        return;
-      }
-      index = pattern_.selector(index);
+  // Narrows the target to the part; one that does not lie inside the part before drops the store.
+  void stepInto(uint32_t index) {
+    const bool ofVector = part_.count == 0 && isVectorType(part_.type);
+    if (ofVector && pattern_.isPending()) {
+      dropped_ = index >= kMaxSelectors;
+      index = pattern_.selector(index & (kMaxSelectors - 1));
       pattern_ = SwizzlePattern();
     }
-    pickPart(index);
-    type_ = vectorScalarType(type_);
-  }
-
-  void stepIntoMatrix(uint32_t index) {
-    pickPart(index);
-    type_ = matrixColumnType(type_);
-  }
-
-  // A component or column: the part must lie inside the vector or matrix itself.
-  void pickPart(uint32_t index) {
-    const uint32_t stride = typeStride(type_);
-    const uint64_t offset = uint64_t{index} * stride;
-    if (offset >= typeByteSize(type_)) {
+    PathStep step;
+    if (dropped_ || !pickPart(machine_, part_, index, step) || step.offset + step.size > limit_) {
       dropped_ = true;
       return;
     }
-    narrow(offset, stride);
+    target_ += step.offset;
+    limit_ = size_ = step.size;
+    part_ = step.part;
   }
 
   // Source and target can be parts of one block.
@@ -144,10 +72,8 @@ class PartWalk {
   void writeSelected(const uint32_t* components) const {
     const uint32_t count = pattern_.count();
     if (count > kMaxSelectors) return;
-    const uint32_t end = typeByteSize(type_) < limit_ ? typeByteSize(type_) : limit_;
-    for (uint32_t i = 0; i < count; ++i) {
-      if ((pattern_.selector(i) + 1) * sizeof(uint32_t) > end) return;
-    }
+    const uint32_t size = typeByteSize(part_.type);
+    if (!pattern_.staysBefore(size < limit_ ? size : limit_)) return;
     for (uint32_t i = 0; i < count; ++i) {
       std::memcpy(target_ + pattern_.selector(i) * sizeof(uint32_t), &components[i],
                   sizeof(uint32_t));
@@ -157,8 +83,7 @@ class PartWalk {
   Machine& machine_;
   uint8_t* target_;
   uint32_t limit_;  // bytes from target_ that belong to the part
-  TypeCode type_;
-  uint32_t count_;
+  PartType part_;
   uint32_t size_ = 0;  // bytes a whole-part store copies; 0 until the first step
   SwizzlePattern pattern_;
   bool dropped_ = false;

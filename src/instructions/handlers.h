@@ -113,7 +113,6 @@ void noiseInstruction(Machine& machine) {
 
 // host_functions.cpp
 void callBuiltin(Machine& machine);
-uint32_t builtinFunctionPops(uint32_t id);  // slots it drops; 0 for a function without service
 void callHostUnary(Machine& machine, uint32_t which);
 void callHostLookup(Machine& machine, uint32_t which);
 

@@ -1,6 +1,9 @@
 // Built-in functions that the host computes. A missing callback is no error: the arguments are
 // still consumed and the result slot keeps what it held.
 
+#include <iterator>
+
+#include "instructions/builtin_functions.h"
 #include "instructions/handlers.h"
 
 namespace shadermachine {
@@ -99,35 +102,21 @@ void call297(Machine& machine) {
   machine.callbacks.call297(&request);
 }
 
-// The functions that CALL_BUILTIN serves.
-struct ServedFunction {
-  uint16_t id;
-  uint8_t pops;  // slots dropped afterwards, without release
-  Handler serve;
-};
-
-constexpr ServedFunction kServedFunctions[] = {
-    {267, 4, call267},     {275, 1, override275}, {276, 1, override276}, {277, 1, lookup277},
-    {278, 2, override278}, {293, 2, call293},     {294, 3, call294<0>},  {295, 3, call294<1>},
-    {296, 3, call294<2>},  {297, 4, call297},     {298, 3, call298},
-};
+// In the order of kServedFunctions.
+constexpr Handler kServices[] = {call267,     override275, override276, lookup277,
+                                 override278, call293,     call294<0>,  call294<1>,
+                                 call294<2>,  call297,     call298};
+static_assert(std::size(kServices) == std::size(kServedFunctions));
 
 }  // namespace
-
-uint32_t builtinFunctionPops(uint32_t id) {
-  for (const ServedFunction& function : kServedFunctions) {
-    if (function.id == id) return function.pops;
-  }
-  return 0;
-}
 
 void callBuiltin(Machine& machine) {
   const uint32_t id = fetchU16(machine);
   chargeHostCall(machine);
-  for (const ServedFunction& function : kServedFunctions) {
-    if (function.id != id) continue;
-    function.serve(machine);
-    return popSlots(machine, function.pops);
+  for (size_t i = 0; i < std::size(kServices); ++i) {
+    if (kServedFunctions[i].id != id) continue;
+    kServices[i](machine);
+    return popSlots(machine, kServedFunctions[i].pops);
   }
   stopRun(machine, VM_ERR_NOT_IMPLEMENTED);
 }

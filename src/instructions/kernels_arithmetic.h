@@ -7,24 +7,9 @@ namespace shadermachine {
 inline namespace SHADERMACHINE_TARGET {
 
 // Integers wrap modulo 2^32; unsigned arithmetic gives the same words without overflow.
-struct AddI : Kernel<uint32_t(uint32_t, uint32_t)> {
-  template <class W>
-  W operator()(W a, W b) const {
-    return a + b;
-  }
-};
-struct SubI : Kernel<uint32_t(uint32_t, uint32_t)> {
-  template <class W>
-  W operator()(W a, W b) const {
-    return a - b;
-  }
-};
-struct MulI : Kernel<uint32_t(uint32_t, uint32_t)> {
-  template <class W>
-  W operator()(W a, W b) const {
-    return a * b;
-  }
-};
+using AddI = OperatorKernel<uint32_t, std::plus<>>;
+using SubI = OperatorKernel<uint32_t, std::minus<>>;
+using MulI = OperatorKernel<uint32_t, std::multiplies<>>;
 // By 0: 0. The quotient of INT32_MIN and -1 does not fit; it wraps like NEG_I.
 struct DivI : Kernel<int32_t(int32_t, int32_t)> {
   template <class I>
@@ -54,30 +39,10 @@ struct DecI : Kernel<uint32_t(uint32_t)> {
   }
 };
 
-struct AddF : Kernel<float(float, float)> {
-  template <class F>
-  F operator()(F a, F b) const {
-    return a + b;
-  }
-};
-struct SubF : Kernel<float(float, float)> {
-  template <class F>
-  F operator()(F a, F b) const {
-    return a - b;
-  }
-};
-struct MulF : Kernel<float(float, float)> {
-  template <class F>
-  F operator()(F a, F b) const {
-    return a * b;
-  }
-};
-struct DivF : Kernel<float(float, float)> {
-  template <class F>
-  F operator()(F a, F b) const {
-    return a / b;
-  }
-};
+using AddF = OperatorKernel<float, std::plus<>>;
+using SubF = OperatorKernel<float, std::minus<>>;
+using MulF = OperatorKernel<float, std::multiplies<>>;
+using DivF = OperatorKernel<float, std::divides<>>;
 // Division by a scalar: one reciprocal serves all components, so results can differ from DivF's in
 // the last bit.
 struct MulByReciprocalF : Kernel<float(float, float)> {
@@ -106,24 +71,9 @@ struct DecF : Kernel<float(float)> {
   }
 };
 
-struct BitOr : Kernel<uint32_t(uint32_t, uint32_t)> {
-  template <class W>
-  W operator()(W a, W b) const {
-    return a | b;
-  }
-};
-struct BitXor : Kernel<uint32_t(uint32_t, uint32_t)> {
-  template <class W>
-  W operator()(W a, W b) const {
-    return a ^ b;
-  }
-};
-struct BitAnd : Kernel<uint32_t(uint32_t, uint32_t)> {
-  template <class W>
-  W operator()(W a, W b) const {
-    return a & b;
-  }
-};
+using BitOr = OperatorKernel<uint32_t, std::bit_or<>>;
+using BitXor = OperatorKernel<uint32_t, std::bit_xor<>>;
+using BitAnd = OperatorKernel<uint32_t, std::bit_and<>>;
 struct BitNot : Kernel<uint32_t(uint32_t)> {
   template <class W>
   W operator()(W x) const {

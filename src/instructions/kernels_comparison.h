@@ -33,79 +33,19 @@ struct NotB : Kernel<uint32_t(uint32_t)> {
 };
 
 // W: whole words, for integers and booleans.
-struct EqualW : Kernel<uint32_t(uint32_t, uint32_t)> {
-  template <class W>
-  auto operator()(W a, W b) const {
-    return booleanOf(a == b);
-  }
-};
-struct NotEqualW : Kernel<uint32_t(uint32_t, uint32_t)> {
-  template <class W>
-  auto operator()(W a, W b) const {
-    return booleanOf(a != b);
-  }
-};
-struct LessI : Kernel<uint32_t(int32_t, int32_t)> {
-  template <class I>
-  auto operator()(I a, I b) const {
-    return booleanOf(a < b);
-  }
-};
-struct LessEqualI : Kernel<uint32_t(int32_t, int32_t)> {
-  template <class I>
-  auto operator()(I a, I b) const {
-    return booleanOf(a <= b);
-  }
-};
-struct GreaterI : Kernel<uint32_t(int32_t, int32_t)> {
-  template <class I>
-  auto operator()(I a, I b) const {
-    return booleanOf(a > b);
-  }
-};
-struct GreaterEqualI : Kernel<uint32_t(int32_t, int32_t)> {
-  template <class I>
-  auto operator()(I a, I b) const {
-    return booleanOf(a >= b);
-  }
-};
+using EqualW = ComparisonKernel<uint32_t, std::equal_to<>>;
+using NotEqualW = ComparisonKernel<uint32_t, std::not_equal_to<>>;
+using LessI = ComparisonKernel<int32_t, std::less<>>;
+using LessEqualI = ComparisonKernel<int32_t, std::less_equal<>>;
+using GreaterI = ComparisonKernel<int32_t, std::greater<>>;
+using GreaterEqualI = ComparisonKernel<int32_t, std::greater_equal<>>;
 
-struct EqualF : Kernel<uint32_t(float, float)> {
-  template <class F>
-  auto operator()(F a, F b) const {
-    return booleanOf(a == b);
-  }
-};
-struct NotEqualF : Kernel<uint32_t(float, float)> {
-  template <class F>
-  auto operator()(F a, F b) const {
-    return booleanOf(a != b);
-  }
-};
-struct LessF : Kernel<uint32_t(float, float)> {
-  template <class F>
-  auto operator()(F a, F b) const {
-    return booleanOf(a < b);
-  }
-};
-struct LessEqualF : Kernel<uint32_t(float, float)> {
-  template <class F>
-  auto operator()(F a, F b) const {
-    return booleanOf(a <= b);
-  }
-};
-struct GreaterF : Kernel<uint32_t(float, float)> {
-  template <class F>
-  auto operator()(F a, F b) const {
-    return booleanOf(a > b);
-  }
-};
-struct GreaterEqualF : Kernel<uint32_t(float, float)> {
-  template <class F>
-  auto operator()(F a, F b) const {
-    return booleanOf(a >= b);
-  }
-};
+using EqualF = ComparisonKernel<float, std::equal_to<>>;
+using NotEqualF = ComparisonKernel<float, std::not_equal_to<>>;
+using LessF = ComparisonKernel<float, std::less<>>;
+using LessEqualF = ComparisonKernel<float, std::less_equal<>>;
+using GreaterF = ComparisonKernel<float, std::greater<>>;
+using GreaterEqualF = ComparisonKernel<float, std::greater_equal<>>;
 
 struct WordToBool : Kernel<uint32_t(uint32_t)> {
   template <class W>

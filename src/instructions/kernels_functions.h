@@ -43,71 +43,34 @@ struct DegreesF : Kernel<float(float)> {
     return x * std::bit_cast<float>(0x42652EE1u);
   }
 };
-struct SinF : Kernel<float(float)> {
-  template <HasCLibrary F>
-  F operator()(F x) const {
-    return CLibrary<F>::sin(x);
-  }
-};
-struct CosF : Kernel<float(float)> {
-  template <HasCLibrary F>
-  F operator()(F x) const {
-    return CLibrary<F>::cos(x);
-  }
-};
-struct TanF : Kernel<float(float)> {
-  template <HasCLibrary F>
-  F operator()(F x) const {
-    return CLibrary<F>::tan(x);
-  }
-};
-struct AsinF : Kernel<float(float)> {
-  template <HasCLibrary F>
-  F operator()(F x) const {
-    return CLibrary<F>::asin(x);
-  }
-};
-struct AcosF : Kernel<float(float)> {
-  template <HasCLibrary F>
-  F operator()(F x) const {
-    return CLibrary<F>::acos(x);
-  }
-};
-struct AtanF : Kernel<float(float)> {
-  template <HasCLibrary F>
-  F operator()(F x) const {
-    return CLibrary<F>::atan(x);
-  }
-};
+#define LIBRARY_KERNEL(K, function)    \
+  struct K : Kernel<float(float)> {    \
+    template <HasCLibrary F>           \
+    F operator()(F x) const {          \
+      return CLibrary<F>::function(x); \
+    }                                  \
+  };
+LIBRARY_KERNEL(SinF, sin)
+LIBRARY_KERNEL(CosF, cos)
+LIBRARY_KERNEL(TanF, tan)
+LIBRARY_KERNEL(AsinF, asin)
+LIBRARY_KERNEL(AcosF, acos)
+LIBRARY_KERNEL(AtanF, atan)
+LIBRARY_KERNEL(ExpF, exp)
+LIBRARY_KERNEL(LogF, log)
+LIBRARY_KERNEL(Exp2F, exp2)
+#undef LIBRARY_KERNEL
+
 struct Atan2F : Kernel<float(float, float)> {
   template <HasCLibrary F>
   F operator()(F y, F x) const {
     return CLibrary<F>::atan2(y, x);
   }
 };
-
 struct PowF : Kernel<float(float, float)> {
   template <HasCLibrary F>
   F operator()(F base, F exponent) const {
     return CLibrary<F>::pow(base, exponent);
-  }
-};
-struct ExpF : Kernel<float(float)> {
-  template <HasCLibrary F>
-  F operator()(F x) const {
-    return CLibrary<F>::exp(x);
-  }
-};
-struct LogF : Kernel<float(float)> {
-  template <HasCLibrary F>
-  F operator()(F x) const {
-    return CLibrary<F>::log(x);
-  }
-};
-struct Exp2F : Kernel<float(float)> {
-  template <HasCLibrary F>
-  F operator()(F x) const {
-    return CLibrary<F>::exp2(x);
   }
 };
 // By the natural logarithm, not log2f: the results are defined that way.

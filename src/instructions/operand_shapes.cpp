@@ -62,18 +62,29 @@ constexpr OperandShape kernelShape(KernelShape shape) {
   }
 }
 
-constexpr OperandShape vectorShape(uint8_t operands, WordCount a, WordCount b, WordCount c,
-                                   WordCount out, bool replaces) {
-  OperandShape shape;
-  shape.operands = operands;
-  shape.in[0] = a;
-  shape.in[1] = b;
-  shape.in[2] = c;
-  shape.out = out;
-  shape.least = 2;
-  shape.replacesSlot = replaces;
-  return shape;
-}
+// Instructions that are more than their components.
+struct HandlerShape {
+  Opcode opcode;
+  uint8_t operands;
+  WordCount in[3];
+  WordCount out;
+  bool replaces;
+};
+
+using enum Opcode;
+constexpr HandlerShape kHandlerShapes[] = {
+    {LENGTH, 1, {N}, One, false},
+    {NORMALIZE, 1, {N}, N, false},
+    {DISTANCE, 2, {N, N}, One, false},
+    {DOT, 2, {N, N}, One, false},
+    {CROSS, 2, {Three, Three}, Three, true},
+    {REFLECT, 2, {N, N}, N, true},
+    {REFRACT, 3, {N, N, One}, N, true},
+    {FACEFORWARD, 3, {N, N, N}, N, false},
+    {MUL_MAT_MAT, 2, {NSquared, NSquared}, NSquared, true},
+    {MUL_VEC_MAT, 2, {N, NSquared}, N, true},
+    {MUL_MAT_VEC, 2, {NSquared, N}, N, true},
+};
 
 constexpr OperandShape noiseShape(uint8_t results) {
   OperandShape shape;
@@ -84,38 +95,20 @@ constexpr OperandShape noiseShape(uint8_t results) {
 }
 
 constexpr OperandShape handlerShape(Opcode opcode) {
-  using enum Opcode;
-  switch (opcode) {
-    case LENGTH:
-      return vectorShape(1, N, N, N, One, false);
-    case NORMALIZE:
-      return vectorShape(1, N, N, N, N, false);
-    case DISTANCE:
-    case DOT:
-      return vectorShape(2, N, N, N, One, false);
-    case CROSS:
-      return vectorShape(2, Three, Three, N, Three, true);
-    case REFLECT:
-      return vectorShape(2, N, N, N, N, true);
-    case REFRACT:
-      return vectorShape(3, N, N, One, N, true);
-    case FACEFORWARD:
-      return vectorShape(3, N, N, N, N, false);
-    case MUL_MAT_MAT:
-      return vectorShape(2, NSquared, NSquared, N, NSquared, true);
-    case MUL_VEC_MAT:
-      return vectorShape(2, N, NSquared, N, N, true);
-    case MUL_MAT_VEC:
-      return vectorShape(2, NSquared, N, N, N, true);
-    case NOISE1:
-    case NOISE2:
-    case NOISE3:
-    case NOISE4:
-      return noiseShape(
-          static_cast<uint8_t>(static_cast<unsigned>(opcode) - static_cast<unsigned>(NOISE1) + 1));
-    default:
-      return {};
+  if (opcode >= NOISE1 && opcode <= NOISE4) {
+    return noiseShape(
+        static_cast<uint8_t>(static_cast<unsigned>(opcode) - static_cast<unsigned>(NOISE1) + 1));
   }
+  OperandShape shape;
+  for (const HandlerShape& row : kHandlerShapes) {
+    if (row.opcode != opcode) continue;
+    shape.operands = row.operands;
+    for (int i = 0; i < 3; ++i) shape.in[i] = row.in[i];
+    shape.out = row.out;
+    shape.least = 2;
+    shape.replacesSlot = row.replaces;
+  }
+  return shape;
 }
 
 #define HANDLER(...) false, KernelShape::unary

@@ -1,7 +1,7 @@
 #include "instructions/stack_effect.h"
 
+#include "instructions/builtin_functions.h"
 #include "instructions/builtin_variables.h"
-#include "instructions/handlers.h"
 
 namespace shadermachine {
 namespace {

@@ -2,6 +2,7 @@
 
 #include <cassert>
 #include <cstdlib>
+#include <cstring>
 
 #include "machine/blocks.h"
 #include "machine/machine.h"
@@ -52,11 +53,18 @@ BlockHead* takeSpare(Machine& machine, uint32_t size) {
 BlockHead* newBlock(Machine& machine, uint32_t size, bool zeroed) {
   const uint64_t bytes = sizeof(BlockHead) + uint64_t{size};
   if (!reserveMemory(machine, bytes)) return nullptr;
+  // Large blocks come zeroed from the system. For small ones calloc() is slower than malloc(): some
+  // libraries keep memory for the next malloc() that calloc() does not look at.
+  const bool isSmall = size < kSmallestSpare;
   void* memory;
   do {
-    memory = zeroed ? std::calloc(1, bytes) : std::malloc(bytes);
+    memory = zeroed && !isSmall ? std::calloc(1, bytes) : std::malloc(bytes);
   } while (memory == nullptr && freePiece(machine));
-  if (memory == nullptr) unreserveMemory(machine, bytes);
+  if (memory == nullptr) {
+    unreserveMemory(machine, bytes);
+  } else if (zeroed && isSmall) {
+    std::memset(memory, 0, bytes);
+  }
   return static_cast<BlockHead*>(memory);
 }
 
