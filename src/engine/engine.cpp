@@ -1,7 +1,5 @@
 #include "engine/engine.h"
 
-#include <memory>
-
 #include "engine/improve.h"
 #include "engine/plain_program.h"
 #include "engine/selector.h"
@@ -21,17 +19,6 @@ enum class Outcome : uint8_t {
   OutOfMemory  // another run may have more
 };
 
-form::BuildResult buildForm(form::Form& form, form::Decoder& decoder, form::Arena& working,
-                            Machine& machine) {
-  auto* builder = static_cast<form::Builder*>(std::malloc(sizeof(form::Builder)));
-  if (builder == nullptr) return form::BuildResult::OutOfMemory;
-  std::construct_at(builder, form, decoder, working, machine);
-  const form::BuildResult result = builder->build(machine.shader->entryIndex);
-  std::destroy_at(builder);
-  std::free(builder);
-  return result;
-}
-
 // A shader that is left to the plain handlers has no first record.
 Outcome makeRecords(Machine& machine, form::Decoder& decoder, form::Arena& working,
                     Translation& translation) {
@@ -40,7 +27,7 @@ Outcome makeRecords(Machine& machine, form::Decoder& decoder, form::Arena& worki
   if (result == form::BuildResult::LeftPlain) return Outcome::Made;
   if (result == form::BuildResult::OutOfTime) return Outcome::Given;
   if (result == form::BuildResult::Built) {
-    improve(form, machine);
+    if (!improve(form, machine)) return Outcome::Given;
     Selector selector(form, translation.arena, machine);
     translation.first = selector.select();
     if (translation.first != nullptr) return Outcome::Made;

@@ -14,16 +14,22 @@ void expectSound([[maybe_unused]] const form::Form& form) {
 
 }  // namespace
 
-void improve(form::Form& form, Machine& machine) {
+// Each pass takes less than building the form did, so a look between them is enough.
+bool improve(form::Form& form, Machine& machine) {
+  using Pass = void (*)(form::Form&, Machine&);
+  constexpr Pass kPasses[] = {
+      [](form::Form& passed, Machine&) { form::forwardLoads(passed); },
+      &foldConstants,
+      [](form::Form& passed, Machine&) { form::shareEqual(passed); },
+      [](form::Form& passed, Machine&) { form::dropDead(passed); },
+  };
   expectSound(form);
-  form::forwardLoads(form);
-  expectSound(form);
-  foldConstants(form, machine);
-  expectSound(form);
-  form::shareEqual(form);
-  expectSound(form);
-  form::dropDead(form);
-  expectSound(form);
+  for (const Pass pass : kPasses) {
+    if (isHalfOver(machine.timeLimit)) return false;
+    pass(form, machine);
+    expectSound(form);
+  }
+  return !isHalfOver(machine.timeLimit);
 }
 
 }  // namespace shadermachine::engine

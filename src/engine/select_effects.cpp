@@ -138,14 +138,34 @@ void Selector::selectEnd(const Operation& end) {
 // Aggregates --------------------------------------------------------------------------------------
 
 void Selector::selectMember(const Operation& member) {
+  const bool based = member.steps != nullptr;
   Record record = {};
   record.a = addressOf(member.place);
   record.x = member.first;
   record.y = member.size;
   record.size = member.words;
-  produceWords(record, memberSteps(member.words), member.words);
+  if (based) {
+    record.b = memory(member.in[0]);
+    record.z = member.steps[0].stride;
+  }
+  produceWords(record, memberSteps(member.words, based), member.words);
 }
 
+// False when memory is short.
+bool Selector::setLimits(const Operation& element, Record& record) {
+  if (element.count == 0) return true;
+  auto* limits = arena_.allocate<ElementLimits>();
+  if (limits == nullptr) return false;
+  *limits = {element.count, element.size, 0, nullptr};
+  if (element.steps != nullptr) {
+    limits->baseStride = element.steps[0].stride;
+    limits->base = memory(element.in[1]);
+  }
+  record.c = reinterpret_cast<const uint32_t*>(limits);
+  return true;
+}
+
+// A read of an element, or only the check of its index.
 void Selector::selectReadElement(const Operation& element) {
   Record record = {};
   record.a = addressOf(element.place);
@@ -154,15 +174,57 @@ void Selector::selectReadElement(const Operation& element) {
   record.z = element.first;
   record.size = element.words;
   record.site = element.site;
-  if (element.size != 0) {
-    uint32_t* limits = arena_.allocate<uint32_t>(2);
-    if (limits == nullptr) return;
-    limits[0] = element.count;
-    limits[1] = element.size;
-    record.c = limits;
-  }
+  if (!setLimits(element, record)) return;
   const bool inWord = takeIndex(element.in[0], record);
+  if (element.kind == Kind::CheckIndex) {
+    record.run = checkIndexStep(inWord);
+    emit(record);
+    return;
+  }
   produceWords(record, elementSteps(element.words, inWord), element.words);
+}
+
+// Several indices come from memory.
+void Selector::selectDeepStore(const Operation& store, PartLimits& limits) {
+  Record record = makeRecord(&storeDeepPartStep);
+  for (uint32_t k = 0; k < store.count; ++k) {
+    limits.index[k] = memory(store.in[1 + k]);
+    limits.steps[k] = store.steps[k];
+  }
+  record.a = memory(store.in[0]);
+  record.c = reinterpret_cast<const uint32_t*>(&limits);
+  record.d = addressOf(store.place);
+  record.x = store.first;
+  record.size = store.n;
+  emit(record);
+}
+
+void Selector::selectPartStore(const Operation& store) {
+  const uint32_t n = store.n;
+  auto* limits = arena_.allocate<PartLimits>();
+  if (limits == nullptr) return;
+  limits->bytes = store.size;
+  limits->bytesStride = store.stride;
+  limits->count = store.count;
+  if (store.count > 1) return selectDeepStore(store, *limits);
+  Record record = {};
+  const bool inRegister =
+      n <= 4 && Selector::inRegister(store.in[0], n == 1 ? Register::Scalar : Register::Vector, n);
+  if (!inRegister) record.a = memory(store.in[0]);
+  IndexSource source = IndexSource::None;
+  if (store.count == 1) {
+    source = takeIndex(store.in[1], record) ? IndexSource::Word : IndexSource::Memory;
+    record.y = store.steps[0].stride;
+    record.z = store.steps[0].bound;
+  }
+  const bool inBlock = store.kind == Kind::StorePart;
+  if (!inBlock) claim(store.place, writtenBy(store).words);
+  record.run = storePartStep(inBlock, source, n, inRegister);
+  record.c = reinterpret_cast<const uint32_t*>(limits);
+  record.d = addressOf(store.place);
+  record.x = store.first;
+  record.size = n;
+  emit(record);
 }
 
 void Selector::selectReference(const Operation& effect) {
@@ -190,6 +252,10 @@ void Selector::selectReference(const Operation& effect) {
     record.x = effect.size;
     record.y = effect.first;
     record.site = nullptr;
+    if (effect.steps != nullptr) {
+      record.b = memory(effect.in[0]);
+      record.z = effect.steps[0].stride;
+    }
     emit(record);
   } else if (effect.kind == Kind::MoveSlot) {
     // The whole slot, with its reference, which its old place gives up.

@@ -1,6 +1,7 @@
 #include "engine/selector.h"
 
 #include <algorithm>
+#include <cassert>
 #include <cstddef>
 
 namespace shadermachine::engine {
@@ -13,6 +14,9 @@ namespace {
 
 // A read of four words at the last constant, or of a matrix, must stay inside the pool.
 constexpr uint32_t kPadding = 16;
+
+// Operations between a value and the store that its record can take the place of.
+constexpr uint32_t kFarthest = 64;
 
 // Operations that leave no record behind, whoever uses their values.
 bool isSilent(Kind kind) {
@@ -29,7 +33,7 @@ Selector::Selector(const form::Form& form, form::Arena& arena, Machine& machine)
 
 bool Selector::start() {
   for (uint32_t i = 0; i < form_.operations.size(); ++i) {
-    values_.append({0, 0, nullptr, kNone, 0, kNone, 0, kNone, 0, 0, kNone, false});
+    values_.append({0, 0, nullptr, kNone, 0, kNone, 0, 0, kNone, 0, 0, kNone, false});
   }
   for (uint32_t p = 0; p < form_.placeCount(); ++p) places_.append({kNone, 0});
   scratchPlaces_ = arena_.allocate<uint32_t>(size_t{form_.scratchPlaces} * kPlaceWords + kPadding);
@@ -82,9 +86,8 @@ void Selector::analyseBlock(const form::Block& block) {
 }
 
 // True when the value's record can write the place's words instead of the store: between the two
-// nobody reads the place, writes it, looks at it or leaves the block.
+// nobody reads the place, writes it, looks at it, has a reference there or leaves the block.
 bool Selector::canMakeAt(Value value, uint32_t store) const {
-  constexpr uint32_t kFarthest = 64;
   if (store - value > kFarthest) return false;
   const Operation& target = operation(store);
   const uint32_t words = writtenBy(target).words;
@@ -92,6 +95,7 @@ bool Selector::canMakeAt(Value value, uint32_t store) const {
     const Operation& between = operation(i);
     if (between.kind == Kind::Branch || form::isSeen(between.kind)) return false;
     if (between.kind == Kind::Load && between.place == target.place) return false;
+    if (form::touchesReference(between, target.place)) return false;
     const form::Written written = writtenBy(between);
     if (written.place <= target.place && target.place < written.end &&
         (written.words & words) != 0) {
@@ -124,7 +128,19 @@ void Selector::chooseHomes(const form::Block& block) {
     if (!canMakeAt(value, i)) continue;
     info.home = store.place;
     info.homeWord = store.first;
+    info.homeStore = i;
   }
+}
+
+// No value has been written home before its store into a slot whose reference the operation uses.
+bool Selector::keepsReferences(const Operation& operation) const {
+  const Value oldest = now_ > kFarthest ? now_ - kFarthest : 0;
+  for (Value v = oldest; v < now_; ++v) {
+    const ValueInfo& info = values_[v];
+    const bool early = info.home != kNone && info.homeStore > now_;
+    if (early && form::touchesReference(operation, info.home)) return false;
+  }
+  return true;
 }
 
 // Where values are --------------------------------------------------------------------------------
@@ -319,6 +335,7 @@ void Selector::selectBlock(const form::Block& block) {
 }
 
 void Selector::selectOperation(const Operation& operation) {
+  assert(keepsReferences(operation));
   switch (operation.kind) {
     case Kind::Nothing:
     case Kind::Constant:
@@ -339,7 +356,11 @@ void Selector::selectOperation(const Operation& operation) {
     case Kind::ReadMember:
       return selectMember(operation);
     case Kind::ReadElement:
+    case Kind::CheckIndex:
       return selectReadElement(operation);
+    case Kind::StorePart:
+    case Kind::StoreIndexed:
+      return selectPartStore(operation);
     case Kind::HostVariable:
     case Kind::HostAggregate:
     case Kind::HostBuiltin:

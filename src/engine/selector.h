@@ -11,7 +11,8 @@
 //     from. A place's words change only after every value that lies there and is still used has
 //     been moved away (claim()).
 //  2. A value whose home is a place is written there by its own record or not at all; so the place
-//     is claimed when the value is made, not when the store is reached.
+//     is claimed when the value is made, not when the store is reached. Until then nobody else
+//     reads the place or has a reference in its slot.
 //  3. At a block's beginning registers hold nothing that anybody knows.
 #pragma once
 
@@ -50,6 +51,7 @@ class Selector {
     uint32_t first;     // word of the place
     Place home;         // that it will be stored into, or kNone
     uint32_t homeWord;
+    uint32_t homeStore;  // the operation that stores it there
     Place copy;  // another place that has the same words, as long as its version is copyVersion
     uint32_t copyWord;
     uint32_t copyVersion;
@@ -77,6 +79,7 @@ class Selector {
   void analyseBlock(const form::Block& block);
   void chooseHomes(const form::Block& block);
   bool canMakeAt(Value value, uint32_t store) const;
+  bool keepsReferences(const Operation& operation) const;
   void selectBlock(const form::Block& block);
   void selectOperation(const Operation& operation);
   const Operation& operation(Value value) const { return form_.operations[value]; }
@@ -123,6 +126,9 @@ class Selector {
   void selectJump(const Operation& operation);
   void selectMember(const Operation& operation);
   void selectReadElement(const Operation& operation);
+  bool setLimits(const Operation& element, Record& record);
+  void selectPartStore(const Operation& operation);
+  void selectDeepStore(const Operation& operation, PartLimits& limits);
   void selectHost(const Operation& operation);
   void selectWideHost(const Operation& operation, Record record);
   void selectReference(const Operation& operation);

@@ -66,16 +66,16 @@ bool matchesFunction(const Snapshot::Function& copy, const CompiledShader& shade
          matchesVariables(copy.locals, function->locals, function->localCount);
 }
 
-const StructInfo* presentStruct(const CompiledShader& shader, uint32_t number) {
-  const StructInfo* info = shader.structTypes == nullptr ? nullptr : shader.structTypes[number];
-  return info == nullptr || info->members == nullptr ? nullptr : info;
+const StructInfo* structOf(const CompiledShader& shader, uint32_t number) {
+  return shader.structTypes == nullptr ? nullptr : shader.structTypes[number];
 }
 
+// The size of a structure without members matters too.
 bool matchesStruct(const Snapshot::Struct& copy, const CompiledShader& shader) {
-  const StructInfo* info = presentStruct(shader, copy.number);
+  const StructInfo* info = structOf(shader, copy.number);
   if (info == nullptr || !copy.present) return copy.present == (info != nullptr);
-  return copy.size == info->size &&
-         matchesVariables(copy.members, info->members, info->memberCount);
+  if (copy.size != info->size || copy.hasMembers != (info->members != nullptr)) return false;
+  return !copy.hasMembers || matchesVariables(copy.members, info->members, info->memberCount);
 }
 
 // Copies ------------------------------------------------------------------------------------------
@@ -98,9 +98,10 @@ Snapshot::Function copyFunction(const CompiledShader& shader, uint32_t number, A
 }
 
 Snapshot::Struct copyStruct(const CompiledShader& shader, uint32_t number, Arena& arena) {
-  const StructInfo* info = presentStruct(shader, number);
-  if (info == nullptr) return {number, false, 0, {}};
-  return {number, true, info->size, copyVariables(info->members, info->memberCount, arena)};
+  const StructInfo* info = structOf(shader, number);
+  if (info == nullptr) return {number, false, false, 0, {}};
+  if (info->members == nullptr) return {number, true, false, info->size, {}};
+  return {number, true, true, info->size, copyVariables(info->members, info->memberCount, arena)};
 }
 
 void sortOut(Array<uint32_t>& numbers) {

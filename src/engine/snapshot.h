@@ -38,6 +38,7 @@ class Snapshot {
   struct Struct {
     uint32_t number;
     bool present;
+    bool hasMembers;
     uint32_t size;
     Variables members;
   };

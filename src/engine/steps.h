@@ -43,7 +43,9 @@ Step zeroWideSlotsStep(ENGINE_STATE);  // the same, all words
 Step initLocalsStep(ENGINE_STATE);     // site, d: words of the first local; x locals from number y
 Step releaseSlotStep(ENGINE_STATE);    // d: words of the slot whose block is released
 Step clearSlotStep(ENGINE_STATE);      // d: words of the slot whose reference is cleared
-Step shareViewStep(ENGINE_STATE);  // d: slot; a: aggregate variable; x bytes at y, all if x is 0
+// d: slot; a: aggregate variable; x bytes at y, all if x is 0; b: null, or an index that counts z
+// bytes.
+Step shareViewStep(ENGINE_STATE);
 
 // steps_host.cpp
 
@@ -76,16 +78,44 @@ StepPair appendSteps(uint32_t lane, bool inScalar);   // vector with a or scalar
 
 // Reads a part of an aggregate variable: a: its slot's words; y: bytes that the block must have;
 // x: byte offset of the part. Zero when the block is too small. For n above 4 words go to d only.
-StepPair memberSteps(uint32_t n);
+// based: b: an index that counts z bytes.
+StepPair memberSteps(uint32_t n, bool based);
+// What an array may be asked for besides its element's size.
+struct ElementLimits {
+  uint32_t count;  // 0: the block's size decides
+  uint32_t bytes;  // that the block must have
+  uint32_t baseStride;
+  const uint32_t* base;  // null, or an index that counts baseStride bytes
+};
 // A part of one element of an array: b: the index (or the word register); y: bytes of an element;
-// z: bytes before the part in element 0; c: null, or two words: the number of elements and the
-// bytes that the block must have (else its size decides). site, x: stops with code x when the index
-// is out of range. size: words of a part of more than four.
+// z: bytes before the part in element 0; c: null, or ElementLimits. site, x: stops with code x when
+// the index is out of range. size: words of a part of more than four.
 StepPair elementSteps(uint32_t n, bool indexInWord);
+// Stops as elementSteps() would, and reads nothing.
+RecordHandler checkIndexStep(bool indexInWord);
 // Component b of the y components at a; site and x as above.
 StepPair componentSteps(bool indexInWord);
 // Column b of the n times n matrix at a; site and x as above.
 StepPair columnSteps(uint32_t n, bool indexInWord);
+
+// steps_part_stores.cpp
+
+// What a store into a part has to check.
+struct PartLimits {
+  uint32_t bytes;        // that the block must have with the first index 0
+  uint32_t bytesStride;  // and more for each of it
+  uint32_t count;        // of indices
+  const uint32_t* index[form::kMaxStoreIndices];
+  form::IndexStep steps[form::kMaxStoreIndices];
+};
+enum class IndexSource : uint8_t { None, Word, Memory };
+// Stores n words, from a or a register (n = 1: scalar, 2 to 4: vector), at byte x of a part of the
+// variable d (its slot's words), which is an aggregate or, not inBlock, a basic one. One index, in
+// the word register or at b, counts y bytes and must be below z. c: PartLimits of an aggregate.
+// size: words of a part of more than four.
+RecordHandler storePartStep(bool inBlock, IndexSource index, uint32_t n, bool inRegister);
+// Any number of indices, by the limits; `size` words from a.
+Step storeDeepPartStep(ENGINE_STATE);
 
 // steps_geometry.cpp
 

@@ -161,7 +161,8 @@ Step shareViewStep(ENGINE_STATE) {
   if (record->x == 0) {
     blockShare(&target, &source);
   } else {
-    blockSubView(&target, &source, record->x, record->y);
+    const uint32_t base = record->b == nullptr ? 0 : *record->b * record->z;
+    blockSubView(&target, &source, record->x, record->y + base);
   }
   ENGINE_NEXT;
 }

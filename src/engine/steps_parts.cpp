@@ -50,11 +50,12 @@ void takePart(const Record* record, const uint8_t* data, uint32_t& word, FloatVe
 
 constexpr uint8_t kZeros[64] = {};
 
-template <uint32_t n, bool stores>
+template <uint32_t n, bool based, bool stores>
 Step memberStep(ENGINE_STATE) {
   const BlockView& view = viewOf(record->a);
   const bool fits = view.data != nullptr && view.size >= record->y;
-  takePart<n, stores>(record, fits ? view.data + record->x : kZeros, word, vector, scalar);
+  const size_t base = based ? size_t{*record->b} * record->z : 0;
+  takePart<n, stores>(record, fits ? view.data + base + record->x : kZeros, word, vector, scalar);
   ENGINE_NEXT;
 }
 
@@ -63,15 +64,30 @@ uint32_t indexOf(const Record* record, uint32_t word) {
   return inWord ? word : *record->b;
 }
 
+// Where element `index` begins; null when the array has no such element.
+inline const uint8_t* elementAt(const Record* record, const BlockView& view, uint32_t index) {
+  const uint64_t stride = record->y;
+  const auto* limits = reinterpret_cast<const ElementLimits*>(record->c);
+  const uint64_t offset = index * stride;
+  if (view.data == nullptr) return nullptr;
+  if (limits == nullptr) return offset + stride <= view.size ? view.data + offset : nullptr;
+  if (index >= limits->count || view.size < limits->bytes) return nullptr;
+  const uint64_t base = limits->base == nullptr ? 0 : *limits->base * uint64_t{limits->baseStride};
+  return view.data + base + offset;
+}
+
 template <uint32_t n, bool inWord, bool stores>
 Step elementStep(ENGINE_STATE) {
-  const BlockView& view = viewOf(record->a);
-  const uint32_t index = indexOf<inWord>(record, word);
-  const uint64_t stride = record->y;
-  const bool inside = record->c == nullptr ? (index + uint64_t{1}) * stride <= view.size
-                                           : index < record->c[0] && view.size >= record->c[1];
-  if (!inside || view.data == nullptr) ENGINE_STAY(stopStep);
-  takePart<n, stores>(record, view.data + index * stride + record->z, word, vector, scalar);
+  const uint8_t* element = elementAt(record, viewOf(record->a), indexOf<inWord>(record, word));
+  if (element == nullptr) ENGINE_STAY(stopStep);
+  takePart<n, stores>(record, element + record->z, word, vector, scalar);
+  ENGINE_NEXT;
+}
+
+template <bool inWord>
+Step checkElementStep(ENGINE_STATE) {
+  const uint8_t* element = elementAt(record, viewOf(record->a), indexOf<inWord>(record, word));
+  if (element == nullptr) ENGINE_STAY(stopStep);
   ENGINE_NEXT;
 }
 
@@ -93,9 +109,9 @@ Step columnStep(ENGINE_STATE) {
   ENGINE_NEXT;
 }
 
-template <uint32_t n>
+template <uint32_t n, bool based>
 consteval StepPair memberPair() {
-  return {&memberStep<n, false>, &memberStep<n, true>};
+  return {&memberStep<n, based, false>, &memberStep<n, based, true>};
 }
 
 template <uint32_t n, bool inWord>
@@ -110,10 +126,19 @@ consteval StepPair columnPair() {
 
 }  // namespace
 
-StepPair memberSteps(uint32_t n) {
-  constexpr StepPair kSteps[] = {memberPair<1>(), memberPair<2>(), memberPair<3>(), memberPair<4>(),
-                                 memberPair<5>()};
-  return kSteps[(n > 4 ? 5 : n) - 1];
+StepPair memberSteps(uint32_t n, bool based) {
+  constexpr StepPair kWhole[] = {memberPair<1, false>(), memberPair<2, false>(),
+                                 memberPair<3, false>(), memberPair<4, false>(),
+                                 memberPair<5, false>()};
+  constexpr StepPair kBased[] = {memberPair<1, true>(), memberPair<2, true>(),
+                                 memberPair<3, true>(), memberPair<4, true>(),
+                                 memberPair<5, true>()};
+  const uint32_t i = (n > 4 ? 5 : n) - 1;
+  return based ? kBased[i] : kWhole[i];
+}
+
+RecordHandler checkIndexStep(bool indexInWord) {
+  return indexInWord ? &checkElementStep<true> : &checkElementStep<false>;
 }
 
 StepPair elementSteps(uint32_t n, bool indexInWord) {

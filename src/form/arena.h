@@ -21,11 +21,11 @@ class Arena {
   // Why it failed: the limit, not a lack of memory.
   bool isFull() const { return full_; }
 
-  // Zeroed; null when memory is short or the arena's limit is reached.
+  // Zeroed, pointers too; null when memory is short or the arena's limit is reached.
   template <class T>
   T* allocate(size_t count = 1) {
     static_assert(std::is_trivially_destructible_v<T>);
-    return static_cast<T*>(allocateBytes(count, sizeof(T)));
+    return static_cast<T*>(allocateBytes(count, sizeof(T)));  // NOLINT(bugprone-sizeof-expression)
   }
 
   void release() {

@@ -16,21 +16,66 @@ const VarInfo* memberOf(const StructInfo* info, uint32_t number) {
 
 }  // namespace
 
-// `bytes` bytes at `offset` of the indexed element of a view; the index is used up.
-void Builder::readElement(const Instruction& item, const Slot& view, uint32_t stride,
-                          uint32_t offset, uint32_t bytes) {
-  Operation made = operation(Kind::ReadElement, bytes / 4);
+// An operation on the indexed element of a view, which uses the index up.
+Operation Builder::elementOf(Kind kind, const Instruction& item, const Slot& view,
+                             uint32_t stride) {
+  Operation made = operation(kind);
   made.place = view.variable;
-  made.first = view.offset + offset;
+  made.first = view.offset;
   made.stride = stride;
   if (view.size != 0) {
     made.count = view.size / stride;
-    made.size = view.offset + view.size;
+    made.size = view.baseStep == nullptr ? view.offset + view.size : 0;
   }
   made.site = site(item.end);
   made.in[0] = takeIndex();
+  return made;
+}
+
+// A view inside a checked element needs the element's index to be found.
+void Builder::nameBase(Operation& made, uint32_t operand, const Slot& view) {
+  made.steps = view.baseStep;
+  if (view.baseStep != nullptr) made.in[operand] = view.base;
+}
+
+// `bytes` bytes at `offset` of the indexed element of a view.
+void Builder::readElement(const Instruction& item, const Slot& view, uint32_t stride,
+                          uint32_t offset, uint32_t bytes) {
+  Operation made = elementOf(Kind::ReadElement, item, view, stride);
+  made.words = static_cast<uint8_t>(bytes / 4);
+  made.first += offset;
+  nameBase(made, 1, view);
   resetSlot(top_);
   writeSlot(top_, {append(made), 0}, made.words, true);
+}
+
+// The member that the next instruction reads of an element, when a slot can hold it.
+const VarInfo* Builder::memberReadNext(const Instance& instance, const StructInfo& element) const {
+  if (instance.current + 1 >= instance.function->count) return nullptr;
+  const Instruction& next = instance.function->instructions[instance.current + 1];
+  if (next.isTarget || next.opcode != Opcode::STRUCT_FIELD) return nullptr;
+  const VarInfo* member =
+      memberOf(structType(machine_, static_cast<int32_t>(next.operands[0])), next.operands[1]);
+  if (member == nullptr || !isBasicVar(*member) || !isReadable(member->byteSize)) return nullptr;
+  const bool inside = uint64_t{member->memberOffset} + member->byteSize <= element.size;
+  return inside ? member : nullptr;
+}
+
+// The view becomes one of the indexed element. Its index is checked here, where the plain handlers
+// check it, and added where the element is read.
+bool Builder::enterElement(const Instruction& item, uint32_t stride) {
+  const Slot view = topSlot();
+  if (view.baseStep != nullptr) return false;
+  auto* step = form_.arena.allocate<IndexStep>();
+  if (step == nullptr) return false;
+  *step = {stride, 0};
+  const Operation check = elementOf(Kind::CheckIndex, item, view, stride);
+  append(check);
+  Slot& element = topSlot();
+  element.size = stride;
+  element.base = check.in[0];
+  element.baseStep = step;
+  return true;
 }
 
 bool Builder::buildArrayElement(Instance& instance, const Instruction& item) {
@@ -43,16 +88,10 @@ bool Builder::buildArrayElement(Instance& instance, const Instruction& item) {
     readElement(item, view, bytes, 0, bytes);
     return true;
   }
-  // An element that is a structure is read together with the member that follows.
   const StructInfo* info = structType(machine_, type);
   if (info == nullptr || info->size == 0) return false;
-  if (instance.current + 1 >= instance.function->count) return false;
-  const Instruction& next = instance.function->instructions[instance.current + 1];
-  if (next.isTarget || next.opcode != Opcode::STRUCT_FIELD) return false;
-  const VarInfo* member =
-      memberOf(structType(machine_, static_cast<int32_t>(next.operands[0])), next.operands[1]);
-  if (member == nullptr || !isBasicVar(*member) || !isReadable(member->byteSize)) return false;
-  if (uint64_t{member->memberOffset} + member->byteSize > info->size) return false;
+  const VarInfo* member = memberReadNext(instance, *info);
+  if (member == nullptr) return enterElement(item, info->size);
   readElement(item, view, info->size, member->memberOffset, member->byteSize);
   ++instance.current;
   return true;
@@ -70,8 +109,8 @@ bool Builder::buildMember(Instance&, const Instruction& item) {
   if (member.byteSize == 0 || end > limit) return false;
   const uint32_t offset = view.offset + member.memberOffset;
   if (!isBasicVar(member)) {
-    // Only of a whole variable: a member of a member is there when all around it is.
-    if (view.size != 0) return false;
+    // A member of a member is there when all around it is: that is known of checked elements.
+    if (view.size != 0 && view.baseStep == nullptr) return false;
     topSlot().offset = offset;
     topSlot().size = member.byteSize;
     return true;
@@ -81,6 +120,8 @@ bool Builder::buildMember(Instance&, const Instruction& item) {
   made.place = view.variable;
   made.first = offset;
   made.size = view.size != 0 ? view.offset + view.size : offset + member.byteSize;
+  if (view.baseStep != nullptr) made.size = 0;
+  nameBase(made, 0, view);
   resetSlot(top_);
   writeSlot(top_, {append(made), 0}, made.words, true);
   return true;
@@ -97,8 +138,8 @@ constexpr Builder::MethodRange Builder::kMethodRanges[] = {
     {Opcode::STORE_LOCAL, Opcode::STORE_LOCAL, &Builder::buildVariable},
     {Opcode::STORE_GLOBAL, Opcode::STORE_GLOBAL, &Builder::buildVariable},
     {Opcode::STORE_LOCAL_KEEP, Opcode::STORE_LOCAL_KEEP, &Builder::buildVariable},
-    {Opcode::STORE_LOCAL_ELEM_IMM, Opcode::STORE_LOCAL_ELEM_IMM, &Builder::buildVariable},
-    {Opcode::STORE_GLOBAL_ELEM_IMM, Opcode::STORE_GLOBAL_ELEM_IMM, &Builder::buildVariable},
+    {Opcode::STORE_LOCAL_ELEM, Opcode::STORE_LOCAL_ELEM_IMM, &Builder::buildPartStore},
+    {Opcode::STORE_GLOBAL_ELEM, Opcode::STORE_GLOBAL_ELEM_IMM, &Builder::buildPartStore},
     {Opcode::LOAD_BUILTIN, Opcode::LOAD_BUILTIN, &Builder::buildBuiltin},
     {Opcode::PUSH_U8, Opcode::PUSH_1_F, &Builder::buildConstant},
     {Opcode::POP, Opcode::PUSH_EMPTY, &Builder::buildStack},

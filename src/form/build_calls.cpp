@@ -147,11 +147,6 @@ bool Builder::canInline(const Instance& instance, uint32_t number,
     const bool reference = slots_[locals + k].content != Content::Words;
     if (isBasicVar(record.locals[k]) == reference) return false;
   }
-  // Aggregates of its own are left to the plain handlers: their slots' references must never be
-  // written over.
-  for (int32_t k = record.paramCount; k < record.localCount; ++k) {
-    if (!isBasicVar(record.locals[k])) return false;
-  }
   return true;
 }
 

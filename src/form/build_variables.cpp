@@ -1,4 +1,4 @@
-// The builder's constants, variables, element stores and stack instructions.
+// The builder's constants, variables and stack instructions.
 
 #include "form/builder.h"
 #include "instructions/builtin_variables.h"
@@ -120,53 +120,9 @@ bool Builder::buildVariable(Instance& instance, const Instruction& item) {
       return true;
     case STORE_LOCAL_KEEP:
       return isBasicVar(info) && storeVariable(place, info, exact);
-    case LOAD_LOCAL_COMPONENT:
-      return loadComponent(place, info, item);
     default:
-      return storePart(place, info, item);
+      return loadComponent(place, info, item);
   }
-}
-
-// A store into a basic variable at a constant path.
-bool Builder::storePart(Place place, const VarInfo& info, const Instruction& item) {
-  if (!isBasicVar(info) || info.byteSize != typeByteSize(info.type) || !holdsWords(0)) return false;
-  const uint32_t n = item.operands[1];
-  if (n == 0 || n > 2) return false;
-  const int16_t first = item.listedIndex(0);
-  const uint32_t words = info.byteSize / 4;
-  const uint32_t rows = isMatrixType(info.type) ? typeStride(info.type) / 4u : 1;
-  if (!isMatrixType(info.type) && (!isVectorType(info.type) || n != 1)) return false;
-  if (first < 0) {
-    if (isMatrixType(info.type)) return false;
-    return storeSelected(place, words, static_cast<uint16_t>(-first));
-  }
-  uint32_t at = static_cast<uint32_t>(first) * rows;
-  if (at >= words) return false;
-  uint32_t count = rows;
-  if (n == 2) {
-    const int16_t second = item.listedIndex(1);
-    if (second < 0 || static_cast<uint32_t>(second) >= rows) return false;
-    at += static_cast<uint32_t>(second);
-    count = 1;
-  }
-  store(place, at, count, readTop(0, count));
-  pop();
-  return true;
-}
-
-// The components that a pattern selects.
-bool Builder::storeSelected(Place place, uint32_t words, uint32_t pattern) {
-  const uint32_t count = (pattern >> 8) & 7;
-  if (count == 0 || count > 4) return false;
-  for (uint32_t i = 0; i < count; ++i) {
-    if (((pattern >> (2 * i)) & 3) >= words) return false;
-  }
-  const Operand value = readTop(0, count);
-  for (uint32_t i = 0; i < count; ++i) {
-    store(place, (pattern >> (2 * i)) & 3, 1, word(value, i));
-  }
-  pop();
-  return true;
 }
 
 // Variables that the host fills -------------------------------------------------------------------

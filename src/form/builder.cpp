@@ -1,6 +1,7 @@
 #include "form/builder.h"
 
 #include <algorithm>
+#include <memory>
 
 namespace shadermachine::form {
 
@@ -173,6 +174,7 @@ void Builder::flushSlot(int32_t s) {
     share.other = flushed.variable;
     share.first = flushed.offset;
     share.size = flushed.size;
+    nameBase(share, 0, flushed);
     append(share);
     return resetSlot(s, Content::Block);
   }
@@ -246,7 +248,9 @@ void Builder::countPlaces() {
 }
 
 BuildResult Builder::build(uint32_t entryFunction) {
-  if (!decoder_.decodeFrom(entryFunction)) return BuildResult::OutOfMemory;
+  if (!decoder_.decodeFrom(entryFunction)) {
+    return decoder_.isOutOfTime() ? BuildResult::OutOfTime : BuildResult::OutOfMemory;
+  }
   const DecodedFunction* function = decoder_.function(entryFunction);
   if (function == nullptr) return BuildResult::LeftPlain;
   auto* call = form_.arena.allocate<InlinedCall>();
@@ -285,6 +289,16 @@ BuildResult Builder::build(uint32_t entryFunction) {
   form_.blocks.back().end = form_.operations.size();
   countPlaces();
   return BuildResult::Built;
+}
+
+BuildResult buildForm(Form& form, Decoder& decoder, Arena& working, Machine& machine) {
+  auto* builder = static_cast<Builder*>(std::malloc(sizeof(Builder)));
+  if (builder == nullptr) return BuildResult::OutOfMemory;
+  std::construct_at(builder, form, decoder, working, machine);
+  const BuildResult result = builder->build(machine.shader->entryIndex);
+  std::destroy_at(builder);
+  std::free(builder);
+  return result;
 }
 
 }  // namespace shadermachine::form

@@ -17,6 +17,7 @@
 
 #include "form/decode.h"
 #include "form/form.h"
+#include "instructions/access_path.h"
 
 namespace shadermachine::form {
 
@@ -59,6 +60,9 @@ class Builder {
     Place variable;  // of a view
     uint32_t offset;
     uint32_t size;  // 0: the whole block
+    // Of a view in an element that was checked: its index, which counts baseStep->stride bytes.
+    Operand base;
+    const IndexStep* baseStep;
   };
   struct Index {
     Operand operand;
@@ -147,8 +151,6 @@ class Builder {
   bool loadVariable(Place place, const VarInfo& info);
   bool storeVariable(Place place, const VarInfo& info, bool exact);
   bool storeAggregate(Place place, const Instruction& item);
-  bool storePart(Place place, const VarInfo& info, const Instruction& item);
-  bool storeSelected(Place place, uint32_t words, uint32_t pattern);
   bool loadComponent(Place place, const VarInfo& info, const Instruction& item);
   bool loadHostVariable(uint32_t number, const VarInfo& info, const Instruction& item);
   bool buildBuiltin(Instance& instance, const Instruction& item);
@@ -169,11 +171,35 @@ class Builder {
   Operand gatherWords(const Operand* words, uint32_t n);
   Operand takeIndex();
 
+  // build_stores.cpp: stores at access paths
+  struct StorePath {
+    PartType part;
+    uint32_t size;      // bytes of the part
+    uint32_t offset;    // with all run-time indices 0
+    uint32_t firstEnd;  // of the first step's part
+    uint32_t indices;   // run-time ones
+    bool firstIsIndex;  // the first step is one of them
+    SwizzlePattern pattern;
+    Operand index[kMaxStoreIndices];
+    IndexStep steps[kMaxStoreIndices];
+  };
+  bool buildPartStore(Instance& instance, const Instruction& item);
+  bool isNeverNegative(Operand index) const;
+  bool walkPath(const VarInfo& info, const Operand* indices, uint32_t n, StorePath& path);
+  bool walkStep(Operand index, StorePath& path, uint64_t limit);
+  bool storeAtPath(Place place, const VarInfo& info, const StorePath& path, int32_t valueDepth);
+  void storeWords(Place place, const VarInfo& info, const StorePath& path, uint32_t at, uint32_t n,
+                  Operand value);
+
   // build_aggregates.cpp: parts of structures and arrays
   bool buildArrayElement(Instance& instance, const Instruction& item);
   bool buildMember(Instance& instance, const Instruction& item);
+  Operation elementOf(Kind kind, const Instruction& item, const Slot& view, uint32_t stride);
+  void nameBase(Operation& made, uint32_t operand, const Slot& view);
   void readElement(const Instruction& item, const Slot& view, uint32_t stride, uint32_t offset,
                    uint32_t bytes);
+  const VarInfo* memberReadNext(const Instance& instance, const StructInfo& element) const;
+  bool enterElement(const Instruction& item, uint32_t stride);
 
   using Method = bool (Builder::*)(Instance& instance, const Instruction& item);
   struct MethodRange {
@@ -206,5 +232,8 @@ class Builder {
   int32_t dirtyIndices_ = 0;  // indices from this one on may be dirty
   Array<BackBranch> backBranches_;
 };
+
+// By a builder on the heap: it is too large for the stacks that hosts give their threads.
+BuildResult buildForm(Form& form, Decoder& decoder, Arena& working, Machine& machine);
 
 }  // namespace shadermachine::form

@@ -11,7 +11,8 @@ bool isFlow(Kind kind) {
 
 bool namesPlace(Kind kind) {
   return kind == Kind::Load || kind == Kind::Store || kind == Kind::ReadMember ||
-         kind == Kind::ReadElement;
+         kind == Kind::ReadElement || kind == Kind::CheckIndex || kind == Kind::StorePart ||
+         kind == Kind::StoreIndexed;
 }
 
 bool needsSite(Kind kind) {
@@ -19,6 +20,7 @@ bool needsSite(Kind kind) {
     case Kind::Element:
     case Kind::Column:
     case Kind::ReadElement:
+    case Kind::CheckIndex:
     case Kind::InitLocals:
     case Kind::CopyBlock:
     case Kind::StoreBlock:
@@ -60,6 +62,7 @@ class Checker {
       const Operation& operation = form_.operations[i];
       checkOperands(operation, i);
       checkPlaces(operation, i);
+      expect(isInCheckedElement(block, i), "lies in an element that nobody has checked", i);
       expect(!isFlow(operation.kind) || (operation.block < form_.order.size() &&
                                          form_.order[operation.block] < form_.blocks.size()),
              "leads to no block", i);
@@ -70,6 +73,23 @@ class Checker {
     const bool last = block.end == form_.operations.size();
     expect(!last || (block.end > block.begin && endsBlock(form_.operations[block.end - 1].kind)),
            "control runs out of the form", block.end);
+  }
+
+  // What reads behind a run-time index does no check of its own.
+  bool isInCheckedElement(const Block& block, uint32_t i) const {
+    const Operation& operation = form_.operations[i];
+    const bool shares = operation.kind == Kind::ShareView;
+    const bool reads = operation.kind == Kind::ReadMember || operation.kind == Kind::ReadElement;
+    if (operation.steps == nullptr || (!shares && !reads)) return true;
+    const Place variable = shares ? operation.other : operation.place;
+    const Operand index = operation.in[operandCount(operation) - 1];
+    for (uint32_t k = i; k-- > block.begin;) {
+      const Operation& check = form_.operations[k];
+      if (check.kind == Kind::CheckIndex && check.place == variable && check.in[0] == index) {
+        return true;
+      }
+    }
+    return false;
   }
 
   void checkOperands(const Operation& operation, uint32_t i) {
@@ -94,6 +114,10 @@ class Checker {
     expect(!namesPlace(operation.kind) || form_.placeNumber(operation.place) < form_.placeCount(),
            "names no place", i);
     expect(operation.kind != Kind::Store || n > 0, "stores nothing", i);
+    const bool part = operation.kind == Kind::StorePart || operation.kind == Kind::StoreIndexed;
+    expect(!part || (operation.n > 0 && operation.count <= kMaxStoreIndices &&
+                     (operation.count == 0 || operation.steps != nullptr)),
+           "stores along no path", i);
     const bool index = operation.place >= kFirstIndexPlace && operation.place < kFirstScratchPlace;
     const uint32_t words = index ? 1 : kPlaceWords;
     expect(n == 0 || operation.first + n <= words, "words outside the place", i);

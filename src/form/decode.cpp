@@ -21,15 +21,15 @@ uint32_t wordsFor(uint32_t count) { return (count + 63) / 64; }
 // Finds the reachable instructions of one function and lists them.
 class Decoder::Scan {
  public:
-  Scan(Arena& arena, DecodedFunction& function)
-      : arena_(arena), function_(function), length_(function.record->codeLength) {
+  Scan(Decoder& decoder, DecodedFunction& function)
+      : decoder_(decoder), function_(function), length_(function.record->codeLength) {
     flags_ = static_cast<uint8_t*>(std::calloc(length_, 1));
   }
   ~Scan() { std::free(flags_); }
   Scan(const Scan&) = delete;
   Scan& operator=(const Scan&) = delete;
 
-  bool failed() const { return flags_ == nullptr || pending_.failed() || arena_.failed(); }
+  bool failed() const { return flags_ == nullptr || pending_.failed() || decoder_.arena_.failed(); }
   bool run() { return flags_ != nullptr && findInstructions() && listInstructions(); }
 
  private:
@@ -53,6 +53,7 @@ class Decoder::Scan {
   bool scanFrom(uint32_t pc) {
     while (pc < length_ && (flags_[pc] & kStart) == 0) {
       DecodedInstruction item;
+      if (decoder_.outOfTime()) return false;
       if (!decodeInstruction(function_.code, pc, length_, item)) return false;
       flags_[pc] = static_cast<uint8_t>(flags_[pc] | kStart);
       ++function_.count;
@@ -64,12 +65,13 @@ class Decoder::Scan {
   }
 
   bool listInstructions() {
-    function_.instructions = arena_.allocate<Instruction>(function_.count);
+    function_.instructions = decoder_.arena_.allocate<Instruction>(function_.count);
     if (function_.instructions == nullptr) return false;
     uint32_t i = 0;
     uint32_t end = 0;
     for (uint32_t pc = 0; pc < length_; ++pc) {
       if ((flags_[pc] & kStart) == 0) continue;
+      if (decoder_.outOfTime()) return false;
       Instruction& item = function_.instructions[i++];
       decodeInstruction(function_.code, pc, length_, item);
       item.isTarget = (flags_[pc] & kTarget) != 0;
@@ -81,7 +83,7 @@ class Decoder::Scan {
     return true;
   }
 
-  Arena& arena_;
+  Decoder& decoder_;
   DecodedFunction& function_;
   uint32_t length_;
   uint8_t* flags_;
@@ -149,6 +151,7 @@ class Decoder::StackWalk {
   bool followFrom(uint32_t index) {
     takeState(function_.instructions[index]);
     for (bool first = true;; first = false) {
+      if (decoder_.outOfTime()) return false;
       Instruction& item = function_.instructions[index];
       if (item.isTarget && !first) return flowInto(index);
       item.count = count_;
@@ -251,7 +254,7 @@ bool Decoder::scan(uint32_t number) {
   entry.decoded = {};
   entry.decoded.record = record;
   entry.decoded.code = shader_.code + record->codeOffset;
-  Scan scan(arena_, entry.decoded);
+  Scan scan(*this, entry.decoded);
   const bool usable = scan.run();
   failed_ = failed_ || scan.failed();
   if (usable) entry.visit = Visit::Scanned;
@@ -268,6 +271,16 @@ void Decoder::follow(uint32_t number) {
 bool Decoder::decodeFrom(uint32_t entryFunction) {
   if (functions_ == nullptr) return false;
   return decodeInOrder(entryFunction) && !failed_;
+}
+
+// From then on all that is left to do fails.
+bool Decoder::outOfTime() {
+  constexpr uint32_t kInstructionsPerLook = 1024;
+  if (!isOutOfTime_ && ++looks_ % kInstructionsPerLook == 0) {
+    isOutOfTime_ = isHalfOver(machine_.timeLimit);
+    failed_ = failed_ || isOutOfTime_;
+  }
+  return isOutOfTime_;
 }
 
 // Callees before their callers, without recursion: the depth is the shader's to choose. In a cycle

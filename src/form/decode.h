@@ -38,8 +38,10 @@ class Decoder {
  public:
   Decoder(Arena& arena, const Machine& machine);
 
-  // Decodes them; false when memory is short. Time and memory are linear in the code reached.
+  // Decodes them; false when memory is short or half of the run's time is over. Memory is linear in
+  // the code reached.
   bool decodeFrom(uint32_t entryFunction);
+  bool isOutOfTime() const { return isOutOfTime_; }
 
   // Null for a function that must be left to the plain handlers.
   const DecodedFunction* function(uint32_t number) const {
@@ -65,6 +67,7 @@ class Decoder {
   class Scan;
   class StackWalk;
 
+  bool outOfTime();
   bool scan(uint32_t number);
   void follow(uint32_t number);
   bool decodeInOrder(uint32_t entryFunction);
@@ -75,6 +78,8 @@ class Decoder {
   Entry* functions_;
   bool foundCalls_ = false;
   bool failed_ = false;
+  bool isOutOfTime_ = false;
+  uint32_t looks_ = 0;
 };
 
 }  // namespace shadermachine::form

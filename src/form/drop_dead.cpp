@@ -122,8 +122,26 @@ class DeadCode {
     std::fill(now_ + upTo_[from], now_ + upTo_[end], kAllWords);
   }
 
+  // Plain handlers find their operands above the frame's locals, and some end the run.
+  void seeHanded(const Operation& operation) {
+    const bool isPlain = operation.kind == Kind::Plain;
+    if (isPlain) {
+      const auto end = static_cast<uint32_t>(seenTop(operation) + 1);
+      see(operation.site->call->localsSlot, std::min(end, form_.slotCount));
+    }
+    for (const int32_t global : form_.outputs) {
+      const auto place = static_cast<uint32_t>(global);
+      const bool isSeen = isPlain || operation.kind == Kind::Finish;
+      if (isSeen && place < form_.slotCount) see(place, place + 1);
+    }
+  }
+
   void seeTops(const Operation& operation, bool slots) {
-    if (slots) see(0, std::min(static_cast<uint32_t>(seenTop(operation) + 1), form_.slotCount));
+    if (slots && form_.isHidden) {
+      seeHanded(operation);
+    } else if (slots) {
+      see(0, std::min(static_cast<uint32_t>(seenTop(operation) + 1), form_.slotCount));
+    }
     const auto indices = static_cast<uint32_t>(operation.site->indexTop + 1);
     see(form_.slotCount, form_.slotCount + std::min(indices, form_.indexCount));
   }
@@ -136,6 +154,8 @@ class DeadCode {
           live = static_cast<WordMask>(live | wordMask(operation.first, operation.words));
         }
         return;
+      case Kind::StoreIndexed:
+        return;  // which words it leaves alone shows when it runs
       case Kind::Jump:
       case Kind::JumpBack:
         return become(operation.block);

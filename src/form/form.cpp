@@ -8,11 +8,19 @@ uint32_t operandCount(const Operation& operation) {
   switch (operation.kind) {
     case Kind::Store:
     case Kind::Branch:
-    case Kind::ReadElement:
+    case Kind::CheckIndex:
       return 1;
     case Kind::Element:
     case Kind::Column:
+    case Kind::StoreIndexed:
       return 2;
+    case Kind::ReadMember:
+    case Kind::ShareView:
+      return operation.steps == nullptr ? 0 : 1;
+    case Kind::ReadElement:
+      return operation.steps == nullptr ? 1 : 2;
+    case Kind::StorePart:
+      return 1 + operation.count;
     case Kind::Compose:
       return operation.words;
     case Kind::Operate:
@@ -26,6 +34,8 @@ uint32_t operandWords(const Operation& operation, uint32_t i) {
   switch (operation.kind) {
     case Kind::Store:
       return operation.n;
+    case Kind::StorePart:
+    case Kind::StoreIndexed:
     case Kind::Element:
       return i == 0 ? operation.n : 1;
     case Kind::Column:
@@ -78,6 +88,7 @@ Written writtenBy(const Operation& operation) {
     }
     case Kind::InitLocals:
       return {place, place + operation.count, kAll};
+    case Kind::StoreIndexed:
     case Kind::ShareView:
     case Kind::MoveSlot:
     case Kind::HostVariable:
@@ -86,6 +97,27 @@ Written writtenBy(const Operation& operation) {
       return {place, place + 1, kAll};
     default:
       return {0, 0, 0};
+  }
+}
+
+bool touchesReference(const Operation& operation, Place slot) {
+  switch (operation.kind) {
+    case Kind::ReadMember:
+    case Kind::ReadElement:
+    case Kind::CheckIndex:
+    case Kind::StorePart:
+    case Kind::ClearSlot:
+    case Kind::ReleaseSlot:
+      return operation.place == slot;
+    case Kind::InitLocals:
+      return operation.place <= slot && slot - operation.place < operation.count;
+    case Kind::ShareView:
+    case Kind::CopyBlock:
+    case Kind::StoreBlock:
+    case Kind::MoveSlot:
+      return operation.place == slot || operation.other == slot;
+    default:
+      return false;
   }
 }
 

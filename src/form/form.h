@@ -25,6 +25,8 @@
 //     be anything.
 //  6. References to blocks are in slots, never in values. They are moved, shared and released by
 //     operations of their own, in the order of the instructions.
+//  7. A read or view behind a run-time index (`steps`) follows, in its block, a CheckIndex of the
+//     same variable and index.
 #pragma once
 
 #include <shadermachine/machine.h>
@@ -41,12 +43,19 @@ using Place = uint32_t;
 inline constexpr Place kFirstIndexPlace = VM_STACK_CAPACITY;  // below: value slots
 inline constexpr Place kFirstScratchPlace = kFirstIndexPlace + VM_INDEX_STACK_CAPACITY;
 inline constexpr uint32_t kPlaceWords = VM_COMPONENT_COUNT;
+inline constexpr uint32_t kMaxStoreIndices = 3;
 
 // Words first, first + 1, ... of a value: as many as the operation reads.
 struct Operand {
   Value value = kNoValue;
   uint32_t first = 0;
   bool operator==(const Operand&) const = default;
+};
+
+// A run-time index of an access path: it counts `stride` bytes and must be below the bound.
+struct IndexStep {
+  uint32_t stride;
+  uint32_t bound;
 };
 
 // One function in the tree of inlined calls.
@@ -78,15 +87,25 @@ enum class Kind : uint8_t {
   Store,     // `n` words of in[0] into `place` from word `first`
   Compose,   // a word each of in[0] .. in[words - 1]
   Operate,   // `opcode` on `n` components of its operands
-  Element,   // component in[1] of the `n` components of in[0]; Stop with code 6 beyond
+  Element,   // component in[1] of the `n` components of in[0]; Stop with code 12 beyond
   Column,    // column in[1] of the n times n matrix in[0]; likewise
-  // Parts of the aggregate variable in slot `place`: `size` is what its block must have.
+  // Parts of the aggregate variable in slot `place`: `size` is what its block must have. Those that
+  // have `steps` lie in an element that an earlier CheckIndex has found there: its index, the last
+  // operand, counts steps[0].stride bytes more.
   ReadMember,   // at byte `first`; zero words when the block is smaller
   ReadElement,  // at byte `first` of element in[0], elements are `stride` bytes; `count` and `size`
-                // are 0 when the block's size decides. Stop with code 6 beyond
+                // are 0 when the block's size decides. Stop with code 12 beyond
+  CheckIndex,   // makes nothing: Stop with code 12 where ReadElement would
+  // `n` words of in[0] at byte `first` of an aggregate variable, and as many bytes further as the
+  // `count` indices in[1], .. say by their steps. Stores nothing where an index reaches its bound,
+  // nor when the block has not `size` bytes, and `stride` more for each of in[1].
+  StorePart,
+  // The same for basic variables: the words that one index picks, in[1] with its step.
+  StoreIndexed,
   // Operations on references.
   InitLocals,  // `count` locals of the site's function from local `first`, which is slot `place`
-  ShareView,   // slot `place` gets a view of aggregate `other`: `size` bytes at `first`, 0: all
+  ShareView,   // slot `place` gets a view of aggregate `other`: `size` bytes at `first`, 0: all;
+               // `steps` as above
   CopyBlock,   // aggregate variable `place` = aggregate variable `other`
   StoreBlock,  // aggregate variable `place` = temporary in slot `other`, which gives it up
   MoveSlot,    // slot `place` = slot `other`, whose reference is cleared
@@ -121,6 +140,7 @@ struct Operation {
   uint32_t count = 0;
   uint32_t block = 0;
   const Site* site = nullptr;
+  const IndexStep* steps = nullptr;
   Operand in[4];
 };
 
@@ -143,6 +163,10 @@ class Form {
   uint32_t scratchPlaces = 0;
   uint32_t globalCount = 0;
   Arena& arena;  // of sites and calls
+  // The host finds nothing in places but what it is handed: operands of HOST instructions, and
+  // after Finish the words of two globals.
+  bool isHidden = false;
+  int32_t outputs[2] = {-1, -1};
 
   // Places without gaps, for tables: slots, then indices, then scratch places.
   uint32_t placeCount() const { return slotCount + indexCount + scratchPlaces; }
@@ -180,6 +204,9 @@ struct Written {
   uint32_t words;
 };
 Written writtenBy(const Operation& operation);
+// Reads or changes a reference in the slot. A reference shares the slot's words with inline values,
+// so nothing may be written there early: the words are the reference's until the operation is over.
+bool touchesReference(const Operation& operation, Place slot);
 
 // Slots up to this one are seen at the operation, a place with words for each.
 int32_t seenTop(const Operation& operation);

@@ -16,12 +16,12 @@ namespace {
 
 std::string programOf(const TextCase& given) {
   if (given.body.find(".entry") == std::string::npos) {
-    return readFile(ENGINE_CASES "/scene.sasm") + given.body + "RETURN\n.end\n";
+    return readFile(ENGINE_CASES "/scene.sasm") + linesOf(given.body) + "RETURN\n.end\n";
   }
   std::string text;
   const int globals = given.own.empty() ? 0 : std::stoi(given.own);
   for (int g = 0; g < globals; ++g) text += ".global float filler" + std::to_string(g) + "\n";
-  return text + given.body;
+  return text + linesOf(given.body);
 }
 
 class EngineCases : public testing::TestWithParam<TextCase> {};

@@ -1,6 +1,7 @@
 // When translations are made, kept and used again.
 
 #include <gtest/gtest.h>
+#include <shadermachine-tools/assembler.h>
 
 #include <cstring>
 
@@ -114,6 +115,22 @@ TEST(Translation, BelongsToAllThatItWasMadeFrom) {
     EXPECT_EQ(rig.run(shader), VM_ERR_DISCARDED);
     EXPECT_EQ(internals(rig).translations->recent(), first);
   }
+}
+
+TEST(Translation, BelongsToSizesOfStructuresWithoutMembers) {
+  const auto elementsOf = [](const std::string& size) {
+    return tools::assemble(".struct S size " + size +
+                           "\n.end\n.entry main\n.function main\n.local float a[6]\nLOAD_LOCAL a\n"
+                           "PUSH_INDEX_IMM 1\nARRAY_ELEMENT S\nPOP_RELEASE\nDISCARD\n.end\n");
+  };
+  const tools::AssemblyResult two = elementsOf("8");
+  const tools::AssemblyResult three = elementsOf("12");
+  ASSERT_TRUE(two.shader && three.shader);
+  Rig rig;
+  EXPECT_EQ(rig.run(*two.shader), VM_ERR_DISCARDED);
+  const engine::Translation* first = internals(rig).translations->recent();
+  EXPECT_EQ(rig.run(*three.shader), VM_ERR_DISCARDED);
+  EXPECT_NE(internals(rig).translations->recent(), first);
 }
 
 TEST(Translation, MemoryIsBounded) {

@@ -11,12 +11,14 @@
 #include <shadermachine-tools/validator.h>
 
 #include <algorithm>
+#include <bit>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
 
+#include "render/host_callbacks.h"
 #include "support/record_difference.h"
 #include "support/text_cases.h"
 
@@ -43,52 +45,38 @@ std::string section(const std::string& title, const std::string& text) {
   return result;
 }
 
-struct Outputs {
-  std::string text;
-  const VarInfo* global0;
-};
-
-// The components of the value, by the type of its global.
-void writeOutput0(const void* inlineArea, uint64_t userData) {
-  auto& outputs = *reinterpret_cast<Outputs*>(userData);
-  const bool isFloat =
-      outputs.global0->type >= VM_TYPE_FLOAT && outputs.global0->type <= VM_TYPE_VEC4;
-  std::ostringstream text;
-  for (uint32_t i = 0; i < outputs.global0->byteSize / 4; ++i) {
-    uint32_t word = 0;
-    std::memcpy(&word, static_cast<const char*>(inlineArea) + 4 * i, 4);
-    float value = 0;
-    std::memcpy(&value, &word, 4);
-    text << ' ';
-    if (isFloat) {
-      text << value;
-    } else {
-      text << static_cast<int32_t>(word);
+// Writes down what a run gives.
+struct OutputHost {
+  // The components of the value, by the type of its global.
+  void answer(unsigned, const Output0Request& request) {
+    const bool isFloat = global0->type >= VM_TYPE_FLOAT && global0->type <= VM_TYPE_VEC4;
+    text << "output0:";
+    for (uint32_t i = 0; i < global0->byteSize / 4; ++i) {
+      uint32_t word = 0;
+      std::memcpy(&word, static_cast<const char*>(request.words) + 4 * i, 4);
+      text << ' ';
+      isFloat ? text << std::bit_cast<float>(word) : text << static_cast<int32_t>(word);
     }
+    text << "\n";
   }
-  outputs.text += "output0:" + text.str() + "\n";
-}
+  void answer(unsigned, const Output1Request& request) {
+    text << "output1: " << request.value << "\n";
+  }
 
-void writeOutput1(float component0, uint64_t userData) {
-  std::ostringstream text;
-  text << "output1: " << component0 << "\n";
-  reinterpret_cast<Outputs*>(userData)->text += text.str();
-}
+  const VarInfo* global0;
+  std::ostringstream text = {};
+};
 
 std::string runShader(const CompiledShader& shader) {
   vmInitialize();
-  HostCallbacks callbacks = {};
-  callbacks.output0 = writeOutput0;
-  callbacks.output1 = writeOutput1;
+  const HostCallbacks callbacks = hostCallbacks<OutputHost>();
   const MachineCreateInfo info = {&callbacks};
-  ShaderMachine* machine = vmShaderMachineCreate(&info);
-  Outputs outputs = {"",
-                     shader.outputGlobal0 < 0 ? nullptr : &shader.globals[shader.outputGlobal0]};
+  const MachineHandle machine(vmShaderMachineCreate(&info));
+  OutputHost outputs = {shader.outputGlobal0 < 0 ? nullptr : &shader.globals[shader.outputGlobal0]};
   StartupInfo startup = {};
   startup.userData = reinterpret_cast<uint64_t>(&outputs);
-  const VmError error = vmShaderMachineExecuteShader(machine, &shader, &startup);
-  vmShaderMachineDestroy(machine);
-  return vmGetErrorString(error) + ("\n" + outputs.text);
+  const VmError error = vmShaderMachineExecuteShader(machine.get(), &shader, &startup);
+  return vmGetErrorString(error) + ("\n" + outputs.text.str());
 }
 
 std::string describe(const std::string& source, const std::string& fileName) {

@@ -1,16 +1,14 @@
-// Reads the programs of programs/, which are of two kinds:
+// Reads the programs of programs/:
 //
-//   code; code | input | input => result        on one line
+//   MNEMONIC title: tables and functions --- code | input | input => result
 //
-//   === MNEMONIC title                           on several, about the instruction named
-//   tables and functions, and a line "---"; or nothing
-//   code of the function main
-//   => result
-//
-// Inputs are the words of host variables, pushed before the code. A result is "error N", or the
-// words of the top slot, behind "[slots on the stack]" unless there is one. "..." behind the words:
-// the slot keeps the first input's further words. Tables behind a bare "===" belong to all programs
-// of the file. Lines that begin with # are comments.
+// The title, which names the instruction that the program is about, may be missing: then it is
+// about its last. So may what stands before the code. Semicolons and line ends separate statements;
+// of "{a,b}" the first alternatives make one program, the second ones another. Inputs are the words
+// of host variables, pushed before the code. A result is "error N", or the words of the top slot,
+// behind "[slots on the stack]" unless there is one. "..." behind the words: the slot keeps the
+// first input's further words. Tables behind a bare "===" belong to all programs of the file. Lines
+// that begin with # are comments.
 #include <gtest/gtest.h>
 #include <shadermachine-tools/assembler.h>
 
@@ -70,11 +68,12 @@ class Reader {
     while (nextLine()) {
       if (line_ == "===") {
         shared_ = linesUpTo("---");
-      } else if (line_.starts_with("=== ")) {
-        readBlock();
-      } else {
-        readLine();
+        std::ranges::replace(shared_, ';', '\n');
+        continue;
       }
+      std::string text = line_;
+      while (text.find("=>") == std::string::npos && nextLine()) text += "\n" + line_;
+      for (const std::string& variant : variantsOf(text)) addProgram(variant);
     }
     return std::move(programs_);
   }
@@ -95,23 +94,38 @@ class Reader {
     return lines;
   }
 
-  void readBlock() {
-    Program program;
-    program.opcode = opcodeNamed(firstWord(line_.substr(4)));
-    program.title = name_ + ": " + line_.substr(4);
-    std::string lines = linesUpTo("=> "), own;
-    if (const size_t end = lines.find("---\n"); end != std::string::npos) {
-      own = lines.substr(0, end);
-      lines.erase(0, end + 4);
+  static std::vector<std::string> variantsOf(const std::string& text) {
+    std::vector<std::string> variants;
+    for (size_t begin = 0, end = 0; (begin = text.find('{', end)) != std::string::npos;) {
+      const std::string between = text.substr(end, begin - end);
+      end = text.find('}', begin) + 1;
+      std::istringstream alternatives(text.substr(begin + 1, end - begin - 2));
+      size_t count = 0;
+      for (std::string one; std::getline(alternatives, one, ','); ++count) {
+        if (count == variants.size()) variants.emplace_back();
+        variants[count] += between + one;
+      }
     }
-    finish(program, own, lines, line_.substr(3));
+    if (variants.empty()) return {text};
+    const std::string rest = text.substr(text.rfind('}') + 1);
+    for (std::string& variant : variants) variant += rest;
+    return variants;
   }
 
-  void readLine() {
+  // Takes what stands before the separator off the text.
+  static std::string takeHead(std::string& text, const std::string& separator) {
+    const size_t end = text.find(separator);
+    if (end == std::string::npos) return "";
+    std::string head = text.substr(0, end);
+    text.erase(0, end + separator.size());
+    return head;
+  }
+
+  void addProgram(std::string code) {
+    const size_t arrow = code.find("=>");
+    const std::string result = code.substr(arrow + 2);
+    code.erase(arrow);
     Program program;
-    program.title = name_ + ":" + std::to_string(number_);
-    const size_t arrow = line_.find("=>");
-    std::string code = line_.substr(0, arrow), own;
     for (size_t bar = code.rfind('|'); bar != std::string::npos; bar = code.rfind('|')) {
       program.inputs.emplace_back();
       std::istringstream words(code.substr(bar + 1));
@@ -119,9 +133,13 @@ class Reader {
       code.erase(bar);
     }
     std::ranges::reverse(program.inputs);
-    program.opcode = opcodeNamed(firstWord(code.substr(code.rfind(';') + 1)));
+    const std::string title = takeHead(code, ": ");
+    program.title = name_ + ":" + std::to_string(number_) + " " + title;
     std::ranges::replace(code, ';', '\n');
-    finish(program, "", code, line_.substr(arrow + 2));
+    const std::string own = takeHead(code, "---");
+    const size_t last = code.find_last_of('\n', code.find_last_not_of(" \n"));
+    program.opcode = opcodeNamed(firstWord(title.empty() ? code.substr(last + 1) : title));
+    finish(program, own + "\n", code, result);
   }
 
   void finish(Program& program, const std::string& own, const std::string& code,

@@ -150,6 +150,7 @@ TEST(MemoryLimit, HoldsForFrames) {
   EXPECT_LE(memoryOf(rig).inUse, kMebibyte);
 }
 
+#ifdef SHADERMACHINE_HAVE_ENGINE
 TEST(Translation, KeepsWithinTheMemoryLimit) {
   for (const uint64_t limit : {uint64_t{0}, uint64_t{200} << 10}) {
     Rig rig;
@@ -166,6 +167,7 @@ TEST(Translation, KeepsWithinTheMemoryLimit) {
     EXPECT_EQ(memoryOf(rig).inUse != 0, limit != 0);
   }
 }
+#endif
 
 TEST(MemoryLimit, LargeBlocksAreUsedAgain) {
   Rig rig;

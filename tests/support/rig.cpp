@@ -1,6 +1,7 @@
 #include "support/rig.h"
 
 #include <algorithm>
+#include <concepts>
 #include <cstdlib>
 #include <cstring>
 #include <stdexcept>
@@ -12,103 +13,44 @@
 namespace shadermachine::tests {
 namespace {
 
-Rig& rigOf(uint64_t userData) { return *reinterpret_cast<Rig*>(userData); }
-
 uint64_t widened(int32_t value) { return static_cast<uint64_t>(int64_t{value}); }
 
-template <unsigned slot>
-void onBuiltin(void* data, uint32_t count, int32_t index, uint64_t userData) {
-  rigOf(userData).record(slot, data, {address(data), count, widened(index), userData});
-}
+// What the host may write, and the fields but for the user data, which every request ends with.
+struct Parts {
+  void* target;
+  std::vector<uint64_t> fields;
+};
 
-void onOutput0(const void* inlineArea, uint64_t userData) {
-  rigOf(userData).record(kOutput0, nullptr, {address(inlineArea), userData});
+Parts parts(const tools::Output0Request& r) { return {nullptr, {address(r.words)}}; }
+Parts parts(const tools::Output1Request& r) { return {nullptr, {bits(r.value)}}; }
+Parts parts(const tools::BuiltinRequest& r) {
+  return {r.data, {address(r.data), r.count, widened(r.index)}};
 }
-
-void onOutput1(float component0, uint64_t userData) {
-  rigOf(userData).record(kOutput1, nullptr, {bits(component0), userData});
+Parts parts(const LookupRequest& r) {
+  return {r.result,
+          {address(r.result), r.sampler, address(r.coords), r.kind, r.param, r.extra, r.hasExtra}};
 }
-
-template <unsigned slot>
-void onLookup(const LookupRequest* r) {
-  rigOf(r->userData)
-      .record(slot, r->result,
-              {address(r->result), r->sampler, address(r->coords), r->kind, r->param, r->extra,
-               r->hasExtra, r->userData});
+Parts parts(const HostVariableRequest& r) {
+  return {r.data, {address(r.data), address(r.varInfo), r.index, r.count, widened(r.element)}};
 }
-
-void onHostVariable(const HostVariableRequest* r) {
-  rigOf(r->userData)
-      .record(kHostVariable, r->data,
-              {address(r->data), address(r->varInfo), r->index, r->count, widened(r->element),
-               r->userData});
+Parts parts(const HostOverrideRequestA& r) {
+  return {r.value, {r.word, address(r.value), address(r.record)}};
 }
-
-uint32_t onOverrideA(const HostOverrideRequestA* r) {
-  Rig& rig = rigOf(r->userData);
-  rig.record(kOverrideA, r->value, {r->word, address(r->value), address(r->record), r->userData});
-  return rig.overrideResult;
+Parts parts(const HostFunctionRequest& r) {
+  return {r.a, {address(r.a), address(r.b), widened(r.function), address(r.args)}};
 }
-
-void onHostFunction(const HostFunctionRequest* r) {
-  rigOf(r->userData)
-      .record(kHostFunction, r->a,
-              {address(r->a), address(r->b), widened(r->function), address(r->args), r->userData});
+Parts parts(const tools::OverrideBRequest& r) {
+  return {r.output, {address(r.record->record), r.record->mode}};
 }
-
-void onOverrideB(void* output, const HostOverrideRequestB* r) {
-  rigOf(r->userData).record(kOverrideB, output, {address(r->record), r->mode, r->userData});
+Parts parts(const HostCallRequest267& r) {
+  return {r.a, {address(r.a), address(r.b), r.word, address(r.block)}};
 }
-
-void onCall267(const HostCallRequest267* r) {
-  rigOf(r->userData)
-      .record(kCall267, r->a,
-              {address(r->a), address(r->b), r->word, address(r->block), r->userData});
+Parts parts(const HostCallRequest293& r) { return {r.a, {address(r.a), address(r.b)}}; }
+Parts parts(const HostCallRequest294& r) {
+  return {r.a, {address(r.a), address(r.b), r.word1, r.word0}};
 }
-
-template <unsigned slot>
-void onCall293(const HostCallRequest293* r) {
-  rigOf(r->userData).record(slot, r->a, {address(r->a), address(r->b), r->userData});
-}
-
-template <unsigned slot>
-void onCall294(const HostCallRequest294* r) {
-  rigOf(r->userData)
-      .record(slot, r->a, {address(r->a), address(r->b), r->word1, r->word0, r->userData});
-}
-
-void onCall297(const HostCallRequest297* r) {
-  rigOf(r->userData)
-      .record(kCall297, r->a,
-              {address(r->a), address(r->b), r->word2, r->word1, r->word0, r->userData});
-}
-
-template <size_t... slot>
-void fillWithBuiltins(HostCallbacks& callbacks, std::index_sequence<slot...>) {
-  const VmBuiltinCallback functions[] = {&onBuiltin<slot>...};
-  static_assert(sizeof functions == sizeof callbacks);
-  std::memcpy(static_cast<void*>(&callbacks), functions, sizeof callbacks);
-}
-
-HostCallbacks recordingCallbacks() {
-  HostCallbacks callbacks;
-  fillWithBuiltins(callbacks, std::make_index_sequence<kHostSlotCount>());
-  callbacks.output0 = &onOutput0;
-  callbacks.output1 = &onOutput1;
-  callbacks.lookup[0] = &onLookup<kLookup1>;
-  callbacks.lookup[1] = &onLookup<kLookup2>;
-  callbacks.hostVariable = &onHostVariable;
-  callbacks.overrideA = &onOverrideA;
-  callbacks.hostFunction = &onHostFunction;
-  callbacks.call267 = &onCall267;
-  callbacks.overrideB = &onOverrideB;
-  callbacks.call293 = &onCall293<kCall293>;
-  callbacks.call294to296[0] = &onCall294<kCall294>;
-  callbacks.call294to296[1] = &onCall294<kCall294 + 1>;
-  callbacks.call294to296[2] = &onCall294<kCall294 + 2>;
-  callbacks.call297 = &onCall297;
-  callbacks.call298 = &onCall293<kCall298>;
-  return callbacks;
+Parts parts(const HostCallRequest297& r) {
+  return {r.a, {address(r.a), address(r.b), r.word2, r.word1, r.word0}};
 }
 
 void writeInput(const Words& input, size_t number, void* target) {
@@ -130,7 +72,15 @@ MachinePtr makeMachine(const HostCallbacks* callbacks) {
   return machine;
 }
 
-Rig::Rig(std::initializer_list<unsigned> nullSlots) : callbacks(recordingCallbacks()) {
+template <class Request>
+auto Rig::answer(unsigned slot, const Request& request) {
+  auto [target, fields] = parts(request);
+  fields.push_back(request.userData);
+  record(slot, target, std::move(fields));
+  if constexpr (std::same_as<Request, HostOverrideRequestA>) return overrideResult;
+}
+
+Rig::Rig(std::initializer_list<unsigned> nullSlots) : callbacks(tools::hostCallbacks<Rig>()) {
   for (unsigned slot : nullSlots) {
     std::memset(reinterpret_cast<char*>(&callbacks) + size_t{8} * slot, 0, 8);
   }

@@ -5,9 +5,9 @@
 #include <shadermachine/machine.h>
 
 #include <functional>
-#include <memory>
 #include <vector>
 
+#include "render/host_callbacks.h"
 #include "support/words.h"
 
 namespace shadermachine::tests {
@@ -20,24 +20,8 @@ using tools::Label;
 using tools::LocalId;
 using tools::ShaderBuilder;
 
-// Slots of HostCallbacks.
-enum HostSlot : unsigned {
-  kOutput0 = 0,
-  kOutput1 = 1,
-  kProbe = 47,  // HOST_UNARY_1, which tests use to look at the stack
-  kLookup1 = 50,
-  kLookup2 = 51,
-  kHostVariable = 52,
-  kOverrideA = 53,
-  kHostFunction = 54,
-  kCall267 = 55,
-  kOverrideB = 56,
-  kCall293 = 74,
-  kCall294 = 75,
-  kCall297 = 78,
-  kCall298 = 79,
-  kHostSlotCount = 80,
-};
+using enum tools::HostSlot;
+inline constexpr unsigned kProbe = tools::kHostUnary1;  // tests use it to look at the stack
 
 struct HostCall {
   unsigned slot = 0;
@@ -55,10 +39,7 @@ struct HostCall {
 
 inline uint64_t address(const void* pointer) { return reinterpret_cast<uintptr_t>(pointer); }
 
-struct MachineDeleter {
-  void operator()(ShaderMachine* machine) const { vmShaderMachineDestroy(machine); }
-};
-using MachinePtr = std::unique_ptr<ShaderMachine, MachineDeleter>;
+using MachinePtr = tools::MachineHandle;
 
 // One that never translates when the environment has SHADERMACHINE_TEST_PLAIN.
 MachinePtr makeMachine(const HostCallbacks* callbacks = nullptr);
@@ -82,7 +63,9 @@ class Rig {
   const HostCall& only(unsigned slot) const;
   size_t count(unsigned slot) const;
 
-  void record(unsigned slot, void* target, std::vector<uint64_t> fields);
+  // What host_callbacks.h wants.
+  template <class Request>
+  auto answer(unsigned slot, const Request& request);
 
   HostCallbacks callbacks = {};
   std::vector<BuiltShader> kept;
@@ -95,6 +78,9 @@ class Rig {
   // Called in every callback with the memory that the host may write (null for outputs).
   std::function<void(const HostCall&, void* target)> reply;
   uint32_t overrideResult = 0;
+
+ private:
+  void record(unsigned slot, void* target, std::vector<uint64_t> fields);
 };
 
 // Emits HOST_UNARY_1.

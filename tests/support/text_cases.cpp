@@ -1,5 +1,6 @@
 #include "support/text_cases.h"
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -8,11 +9,32 @@
 namespace shadermachine::tests {
 namespace {
 
+// Takes what stands behind the separator, or nothing.
+std::string cutBehind(std::string& line, const std::string& separator) {
+  const size_t at = line.find(separator);
+  if (at == std::string::npos) return "";
+  std::string rest = line.substr(at + separator.size());
+  line.erase(at);
+  return rest;
+}
+
+void startCase(TextCase& started, const std::string& stem, std::string line) {
+  const std::string expected = cutBehind(line, " => ");
+  std::string body = cutBehind(line, ": ");
+  started.name = stem + "_" + line;
+  if (const size_t own = body.find(" ---"); own != std::string::npos) {
+    started.own = body.substr(0, own) + "\n";
+    body.erase(0, own + 4);
+  }
+  if (!body.empty()) started.body = body + "\n";
+  if (!expected.empty()) started.expected = expected + "\n";
+}
+
 void readCases(const std::filesystem::path& path, std::vector<TextCase>& cases) {
   std::istringstream text(readFile(path.string()));
   for (std::string line; std::getline(text, line);) {
     if (line.starts_with("=== ")) {
-      cases.push_back({path.stem().string() + "_" + line.substr(4), "", "", ""});
+      startCase(cases.emplace_back(), path.stem().string(), line.substr(4));
     } else if (line.empty() || line.starts_with("# ")) {
       continue;
     } else if (line == "---") {
@@ -31,6 +53,11 @@ std::string readFile(const std::string& path) {
   std::ostringstream content;
   content << std::ifstream(path, std::ios::binary).rdbuf();
   return content.str();
+}
+
+std::string linesOf(std::string code) {
+  std::ranges::replace(code, ';', '\n');
+  return code;
 }
 
 std::vector<TextCase> readCases(const std::string& folder) {

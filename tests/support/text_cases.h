@@ -5,6 +5,10 @@
 //   what is the case's own besides what all cases share, and a line "---"; or nothing
 //   body
 //   => what is expected, a line each
+//
+// or in one line, of which any part may go on to the next:
+//
+//   === Name: own --- body => expected
 #pragma once
 
 #include <ostream>
@@ -21,6 +25,9 @@ struct TextCase {
 };
 
 std::string readFile(const std::string& path);
+
+// Instructions that share a line, between semicolons, on lines of their own.
+std::string linesOf(std::string code);
 
 // Of all files "*.txt" of a folder.
 std::vector<TextCase> readCases(const std::string& folder);
