@@ -5,6 +5,8 @@
 #include <cstdlib>
 #include <memory>
 
+#include "batch/row_engine.h"
+#include "batch/rows.h"
 #include "machine/run_loop.h"
 #include "noise/tables.h"
 
@@ -42,6 +44,8 @@ VmError checkArguments(const ShaderBatch* batch, const CompiledShader* shader,
 void runInvocations(ShaderBatch& batch, const CompiledShader& shader,
                     const BatchStartupInfo& startup, VmError* errors) {
   Machine& machine = *batch.machine;
+  shadermachine::startTimeLimit(machine.timeLimit, startup.timeout);
+  if (shadermachine::batch::runOnRows(batch, shader, startup, errors)) return;
   StartupInfo single = {.userData = 0,
                         .builtin258 = startup.builtin258,
                         .timeout = 0,
@@ -49,7 +53,6 @@ void runInvocations(ShaderBatch& batch, const CompiledShader& shader,
                         .builtin281 = startup.builtin281,
                         .builtin282 = startup.builtin282,
                         .builtin285 = startup.builtin285};
-  shadermachine::startTimeLimit(machine.timeLimit, startup.timeout);
   bool isOver = false;
   for (uint32_t i = 0; i < startup.count; ++i) {
     shadermachine::chargeTimeLimit(machine.timeLimit, kTicksPerInvocation);
@@ -79,12 +82,14 @@ ShaderBatch* vmShaderBatchCreate(const BatchCreateInfo* info) {
     std::free(batch->memory);
     return nullptr;
   }
+  batch->rowFunctions = &shadermachine::batch::bestRowFunctions();
   shadermachine::noiseTablesFill(shadermachine::noiseTables());
   return batch;
 }
 
 VmError vmShaderBatchDestroy(ShaderBatch* batch) {
   if (batch == nullptr || batch->isRunning != 0) return VM_OK;
+  shadermachine::batch::releasePrograms(*batch);
   shadermachine::destroyMachine(batch->machine);
   std::free(batch->memory);
   return VM_OK;

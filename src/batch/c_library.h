@@ -118,7 +118,7 @@ D lookUp(const double* table, Like<D, int64_t> index) {
 
 // The sine of x plus as many quarter turns; right for magnitudes below 2^20.
 template <class D>
-Estimate<D> estimateSine(D x, int64_t quarters) {
+[[gnu::always_inline]] inline Estimate<D> estimateSine(D x, int64_t quarters) {
   // The sum's low bits are the nearest integer.
   constexpr double kToInteger = 0x1.8p52;
   // pi / 2 in two parts, the first so short that its products with n are exact.
@@ -142,7 +142,7 @@ Estimate<D> estimateSine(D x, int64_t quarters) {
 }
 
 template <class F>
-Interval<F> sineInterval(F x, int64_t quarters) {
+[[gnu::always_inline]] inline Interval<F> sineInterval(F x, int64_t quarters) {
   const auto estimates = [quarters](auto half) {
     return estimateSine(convertTo<double>(half), quarters);
   };
@@ -195,10 +195,10 @@ struct Split {
 };
 template <class F>
 Split<F> splitFloat(F x) {
-  const auto bits = std::bit_cast<Like<F, int32_t>>(x);
-  const auto offset = bits - 0x3f330000;
+  // Unsigned: what is no positive float wraps, and means nothing.
+  const auto offset = std::bit_cast<Like<F, int32_t>>(bitsOf(x) - 0x3f330000u);
   const auto exponent = offset >> 23;
-  return {std::bit_cast<F>(bits - (exponent << 23)), exponent, (offset >> 19) & 15};
+  return {floatOf(bitsOf(x) - (bitsOf(exponent) << 23)), exponent, (offset >> 19) & 15};
 }
 
 template <class D>

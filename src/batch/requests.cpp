@@ -62,13 +62,6 @@ void answerVariable(const HostVariableRequest* request) {
   if (batch.callbacks.hostVariable != nullptr) batch.callbacks.hostVariable(request);
 }
 
-VmBuiltinCallback callbackAt(const HostCallbacks& callbacks, uint32_t slot) {
-  VmBuiltinCallback callback;
-  std::memcpy(&callback, reinterpret_cast<const uint8_t*>(&callbacks) + slot * sizeof callback,
-              sizeof callback);
-  return callback;
-}
-
 template <uint32_t id>
 void answerBuiltin(void* data, uint32_t count, int32_t index, uint64_t userData) {
   ShaderBatch& batch = *running;
@@ -130,6 +123,13 @@ void placeBuiltins(HostCallbacks& callbacks, std::integer_sequence<uint32_t, i..
 }
 
 }  // namespace
+
+VmBuiltinCallback callbackAt(const HostCallbacks& callbacks, uint32_t slot) {
+  VmBuiltinCallback callback;
+  std::memcpy(&callback, reinterpret_cast<const uint8_t*>(&callbacks) + slot * sizeof callback,
+              sizeof callback);
+  return callback;
+}
 
 HostCallbacks machineCallbacks(const ShaderBatch& batch) {
   constexpr uint32_t kIds = kLastBuiltinVariable - kFirstBuiltinVariable + 1;

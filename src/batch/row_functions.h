@@ -6,274 +6,416 @@
 
 #include "batch/c_library.h"
 #include "batch/noise.h"
-#include "batch/rows.h"
+#include "batch/row_flow.h"
 #include "instructions/opcode_info.h"
 #include "instructions/vector_math.h"
 
 namespace shadermachine::batch {
 inline namespace SHADERMACHINE_TARGET {
 
-inline constexpr uint32_t kRowLanes = SHADERMACHINE_VECTOR_BYTES / sizeof(uint32_t);
-using RowWords = VectorOf<uint32_t, kRowLanes>::Type;
-using RowFloats = VectorOf<float, kRowLanes>::Type;
-
-template <class V = RowWords>
-V loadRow(const uint32_t* rows, uint32_t word, uint32_t at) {
-  V value;
-  std::memcpy(&value, rows + word * kRowWords + at, sizeof value);
-  return value;
-}
-
-template <class V>
-void storeRow(uint32_t* rows, uint32_t word, uint32_t at, V value) {
-  std::memcpy(rows + word * kRowWords + at, &value, sizeof value);
-}
-
 // Bit i of `scalars`: operand i is a scalar, whatever the component.
-template <class K, unsigned scalars>
-void componentRows(const RowOperands& o) {
-  for (uint32_t i = 0; i < o.n; ++i) {
-    const auto operand = [&](uint32_t k, uint32_t at) {
-      return loadRow(o.in[k], (scalars >> k & 1) != 0 ? 0 : i, at);
-    };
-    for (uint32_t at = 0; at < o.count; at += kRowLanes) {
-      if constexpr (K::kOperands == 1) {
-        storeRow(o.result, i, at, applyKernel<K>(operand(0, at)));
-      } else if constexpr (K::kOperands == 2) {
-        storeRow(o.result, i, at, applyKernel<K>(operand(0, at), operand(1, at)));
-      } else {
-        storeRow(o.result, i, at, applyKernel<K>(operand(0, at), operand(1, at), operand(2, at)));
-      }
+template <class K, unsigned scalars, bool masked>
+const RowRecord* componentRows(const RowRecord* record, RowState& state) {
+  const RowStore<masked> store(state);
+  const RowRange range(state);
+  for (uint32_t i = 0; i < record->n; ++i) {
+    uint32_t* const result = record->result[i];
+    const auto rowOf = [&](uint32_t k) { return record->in[k][(scalars >> k & 1) != 0 ? 0 : i]; };
+    const uint32_t* const a = rowOf(0);
+    if constexpr (K::kOperands == 1) {
+      range.forEach([&](uint32_t at) { store(result, at, applyKernel<K>(loadRow(a, at))); });
+    } else if constexpr (K::kOperands == 2) {
+      const uint32_t* const b = rowOf(1);
+      range.forEach(
+          [&](uint32_t at) { store(result, at, applyKernel<K>(loadRow(a, at), loadRow(b, at))); });
+    } else {
+      const uint32_t* const b = rowOf(1);
+      const uint32_t* const c = rowOf(2);
+      range.forEach([&](uint32_t at) {
+        store(result, at, applyKernel<K>(loadRow(a, at), loadRow(b, at), loadRow(c, at)));
+      });
     }
   }
+  return record + 1;
+}
+
+// What DivI computes, by one multiplication: the reciprocal is a little too large, by more than its
+// product with a dividend can be wrong and by less than would reach the next quotient.
+template <bool masked>
+const RowRecord* divideByConstant(const RowRecord* record, RowState& state) {
+  using Ints = Like<RowWords, int32_t>;
+  const RowStore<masked> store(state);
+  for (uint32_t i = 0; i < record->n; ++i) {
+    const uint32_t* const dividends = record->in[0][i];
+    const auto divisor = static_cast<int32_t>(record->in[1][i][0]);
+    if (divisor == 0 || divisor == -1) {
+      RowRange(state).forEach([&](uint32_t at) {
+        store(record->result[i], at, divisor == 0 ? RowWords{} : 0u - loadRow(dividends, at));
+      });
+      continue;
+    }
+    const double reciprocal = (1.0 + 0x1p-40) / divisor;
+    RowRange(state).forEach([&](uint32_t at) {
+      const auto a = loadRow<Ints>(dividends, at);
+      const auto divide = [reciprocal](auto half) {
+        return convertTo<int32_t>(convertTo<double>(half) * reciprocal);
+      };
+      const Ints quotients = joinHalves(divide(lowHalf(a)), divide(highHalf(a)));
+      store(record->result[i], at, std::bit_cast<RowWords>(quotients));
+    });
+  }
+  return record + 1;
 }
 
 // `wanted` where some component gives it, else the other truth value.
-template <uint32_t wanted, class Holds>
-void findRows(const RowOperands& o, Holds holds) {
-  for (uint32_t at = 0; at < o.count; at += kRowLanes) {
+template <uint32_t wanted, bool masked, class Holds>
+const RowRecord* findRows(const RowRecord* record, RowState& state, Holds holds) {
+  const RowStore<masked> store(state);
+  RowRange(state).forEach([&](uint32_t at) {
     RowWords found = {};
-    for (uint32_t i = 0; i < o.n; ++i) found |= booleanOf(holds(i, at) == wanted);
-    storeRow(o.result, 0, at, wanted != 0 ? found : 1u - found);
-  }
+    for (uint32_t i = 0; i < record->n; ++i) found |= booleanOf(holds(i, at) == wanted);
+    store(record->result[0], at, wanted != 0 ? found : 1u - found);
+  });
+  return record + 1;
 }
 
-template <class K, uint32_t wanted>
-void findComponentRows(const RowOperands& o) {
-  findRows<wanted>(o, [&o](uint32_t i, uint32_t at) {
-    return applyKernel<K>(loadRow(o.in[0], i, at), loadRow(o.in[1], i, at));
+template <class K, uint32_t wanted, bool masked>
+const RowRecord* findComponentRows(const RowRecord* record, RowState& state) {
+  return findRows<wanted, masked>(record, state, [record](uint32_t i, uint32_t at) {
+    return applyKernel<K>(loadRow(record->in[0][i], at), loadRow(record->in[1][i], at));
   });
 }
 
-template <uint32_t wanted>
-void findTruthRows(const RowOperands& o) {
-  findRows<wanted>(
-      o, [&o](uint32_t i, uint32_t at) { return booleanOf(loadRow(o.in[0], i, at) != 0u); });
+template <uint32_t wanted, bool masked>
+const RowRecord* findTruthRows(const RowRecord* record, RowState& state) {
+  return findRows<wanted, masked>(record, state, [record](uint32_t i, uint32_t at) {
+    return booleanOf(loadRow(record->in[0][i], at) != 0u);
+  });
 }
 
 // Calls `function` with the operands of the invocations at each position, as floats by component:
 // operand k has counts[k] of them, and `results` are stored.
-template <size_t operands, class Function>
-[[gnu::always_inline]] inline void wholeRows(const RowOperands& o,
+template <bool masked, size_t operands, class Function>
+[[gnu::always_inline]] inline void wholeRows(const RowRecord* record, RowState& state,
                                              const uint32_t (&counts)[operands], uint32_t results,
                                              Function function) {
-  for (uint32_t at = 0; at < o.count; at += kRowLanes) {
+  const RowStore<masked> store(state);
+  RowRange(state).forEach([&](uint32_t at) __attribute__((always_inline)) {
     RowFloats in[operands][VM_COMPONENT_COUNT];
     RowFloats out[VM_COMPONENT_COUNT];
     for (size_t k = 0; k < operands; ++k) {
-      for (uint32_t i = 0; i < counts[k]; ++i) in[k][i] = loadRow<RowFloats>(o.in[k], i, at);
+      for (uint32_t i = 0; i < counts[k]; ++i) in[k][i] = loadRow<RowFloats>(record->in[k][i], at);
     }
     function(out, in);
-    for (uint32_t i = 0; i < results; ++i) storeRow(o.result, i, at, out[i]);
-  }
+    for (uint32_t i = 0; i < results; ++i) {
+      store(record->result[i], at, std::bit_cast<RowWords>(out[i]));
+    }
+  });
 }
 
-// With the usual component counts known to the compiler.
+// With the component count known to the compiler: vectors and matrices have up to 4.
 template <class Function>
 [[gnu::always_inline]] inline void withCount(uint32_t n, Function function) {
   if (n == 3) return function(std::integral_constant<uint32_t, 3>{});
   if (n == 2) return function(std::integral_constant<uint32_t, 2>{});
   if (n == 4) return function(std::integral_constant<uint32_t, 4>{});
-  function(n);
+  function(std::integral_constant<uint32_t, 1>{});
 }
 
-inline void lengthRows(const RowOperands& o) {
-  withCount(o.n, [&o](auto n) {
-    wholeRows<1>(o, {n}, 1, [n](auto& out, auto& in) { out[0] = vectorLength(in[0], n); });
+template <bool masked>
+const RowRecord* lengthRows(const RowRecord* record, RowState& state) {
+  withCount(record->n, [&](auto n) {
+    wholeRows<masked, 1>(record, state, {n}, 1,
+                         [n](auto& out, auto& in) { out[0] = vectorLength(in[0], n); });
   });
+  return record + 1;
 }
-inline void distanceRows(const RowOperands& o) {
-  withCount(o.n, [&o](auto n) {
-    wholeRows<2>(o, {n, n}, 1,
-                 [n](auto& out, auto& in) { out[0] = vectorDistance(in[0], in[1], n); });
+template <bool masked>
+const RowRecord* distanceRows(const RowRecord* record, RowState& state) {
+  withCount(record->n, [&](auto n) {
+    wholeRows<masked, 2>(record, state, {n, n}, 1,
+                         [n](auto& out, auto& in) { out[0] = vectorDistance(in[0], in[1], n); });
   });
+  return record + 1;
 }
-inline void dotRows(const RowOperands& o) {
-  withCount(o.n, [&o](auto n) {
-    wholeRows<2>(o, {n, n}, 1, [n](auto& out, auto& in) { out[0] = dotProduct(in[0], in[1], n); });
+template <bool masked>
+const RowRecord* dotRows(const RowRecord* record, RowState& state) {
+  withCount(record->n, [&](auto n) {
+    wholeRows<masked, 2>(record, state, {n, n}, 1,
+                         [n](auto& out, auto& in) { out[0] = dotProduct(in[0], in[1], n); });
   });
+  return record + 1;
 }
-inline void crossRows(const RowOperands& o) {
-  wholeRows<2>(o, {3, 3}, 3, [](auto& out, auto& in) { crossProduct(out, in[0], in[1]); });
+template <bool masked>
+const RowRecord* crossRows(const RowRecord* record, RowState& state) {
+  wholeRows<masked, 2>(record, state, {3, 3}, 3,
+                       [](auto& out, auto& in) { crossProduct(out, in[0], in[1]); });
+  return record + 1;
 }
-inline void normalizeRows(const RowOperands& o) {
-  withCount(o.n, [&o](auto n) {
-    wholeRows<1>(o, {n}, n, [n](auto& out, auto& in) { normalizeVector(out, in[0], n); });
+template <bool masked>
+const RowRecord* normalizeRows(const RowRecord* record, RowState& state) {
+  withCount(record->n, [&](auto n) {
+    wholeRows<masked, 1>(record, state, {n}, n,
+                         [n](auto& out, auto& in) { normalizeVector(out, in[0], n); });
   });
+  return record + 1;
 }
-inline void faceforwardRows(const RowOperands& o) {
-  withCount(o.n, [&o](auto n) {
-    wholeRows<3>(o, {n, n, n}, n,
-                 [n](auto& out, auto& in) { faceforwardVector(out, in[0], in[1], in[2], n); });
+template <bool masked>
+const RowRecord* faceforwardRows(const RowRecord* record, RowState& state) {
+  withCount(record->n, [&](auto n) {
+    wholeRows<masked, 3>(record, state, {n, n, n}, n, [n](auto& out, auto& in) {
+      faceforwardVector(out, in[0], in[1], in[2], n);
+    });
   });
+  return record + 1;
 }
-inline void reflectRows(const RowOperands& o) {
-  withCount(o.n, [&o](auto n) {
-    wholeRows<2>(o, {n, n}, n, [n](auto& out, auto& in) { reflectVector(out, in[0], in[1], n); });
+template <bool masked>
+const RowRecord* reflectRows(const RowRecord* record, RowState& state) {
+  withCount(record->n, [&](auto n) {
+    wholeRows<masked, 2>(record, state, {n, n}, n,
+                         [n](auto& out, auto& in) { reflectVector(out, in[0], in[1], n); });
   });
+  return record + 1;
 }
-inline void refractRows(const RowOperands& o) {
-  withCount(o.n, [&o](auto n) {
-    wholeRows<3>(o, {n, n, 1}, n,
-                 [n](auto& out, auto& in) { refractVector(out, in[0], in[1], in[2][0], n); });
+template <bool masked>
+const RowRecord* refractRows(const RowRecord* record, RowState& state) {
+  withCount(record->n, [&](auto n) {
+    wholeRows<masked, 3>(record, state, {n, n, 1}, n, [n](auto& out, auto& in) {
+      refractVector(out, in[0], in[1], in[2][0], n);
+    });
   });
+  return record + 1;
+}
+template <bool masked>
+const RowRecord* matrixMatrixRows(const RowRecord* record, RowState& state) {
+  withCount(record->n, [&](auto n) {
+    wholeRows<masked, 2>(record, state, {n * n, n * n}, n * n,
+                         [n](auto& out, auto& in) { matrixTimesMatrix(out, in[0], in[1], n); });
+  });
+  return record + 1;
+}
+template <bool masked>
+const RowRecord* vectorMatrixRows(const RowRecord* record, RowState& state) {
+  withCount(record->n, [&](auto n) {
+    wholeRows<masked, 2>(record, state, {n, n * n}, n,
+                         [n](auto& out, auto& in) { vectorTimesMatrix(out, in[0], in[1], n); });
+  });
+  return record + 1;
+}
+template <bool masked>
+const RowRecord* matrixVectorRows(const RowRecord* record, RowState& state) {
+  withCount(record->n, [&](auto n) {
+    wholeRows<masked, 2>(record, state, {n * n, n}, n,
+                         [n](auto& out, auto& in) { matrixTimesVector(out, in[0], in[1], n); });
+  });
+  return record + 1;
 }
 
-inline void matrixMatrixRows(const RowOperands& o) {
-  withCount(o.n, [&o](auto n) {
-    wholeRows<2>(o, {n * n, n * n}, n * n,
-                 [n](auto& out, auto& in) { matrixTimesMatrix(out, in[0], in[1], n); });
-  });
-}
-inline void vectorMatrixRows(const RowOperands& o) {
-  withCount(o.n, [&o](auto n) {
-    wholeRows<2>(o, {n, n * n}, n,
-                 [n](auto& out, auto& in) { vectorTimesMatrix(out, in[0], in[1], n); });
-  });
-}
-inline void matrixVectorRows(const RowOperands& o) {
-  withCount(o.n, [&o](auto n) {
-    wholeRows<2>(o, {n * n, n}, n,
-                 [n](auto& out, auto& in) { matrixTimesVector(out, in[0], in[1], n); });
-  });
-}
-
-template <uint32_t results>
-void noiseRows(const RowOperands& o) {
-  wholeRows<1>(o, {o.n}, results, [&o](auto& out, auto& in) {
+template <uint32_t results, bool masked>
+const RowRecord* noiseRows(const RowRecord* record, RowState& state) {
+  wholeRows<masked, 1>(record, state, {record->n}, results, [record](auto& out, auto& in) {
     using Half = decltype(lowHalf(out[0]));
     Half low[4], high[4];
-    for (uint32_t i = 0; i < o.n; ++i) {
+    for (uint32_t i = 0; i < record->n; ++i) {
       low[i] = lowHalf(in[0][i]);
       high[i] = highHalf(in[0][i]);
     }
     const NoiseTables& tables = noiseTables();
-    const RowFloats value = joinHalves(noiseOf<Half>(tables, kNoiseSettings, low, o.n),
-                                       noiseOf<Half>(tables, kNoiseSettings, high, o.n));
+    const RowFloats value = joinHalves(noiseOf<Half>(tables, kNoiseSettings, low, record->n),
+                                       noiseOf<Half>(tables, kNoiseSettings, high, record->n));
     for (uint32_t i = 0; i < results; ++i) out[i] = value;
   });
+  return record + 1;
 }
 
 // The shapes of the opcode table.
-template <class K>
-consteval RowFunction unary(Opcode) {
-  return &componentRows<K, 0>;
+template <class K, unsigned scalars>
+consteval StepForms componentForms() {
+  return {&componentRows<K, scalars, false>, &componentRows<K, scalars, true>};
 }
 template <class K>
-consteval RowFunction scalarUnary(Opcode) {
-  return &componentRows<K, 0>;
+consteval StepForms unary(Opcode) {
+  return componentForms<K, 0>();
 }
 template <class K>
-consteval RowFunction binary(Opcode) {
-  return &componentRows<K, 0>;
+consteval StepForms scalarUnary(Opcode) {
+  return componentForms<K, 0>();
 }
 template <class K>
-consteval RowFunction scalarBinary(Opcode) {
-  return &componentRows<K, 0>;
+consteval StepForms binary(Opcode) {
+  return componentForms<K, 0>();
 }
 template <class K>
-consteval RowFunction binaryVS(Opcode) {
-  return &componentRows<K, 2>;
+consteval StepForms scalarBinary(Opcode) {
+  return componentForms<K, 0>();
 }
 template <class K>
-consteval RowFunction binarySV(Opcode) {
-  return &componentRows<K, 1>;
+consteval StepForms binaryVS(Opcode) {
+  return componentForms<K, 2>();
 }
 template <class K>
-consteval RowFunction ternary(Opcode) {
-  return &componentRows<K, 0>;
+consteval StepForms binarySV(Opcode) {
+  return componentForms<K, 1>();
 }
 template <class K>
-consteval RowFunction ternaryVSS(Opcode) {
-  return &componentRows<K, 6>;
+consteval StepForms ternary(Opcode) {
+  return componentForms<K, 0>();
 }
 template <class K>
-consteval RowFunction ternaryVVS(Opcode) {
-  return &componentRows<K, 4>;
+consteval StepForms ternaryVSS(Opcode) {
+  return componentForms<K, 6>();
 }
 template <class K>
-consteval RowFunction ternarySSV(Opcode) {
-  return &componentRows<K, 3>;
+consteval StepForms ternaryVVS(Opcode) {
+  return componentForms<K, 4>();
 }
 template <class K>
-consteval RowFunction allOf(Opcode) {
-  return &findComponentRows<K, 0>;
+consteval StepForms ternarySSV(Opcode) {
+  return componentForms<K, 3>();
 }
 template <class K>
-consteval RowFunction anyOf(Opcode) {
-  return &findComponentRows<K, 1>;
+consteval StepForms allOf(Opcode) {
+  return {&findComponentRows<K, 0, false>, &findComponentRows<K, 0, true>};
+}
+template <class K>
+consteval StepForms anyOf(Opcode) {
+  return {&findComponentRows<K, 1, false>, &findComponentRows<K, 1, true>};
 }
 
-consteval RowFunction functionOf(Opcode opcode) {
+consteval StepForms functionOf(Opcode opcode) {
   switch (opcode) {
     case Opcode::LENGTH:
-      return &lengthRows;
+      return {&lengthRows<false>, &lengthRows<true>};
     case Opcode::DISTANCE:
-      return &distanceRows;
+      return {&distanceRows<false>, &distanceRows<true>};
     case Opcode::DOT:
-      return &dotRows;
+      return {&dotRows<false>, &dotRows<true>};
     case Opcode::CROSS:
-      return &crossRows;
+      return {&crossRows<false>, &crossRows<true>};
     case Opcode::NORMALIZE:
-      return &normalizeRows;
+      return {&normalizeRows<false>, &normalizeRows<true>};
     case Opcode::FACEFORWARD:
-      return &faceforwardRows;
+      return {&faceforwardRows<false>, &faceforwardRows<true>};
     case Opcode::REFLECT:
-      return &reflectRows;
+      return {&reflectRows<false>, &reflectRows<true>};
     case Opcode::REFRACT:
-      return &refractRows;
+      return {&refractRows<false>, &refractRows<true>};
     case Opcode::MUL_MAT_MAT:
-      return &matrixMatrixRows;
+      return {&matrixMatrixRows<false>, &matrixMatrixRows<true>};
     case Opcode::MUL_VEC_MAT:
-      return &vectorMatrixRows;
+      return {&vectorMatrixRows<false>, &vectorMatrixRows<true>};
     case Opcode::MUL_MAT_VEC:
-      return &matrixVectorRows;
+      return {&matrixVectorRows<false>, &matrixVectorRows<true>};
     case Opcode::ANY_B:
-      return &findTruthRows<1>;
+      return {&findTruthRows<1, false>, &findTruthRows<1, true>};
     case Opcode::ALL_B:
-      return &findTruthRows<0>;
+      return {&findTruthRows<0, false>, &findTruthRows<0, true>};
     case Opcode::NOISE1:
-      return &noiseRows<1>;
+      return {&noiseRows<1, false>, &noiseRows<1, true>};
     case Opcode::NOISE2:
-      return &noiseRows<2>;
+      return {&noiseRows<2, false>, &noiseRows<2, true>};
     case Opcode::NOISE3:
-      return &noiseRows<3>;
+      return {&noiseRows<3, false>, &noiseRows<3, true>};
     case Opcode::NOISE4:
-      return &noiseRows<4>;
+      return {&noiseRows<4, false>, &noiseRows<4, true>};
     default:
-      return nullptr;
+      return {};
   }
 }
 
-constexpr RowFunctions kRowFunctions = {{
+// Comparisons, and other instructions that give truth values of one component, as branches.
+namespace branches {
+
+template <class K>
+constexpr bool kGivesTruth = std::is_same_v<typename K::Result, uint32_t>&& K::kOperands < 3;
+
+template <class K>
+consteval RowStep unary(Opcode) {
+  if constexpr (kGivesTruth<K>) return &branchRows<K>;
+  return nullptr;
+}
+template <class K>
+consteval RowStep binary(Opcode opcode) {
+  return unary<K>(opcode);
+}
+template <class K>
+consteval RowStep scalarUnary(Opcode opcode) {
+  return unary<K>(opcode);
+}
+template <class K>
+consteval RowStep scalarBinary(Opcode opcode) {
+  return unary<K>(opcode);
+}
+template <class K>
+consteval RowStep binaryVS(Opcode) {
+  return nullptr;
+}
+template <class K>
+consteval RowStep binarySV(Opcode) {
+  return nullptr;
+}
+template <class K>
+consteval RowStep ternary(Opcode) {
+  return nullptr;
+}
+template <class K>
+consteval RowStep ternaryVSS(Opcode) {
+  return nullptr;
+}
+template <class K>
+consteval RowStep ternaryVVS(Opcode) {
+  return nullptr;
+}
+template <class K>
+consteval RowStep ternarySSV(Opcode) {
+  return nullptr;
+}
+template <class K>
+consteval RowStep allOf(Opcode) {
+  return nullptr;
+}
+template <class K>
+consteval RowStep anyOf(Opcode) {
+  return nullptr;
+}
+consteval RowStep noStep(Opcode) { return nullptr; }
+
+}  // namespace branches
+
+#define OPCODE(number, mnemonic, handler, ...) handler(Opcode::mnemonic),
+constexpr RowFunctions kRowFunctions = {
 #define HANDLER(...) functionOf
 #define KERNEL(shape, kernel) shape<kernel>
-#define OPCODE(number, mnemonic, handler, ...) handler(Opcode::mnemonic),
+    .byOpcode =
+        {
 #include "instructions/opcodes.def"
-#undef OPCODE
+        },
 #undef KERNEL
 #undef HANDLER
-}};
+#define HANDLER(...) branches::noStep
+#define KERNEL(shape, kernel) branches::shape<kernel>
+    .branches =
+        {
+#include "instructions/opcodes.def"
+        },
+#undef KERNEL
+#undef HANDLER
+    .copy = {&copyRows<false>, &copyRows<true>},
+    .element = {&elementRows<false>, &elementRows<true>},
+    .arrayElement = &arrayElementRows,
+    .column = {&columnRows<false>, &columnRows<true>},
+    .divideByConstant = {&divideByConstant<false>, &divideByConstant<true>},
+    .branch = &branchOnRow,
+    .loopBranch = &loopBranch,
+    .join = &joinHere,
+    .jump = &jumpOn,
+    .jumpBack = &jumpBack,
+    .clock = &lookAtClock,
+    .stop = &stopHere,
+    .finish = &finishHere,
+    .start = &start,
+};
+#undef OPCODE
 
 }  // namespace SHADERMACHINE_TARGET
 }  // namespace shadermachine::batch

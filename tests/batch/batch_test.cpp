@@ -13,7 +13,6 @@
 #include <vector>
 
 #include "fuzz/batch_comparison.h"
-#include "fuzz/program_generator.h"
 #include "support/allocations.h"
 
 namespace shadermachine::tests {
@@ -185,6 +184,7 @@ TEST_F(BatchTest, AnswersOfBatchCallbacks) {
 TEST_F(BatchTest, TheTimeLimitIsForAll) {
   const BatchPtr batch = makeBatch(&kCallbacks);
   EXPECT_EQ(run(batch.get(), {4, 4, 4}, 5), Errors(3, VM_ERR_TIMEOUT));
+  EXPECT_EQ(run(batch.get(), std::vector<uint64_t>(100, 4), 5), Errors(100, VM_ERR_TIMEOUT));
   EXPECT_TRUE(host.results.empty());
   EXPECT_EQ(run(batch.get(), {0}), Errors{VM_OK}) << "usable again";
 }
@@ -254,12 +254,14 @@ TEST_F(BatchTest, ArgumentsAreCheckedInOrder) {
 TEST_F(BatchTest, AllocationsMayFail) {
   makeBatch(&kCallbacks, &kBatchCallbacks);  // the first one fills the noise tables, which stay
   const int64_t liveBefore = liveAllocations();
-  for (int64_t allocation = 0; allocation < 30; ++allocation) {
+  // So many that they run on rows, if memory suffices.
+  const std::vector<uint64_t> ways(64, 1);
+  for (int64_t allocation = 0; allocation < 80; ++allocation) {
     const AllocationFailure failure(allocation, 1);
     const BatchPtr batch = makeBatch(&kCallbacks, &kBatchCallbacks);
     EXPECT_EQ(batch == nullptr, allocation < 4) << "batch, machine, stack and frames";
     if (batch != nullptr) {
-      EXPECT_EQ(run(batch.get(), {0, 1}), (Errors{VM_OK, VM_ERR_DISCARDED}));
+      EXPECT_EQ(run(batch.get(), ways), Errors(ways.size(), VM_ERR_DISCARDED));
     }
   }
   EXPECT_EQ(liveAllocations(), liveBefore);
@@ -267,15 +269,12 @@ TEST_F(BatchTest, AllocationsMayFail) {
 
 TEST(BatchDifferential, InvocationsEndAsOnMachines) {
   constexpr uint32_t kShaders = 1500;
-  constexpr size_t kShaderBytes = 400;
   vmInitialize();
   uint64_t calls = 0;
   uint32_t finished = 0;
+  uint32_t onRows = 0;
   for (uint32_t seed = 1; seed <= kShaders; ++seed) {
-    const auto bytes = fuzz::randomBytes(seed, kShaderBytes);
-    fuzz::Choices choices(bytes);
-    const tools::BuiltShader shader =
-        fuzz::generateProgram(choices, {.hidesNanBits = true, .ends = true});
+    const tools::BuiltShader shader = fuzz::batchProgram(seed);
     if (!tools::validate(shader.view()).valid()) continue;
     const fuzz::BatchComparison comparison =
         fuzz::compareBatch(*shader.record(), seed, seed % 70 + 1);
@@ -283,10 +282,14 @@ TEST(BatchDifferential, InvocationsEndAsOnMachines) {
                                          << tools::disassemble(shader.view(), {.annotate = true});
     calls += comparison.calls;
     finished += comparison.finished;
+    onRows += comparison.onRows ? 1 : 0;
   }
   // There must have been something to compare.
   EXPECT_GT(calls, 100 * kShaders);
   EXPECT_GT(finished, 10 * kShaders);
+#ifdef SHADERMACHINE_HAVE_ENGINE
+  EXPECT_GT(onRows, kShaders / 4);
+#endif
 }
 
 }  // namespace

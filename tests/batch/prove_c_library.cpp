@@ -64,12 +64,23 @@ void report(const char* name, float x, float y, float expected, float got) {
               static_cast<double>(expected), static_cast<double>(got));
 }
 
-void compare(const OneArgument& function, RowFunction rows, const Row& x) {
+void call(const RowFunctions& functions, Opcode opcode, const Row& x, const Row& y, Row& result) {
+  uint32_t* const results[] = {reinterpret_cast<uint32_t*>(result.values)};
+  const uint32_t* const in[][1] = {{reinterpret_cast<const uint32_t*>(x.values)},
+                                   {reinterpret_cast<const uint32_t*>(y.values)}};
+  RowRecord record = {};
+  record.result = results;
+  record.in[0] = in[0];
+  record.in[1] = in[1];
+  record.n = 1;
+  RowState state = {};
+  functions.start(state, ~uint64_t{0});
+  functions.byOpcode[static_cast<unsigned>(opcode)].plain(&record, state);
+}
+
+void compare(const OneArgument& function, const RowFunctions& functions, const Row& x) {
   Row result;
-  rows({reinterpret_cast<uint32_t*>(result.values),
-        {reinterpret_cast<const uint32_t*>(x.values)},
-        1,
-        kRowWords});
+  call(functions, function.opcode, x, x, result);
   for (uint32_t i = 0; i < kRowWords; ++i) {
     const float expected = function.ofLibrary(x.values[i]);
     if (!isSame(expected, result.values[i])) {
@@ -78,13 +89,13 @@ void compare(const OneArgument& function, RowFunction rows, const Row& x) {
   }
 }
 
-void compareAll(const OneArgument& function, RowFunction rows, uint64_t step) {
+void compareAll(const OneArgument& function, const RowFunctions& functions, uint64_t step) {
   Row x;
   for (uint64_t first = 0; first < uint64_t{1} << 32; first += step * kRowWords) {
     for (uint32_t i = 0; i < kRowWords; ++i) {
       x.values[i] = std::bit_cast<float>(static_cast<uint32_t>(first + i * step));
     }
-    compare(function, rows, x);
+    compare(function, functions, x);
   }
   for (const float turn : kTurns) {
     for (const uint32_t sign : {0u, 0x80000000u}) {
@@ -92,7 +103,7 @@ void compareAll(const OneArgument& function, RowFunction rows, uint64_t step) {
         const uint32_t bits = std::bit_cast<uint32_t>(turn) + i - kRowWords / 2;
         x.values[i] = std::bit_cast<float>(bits ^ sign);
       }
-      compare(function, rows, x);
+      compare(function, functions, x);
     }
   }
 }
@@ -118,7 +129,7 @@ float anyFloat(std::mt19937_64& random) {
   }
 }
 
-void compareSome(const TwoArguments& function, RowFunction rows, uint64_t step) {
+void compareSome(const TwoArguments& function, const RowFunctions& functions, uint64_t step) {
   std::mt19937_64 random(1);
   Row x, y, result;
   for (uint64_t pairs = 0; pairs < (uint64_t{1} << 30) / step; pairs += kRowWords) {
@@ -126,11 +137,7 @@ void compareSome(const TwoArguments& function, RowFunction rows, uint64_t step) 
       x.values[i] = anyFloat(random);
       y.values[i] = anyFloat(random);
     }
-    rows(
-        {reinterpret_cast<uint32_t*>(result.values),
-         {reinterpret_cast<const uint32_t*>(x.values), reinterpret_cast<const uint32_t*>(y.values)},
-         1,
-         kRowWords});
+    call(functions, function.opcode, x, y, result);
     for (uint32_t i = 0; i < kRowWords; ++i) {
       const float expected = function.ofLibrary(x.values[i], y.values[i]);
       if (!isSame(expected, result.values[i])) {
@@ -141,14 +148,11 @@ void compareSome(const TwoArguments& function, RowFunction rows, uint64_t step) 
 }
 
 void compareSet(const RowFunctions& functions, uint64_t step) {
-  const auto rowsOf = [&functions](Opcode opcode) {
-    return functions.byOpcode[static_cast<unsigned>(opcode)];
-  };
   for (const OneArgument& function : kOneArgument) {
-    compareAll(function, rowsOf(function.opcode), step);
+    compareAll(function, functions, step);
   }
   for (const TwoArguments& function : kTwoArguments) {
-    compareSome(function, rowsOf(function.opcode), step);
+    compareSome(function, functions, step);
   }
 }
 

@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <random>
 
 #include "instructions/opcode_info.h"
@@ -12,6 +13,7 @@
 #include "machine/machine.h"
 #include "noise/tables.h"
 #include "support/rig.h"
+#include "support/row_call.h"
 
 namespace shadermachine::tests {
 namespace {
@@ -106,23 +108,43 @@ TEST_P(RowsTest, FunctionsComputeWhatHandlersDo) {
   if (functions == nullptr) GTEST_SKIP() << "not on this processor";
   uint32_t tested = 0;
   for (unsigned opcode = 0; opcode < kOpcodeCount; ++opcode) {
-    const batch::RowFunction function = functions->byOpcode[opcode];
-    if (function == nullptr) continue;
+    const batch::StepForms forms = functions->byOpcode[opcode];
+    if (forms.plain == nullptr) continue;
     const uint32_t operands = static_cast<uint32_t>(infoOf(opcode).pops);
     for (uint32_t round = 0; round < 40; ++round) {
       const bool isCounted = infoOf(opcode).operands[0] != OperandKind::None;
       const uint32_t n = isCounted ? round % 4 + 1 : 1;
       fill(n);
-      function({result_.words[0],
-                {operands_[0].words[0], operands_[1].words[0], operands_[2].words[0]},
-                n,
-                kRowWords});
+      callRows(*functions, round % 2 == 0 ? forms.plain : forms.masked, result_.words[0],
+               {operands_[0].words[0], operands_[1].words[0], operands_[2].words[0]}, n);
       expectSame(opcode, operands, n);
       if (HasFatalFailure()) return;
     }
     ++tested;
   }
   EXPECT_GT(tested, 100u);
+}
+
+// Quotients next to whole numbers are where a reciprocal could round the wrong way.
+TEST_P(RowsTest, DivisionsByConstantsAreExact) {
+  const batch::RowFunctions* functions = batch::rowFunctions(GetParam());
+  if (functions == nullptr) GTEST_SKIP() << "not on this processor";
+  const batch::StepForms forms = functions->byOpcode[static_cast<unsigned>(Opcode::DIV_I)];
+  for (uint32_t round = 0; round < 3000; ++round) {
+    fill(1);
+    const uint32_t divisor = anyWord(random_) >> random_() % 31;
+    for (uint32_t at = 0; at < kRowWords; ++at) {
+      operands_[1].words[0][at] = divisor;
+      const uint32_t multiple = divisor * (anyWord(random_) >> random_() % 31);
+      if (at % 4 != 0) operands_[0].words[0][at] = multiple + at % 4 - 2;
+    }
+    Rows expected;
+    callRows(*functions, forms.plain, expected.words[0],
+             {operands_[0].words[0], operands_[1].words[0], operands_[1].words[0]}, 1);
+    callRows(*functions, functions->divideByConstant.plain, result_.words[0],
+             {operands_[0].words[0], operands_[1].words[0], operands_[1].words[0]}, 1);
+    ASSERT_TRUE(std::ranges::equal(expected.words[0], result_.words[0])) << divisor;
+  }
 }
 
 INSTANTIATE_TEST_SUITE_P(Sets, RowsTest,
