@@ -1,46 +1,47 @@
 #include "glsl_run.h"
 
 #include <gtest/gtest.h>
-#include <shadermachine-tools/host_contract.h>
 #include <shadermachine-tools/validator.h>
-#include <shadermachine/shadermachine.h>
 
 #include <algorithm>
+#include <bit>
 #include <cstring>
 #include <string_view>
 #include <vector>
 
+#include "render/host_callbacks.h"
+
 namespace shadermachine::test {
 namespace {
 
-Fragment& fragment(uint64_t userData) {
-  return *reinterpret_cast<Fragment*>(userData);  // NOLINT(performance-no-int-to-ptr)
+struct Host {
+  void answer(unsigned, const tools::Output0Request& request) {
+    std::memcpy(result.colour.data(), request.words, sizeof(Fragment::colour));
+  }
+  void answer(unsigned, const tools::Output1Request& request) { result.depth = request.value; }
+  void answer(unsigned, const HostVariableRequest& request);
+  void answer(unsigned slot, const tools::BuiltinRequest& request);
+  void answer(unsigned, const LookupRequest& request);
+
+  Fragment result = {};
+};
+
+void Host::answer(unsigned, const HostVariableRequest& request) {
+  const std::string_view name = request.varInfo->name;
+  const uint32_t word = name == "three"           ? 3
+                        : name == "yes"           ? 1
+                        : name.starts_with("two") ? std::bit_cast<uint32_t>(2.0f)
+                                                  : 0;
+  const std::vector<uint32_t> words(request.varInfo->byteSize / 4, word);
+  std::memcpy(request.data, words.data(), request.varInfo->byteSize);
 }
 
-void takeColour(const void* words, uint64_t userData) {
-  std::memcpy(fragment(userData).colour.data(), words, sizeof(Fragment::colour));
-}
-
-void takeDepth(float depth, uint64_t userData) { fragment(userData).depth = depth; }
-
-void answerVariable(const HostVariableRequest* request) {
-  const std::string_view name = request->varInfo->name;
-  std::vector<uint32_t> words(request->varInfo->byteSize / 4);
-  const float two = 2;
-  uint32_t word = name == "three" ? 3 : name == "yes" ? 1 : 0;
-  if (name.starts_with("two")) std::memcpy(&word, &two, sizeof word);
-  std::fill(words.begin(), words.end(), word);
-  std::memcpy(request->data, words.data(), request->varInfo->byteSize);
-}
-
-void answerPosition(void* data, uint32_t, int32_t, uint64_t) {
-  const float position[] = {10.5f, 20.5f, 0.5f, 1.0f};
-  std::memcpy(data, position, sizeof position);
-}
-
-void answerFacing(void* data, uint32_t, int32_t, uint64_t) {
+void Host::answer(unsigned slot, const tools::BuiltinRequest& request) {
   const uint32_t yes = 1;
-  std::memcpy(data, &yes, sizeof yes);
+  const float position[] = {10.5f, 20.5f, 0.5f, 1.0f};
+  const uint16_t id = tools::kBuiltinsOfSlots[slot].id;
+  if (id == tools::kFrontFacing) std::memcpy(request.data, &yes, sizeof yes);
+  if (id == tools::kFragmentPosition) std::memcpy(request.data, position, sizeof position);
 }
 
 // Of a described look-up the coordinates with the offset, and one word that the operation has.
@@ -63,68 +64,49 @@ void answerDescribed(const LookupRequest& request, float* answer) {
   }
 }
 
-void answerLookup(const LookupRequest* request) {
+void Host::answer(unsigned, const LookupRequest& request) {
   float answer[4] = {0, 0, 0, -1};
-  if (request->kind == 0 && request->hasExtra != 0) {
-    answerDescribed(*request, answer);
-    std::memcpy(request->result, answer, sizeof answer);
+  if (request.kind == 0 && request.hasExtra != 0) {
+    answerDescribed(request, answer);
+    std::memcpy(request.result, answer, sizeof answer);
     return;
   }
-  std::memcpy(answer, request->coords, std::min(request->kind, 3u) * sizeof(float));
-  if (request->hasExtra != 0) std::memcpy(answer + 3, &request->extra, sizeof(float));
-  if (request->kind == 0) std::memcpy(answer, request->coords, 3 * sizeof(float));
-  if (request->kind == 0 && request->param == 16) {
+  std::memcpy(answer, request.coords, std::min(request.kind, 3u) * sizeof(float));
+  if (request.hasExtra != 0) std::memcpy(answer + 3, &request.extra, sizeof(float));
+  if (request.kind == 0) std::memcpy(answer, request.coords, 3 * sizeof(float));
+  if (request.kind == 0 && request.param == 16) {
     answer[0] = 64;
     answer[1] = 32;
   }
-  std::memcpy(request->result, answer, sizeof answer);
-}
-
-HostCallbacks callbacks() {
-  HostCallbacks table = {};
-  table.output0 = takeColour;
-  table.output1 = takeDepth;
-  table.hostVariable = answerVariable;
-  table.builtin283 = answerPosition;
-  table.builtin280 = answerFacing;
-  table.lookup[0] = answerLookup;
-  table.lookup[1] = answerLookup;
-  return table;
+  std::memcpy(request.result, answer, sizeof answer);
 }
 
 }  // namespace
 
 Fragment runGlsl(const std::string& source, const tools::GlslOptions& options) {
-  Fragment result;
   const tools::GlslResult compiled = tools::compileGlsl(source, options);
   for (const tools::GlslMessage& message : compiled.messages) {
     ADD_FAILURE() << toString(message) << "\n" << source;
   }
-  if (!compiled.shader) return result;
+  if (!compiled.shader) return {};
   for (const tools::Diagnostic& remark : tools::validate(compiled.shader->view()).diagnostics) {
     ADD_FAILURE() << toString(remark) << "\n" << source;
   }
-  if (testing::Test::HasFailure()) return result;
+  if (testing::Test::HasFailure()) return {};
   vmInitialize();
-  const HostCallbacks table = callbacks();
-  const MachineCreateInfo info{&table};
-  ShaderMachine* machine = vmShaderMachineCreate(&info);
+  const HostCallbacks callbacks = tools::hostCallbacks<Host>();
+  const MachineCreateInfo info{&callbacks};
+  const tools::MachineHandle machine(vmShaderMachineCreate(&info));
+  Host host;
   StartupInfo startup = {};
-  startup.userData = reinterpret_cast<uint64_t>(&result);
+  startup.userData = reinterpret_cast<uint64_t>(&host);
   startup.timeout = 2000;
   for (int run = 0; run < 2; ++run) {
-    result = {};
-    result.code = vmShaderMachineExecuteShader(machine, compiled.shader->record(), &startup);
+    host.result = {};
+    host.result.code =
+        vmShaderMachineExecuteShader(machine.get(), compiled.shader->record(), &startup);
   }
-  vmShaderMachineDestroy(machine);
-  return result;
-}
-
-std::string withBody(const std::string& body, const std::string& globals) {
-  return "#version 310 es\nprecision highp float; precision highp int;\n"
-         "uniform float two; uniform vec3 two3; uniform int three; uniform bool yes;\n"
-         "out vec4 r;\n" +
-         globals + "\nvoid main() {\n" + body + "\n}\n";
+  return host.result;
 }
 
 std::string glslErrors(const std::string& source) {

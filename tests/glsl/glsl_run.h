@@ -6,6 +6,8 @@
 #include <array>
 #include <string>
 
+#include "glsl_source.h"
+
 namespace shadermachine::test {
 
 struct Fragment {
@@ -19,9 +21,6 @@ struct Fragment {
 // its coordinates, and its level in w; it has 64 times 32 texels. The second of two runs of one
 // machine is returned, so that what a run leaves behind shows.
 Fragment runGlsl(const std::string& source, const tools::GlslOptions& options = {});
-
-// A complete ES 3.10 shader with this body of main(), whose result is `r`.
-std::string withBody(const std::string& body, const std::string& globals = "");
 
 // The compiler's messages, one per line.
 std::string glslErrors(const std::string& source);

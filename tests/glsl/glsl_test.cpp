@@ -74,12 +74,23 @@ TEST(GlslEntry, initialValuesOfUniforms) {
   EXPECT_EQ(result.unusedUniforms, std::vector<std::string>{"unused"});
 }
 
+// A39(x) doubles x forty times.
+std::string macroBomb() {
+  std::string bomb = "#define A0(x) x x\n";
+  for (int i = 1; i < 40; ++i) {
+    const std::string inner = "A" + std::to_string(i - 1) + "(x)";
+    bomb += "#define A" + std::to_string(i) + "(x) " + inner + " " + inner + "\n";
+  }
+  return bomb;
+}
+
 TEST(GlslEntry, includesAndDefinitions) {
   const std::map<std::string, std::string> files = {
       {"a.glsl", "#pragma once\n#include \"b.glsl\"\n"},
       {"b.glsl", "float f() { return oops; }\n"},
       {"loop.glsl", "#include \"loop.glsl\"\n"},
-      {"Common.glsl", "#define THREE 3.0\n"}};
+      {"Common.glsl", "#define THREE 3.0\n"},
+      {"bomb.glsl", macroBomb()}};
   tools::GlslOptions options = {"dir/a.frag", {"ONE", "oops=2.0"}, nullptr};
   options.include = [&files](const std::string& name,
                              const std::string&) -> std::optional<tools::GlslInclude> {
@@ -98,6 +109,9 @@ TEST(GlslEntry, includesAndDefinitions) {
   EXPECT_EQ(errors(image),
             "dir/b.glsl:1:20: error: undeclared identifier 'oops'\n  float f() { return oops; }\n" +
                 std::string(21, ' ') + "^~~~");
+  EXPECT_NE(errors("#include \"bomb.glsl\"\nvoid main() { float x = A39(1.0); }")
+                .find("macros make the source too long"),
+            std::string::npos);
   EXPECT_NE(errors("#include \"loop.glsl\"\nvoid main() { }").find("loop.glsl"), std::string::npos);
 }
 
@@ -146,7 +160,7 @@ TEST(GlslTextures, answersOfTheRenderer) {
     std::array<float, 4> colour;
   } cases[] = {
       {"texture(s.t[1], vec2(0.25, 0.75)) * s.c", {0, 0.5f, 0, 0.5f}},
-      {"textureGather(s.t[1], vec2(0.5))", {0.4f, 0.6f, 0.2f, 0}},
+      {"textureGather(s.t[1], vec2(0.5))", {0, 0.2f, 0.6f, 0.4f}},
       {"textureLod(s.t[1], vec2(0.1), 1.0)", {77 / 255.0f, 1, 0, 1}},
       {"textureGrad(s.t[1], vec2(0.1), vec2(2.0, 0.0), vec2(0.0))", {77 / 255.0f, 1, 0, 1}},
       {"texelFetchOffset(s.t[1], ivec2(0), 0, ivec2(1, 0))", {0.6f, 1, 0, 1}},
@@ -154,17 +168,24 @@ TEST(GlslTextures, answersOfTheRenderer) {
       {"vec4(texture(i, vec2(0.25, 0.25)))", {102, 255, 0, 255}},
       {"vec4(textureSize(a, 1), textureSize(s.t[1], 0).y)", {1, 1, 1, 2}},
       {"texture(a, vec3(0.75, 0.75, 3.0))", {0.2f, 1, 0, 1}},
+      {"textureGatherOffsets(s.t[1], vec2(0.5), ivec2[](ivec2(0), ivec2(1, 0), ivec2(1), "
+       "ivec2(0)))",
+       {0.4f, 0.6f, 0.2f, 0.4f}},
+      {"vec4(textureQueryLod(a, gl_FragCoord.xy * 2.0), textureSamples(m), aResolution.y)",
+       {1, 2, 1, 2}},
+      {"texelFetch(b, 3) - vec4(textureSize(b))", {0.2f - 4, -3, -4, -3}},
   };
   for (const auto& test : cases) {
     const std::string source =
-        "#version 400\nstruct S { sampler2D t[2]; vec4 c; }; uniform S s; uniform sampler2DShadow "
+        "#version 450\nstruct S { sampler2D t[2]; vec4 c; }; uniform S s; uniform sampler2DShadow "
         "d; "
-        "uniform isampler2D i; uniform sampler2DArray a; out vec4 r; void main() { r = " +
+        "uniform isampler2D i; uniform sampler2DArray a; uniform vec2 aResolution; "
+        "uniform samplerBuffer b; uniform sampler2DMS m; out vec4 r; void main() { r = " +
         std::string(test.expression) + "; }";
     const tools::GlslResult compiled = tools::compileGlsl(source);
     ASSERT_TRUE(compiled.shader) << glslErrors(source);
     tools::Renderer renderer(compiled.shader->view());
-    for (const char* name : {"s.t[1]", "d", "i", "a"}) {
+    for (const char* name : {"s.t[1]", "d", "i", "a", "b", "m"}) {
       renderer.inputs().setTexture(name, smallTexture());
     }
     renderer.inputs().set("s.c", std::array{0.5, 0.5, 0.5, 0.5});
@@ -211,13 +232,23 @@ TEST(GlslErrors, monstersAreRefused) {
   EXPECT_TRUE(
       glslErrors(chain(19000)).starts_with("a.frag:1:35053: error: nested too deeply\n  -x-x"));
   EXPECT_EQ(glslErrors(chain(300000)), "a.frag: error: a statement has too many operators\n");
-  EXPECT_EQ(glslErrors(chain(600000)), "a.frag: error: the source is longer than 1 MiB\n");
-  std::string bomb = "#define A0(x) x, x\n";
-  for (int i = 1; i < 40; ++i) {
-    const std::string inner = "A" + std::to_string(i - 1) + "(x)";
-    bomb += "#define A" + std::to_string(i) + "(x) " + inner + ", " + inner + "\n";
+  EXPECT_EQ(glslErrors("void main() { float x; x = (x" + repeated(",x", 200000) + "); }"),
+            "a.frag: error: a statement has too many operators\n");
+  EXPECT_EQ(glslErrors(repeated("struct S { float x; };", 20000)),
+            "a.frag: error: too many structures\n");
+  std::string nested = "struct S0 { float x; };";
+  for (int i = 1; i < 9000; ++i) {
+    nested += "struct S" + std::to_string(i) + " { S" + std::to_string(i - 1) + " s; };";
   }
-  EXPECT_EQ(glslErrors(bomb + "void main() { float x = A39(1.0); }"),
+  EXPECT_TRUE(glslErrors(nested + "void main() { S8999 s; gl_FragColor = vec4(s == s); }")
+                  .find("structures nested too deeply") != std::string::npos);
+  EXPECT_EQ(glslErrors(chain(600000)), "a.frag: error: the source is longer than 1 MiB\n");
+  std::string many = "void main() {";
+  for (int i = 0; i < 500; ++i) many += "x" + std::to_string(i) + ";";
+  const auto messages = tools::compileGlsl(many + "}").messages;
+  EXPECT_EQ(messages.size(), 102u);
+  EXPECT_EQ(messages[101].text, "and 400 more errors");
+  EXPECT_EQ(glslErrors(macroBomb() + "void main() { float x = A39(1.0); }"),
             "a.frag: error: macros make the source too long\n");
   EXPECT_EQ(glslErrors(std::string("void main() {\r\n}\r\n\0", 19)),
             "a.frag:3:1: error: a NUL byte in the source\n  ?\n  ^\n");

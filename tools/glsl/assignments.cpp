@@ -63,7 +63,7 @@ void FunctionGenerator::appendStep(Target& target, const TIntermBinary& node) {
   } else {
     target.path.push_back({0, node.getRight()});
   }
-  if (base.isArray() && module_.types().isWrapped(base.getType())) target.path.push_back({0});
+  if (module_.types().isWrapped(base.getType())) target.path.push_back({0});
 }
 
 // A selection from a selection selects from the vector itself.
@@ -180,8 +180,19 @@ void FunctionGenerator::increment(const TIntermUnary& node, bool wantsValue) {
   Target destination = target(*node.getOperand());
   fixIndices(destination, Fix::Costly);
   loadTarget(destination);
-  if (wantsValue && isPost) code_.emit(VM_OP_DUP);
-  if (shape.isInteger()) {
+  if (wantsValue && isPost && shape.isOblong()) {
+    const Place before = newLocal("before", floatType(shape));
+    store(before);
+    load(before);
+    load(before);
+  } else if (wantsValue && isPost) {
+    code_.emit(VM_OP_DUP);
+  }
+  if (shape.isOblong()) {
+    const Operand one{{Scalar::Float}, nullptr, [this] { code_.pushFloat(1); }};
+    matrixArithmetic(isUp ? glslang::EOpAdd : glslang::EOpSub, {shape, nullptr, [] {}}, one,
+                     node.getLoc());
+  } else if (shape.isInteger()) {
     emitCounted(isUp ? VM_OP_INC_I : VM_OP_DEC_I, shape.components);
   } else {
     emitCounted(isUp ? VM_OP_INC_F : VM_OP_DEC_F, shape.components);

@@ -169,9 +169,16 @@ VmOpcode booleanOpcode(TOperator op) {
 
 }  // namespace
 
+Unsupported FunctionGenerator::unsupportedFunction(const TIntermOperator& node) {
+  const bool isAtArgument = node.getAsAggregate() == nullptr;
+  const Diagnostics& source = module_.diagnostics();
+  return {node.getLoc(), source.calledFunction(node.getLoc(), isAtArgument) + " is not supported"};
+}
+
 void FunctionGenerator::builtinCall(const TIntermOperator& node,
                                     std::span<const TIntermTyped* const> arguments) {
-  if (specialCall(node, arguments)) return;
+  if (node.isTexture()) return textureCall(node, arguments);
+  if (oblongCall(node, arguments) || specialCall(node, arguments)) return;
   const Shape first = arguments.empty() ? Shape{} : shapeOf(*arguments[0]);
   const char* name = nullptr;
   if (first.isInteger()) name = integerFunction(node.getOp(), first.scalar == Scalar::Uint);
@@ -179,7 +186,7 @@ void FunctionGenerator::builtinCall(const TIntermOperator& node,
     if (row.op == node.getOp()) name = row.name;
   }
   if (name == nullptr && tableCall(node, arguments)) return;
-  if (name == nullptr) throw Unsupported(node.getLoc(), "this function is not supported");
+  if (name == nullptr) throw unsupportedFunction(node);
   std::vector<Operand> operands;
   for (const TIntermTyped* argument : arguments) operands.push_back(operand(*argument));
   callLibrary(name, operands, node.getLoc());
@@ -273,6 +280,13 @@ bool FunctionGenerator::specialCall(const TIntermOperator& node,
     case glslang::EOpBitfieldExtract:
     case glslang::EOpBitfieldInsert:
       return bitField(op, arguments);
+    case glslang::EOpInterpolateAtCentroid:
+    case glslang::EOpInterpolateAtSample:
+      value(*arguments[0]);  // a pixel has one sample
+      return true;
+    case glslang::EOpInterpolateAtOffset:
+      interpolateAtOffset(*arguments[0], *arguments[1]);
+      return true;
     case glslang::EOpNoise:
       value(*arguments[0]);
       emitCounted(static_cast<VmOpcode>(VM_OP_NOISE1 + shapeOf(node).components - 1), components);
@@ -284,6 +298,24 @@ bool FunctionGenerator::specialCall(const TIntermOperator& node,
   value(*arguments[0]);
   emitCounted(derivative, components);
   return true;
+}
+
+void FunctionGenerator::interpolateAtOffset(const TIntermTyped& varying,
+                                            const TIntermTyped& offset) {
+  const unsigned components = shapeOf(varying).components;
+  value(varying);
+  for (unsigned axis = 0; axis < 2; ++axis) {
+    value(varying);
+    emitCounted(axis == 0 ? VM_OP_HOST_UNARY_1 : VM_OP_HOST_UNARY_2, components);
+    splatted({Shape{Scalar::Float}, nullptr,
+              [&] {
+                value(offset);
+                swizzle({&axis, 1}, 2);
+              }},
+             components);
+    emitCounted(VM_OP_MUL_F, components);
+    emitCounted(VM_OP_ADD_F, components);
+  }
 }
 
 // At a place that is known: masks and constant shifts.

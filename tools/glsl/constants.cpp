@@ -55,9 +55,15 @@ void pushConstant(FunctionBuilder& code, TypeTable& types, const TType& type, in
     const TypeCode element = types.elementCode(type, nowhere, dimension);
     for (unsigned i = 0; i < length; ++i) {
       pushConstant(code, types, type, dimension + 1, words);
-      if (dimension + 1 < dimensions) code.emit(VM_OP_CTOR_STRUCT, {element});
+      const bool isWrapped = dimension + 1 < dimensions || isOblong(type);
+      if (isWrapped) code.emit(VM_OP_CTOR_STRUCT, {element});
     }
     return code.emit(VM_OP_CTOR_ARRAY, {element, length});
+  }
+  if (isOblong(type)) {
+    const ValueType columns = floatType(shapeOf(type));
+    for (unsigned i = 0; i < columns.count; ++i) pushWords(code, columns.code, words);
+    return code.emit(VM_OP_CTOR_ARRAY, {columns.code, columns.count});
   }
   const TypeCode base = types.baseCode(type, nowhere);
   if (base < 0) return pushWords(code, base, words);

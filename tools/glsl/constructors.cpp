@@ -20,6 +20,9 @@ void FunctionGenerator::construct(const TType& type, std::span<TIntermNode* cons
   module_.types().valueType(type, where);  // refuses what the machine has no type for
   if (type.isArray() || type.isStruct()) return constructAggregate(type, arguments, where);
   const Shape shape = shapeOf(type);
+  if (shape.isOblong() || shapeOf(typed(arguments[0])).isOblong()) {
+    return constructColumns(shape, arguments);
+  }
   if (shape.isScalar()) {
     // Of a vector, the first component.
     const TIntermTyped& argument = typed(arguments[0]);
@@ -34,7 +37,7 @@ void FunctionGenerator::constructAggregate(const TType& type,
                                            const TSourceLoc& where) {
   for (const TIntermNode* argument : arguments) {
     value(typed(argument));
-    if (!type.isArray() || !module_.types().isWrapped(type)) continue;
+    if (!module_.types().isWrapped(type)) continue;
     code_.emit(VM_OP_CTOR_STRUCT, {module_.types().elementCode(type, where)});
   }
   if (!type.isArray()) {

@@ -24,6 +24,10 @@ namespace glsl {
 
 namespace {
 
+// Each message keeps its line, and a source may be one line of nothing but errors.
+constexpr size_t kMaxMessages = 100;
+constexpr size_t kMaxLineBytes = size_t{1} << 20;  // of all together, but the first one's
+
 bool isWordCharacter(char c) { return c == '_' || std::isalnum(static_cast<unsigned char>(c)); }
 
 // Where the word stands alone in the line; 0 where it does not.
@@ -60,6 +64,11 @@ void Diagnostics::add(const Unsupported& error) {
           error.what(), "");
 }
 
+std::vector<GlslMessage> Diagnostics::take() {
+  if (dropped_ != 0) addNote("and " + std::to_string(dropped_) + " more errors");
+  return std::move(messages_);
+}
+
 void Diagnostics::addNote(std::string text) {
   GlslMessage note;
   note.file = files_->front().name;
@@ -88,6 +97,26 @@ SourcePosition Diagnostics::position(const TSourceLoc& where) const {
   return place(name, where.line, where.column);
 }
 
+// glslang places a call of one argument where that is, and others at their closing bracket.
+std::string Diagnostics::calledFunction(const TSourceLoc& where, bool isAtArgument) const {
+  const SourcePosition at = position(where);
+  const std::string_view line = lineOfText((*files_)[at.file].text, at.line);
+  if (at.column == 0 || at.column > line.size()) return "this function";
+  size_t i = at.column - (isAtArgument ? 0 : 1);
+  unsigned closed = 0;
+  while (i > 0 && (line[i - 1] != '(' || closed > 0)) {
+    --i;
+    if (line[i] == ')') ++closed;
+    if (line[i] == '(') --closed;
+  }
+  size_t end = i == 0 ? 0 : i - 1;
+  while (end > 0 && line[end - 1] == ' ') --end;
+  size_t start = end;
+  while (start > 0 && isWordCharacter(line[start - 1])) --start;
+  if (start == end) return "this function";
+  return std::string(line.substr(start, end - start)) + "()";
+}
+
 void Diagnostics::addOnce(SourcePosition position, std::string text, std::string_view word) {
   const SourceFile& file = (*files_)[position.file];
   const auto line = static_cast<int>(position.line);
@@ -95,12 +124,18 @@ void Diagnostics::addOnce(SourcePosition position, std::string text, std::string
     return m.line == line && m.text == text && m.file == file.name;
   });
   if (known) return;
+  if (messages_.size() >= kMaxMessages) {
+    ++dropped_;
+    return;
+  }
   GlslMessage message;
   message.file = file.name;
   message.line = line;
   message.text = std::move(text);
   message.lineText = lineOfText(file.text, position.line);
   underline(message, position.column, word);
+  lineBytes_ += message.lineText.size();
+  if (lineBytes_ > kMaxLineBytes && !messages_.empty()) message.lineText.clear();
   messages_.push_back(std::move(message));
 }
 

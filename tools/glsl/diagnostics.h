@@ -49,9 +49,13 @@ class Diagnostics {
   // A place in the source or a file that it includes, as people count; unknown in the texts around.
   SourcePosition position(const TSourceLoc& where) const;
 
+  // "f()" for the call at the place, "this function" when the line does not tell.
+  std::string calledFunction(const TSourceLoc& where, bool isAtArgument) const;
+
   bool empty() const { return messages_.empty(); }
-  size_t count() const { return messages_.size(); }
-  std::vector<GlslMessage> take() { return std::move(messages_); }
+  size_t count() const { return messages_.size() + dropped_; }
+  // The first hundred errors, and how many more there are.
+  std::vector<GlslMessage> take();
 
  private:
   // `name`: what glslang calls the text that the line is in.
@@ -63,6 +67,8 @@ class Diagnostics {
   int versionLine_ = 0;
   int lastLine_ = 0;
   std::vector<GlslMessage> messages_;
+  size_t dropped_ = 0;
+  size_t lineBytes_ = 0;
 };
 
 }  // namespace shadermachine::tools::glsl

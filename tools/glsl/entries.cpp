@@ -57,14 +57,15 @@ std::string declarations(const std::array<Input, n>& inputs,
 
 bool hasModernOutputs(int version) { return version >= 130; }
 
-Surroundings imageSurroundings(const std::vector<std::string_view>& tokens, int version) {
+Surroundings imageSurroundings(const std::vector<std::string_view>& tokens, int version,
+                               bool isBuffer) {
   const bool isModern = hasModernOutputs(version);
   const std::string output = isModern ? "pixelColour" : "gl_FragColor";
   return {Entry::Image,
           declarations(kImageInputs, tokens) + (isModern ? "out vec4 pixelColour; " : ""),
           "\nvoid main() { vec4 colour = vec4(0.0, 0.0, 0.0, 1.0); mainImage(colour, "
           "gl_FragCoord.xy); " +
-              output + " = vec4(colour.rgb, 1.0); }\n"};
+              output + (isBuffer ? " = colour; }\n" : " = vec4(colour.rgb, 1.0); }\n")};
 }
 
 Surroundings transitionSurroundings(const std::vector<std::string_view>& tokens, int version) {
@@ -81,9 +82,12 @@ Surroundings transitionSurroundings(const std::vector<std::string_view>& tokens,
 
 }  // namespace
 
-Surroundings surroundingsOf(const std::vector<std::string_view>& tokens, int version) {
+Surroundings surroundingsOf(const std::vector<std::string_view>& tokens, int version,
+                            bool isBuffer) {
   if (definesFunction(tokens, "void", "main")) return {Entry::Main, "", "\n"};
-  if (definesFunction(tokens, "void", "mainImage")) return imageSurroundings(tokens, version);
+  if (definesFunction(tokens, "void", "mainImage")) {
+    return imageSurroundings(tokens, version, isBuffer);
+  }
   if (definesFunction(tokens, "vec4", "transition")) return transitionSurroundings(tokens, version);
   return {Entry::Main, "", "\n"};
 }

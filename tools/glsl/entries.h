@@ -18,8 +18,10 @@ struct Surroundings {
   std::string after;
 };
 
-// From what the preprocessor leaves of the source, which is read as this version.
-Surroundings surroundingsOf(const std::vector<std::string_view>& tokens, int version);
+// From what the preprocessor leaves of the source, which is read as this version. Pictures of
+// mainImage() are opaque, buffers are not.
+Surroundings surroundingsOf(const std::vector<std::string_view>& tokens, int version,
+                            bool isBuffer);
 
 // The values in comments behind uniforms, as transitions have them: "uniform float x; // = 0.5".
 std::vector<NamedValue> valuesInComments(const std::string& text);

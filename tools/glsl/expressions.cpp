@@ -27,6 +27,11 @@ const TIntermTyped* splatArgument(const TIntermTyped& node) {
   return sameScalar && argument->getType().isScalar() ? argument : nullptr;
 }
 
+bool isArithmetic(TOperator op) {
+  return op == glslang::EOpAdd || op == glslang::EOpSub || op == glslang::EOpMul ||
+         op == glslang::EOpDiv;
+}
+
 // What is evaluated all together, in an order that the language leaves open; nothing for operators
 // that have one, and for what is only written.
 std::vector<const TIntermTyped*> operandsOf(const TIntermTyped& node) {
@@ -60,6 +65,8 @@ void FunctionGenerator::value(const TIntermTyped& node) {
     return selectionValue(*selection);
   }
   if (const TIntermUnary* unary = node.getAsUnaryNode()) return unaryValue(*unary);
+  if (const std::optional<float> number = constantFloat(node)) return code_.pushFloat(*number);
+  if (const std::optional<int32_t> number = constantInt(node)) return code_.pushInt(*number);
   const std::vector<const TIntermTyped*> operands = operandsOf(node);
   const Hoisted hoisted = hoistEffects(operands, false);
   if (const TIntermBinary* binary = node.getAsBinaryNode()) {
@@ -76,10 +83,7 @@ void FunctionGenerator::aggregateValue(const TIntermAggregate& node) {
   if (node.getOp() == glslang::EOpFunctionCall) return userCall(node);
   if (node.getOp() == glslang::EOpComma) return commaValue(node);
   if (node.isConstructor()) return construct(node.getType(), children(node), node.getLoc());
-  if (node.isTexture()) return textureCall(node);
-  std::vector<const TIntermTyped*> arguments;
-  for (const TIntermNode* child : children(node)) arguments.push_back(child->getAsTyped());
-  builtinCall(node, arguments);
+  builtinCall(node, typedChildren(node));
 }
 
 void FunctionGenerator::discardValue(const TIntermTyped& node) {
@@ -165,7 +169,7 @@ void FunctionGenerator::constantValue(const TIntermConstantUnion& constant) {
 
 void FunctionGenerator::indexValue(const TIntermBinary& node) {
   const TIntermTyped& base = *node.getLeft();
-  if (base.isArray()) return arrayElement(node);
+  if (hasElements(base.getType())) return arrayElement(node);
   if (loadComponent(node)) return;
   value(base);
   const Shape shape = shapeOf(base);
@@ -216,7 +220,7 @@ bool FunctionGenerator::loadComponent(const TIntermTyped& node) {
     const std::optional<int32_t> position = constantInt(*binary->getRight());
     if (binary->getOp() != glslang::EOpIndexDirect || !position) return false;
     const TIntermTyped& base = *binary->getLeft();
-    if (base.isArray()) return false;
+    if (hasElements(base.getType())) return false;
     const unsigned stride = base.isMatrix() ? shapeOf(base).dimension : 1;
     component += static_cast<unsigned>(*position) * stride;
     part = &base;
@@ -351,18 +355,53 @@ const TIntermConstantUnion* FunctionGenerator::asConstant(const TIntermTyped& no
   return module_.constantValue(*symbol);
 }
 
+// Constants that stand for variables make constants of the operations on them, which glslang
+// could not know.
 std::optional<float> FunctionGenerator::constantFloat(const TIntermTyped& node) const {
-  const TIntermConstantUnion* constant = asConstant(node);
-  if (constant == nullptr || shapeOf(node) != Shape{Scalar::Float}) return std::nullopt;
-  return static_cast<float>(constant->getConstArray()[0].getDConst());
+  if (shapeOf(node) != Shape{Scalar::Float} || node.isArray()) return std::nullopt;
+  if (const TIntermConstantUnion* constant = asConstant(node)) {
+    return static_cast<float>(constant->getConstArray()[0].getDConst());
+  }
+  const TIntermBinary* binary = node.getAsBinaryNode();
+  if (binary == nullptr || !isArithmetic(binary->getOp())) return std::nullopt;
+  const std::optional<float> left = constantFloat(*binary->getLeft());
+  const std::optional<float> right = left ? constantFloat(*binary->getRight()) : std::nullopt;
+  if (!right) return std::nullopt;
+  switch (binary->getOp()) {
+    case glslang::EOpAdd:
+      return *left + *right;
+    case glslang::EOpSub:
+      return *left - *right;
+    case glslang::EOpMul:
+      return *left * *right;
+    default:
+      return *right != 0 ? std::optional(*left / *right) : std::nullopt;
+  }
 }
 
 std::optional<int32_t> FunctionGenerator::constantInt(const TIntermTyped& node) const {
-  const TIntermConstantUnion* constant = asConstant(node);
-  if (constant == nullptr || !shapeOf(node).isInteger() || !shapeOf(node).isScalar()) {
+  if (!shapeOf(node).isInteger() || !shapeOf(node).isScalar() || node.isArray()) {
     return std::nullopt;
   }
-  return static_cast<int32_t>(constantWords(*constant)[0]);
+  if (const TIntermConstantUnion* constant = asConstant(node)) {
+    return static_cast<int32_t>(constantWords(*constant)[0]);
+  }
+  const TIntermBinary* binary = node.getAsBinaryNode();
+  if (binary == nullptr || !isArithmetic(binary->getOp())) return std::nullopt;
+  const std::optional<int32_t> left = constantInt(*binary->getLeft());
+  const std::optional<int32_t> right = left ? constantInt(*binary->getRight()) : std::nullopt;
+  if (!right) return std::nullopt;
+  const auto a = static_cast<uint32_t>(*left), b = static_cast<uint32_t>(*right);
+  switch (binary->getOp()) {
+    case glslang::EOpAdd:
+      return static_cast<int32_t>(a + b);
+    case glslang::EOpSub:
+      return static_cast<int32_t>(a - b);
+    case glslang::EOpMul:
+      return static_cast<int32_t>(a * b);
+    default:
+      return std::nullopt;
+  }
 }
 
 }  // namespace shadermachine::tools::glsl

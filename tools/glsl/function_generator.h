@@ -36,6 +36,7 @@ struct Target {
 };
 
 struct TextureCall;
+using TextureArguments = std::span<const TIntermTyped* const>;
 
 class FunctionGenerator {
  public:
@@ -165,6 +166,29 @@ class FunctionGenerator {
   void constructFrom(VmOpcode opcode, const Shape& shape, std::span<TIntermNode* const> arguments,
                      const TSourceLoc& where);
 
+  // matrices.cpp: those that are not square
+  struct Kept {
+    Shape shape;
+    Place place;
+  };
+  Kept keep(const Operand& operand);
+  void release(const Kept& kept);
+  Operand columnOf(const Kept& kept, unsigned column);
+  Operand componentOf(const Operand& vector, unsigned component);
+  void joinColumns(const Shape& shape);
+  void joinComponents(unsigned count);
+  void matrixArithmetic(TOperator op, const Operand& left, const Operand& right,
+                        const TSourceLoc& where);
+  void matrixTimesVector(const Kept& matrix, const Operand& vector, const TSourceLoc& where);
+  void negateMatrix(const Operand& operand);
+  void compareMatrices(const Operand& left, const Operand& right, bool wantsEqual);
+  void transposeMatrix(const Operand& operand);
+  void outerProduct(const Operand& left, const Operand& right, const TSourceLoc& where);
+  bool oblongCall(const TIntermOperator& node, std::span<const TIntermTyped* const> arguments);
+  void constructColumns(const Shape& shape, std::span<TIntermNode* const> arguments);
+  void pushComponent(const Kept& source, unsigned component);
+  void pushOfDiagonal(const Kept& source, unsigned column, unsigned row);
+
   // assignments.cpp
   Target target(const TIntermTyped& node);
   void appendStep(Target& target, const TIntermBinary& node);
@@ -209,18 +233,24 @@ class FunctionGenerator {
 
   // builtins.cpp
   void builtinCall(const TIntermOperator& node, std::span<const TIntermTyped* const> arguments);
+  Unsupported unsupportedFunction(const TIntermOperator& node);
   bool tableCall(const TIntermOperator& node, std::span<const TIntermTyped* const> arguments);
   bool specialCall(const TIntermOperator& node, std::span<const TIntermTyped* const> arguments);
+  void interpolateAtOffset(const TIntermTyped& varying, const TIntermTyped& offset);
   bool bitField(TOperator op, std::span<const TIntermTyped* const> arguments);
   void power(const TIntermTyped& base, const TIntermTyped& exponent, unsigned components);
   bool smoothstep(std::span<const TIntermTyped* const> arguments, unsigned components);
 
   // textures.cpp
-  void textureCall(const TIntermAggregate& node);
+  void textureCall(const TIntermOperator& node, TextureArguments arguments);
   bool oldTextureCall(const TIntermAggregate& node);
-  void lookUp(const TextureCall& call);
-  void describedLookUp(const TextureCall& call);
-  void textureCoordinates(const TextureCall& call, unsigned needed);
+  void lookUp(const TextureCall& call, const TSourceLoc& where);
+  void lookUpRepeatedly(const TextureCall& call);
+  void describedLookUp(const TextureCall& call, unsigned corner = 0);
+  unsigned gradientOf(const TextureCall& call, unsigned axis);
+  unsigned offsetOf(const TextureCall& call, unsigned corner);
+  unsigned floatArgument(const TextureCall& call, size_t index);
+  void textureCoordinates(const TextureCall& call);
   void fetchTexel(const TextureCall& call);
   void levelOf(const TextureCall& call);
 

@@ -38,6 +38,11 @@ bool isHostVariable(TStorageQualifier storage) {
   return storage == glslang::EvqUniform || storage == glslang::EvqVaryingIn;
 }
 
+// Its members are variables of their own; an array of blocks is a variable like others.
+bool isBlock(const TIntermSymbol& symbol) {
+  return symbol.getBasicType() == glslang::EbtBlock && !symbol.isArray();
+}
+
 double numberOf(const glslang::TConstUnion& value) {
   switch (value.getType()) {
     case glslang::EbtBool:
@@ -49,6 +54,14 @@ double numberOf(const glslang::TConstUnion& value) {
     default:
       return value.getDConst();
   }
+}
+
+// What a location counts for; the second colour of a blending is none of the picture's.
+bool isColour(const TIntermSymbol& symbol) {
+  const glslang::TQualifier& qualifier = symbol.getQualifier();
+  const bool isSecond = qualifier.hasIndex() && qualifier.layoutIndex > 0;
+  return isOutput(qualifier.storage) && !isSecond && qualifier.builtIn != glslang::EbvSampleMask &&
+         qualifier.builtIn != glslang::EbvFragStencilRef;
 }
 
 // The variable and constant of a global's initialization, when it is no more than that.
@@ -130,7 +143,7 @@ Module::Global Module::declareGlobal(const TIntermSymbol& symbol, int member, co
     throw Unsupported(symbol.getLoc(), "storage buffers are not supported");
   }
   if (!isHostVariable(storage)) return {addPlain(name, value), std::nullopt};
-  if (symbol.getType().getBasicType() == glslang::EbtBlock && member < 0) {
+  if (isBlock(symbol) && member < 0) {
     throw Unsupported(symbol.getLoc(), "uniform blocks are supported by member only");
   }
   const GlobalId host = builder_->addGlobal({name, value.code, value.count, VM_VAR_HOST_0});
@@ -236,13 +249,14 @@ void Module::numberOutputs() {
     const glslang::TQualifier& qualifier = symbol->getQualifier();
     const unsigned base = qualifier.hasLocation() ? qualifier.layoutLocation : next;
     bases[symbol->getId()] = base;
-    if (!isDepth(*symbol)) next = base + (symbol->isArray() ? arrayLength(symbol->getType()) : 1);
+    if (isColour(*symbol) && !isDepth(*symbol))
+      next = base + (symbol->isArray() ? arrayLength(symbol->getType()) : 1);
   }
   forEachUsedTree([&](const TIntermNode& node) {
     const TIntermBinary* binary = node.getAsBinaryNode();
     const TIntermSymbol* symbol =
         binary != nullptr ? binary->getLeft()->getAsSymbolNode() : node.getAsSymbolNode();
-    if (symbol == nullptr || !isOutput(symbol->getQualifier().storage) || isDepth(*symbol)) return;
+    if (symbol == nullptr || !isColour(*symbol) || isDepth(*symbol)) return;
     const unsigned base = bases[symbol->getId()];
     if (!symbol->isArray()) {
       outputs_[{symbol->getId(), -1}] = base;
@@ -288,13 +302,13 @@ void Module::declareGlobals() {
     const TIntermSymbol* base = binary != nullptr ? binary->getLeft()->getAsSymbolNode() : nullptr;
     const TIntermConstantUnion* part =
         base != nullptr ? binary->getRight()->getAsConstantUnion() : nullptr;
-    const bool isPart = part != nullptr && (base->getBasicType() == glslang::EbtBlock
-                                                ? binary->getOp() == glslang::EOpIndexDirectStruct
-                                                : isOutputArray(*base));
+    const bool isPart =
+        part != nullptr &&
+        (isBlock(*base) ? binary->getOp() == glslang::EOpIndexDirectStruct : isOutputArray(*base));
     if (isPart) global(*base, part->getConstArray()[0].getIConst());
     const TIntermSymbol* symbol = node.getAsSymbolNode();
     if (symbol == nullptr || !isGlobal(*symbol) || constantValue(*symbol) != nullptr) return;
-    const bool hasParts = symbol->getBasicType() == glslang::EbtBlock || isOutputArray(*symbol);
+    const bool hasParts = isBlock(*symbol) || isOutputArray(*symbol);
     if (!hasParts && isUsed(symbol->getId())) global(*symbol);
   });
 }

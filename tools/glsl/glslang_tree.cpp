@@ -150,4 +150,10 @@ bool isOutputArgument(const TIntermAggregate& call, size_t index) {
   return index >= firstOutput(call.getOp());
 }
 
+std::vector<const TIntermTyped*> typedChildren(const TIntermAggregate& node) {
+  std::vector<const TIntermTyped*> typed;
+  for (const TIntermNode* child : children(node)) typed.push_back(child->getAsTyped());
+  return typed;
+}
+
 }  // namespace shadermachine::tools::glsl

@@ -10,6 +10,7 @@
 #include <functional>
 #include <span>
 #include <string>
+#include <vector>
 
 namespace shadermachine::tools::glsl {
 
@@ -69,5 +70,7 @@ inline bool isUserCall(const TIntermNode& node) {
 inline std::span<TIntermNode* const> children(const TIntermAggregate& node) {
   return {node.getSequence().data(), node.getSequence().size()};
 }
+
+std::vector<const TIntermTyped*> typedChildren(const TIntermAggregate& node);
 
 }  // namespace shadermachine::tools::glsl

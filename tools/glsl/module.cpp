@@ -138,7 +138,7 @@ const FunctionInfo& Module::libraryFunction(const std::string& name,
   for (const Shape& shape : shapes) key += " " + shapeName(shape);
   const auto found = libraryFunctions_.find(key);
   if (found == libraryFunctions_.end()) {
-    throw Unsupported(where, "this function is not supported for these types");
+    throw Unsupported(where, diagnostics_.calledFunction(where, false) + " is not supported");
   }
   return *found->second;
 }

@@ -172,6 +172,7 @@ void FunctionGenerator::unaryValue(const TIntermUnary& node) {
   }
   switch (node.getOp()) {
     case glslang::EOpNegative:
+      if (shape.isOblong()) return negateMatrix(this->operand(*operand));
       value(*operand);
       return emitCounted(shape.isInteger() ? VM_OP_NEG_I : VM_OP_NEG_F, shape.components);
     case glslang::EOpLogicalNot:
@@ -233,6 +234,9 @@ void FunctionGenerator::binaryValue(const TIntermBinary& node) {
 void FunctionGenerator::arithmetic(TOperator compound, const Operand& left, const Operand& right,
                                    const TSourceLoc& where) {
   const TOperator op = plainOperator(compound);
+  if (left.shape.isOblong() || right.shape.isOblong()) {
+    return matrixArithmetic(op, left, right, where);
+  }
   switch (op) {
     case glslang::EOpMatrixTimesVector:
     case glslang::EOpVectorTimesMatrix:
@@ -459,6 +463,9 @@ void FunctionGenerator::comparison(TOperator op, const TIntermTyped& left,
   const bool wantsUnequal = op == glslang::EOpNotEqual || op == glslang::EOpVectorNotEqual;
   if (!wantsEqual && !wantsUnequal) {
     return ordered(op, operand(left), operand(right), isComponentWise);
+  }
+  if (!left.isArray() && shapeOf(left).isOblong()) {
+    return compareMatrices(operand(left), operand(right), wantsEqual);
   }
   value(left);
   value(right);

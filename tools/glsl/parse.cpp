@@ -36,23 +36,30 @@ std::vector<Attempt> attemptsFor(const Source& source) {
   const char* directive = source.versionDirective.c_str();
   const bool isEs = source.version == 100 || source.version == 300 || source.version == 310 ||
                     source.version == 320;
-  if (!isEs) return {{source.version, directive}};
+  if (!isEs) {
+    std::vector<Attempt> attempts = {{source.version, directive}};
+    // glslang has the names of this extension in later versions only.
+    const bool isExtended = source.text.find("GL_ARB_gpu_shader5") != std::string::npos;
+    if (isExtended && source.version < 400) attempts.push_back({400, "#version 400 compatibility"});
+    return attempts;
+  }
   return {{source.version, directive}, {source.version, directive, true}};
 }
 
 // Asks the caller of the compiler for files, as long as they are few and small.
 class Includer final : public glslang::TShader::Includer {
  public:
-  explicit Includer(const GlslOptions& options) : options_(options) {}
+  Includer(const GlslOptions& options, const Expanded& sizes) : options_(options), sizes_(sizes) {}
 
   IncludeResult* includeLocal(const char* name, const char* includer, size_t depth) override {
-    constexpr size_t kMaxDepth = 50;
-    if (!options_.include || depth > kMaxDepth) return nullptr;
+    if (!options_.include || depth > kMaxIncludeDepth) return nullptr;
     const bool isSource = std::string_view(includer).empty();
     std::optional<GlslInclude> found =
         options_.include(name, isSource ? options_.fileName : includer);
-    if (!found || (bytes_ += found->text.size()) > 4 * kMaxSourceBytes) return nullptr;
-    if (!tooMuchIn(found->text).empty()) return nullptr;
+    if (!found || (bytes_ += found->text.size()) > kMaxIncludedBytes) return nullptr;
+    const auto size = sizes_.tokens.find(found->path);
+    if (size == sizes_.tokens.end()) return nullptr;
+    if ((tokens_ += size->second) > kMaxExpandedTokens) return nullptr;
     auto* text = new std::string(std::move(found->text));
     return new IncludeResult(found->path, text->data(), text->size(), text);
   }
@@ -66,7 +73,9 @@ class Includer final : public glslang::TShader::Includer {
 
  private:
   const GlslOptions& options_;
+  const Expanded& sizes_;
   size_t bytes_ = 0;
+  size_t tokens_ = 0;
 };
 
 // All texts that make up a shader, in order.
@@ -97,26 +106,28 @@ struct Strings {
 
 class Reader {
  public:
-  Reader(const Source& source, const GlslOptions& options) : source_(source), options_(options) {}
+  Reader(const Source& source, const GlslOptions& options, const Expanded& sizes)
+      : source_(source), options_(options), sizes_(sizes) {}
 
   // Null when the source cannot be read this way; the errors say why.
   std::unique_ptr<glslang::TShader> read(const Attempt& attempt, Diagnostics& errors) {
     Texts texts = {std::string(attempt.directive) + "\n", defines(), {}, &source_.text};
     const std::string visible = preprocessed(attempt, texts);
-    const Surroundings around = surroundingsOf(tokensOf(visible), attempt.version);
+    const Surroundings around =
+        surroundingsOf(tokensOf(visible), attempt.version, options_.isBuffer);
     if (attempt.addsPrecision) texts.preamble += kDefaultPrecision;
     texts.preamble += around.before + "\n";
     texts.entry = around.after;
     kind_ = around.kind;
     if (kind_ == Entry::Image && options_.include) {
-      texts.common = options_.include("Common.glsl", options_.fileName).value_or(GlslInclude{});
+      texts.common = options_.include(kCommonFile, options_.fileName).value_or(GlslInclude{});
     }
     const Strings strings(texts, options_.fileName);
     auto shader = std::make_unique<glslang::TShader>(EShLangFragment);
     shader->setStringsWithLengthsAndNames(strings.texts.data(), strings.lengths.data(),
                                           strings.names.data(),
                                           static_cast<int>(strings.texts.size()));
-    Includer includer(options_);
+    Includer includer(options_, sizes_);
     if (shader->parse(GetDefaultResources(), attempt.version, ENoProfile, false, false, kMessages,
                       includer)) {
       return shader;
@@ -136,7 +147,7 @@ class Reader {
     glslang::TShader shader(EShLangFragment);
     shader.setStrings(&string, 1);
     std::string result;
-    Includer includer(options_);
+    Includer includer(options_, sizes_);
     shader.preprocess(GetDefaultResources(), attempt.version, ENoProfile, false, false, kMessages,
                       &result, includer);
     return result;
@@ -154,6 +165,7 @@ class Reader {
 
   const Source& source_;
   const GlslOptions& options_;
+  const Expanded& sizes_;
   Entry kind_ = Entry::Main;
 };
 
@@ -182,15 +194,16 @@ std::unique_ptr<Program> Program::parse(std::string_view text, const GlslOptions
   Source source;
   if (!readSource(text, source, diagnostics)) return nullptr;
   diagnostics.setLines(source.versionLine, source.lines);
-  if (const std::string reason = tooMuchIn(source.text); !reason.empty()) {
-    diagnostics.add(Unsupported(TSourceLoc(), reason));
+  const Expanded sizes = expanded(source, options);
+  if (!sizes.problem.empty()) {
+    diagnostics.add(Unsupported(TSourceLoc(), sizes.problem));
     return nullptr;
   }
   std::optional<Diagnostics> best;
   std::string readAs;
   for (const Attempt& attempt : attemptsFor(source)) {
     Diagnostics errors = diagnostics;
-    Reader reader(source, options);
+    Reader reader(source, options, sizes);
     if (auto shader = reader.read(attempt, errors)) {
       if (isTooDeep(*shader, diagnostics)) return nullptr;
       std::unique_ptr<Program> program(new Program(std::move(shader)));

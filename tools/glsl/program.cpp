@@ -9,7 +9,10 @@ namespace {
 
 constexpr size_t kMaxClosure = 4'000'000;  // globals in all functions' sets together
 
-bool isDerivative(TOperator op) { return op >= glslang::EOpDPdx && op <= glslang::EOpFwidthCoarse; }
+bool isDerivative(TOperator op) {
+  return (op >= glslang::EOpDPdx && op <= glslang::EOpFwidthCoarse) ||
+         op == glslang::EOpTextureQueryLod || op == glslang::EOpInterpolateAtOffset;
+}
 
 // A local variable or parameter of the function that mentions it.
 bool isOwn(const TIntermSymbol& symbol) {

@@ -2,6 +2,9 @@
 
 #include <algorithm>
 #include <charconv>
+#include <deque>
+#include <optional>
+#include <set>
 #include <unordered_map>
 
 namespace shadermachine::tools::glsl {
@@ -65,11 +68,41 @@ void takeVersion(Source& source) {
 
 using Tokens = std::vector<std::string_view>;
 
+// What includes itself again has no effect, or it has one each time.
+bool isReadOnce(std::string_view text) {
+  const std::vector<std::string_view> tokens = tokensOf(text);
+  return tokens.size() > 1 && tokens[0] == "#" && (tokens[1] == "pragma" || tokens[1] == "ifndef");
+}
+
 // Counts what a text's macros grow to. A macro is not replaced inside of its own replacement.
 class Expansion {
  public:
-  // Returns why the text is too much.
-  std::string count(std::string_view text) {
+  explicit Expansion(const GlslOptions& options) : options_(options) {}
+
+  void count(const std::string& name, std::string text) {
+    const size_t before = expanded_;
+    texts_.push_back(withoutComments(std::move(text)));
+    countLines(name, texts_.back());
+    result_.tokens[name] += expanded_ - before;
+  }
+  // By a name that a directive gives, if it is found.
+  void include(const std::string& name, const std::string& includer) {
+    std::optional<GlslInclude> found;
+    if (options_.include && ++depth_ <= kMaxIncludeDepth && result_.problem.empty()) {
+      found = options_.include(name, includer);
+    }
+    if (found && (!isReadOnce(found->text) || readOnce_.insert(found->path).second)) {
+      bytes_ += found->text.size();
+      if (bytes_ > kMaxIncludedBytes) result_.problem = "what is included is longer than 4 MiB";
+      count(found->path, std::move(found->text));
+    }
+    --depth_;
+  }
+
+  Expanded take() { return std::move(result_); }
+
+ private:
+  void countLines(const std::string& name, std::string_view text) {
     for (size_t start = 0, end = 0; start < text.size(); start = end + 1) {
       end = text.find('\n', start);
       while (end != std::string::npos && end > 0 && text[end - 1] == '\\') {
@@ -79,6 +112,14 @@ class Expansion {
       const Tokens line = tokensOf(text.substr(start, end - start));
       if (line.empty() || line[0] != "#") {
         pending_.insert(pending_.end(), line.begin(), line.end());
+      } else if (line.size() > 2 && line[1] == "include") {
+        expandPending();
+        const std::string_view rest = text.substr(start, end - start);
+        const size_t open = rest.find_first_of("\"<");
+        const size_t close = rest.find_first_of("\">", open + 1);
+        if (open != std::string::npos && close != std::string::npos) {
+          include(std::string(rest.substr(open + 1, close - open - 1)), name);
+        }
       } else if (line.size() > 2 && (line[1] == "define" || line[1] == "undef")) {
         expandPending();
         macros_.erase(line[2]);
@@ -86,10 +127,8 @@ class Expansion {
       }
     }
     expandPending();
-    return problem_;
   }
 
- private:
   struct Macro {
     bool isFunction = false;
     bool isActive = false;
@@ -128,9 +167,9 @@ class Expansion {
 
   template <class Take>
   void expand(const Tokens& tokens, unsigned depth, const Take& take) {
-    if (depth > kMaxNesting) problem_ = "macros are nested too deeply";
-    for (size_t i = 0; i < tokens.size() && problem_.empty(); ++i) {
-      if (++expanded_ > kMaxExpandedTokens) problem_ = "macros make the source too long";
+    if (depth > kMaxNesting) result_.problem = "macros are nested too deeply";
+    for (size_t i = 0; i < tokens.size() && result_.problem.empty(); ++i) {
+      if (++expanded_ > kMaxExpandedTokens) result_.problem = "macros make the source too long";
       Macro* macro = isWordCharacter(tokens[i][0]) ? find(tokens[i]) : nullptr;
       const bool isCall = i + 1 < tokens.size() && tokens[i + 1] == "(";
       if (macro == nullptr || macro->isActive || (macro->isFunction && !isCall)) {
@@ -182,7 +221,7 @@ class Expansion {
         result.insert(result.end(), arguments[number].begin(), arguments[number].end());
       }
       if (result.size() > kMaxExpandedTokens) {
-        problem_ = "macros make the source too long";
+        result_.problem = "macros make the source too long";
         break;
       }
     }
@@ -190,14 +229,16 @@ class Expansion {
   }
 
   void take(std::string_view token) {
-    constexpr std::string_view kOperators = "-+*/%&|^<>=?![~";
+    constexpr std::string_view kOperators = "-+*/%&|^<>=?![~,";
     if (token == ";" || token == "{" || token == "}") operators_ = 0;
+    if (token == "struct" && ++structures_ > kMaxStructures)
+      result_.problem = "too many structures";
     // The points of numbers do not make trees deeper; others follow a name or a closing bracket.
     const bool isMember = token == "." && isBehindValue_;
     isBehindValue_ = token[0] >= 'A' || token == ")";
     const bool isOperator = isMember || kOperators.find(token[0]) != std::string_view::npos;
     if (isOperator && ++operators_ > kMaxOperators) {
-      problem_ = "a statement has too many operators";
+      result_.problem = "a statement has too many operators";
     }
   }
 
@@ -205,8 +246,14 @@ class Expansion {
   Tokens pending_;
   size_t expanded_ = 0;
   size_t operators_ = 0;
+  size_t structures_ = 0;
   bool isBehindValue_ = false;
-  std::string problem_;
+  const GlslOptions& options_;
+  std::deque<std::string> texts_;  // what tokens point into
+  std::set<std::string> readOnce_;
+  size_t bytes_ = 0;
+  unsigned depth_ = 0;
+  Expanded result_;
 };
 
 }  // namespace
@@ -224,9 +271,18 @@ std::vector<std::string_view> tokensOf(std::string_view text) {
   return tokens;
 }
 
-std::string tooMuchIn(std::string_view text) {
-  const std::string bare = withoutComments(std::string(text));
-  return Expansion().count(bare);
+Expanded expanded(const Source& source, const GlslOptions& options) {
+  Expansion expansion(options);
+  std::string definitions;
+  for (std::string definition : options.defines) {
+    std::ranges::replace(definition, '=', ' ');
+    definitions += "#define " + definition + "\n";
+  }
+  expansion.count("", std::move(definitions));
+  const bool isImage = source.text.find("mainImage") != std::string::npos;
+  if (isImage) expansion.include(kCommonFile, options.fileName);
+  expansion.count(options.fileName, source.text);
+  return expansion.take();
 }
 
 bool readSource(std::string_view text, Source& source, Diagnostics& diagnostics) {

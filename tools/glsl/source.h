@@ -4,6 +4,7 @@
 // measured here first: macros by expanding them once, into nothing but a count.
 #pragma once
 
+#include <map>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -12,9 +13,13 @@
 
 namespace shadermachine::tools::glsl {
 
-inline constexpr size_t kMaxSourceBytes = 1 << 20;  // with everything that is included: four times
+inline constexpr size_t kMaxSourceBytes = 1 << 20;
+inline constexpr size_t kMaxIncludedBytes = 4 * kMaxSourceBytes;
+inline constexpr unsigned kMaxIncludeDepth = 50;
+inline constexpr const char* kCommonFile = "Common.glsl";  // in front of a source with mainImage()
 inline constexpr size_t kMaxExpandedTokens = 1 << 21;
-inline constexpr size_t kMaxOperators = 20000;  // of one statement
+inline constexpr size_t kMaxOperators = 20000;   // of one statement
+inline constexpr size_t kMaxStructures = 10000;  // each may contain the one before
 
 struct Source {
   std::string text;              // without byte order mark, lines end with "\n", no #version
@@ -30,9 +35,14 @@ bool readSource(std::string_view text, Source& source, Diagnostics& diagnostics)
 // Words and single other characters, without white space and comments.
 std::vector<std::string_view> tokensOf(std::string_view text);
 
-// The reason why glslang would choke on the text; empty when it would not. Conditional directives
-// are not followed: the last definition of a macro counts.
-std::string tooMuchIn(std::string_view text);
+struct Expanded {
+  std::string problem;                   // why glslang would choke on the source; else empty
+  std::map<std::string, size_t> tokens;  // of each file, with those of what it includes
+};
+
+// The source with all that it includes, whose macros it may use. Conditional directives are not
+// followed: the last definition of a macro counts, and what guards itself is read once.
+Expanded expanded(const Source& source, const GlslOptions& options);
 
 bool definesFunction(const std::vector<std::string_view>& tokens, std::string_view type,
                      std::string_view name);

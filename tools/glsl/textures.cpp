@@ -10,16 +10,13 @@
 namespace shadermachine::tools::glsl {
 namespace {
 
-const TIntermTyped& argumentOf(const TIntermAggregate& node, size_t index) {
-  return *node.getSequence()[index]->getAsTyped();
-}
-
 int64_t lookupForm(unsigned operands, unsigned kind) { return operands << 5 | kind << 2; }
 
 // Components of a position in a texture, or of a direction.
 unsigned dimensionsOf(const glslang::TSampler& sampler) {
   switch (sampler.dim) {
     case glslang::Esd1D:
+    case glslang::EsdBuffer:
       return 1;
     case glslang::Esd3D:
     case glslang::EsdCube:
@@ -31,7 +28,7 @@ unsigned dimensionsOf(const glslang::TSampler& sampler) {
 
 bool isPlainSampler(const glslang::TSampler& sampler) {
   return sampler.type == glslang::EbtFloat && !sampler.isShadow() && !sampler.isArrayed() &&
-         !sampler.isMultiSample() && !sampler.isRect();
+         !sampler.isMultiSample() && !sampler.isRect() && !sampler.isBuffer();
 }
 
 uint32_t descriptionOf(const glslang::TSampler& sampler, LookupOperation operation) {
@@ -39,6 +36,7 @@ uint32_t descriptionOf(const glslang::TSampler& sampler, LookupOperation operati
   if (sampler.isArrayed()) bits |= kLookupIsLayered;
   if (sampler.isShadow()) bits |= kLookupCompares;
   if (sampler.isRect()) bits |= kLookupInTexels;
+  if (sampler.isBuffer()) bits |= kLookupIsBuffer;
   if (sampler.type != glslang::EbtFloat) bits |= kLookupGivesIntegers;
   return bits | static_cast<uint32_t>(operation) << kLookupOperationShift;
 }
@@ -63,7 +61,7 @@ bool isOldTextureFunction(std::string_view name) {
 
 // What a function of textures does, and which arguments it does it with; 0 for those it lacks.
 struct TextureCall {
-  const TIntermAggregate& node;
+  TextureArguments arguments;
   const glslang::TSampler& sampler;
   LookupOperation operation = LookupOperation::Sample;
   bool isProjective = false;
@@ -72,43 +70,46 @@ struct TextureCall {
   size_t gradients = 0;
   size_t offset = 0;
   size_t component = 0;
+  bool hasFourOffsets = false;
 };
 
 namespace {
 
-TextureCall describeQuery(const TIntermAggregate& node, const glslang::TSampler& sampler) {
-  TextureCall call{node, sampler};
-  const size_t count = node.getSequence().size();
-  if (node.getOp() == glslang::EOpTextureQuerySize) {
-    call.operation = LookupOperation::Size;
-    if (count > 1) call.level = 1;
-  } else if (node.getOp() == glslang::EOpTextureQueryLevels) {
-    call.operation = LookupOperation::Levels;
-  } else {
-    throw Unsupported(node.getLoc(), "textureQueryLod() and textureSamples() are not supported");
+LookupOperation queryOperation(TOperator op) {
+  switch (op) {
+    case glslang::EOpTextureQuerySize:
+      return LookupOperation::Size;
+    case glslang::EOpTextureQueryLod:
+      return LookupOperation::LevelOfGradients;
+    default:
+      return LookupOperation::Levels;
   }
-  return call;
 }
 
 // After the coordinates come: a reference, a level or two gradients, an offset, a bias or
 // component.
-TextureCall describeCall(const TIntermAggregate& node, const glslang::TSampler& sampler) {
+TextureCall describeCall(const TIntermOperator& node, TextureArguments arguments,
+                         const glslang::TSampler& sampler) {
   glslang::TCrackedTextureOp cracked;
   node.crackTexture(sampler, cracked);
-  if (cracked.query) return describeQuery(node, sampler);
-  if (cracked.offsets || cracked.lodClamp || cracked.subpass || cracked.fragMask) {
-    throw Unsupported(node.getLoc(), "textureGatherOffsets() and clamped levels are not supported");
+  if (cracked.lodClamp || cracked.subpass || cracked.fragMask) {
+    throw Unsupported(node.getLoc(), "clamped levels and attachments are not supported");
   }
-  TextureCall call{node, sampler};
+  TextureCall call{arguments, sampler};
+  if (cracked.query) {
+    call.operation = queryOperation(node.getOp());
+    if (call.operation == LookupOperation::Size && arguments.size() > 1) call.level = 1;
+    return call;
+  }
   call.isProjective = cracked.proj;
-  const size_t count = node.getSequence().size();
+  const size_t count = arguments.size();
   size_t next = 2;
   const bool isCubeArray = sampler.dim == glslang::EsdCube && sampler.isArrayed();
   if (sampler.isShadow() && (cracked.gather || isCubeArray)) call.reference = next++;
   if (cracked.fetch) {
     call.operation = LookupOperation::Texel;
     if (sampler.isMultiSample()) ++next;  // one sample is like the other
-    if (!sampler.isMultiSample() && !sampler.isRect()) call.level = next++;
+    if (next < count && !sampler.isMultiSample() && !sampler.isRect()) call.level = next++;
   } else if (cracked.gather) {
     call.operation = LookupOperation::Gather;
   } else if (cracked.lod) {
@@ -119,22 +120,23 @@ TextureCall describeCall(const TIntermAggregate& node, const glslang::TSampler& 
     call.gradients = next;
     next += 2;
   }
-  if (cracked.offset) call.offset = next++;
+  call.hasFourOffsets = cracked.offsets;
+  if (cracked.offset || cracked.offsets) call.offset = next++;
   if (next < count) (cracked.gather ? call.component : call.level) = next;
   return call;
 }
 
-TextureCall describeOldCall(const TIntermAggregate& node, const glslang::TSampler& sampler) {
-  const std::string_view name = node.getName().c_str();
+TextureCall describeOldCall(std::string_view name, TextureArguments arguments,
+                            const glslang::TSampler& sampler) {
   const auto has = [name](const char* part) { return name.find(part) != std::string_view::npos; };
-  TextureCall call{node, sampler};
+  TextureCall call{arguments, sampler};
   call.isProjective = has("Proj");
   if (has("Grad")) {
     call.operation = LookupOperation::Gradient;
     call.gradients = 2;
   } else {
     if (has("Lod")) call.operation = LookupOperation::Level;
-    if (node.getSequence().size() > 2) call.level = 2;
+    if (arguments.size() > 2) call.level = 2;
   }
   return call;
 }
@@ -151,35 +153,61 @@ bool isPlain(const TextureCall& call) {
 bool FunctionGenerator::oldTextureCall(const TIntermAggregate& node) {
   const std::string name = node.getName().c_str();
   if (!isOldTextureFunction(name.substr(0, name.find('(')))) return false;
-  const TIntermTyped& sampler = argumentOf(node, 0);
-  valueType(sampler);
-  lookUp(describeOldCall(node, sampler.getType().getSampler()));
+  const std::vector<const TIntermTyped*> arguments = typedChildren(node);
+  valueType(*arguments[0]);
+  lookUp(describeOldCall(name, arguments, arguments[0]->getType().getSampler()), node.getLoc());
   return true;
 }
 
-void FunctionGenerator::textureCall(const TIntermAggregate& node) {
-  const TIntermTyped& sampler = argumentOf(node, 0);
-  valueType(sampler);  // refuses kinds of samplers that no host serves
-  lookUp(describeCall(node, sampler.getType().getSampler()));
+void FunctionGenerator::textureCall(const TIntermOperator& node, TextureArguments arguments) {
+  valueType(*arguments[0]);  // refuses kinds of samplers that no host serves
+  if (node.getOp() == glslang::EOpTextureQuerySamples) return code_.pushInt(1);
+  lookUp(describeCall(node, arguments, arguments[0]->getType().getSampler()), node.getLoc());
 }
 
-void FunctionGenerator::lookUp(const TextureCall& call) {
-  value(argumentOf(call.node, 0));
+void FunctionGenerator::lookUp(const TextureCall& call, const TSourceLoc& where) {
+  const bool readsTwice =
+      call.hasFourOffsets || call.operation == LookupOperation::LevelOfGradients;
+  if (readsTwice) return lookUpRepeatedly(call);
+  value(*call.arguments[0]);
   if (!isPlain(call)) return describedLookUp(call);
   if (call.operation == LookupOperation::Texel) return fetchTexel(call);
   const unsigned kind = *lookupKind(call.sampler);
-  textureCoordinates(call, kLookupKinds[kind].coordinates);
-  if (call.level != 0) value(argumentOf(call.node, call.level));
+  const unsigned needed = kLookupKinds[kind].coordinates;
+  if (shapeOf(*call.arguments[1]).components < needed) {
+    throw Unsupported(where, "too few coordinates for this kind of texture");
+  }
+  textureCoordinates(call);
+  if (call.level != 0) value(*call.arguments[call.level]);
   code_.emit(call.operation == LookupOperation::Level ? VM_OP_HOST_LOOKUP_2 : VM_OP_HOST_LOOKUP_1,
              {lookupForm(call.level != 0 ? 3 : 2, kind)});
 }
 
-void FunctionGenerator::textureCoordinates(const TextureCall& call, unsigned needed) {
-  const TIntermTyped& coordinates = argumentOf(call.node, 1);
-  const Shape shape = shapeOf(coordinates);
-  if (shape.components < needed) {
-    throw Unsupported(call.node.getLoc(), "too few coordinates for this kind of texture");
+// Those that need their coordinates several times: derivatives of them, and four texels that are
+// gathered one by one, each the last of its four.
+void FunctionGenerator::lookUpRepeatedly(const TextureCall& call) {
+  const TIntermTyped* const coordinates = call.arguments[1];
+  const bool isFixed = fixedValues_.contains(coordinates);
+  if (!isFixed) {
+    const Place place = newLocal("coordinates", valueType(*coordinates));
+    value(*coordinates);
+    store(place);
+    fixedValues_[coordinates] = place;
   }
+  constexpr unsigned kLast = 3;
+  const unsigned count = call.hasFourOffsets ? 4 : 1;
+  for (unsigned i = 0; i < count; ++i) {
+    value(*call.arguments[0]);
+    describedLookUp(call, i);
+    if (call.hasFourOffsets) swizzle({&kLast, 1}, 4);
+  }
+  if (call.hasFourOffsets) code_.emit(VM_OP_CTOR_VEC4_A, {1, 1, 1, 1});
+  if (!isFixed) fixedValues_.erase(coordinates);
+}
+
+void FunctionGenerator::textureCoordinates(const TextureCall& call) {
+  const TIntermTyped& coordinates = *call.arguments[1];
+  const Shape shape = shapeOf(coordinates);
   converted(coordinates, shape.scalar, Scalar::Float);
   if (!call.isProjective) return;
   const unsigned last = shape.components - 1;
@@ -189,7 +217,7 @@ void FunctionGenerator::textureCoordinates(const TextureCall& call, unsigned nee
 }
 
 void FunctionGenerator::fetchTexel(const TextureCall& call) {
-  textureCoordinates(call, 2);
+  textureCoordinates(call);
   levelOf(call);
   code_.emit(VM_OP_CTOR_VEC3_A, {2, 1});
   code_.emit(VM_OP_HOST_LOOKUP_2, {lookupForm(2, kTexelKind)});
@@ -198,50 +226,67 @@ void FunctionGenerator::fetchTexel(const TextureCall& call) {
 // The level of a texture that an argument names, as a float; 0 without one.
 void FunctionGenerator::levelOf(const TextureCall& call) {
   if (call.level == 0) return code_.pushFloat(0);
-  const TIntermTyped& level = argumentOf(call.node, call.level);
+  const TIntermTyped& level = *call.arguments[call.level];
   converted(level, shapeOf(level).scalar, Scalar::Float);
 }
 
+// The derivative of the coordinates along an axis, or what an argument gives; returns how many
+// components it pushed.
+unsigned FunctionGenerator::gradientOf(const TextureCall& call, unsigned axis) {
+  if (call.operation == LookupOperation::LevelOfGradients) {
+    textureCoordinates(call);
+    const unsigned components = shapeOf(*call.arguments[1]).components;
+    emitCounted(axis == 0 ? VM_OP_HOST_UNARY_1 : VM_OP_HOST_UNARY_2, components);
+    return components;
+  }
+  return call.gradients == 0 ? 0 : floatArgument(call, call.gradients + axis);
+}
+
+unsigned FunctionGenerator::offsetOf(const TextureCall& call, unsigned corner) {
+  if (!call.hasFourOffsets) return call.offset == 0 ? 0 : floatArgument(call, call.offset);
+  const TIntermTyped& offsets = *call.arguments[call.offset];
+  const TIntermConstantUnion* constant = asConstant(offsets);
+  if (constant == nullptr) throw Unsupported(offsets.getLoc(), "these offsets are no constants");
+  const std::vector<uint32_t> words = constantWords(*constant);
+  for (size_t i = 0; i < 2; ++i) {
+    code_.pushFloat(static_cast<float>(static_cast<int32_t>(words[2 * corner + i])));
+  }
+  code_.emit(VM_OP_CTOR_VEC2_A, {1, 1});
+  return 2;
+}
+
+unsigned FunctionGenerator::floatArgument(const TextureCall& call, size_t index) {
+  const TIntermTyped& argument = *call.arguments[index];
+  const Shape shape = shapeOf(argument);
+  converted(argument, shape.scalar, Scalar::Float);
+  return shape.components;
+}
+
 // The sampler is on the stack.
-void FunctionGenerator::describedLookUp(const TextureCall& call) {
+void FunctionGenerator::describedLookUp(const TextureCall& call, unsigned corner) {
   std::vector<int64_t> counts;
-  // One column: a vector if there is one, and the last component.
-  const auto column = [&](unsigned size, const std::function<void()>& last) {
-    if (size < 3) {
-      code_.emit(VM_OP_PUSH_ZERO4);
-      counts.push_back(3 - size);
-    }
-    last();
-    counts.push_back(1);
-  };
-  const auto part = [&](size_t index) {
-    if (index == 0) return 0u;
-    const TIntermTyped& argument = argumentOf(call.node, index);
-    const Shape shape = shapeOf(argument);
-    converted(argument, shape.scalar, Scalar::Float);
-    counts.push_back(shape.components);
-    return shape.components;
+  // What is pushed already, zeros, and another component if there is one.
+  const auto column = [&](unsigned size, unsigned width) {
+    if (size > 0) counts.push_back(size);
+    if (size == width) return;
+    code_.emit(VM_OP_PUSH_ZERO4);
+    counts.push_back(width - size);
   };
   const auto scalar = [&](size_t index) {
-    if (index == 0) return code_.pushFloat(0);
-    converted(argumentOf(call.node, index), shapeOf(argumentOf(call.node, index)).scalar,
-              Scalar::Float);
+    if (index == 0) code_.pushFloat(0);
+    if (index != 0) floatArgument(call, index);
+    counts.push_back(1);
   };
   const bool hasCoordinates =
       call.operation != LookupOperation::Size && call.operation != LookupOperation::Levels;
-  unsigned coordinates = 0;
-  if (hasCoordinates) {
-    textureCoordinates(call, 1);
-    coordinates = shapeOf(argumentOf(call.node, 1)).components;
-    counts.push_back(coordinates);
-  }
-  if (coordinates < 4) {
-    code_.emit(VM_OP_PUSH_ZERO4);
-    counts.push_back(4 - coordinates);
-  }
-  column(part(call.gradients), [&] { scalar(call.reference); });
-  column(part(call.gradients == 0 ? 0 : call.gradients + 1), [&] { levelOf(call); });
-  column(part(call.offset), [&] { scalar(call.component); });
+  if (hasCoordinates) textureCoordinates(call);
+  column(hasCoordinates ? shapeOf(*call.arguments[1]).components : 0, 4);
+  column(gradientOf(call, 0), 3);
+  scalar(call.reference);
+  column(gradientOf(call, 1), 3);
+  scalar(call.level);
+  column(offsetOf(call, corner), 3);
+  scalar(call.component);
   code_.emit(VM_OP_CTOR_MAT4, counts);
   const uint32_t apart = call.reference != 0 ? kLookupIsApart : 0;
   code_.pushInt(static_cast<int32_t>(descriptionOf(call.sampler, call.operation) | apart));

@@ -7,6 +7,18 @@
 namespace shadermachine::tools::glsl {
 namespace {
 
+// One level of structures within structures.
+class Nesting {
+ public:
+  explicit Nesting(unsigned& depth) : depth_(++depth) {}
+  ~Nesting() { --depth_; }
+  Nesting(const Nesting&) = delete;
+  Nesting& operator=(const Nesting&) = delete;
+
+ private:
+  unsigned& depth_;
+};
+
 Scalar scalarOf(glslang::TBasicType type) {
   switch (type) {
     case glslang::EbtFloat:
@@ -30,6 +42,10 @@ TypeCode vectorCode(Scalar scalar, unsigned size) {
   return static_cast<TypeCode>(pair + static_cast<int>(size) - 2);
 }
 
+TypeCode matrixCode(unsigned dimension) {
+  return static_cast<TypeCode>(VM_TYPE_MAT2 + static_cast<int>(dimension) - 2);
+}
+
 TypeCode samplerCode(const TType& type, const TSourceLoc& where) {
   const glslang::TSampler& sampler = type.getSampler();
   const std::optional<unsigned> kind = lookupKind(sampler);
@@ -49,13 +65,21 @@ Shape shapeOf(const TType& type) {
   if (type.isMatrix()) {
     shape.dimension = static_cast<unsigned>(type.getMatrixCols());
     shape.components = shape.dimension * static_cast<unsigned>(type.getMatrixRows());
+    if (isOblong(type)) shape.height = static_cast<unsigned>(type.getMatrixRows());
   } else if (type.isVector()) {
     shape.components = static_cast<unsigned>(type.getVectorSize());
   }
   return shape;
 }
 
+ValueType floatType(const Shape& shape) {
+  if (shape.dimension == 0) return {vectorCode(Scalar::Float, shape.components), 0};
+  if (shape.isOblong()) return {vectorCode(Scalar::Float, shape.height), shape.dimension};
+  return {matrixCode(shape.dimension), 0};
+}
+
 std::string shapeName(const Shape& shape) {
+  if (shape.isOblong()) return "";  // nothing in the library takes these
   if (shape.dimension > 0) return "m" + std::to_string(shape.dimension);
   const char* letter = shape.scalar == Scalar::Float  ? "f"
                        : shape.scalar == Scalar::Bool ? "b"
@@ -86,6 +110,7 @@ std::string typeName(const TType& type) {
 std::optional<unsigned> lookupKind(const glslang::TSampler& sampler) {
   switch (sampler.dim) {
     case glslang::Esd1D:
+    case glslang::EsdBuffer:
       return 1;
     case glslang::Esd2D:
     case glslang::EsdRect:
@@ -115,11 +140,13 @@ uint64_t TypeTable::sizeOf(const ValueType& type) const {
 
 ValueType TypeTable::arrayFrom(const TType& type, int dimension, const TSourceLoc& where) {
   const int dimensions = type.isArray() ? type.getArraySizes()->getNumDims() : 0;
+  if (dimension == dimensions && isOblong(type)) return floatType(shapeOf(type));
   if (dimension == dimensions) return {baseCode(type, where), 0};
   return {elementFrom(type, dimension, where), arrayLength(type, dimension)};
 }
 
 TypeCode TypeTable::elementFrom(const TType& type, int dimension, const TSourceLoc& where) {
+  if (!type.isArray()) return floatType(shapeOf(type)).code;
   const ValueType element = arrayFrom(type, dimension + 1, where);
   if (element.count == 0) return element.code;
   const auto known = wrappers_.find(element);
@@ -136,15 +163,14 @@ TypeCode TypeTable::baseCode(const TType& type, const TSourceLoc& where) {
         where, "type " + std::string(type.getBasicTypeString().c_str()) + " is not supported");
   }
   if (!type.isMatrix()) return vectorCode(scalar, static_cast<unsigned>(type.getVectorSize()));
-  if (type.getMatrixCols() != type.getMatrixRows()) {
-    throw Unsupported(where, "non-square matrices are not supported");
-  }
-  return static_cast<TypeCode>(VM_TYPE_MAT2 + type.getMatrixCols() - 2);
+  return matrixCode(static_cast<unsigned>(type.getMatrixCols()));
 }
 
 TypeCode TypeTable::structCode(const TType& type, const TSourceLoc& where) {
   const auto known = structs_.find(type.getStruct());
   if (known != structs_.end()) return known->second;
+  const Nesting nesting(structDepth_);
+  if (structDepth_ > kMaxStructDepth) throw Unsupported(where, "structures nested too deeply");
   StructKey key{type.getTypeName().c_str(), {}};
   for (const glslang::TTypeLoc& member : *type.getStruct()) {
     const ValueType value = valueType(*member.type, member.loc.line > 0 ? member.loc : where);

@@ -29,12 +29,18 @@ enum class Scalar { Float, Int, Uint, Bool, Other };
 struct Shape {
   Scalar scalar = Scalar::Float;
   unsigned components = 1;  // of a matrix: all
-  unsigned dimension = 0;   // of a matrix
+  unsigned dimension = 0;   // of a matrix: columns
+  unsigned height = 0;      // of a matrix that is not square: rows
 
+  unsigned rows() const { return height != 0 ? height : dimension; }
+  bool isOblong() const { return height != 0; }
   bool isScalar() const { return components == 1; }
   bool isInteger() const { return scalar == Scalar::Int || scalar == Scalar::Uint; }
   bool operator==(const Shape&) const = default;
 };
+
+// Of scalars and vectors of floats, and of all matrices.
+ValueType floatType(const Shape& shape);
 
 Shape shapeOf(const TType& type);
 inline Shape shapeOf(const TIntermTyped& node) { return shapeOf(node.getType()); }
@@ -57,6 +63,14 @@ inline unsigned arrayLength(const TType& type, int dimension = 0) {
 
 // Bytes of one variable: more than any picture needs, and less than sizes in records hold.
 inline constexpr uint64_t kMaxVariableBytes = 64 << 20;
+inline constexpr unsigned kMaxStructDepth = 200;
+
+// A matrix that is not square, or an array of them.
+inline bool isOblong(const TType& type) {
+  return type.isMatrix() && type.getMatrixCols() != type.getMatrixRows();
+}
+// What has elements that an index chooses: arrays, and matrices that are arrays of their columns.
+inline bool hasElements(const TType& type) { return type.isArray() || isOblong(type); }
 
 // Maps types and declares the structures that they need. There are no arrays of arrays in the
 // machine: an inner array becomes the only member of a structure.
@@ -73,7 +87,8 @@ class TypeTable {
   // Of the type without its array lengths.
   TypeCode baseCode(const TType& type, const TSourceLoc& where);
   bool isWrapped(const TType& arrayType) const {
-    return arrayType.getArraySizes()->getNumDims() > 1;
+    return arrayType.isArray() &&
+           (arrayType.getArraySizes()->getNumDims() > 1 || isOblong(arrayType));
   }
 
  private:
@@ -95,6 +110,7 @@ class TypeTable {
   std::map<const glslang::TTypeList*, TypeCode> structs_;
   std::map<StructKey, TypeCode> structsByContent_;
   std::map<TypeCode, uint64_t> structSizes_;
+  unsigned structDepth_ = 0;
   std::map<ValueType, TypeCode> wrappers_;
 };
 
