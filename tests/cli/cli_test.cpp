@@ -44,7 +44,14 @@ class Cli : public testing::Test {
     write("unsafe.sasm", shader("POP"));
     write("failing.sasm", shader("PUSH_INDEX_IMM 4\nPUSH_ZERO4\nVEC_ELEMENT 4\nPUSH_ZERO4"));
     write("endless.sasm", shader("again:\nJUMP again\nPUSH_ZERO4"));
+    write("number.sasm", "\xef\xbb\xbf.global int n host\n" + shader("PUSH_ZERO4"));
+    write("large.sasm", ".global float g[1000000000] host\n" + shader("PUSH_ZERO4"));
     write("junk.png", "no picture");
+    // 16384 x 16384 texels of one bit, of which nothing follows.
+    write("short.png",
+          std::string("\x89PNG\r\n\x1a\n\0\0\0\rIHDR\0\0\x40\0\0\0\x40\0\1\0\0\0\0\x81\xb3\x2d\x29"
+                      "\0\0\0\x0dIDAT",
+                      41));
     write("junk.smo", "no shader");
     fs::create_symlink("/dev/full", "full");
     write("good.frag",
@@ -99,6 +106,14 @@ TEST_F(Cli, ExitCodesAndMessages) {
       {"render good.sasm --size 2x2 -o full", 1, "full: No space left on device"},
       {"render good.sasm --texture picture=missing.png", 1, "missing.png"},
       {"render good.sasm --texture picture=junk.png", 1, "junk.png"},
+      {"render good.sasm --texture picture=short.png", 1,
+       "short.png: the file is too short for its picture"},
+      {"render number.sasm --set n=4294967295", 0, ""},
+      {"render number.sasm --set n=nan", 1, "'n' has an integer as component 1, which does not"},
+      {"render number.sasm --set n=1.5", 1, "does not hold the value"},
+      {"render number.sasm --set n=99999999999", 1, "does not hold the value"},
+      {"render good.sasm --set u_time=1e39", 1, "'u_time' has a float as component 1"},
+      {"render large.sasm", 1, "the host variables take more than 64 MiB"},
       {"render good.sasm --set u_tine=1", 1,
        "has no host variable 'u_tine', did you mean 'u_time'?"},
       {"render good.sasm --set uv[0]=1", 1, "there is no element [0]"},
@@ -107,7 +122,7 @@ TEST_F(Cli, ExitCodesAndMessages) {
 
       {"", 2, "render "},
       {"help", 0, "opcodes "},
-      {"help run", 0, "--trace"},
+      {"help run", 0, "Usage: shadermachine run"},
       {"help rum", 1, "did you mean 'run'?"},
       {"help inputs", 0, "iResolution, u_resolution"},
       {"opcodes vec_element", 0, "n: component count, at most 16"},

@@ -1,7 +1,12 @@
-// Every shader of the gallery gives the same picture by the plain handlers and translated.
+// Every shader of the gallery gives the same picture by the plain handlers, translated, in batches,
+// and compiled for debuggers.
 #include <gtest/gtest.h>
 #include <shadermachine-tools/assembler.h>
 #include <shadermachine-tools/renderer.h>
+
+#ifdef GALLERY_WITH_BATCHES
+#include <shadermachine/batch.h>
+#endif
 
 #include <algorithm>
 #include <cstring>
@@ -22,6 +27,11 @@ namespace {
 
 bool runsPlain = false;
 bool wasTranslated = false;
+#ifdef SHADERMACHINE_HAVE_ENGINE
+constexpr bool kHasEngine = true;
+#else
+constexpr bool kHasEngine = false;
+#endif
 
 }  // namespace
 
@@ -60,9 +70,14 @@ std::vector<std::string> galleryFiles() {
   return files;
 }
 
-BuiltShader load(const std::string& path) {
+enum class Way : uint8_t { Translated, Plain, Debugging, Batches };
+
+BuiltShader load(const std::string& path, [[maybe_unused]] Way way) {
 #ifdef GALLERY_WITH_GLSL
-  if (path.ends_with(".frag")) return std::move(compileGlsl(tests::readFile(path)).shader).value();
+  const GlslOptions options = {.isForDebugging = way == Way::Debugging};
+  if (path.ends_with(".frag")) {
+    return std::move(compileGlsl(tests::readFile(path), options).shader).value();
+  }
 #endif
   return std::move(assemble(tests::readFile(path)).shader).value();
 }
@@ -92,18 +107,25 @@ void setInputs(HostInputs& inputs, const std::string& path) {
   }
 }
 
-std::vector<uint32_t> picture(const std::string& path, bool plain) {
-  runsPlain = plain;
+std::vector<uint32_t> picture(const std::string& path, Way way) {
+  runsPlain = way == Way::Plain || way == Way::Debugging;
   wasTranslated = false;
-  const BuiltShader shader = load(path);
-  Renderer renderer(shader.view());
-  setInputs(renderer.inputs(), path);
+  const BuiltShader shader = load(path, way);
+  auto renderer = std::make_unique<Renderer>(shader.view());
+  setInputs(renderer->inputs(), path);
   RenderSettings settings;
   settings.frame = {.width = 40, .height = 23, .time = 1.5f, .frame = 45};
   settings.threads = 1;
-  const RenderResult result = renderer.render(settings);
+#ifdef GALLERY_WITH_BATCHES
+  constexpr BatchFunctions kBatches = {vmShaderBatchCreate, vmShaderBatchDestroy,
+                                       vmShaderBatchExecuteShader};
+  if (way == Way::Batches) settings.batches = &kBatches;
+  if (way == Way::Batches) settings.threads = 3;
+#endif
+  const RenderResult result = renderer->render(settings);
   EXPECT_EQ(result.statistics.failed(), 0u);
-  EXPECT_EQ(wasTranslated, !plain);
+  renderer.reset();  // and its machines
+  EXPECT_TRUE(way == Way::Batches || wasTranslated == (kHasEngine && !runsPlain));
   std::vector<uint32_t> bits(result.colour.rgba.size());
   std::memcpy(bits.data(), result.colour.rgba.data(), bits.size() * sizeof(uint32_t));
   return bits;
@@ -111,9 +133,15 @@ std::vector<uint32_t> picture(const std::string& path, bool plain) {
 
 class Gallery : public testing::TestWithParam<std::string> {};
 
-TEST_P(Gallery, LooksTheSamePlainAndTranslated) {
-  const std::vector<uint32_t> translated = picture(GetParam(), false);
-  EXPECT_EQ(translated, picture(GetParam(), true));
+TEST_P(Gallery, LooksTheSameInAllWays) {
+  const std::vector<uint32_t> translated = picture(GetParam(), Way::Translated);
+  EXPECT_EQ(translated, picture(GetParam(), Way::Plain));
+  EXPECT_EQ(translated, picture(GetParam(), Way::Batches));
+#ifdef GALLERY_WITH_GLSL
+  if (GetParam().ends_with(".frag")) {
+    EXPECT_EQ(translated, picture(GetParam(), Way::Debugging));
+  }
+#endif
   EXPECT_GT(std::set(translated.begin(), translated.end()).size(), 10u) << "an empty picture";
 }
 

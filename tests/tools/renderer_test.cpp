@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 #include <shadermachine-tools/assembler.h>
-#include <shadermachine-tools/renderer.h>
+#include <shadermachine-tools/passes.h>
 
 #include <algorithm>
 #include <limits>
@@ -250,6 +250,53 @@ TEST(Renderer, RegionsArePartsOfThePicture) {
   }
 }
 
+// Every larger pixel shows what the frame has in its middle.
+TEST(Renderer, LargerPixels) {
+  const BuiltShader shader = showing("", "LOAD_GLOBAL fragCoord", 2);
+  RenderSettings settings = sized(7, 4);
+  settings.pixelSize = 2;
+  const RenderResult result = Renderer(shader.view()).render(settings);
+  ASSERT_EQ(std::pair(result.colour.width, result.colour.height), std::pair(4u, 2u));
+  EXPECT_EQ(pixelAt(result, 3, 0), (Pixel{7, 3, 0, 1}));
+}
+
+constexpr const char* kBuffers = ".global sampler2 a host\n.global sampler2 b host\n";
+
+std::string middleOf(const std::string& sampler) {
+  return "LOAD_GLOBAL " + sampler +
+         "\nPUSH_U32 0.5\nPUSH_U32 0.5\nCTOR_VEC2_A 1, 1\nHOST_LOOKUP_1 2, 2\n";
+}
+
+// Pass a is 2 a + b + 1.5, where its own buffer and the one behind it are those of the frame
+// before; b is 2 a of the same frame, the picture a + b.
+TEST(Passes, BuffersOfThisFrameAndTheLast) {
+  const auto sum = [](const std::string& one, const std::string& other) {
+    return middleOf(one) + middleOf(other) + "ADD_F 4\n";
+  };
+  const BuiltShader a =
+      showing(kBuffers, sum("a", "a") + middleOf("b") + "ADD_F 4\nPUSH_U32 1.5\nADD_VS_F 4", 4);
+  const BuiltShader b = showing(kBuffers, sum("a", "a"), 4);
+  const BuiltShader picture = showing(kBuffers, sum("a", "b"), 4);
+  Passes passes;
+  const std::vector<BufferRead> reads = {{.sampler = "a", .pass = 0}, {.sampler = "b", .pass = 1}};
+  for (const BuiltShader* shader : {&a, &b, &picture}) passes.add(shader->view(), reads);
+  RenderSettings settings = sized(3, 2);
+  const auto nextFrame = [&] {
+    EXPECT_TRUE(passes.renderBuffers(settings));
+    return pixelAt(passes.picture().render(settings), 0, 0)[0];
+  };
+  EXPECT_EQ(nextFrame(), 4.5f);
+  EXPECT_EQ(nextFrame(), 22.5f);
+  std::stop_source stopped;
+  stopped.request_stop();
+  settings.stop = stopped.get_token();
+  EXPECT_FALSE(passes.renderBuffers(settings));
+  settings.stop = {};
+  EXPECT_EQ(nextFrame(), 94.5f);
+  settings.frame.width = 4;
+  EXPECT_EQ(nextFrame(), 4.5f) << "a frame of another size begins anew";
+}
+
 TEST(Renderer, SamplesAreAveragedByTheirAlpha) {
   // Opaque red left of the pixel's middle, transparent blue right of it.
   const BuiltShader shader =
@@ -316,13 +363,34 @@ TEST(Renderer, EndlessShaderEndsByItsTimeLimit) {
   const BuiltShader shader = halves("again:\nJUMP again");
   RenderSettings settings = sized(4, 64);
   settings.threads = 2;
-  settings.timeout = 20;
+  settings.timeout = 200;
   const RenderResult result = Renderer(shader.view()).render(settings);
   ASSERT_TRUE(result.failure);
   EXPECT_EQ(describeFailure(*result.failure, shader.view()),
             "Shader execution timed out. (function main, offset 30, JUMP)");
   EXPECT_LE(result.statistics.runs[VM_ERR_TIMEOUT], 2u);
   EXPECT_EQ(pixelAt(result, 1, 0), (Pixel{1, 1, 1, 1}));
+}
+
+// A batch holds what was made of the shader.
+TEST(Renderer, BatchesStayFromPictureToPicture) {
+  static int created;
+  created = 0;
+  constexpr BatchFunctions kNoMemory = {
+      [](const BatchCreateInfo*) -> ShaderBatch* { return ++created, nullptr; },
+      [](ShaderBatch*) { return VmError{VM_ERR_INVALID_HANDLE}; },
+      [](ShaderBatch*, const CompiledShader*, const BatchStartupInfo*, VmError*) {
+        return VmError{VM_ERR_INVALID_HANDLE};
+      }};
+  const BuiltShader shader = halves("");
+  Renderer renderer(shader.view());
+  RenderSettings settings = sized(4, 4);
+  settings.threads = 1;
+  settings.batches = &kNoMemory;
+  for (int picture = 0; picture < 3; ++picture) {
+    EXPECT_EQ(renderer.render(settings).statistics.failed(), 0u);
+  }
+  EXPECT_EQ(created, 1);
 }
 
 TEST(Image, QuantizeClampsAndRounds) {

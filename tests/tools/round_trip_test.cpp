@@ -6,6 +6,7 @@
 #include <shadermachine-tools/disassembler.h>
 #include <shadermachine-tools/shader_builder.h>
 
+#include <algorithm>
 #include <cstring>
 #include <random>
 
@@ -46,7 +47,10 @@ class RandomShader {
   Variable variable() {
     const bool isStrange = below(8) == 0;
     const auto type = static_cast<TypeCode>(isStrange ? engine_() : below(27) - 100u);
-    return {name(), type == -77 ? TypeCode{0} : type, below(3) == 0 ? number() : 0,
+    const TypeCode known = type == -77 ? TypeCode{0} : type;
+    // Together less than 4 GiB, or the builder refuses the structure.
+    const uint32_t most = (1u << 30) / std::max(builder_.sizeOf(known), 1u);
+    return {name(), known, below(3) == 0 ? std::min(number(), most) : 0,
             static_cast<uint16_t>(below(3) == 0 ? engine_() : below(2))};
   }
 
@@ -68,7 +72,8 @@ class RandomShader {
       spoil(member);
       if (below(6) == 0) member.memberOffset = number();
     }
-    if (below(6) == 0) builder_.info(type).size = number();
+    uint32_t& size = builder_.info(type).size;
+    size = std::min(below(6) == 0 ? number() : size, 1u << 30);
   }
 
   void fill(FunctionBuilder& function) {

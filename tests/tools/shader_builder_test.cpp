@@ -112,6 +112,12 @@ TEST(ShaderBuilder, RefusesWrongUse) {
   EXPECT_THROW(swizzleMask("xyq!"), std::logic_error);
   main.addLocal({"local"});
   EXPECT_THROW(main.addParam({"late"}), std::logic_error);
+  const TypeCode wide = builder.addStruct("Wide", {{"a", VM_TYPE_MAT4, (1u << 26) - 1, 0}});
+  EXPECT_EQ(builder.sizeOf(wide), UINT32_MAX - 63);
+  EXPECT_THROW(builder.sizeOf(wide, 2), std::length_error);
+  EXPECT_THROW(builder.addGlobal({"a", VM_TYPE_FLOAT, 1u << 30, 0}), std::length_error);
+  EXPECT_THROW(builder.addStruct("Wider", {{"a", wide, 0, 0}, {"b", VM_TYPE_MAT4, 0, 0}}),
+               std::length_error);
   main.jump(main.newLabel());
   EXPECT_THROW(std::move(builder).build(), std::logic_error);
 }

@@ -46,7 +46,8 @@ class ValidatorCase : public testing::TestWithParam<tests::TextCase> {};
 
 TEST_P(ValidatorCase, Finds) {
   const tests::TextCase& test = GetParam();
-  EXPECT_EQ(findings(validateInScene(test.body, test.own)), test.expected);
+  EXPECT_EQ(findings(validateInScene(tests::linesOf(test.body), tests::linesOf(test.own))),
+            test.expected);
 }
 
 INSTANTIATE_TEST_SUITE_P(Cases, ValidatorCase, testing::ValuesIn(tests::readCases(VALIDATOR_CASES)),

@@ -90,6 +90,9 @@ void addDisCommand(CLI::App& program, Outcome&) {
   addStage("--built-form", Stage::BuiltForm, "print the engine's form as made from the bytecode");
   addStage("--form", Stage::Form, "print the form as it is run");
   addStage("--records", Stage::Records, "print the records chosen for it");
+#ifdef SHADERMACHINE_HAVE_BATCH
+  addStage("--batch", Stage::Batch, "print the records of batches, or why they run one by one");
+#endif
   command->callback([options, stage] {
     const LoadedShader shader = loadShader(options->path, options->source);
     if (!*stage) return writeShader(shader, *options, false);

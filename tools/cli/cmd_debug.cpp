@@ -12,6 +12,7 @@
 #include "cli/files.h"
 #include "cli/input_options.h"
 #include "cli/pixel_option.h"
+#include "cli/project.h"
 #include "debugger/console.h"
 #include "debugger/dap.h"
 
@@ -97,26 +98,22 @@ void runTerminal(Console& console) {
 // A run and all that it refers to.
 class Session {
  public:
-  explicit Session(const DebugOptions& options)
-      : shader_(load(options)), inputs_(shader_.view()), frame_(frameInputs(options.input, 0)) {
-    validateUnlessTrusted(options.input, shader_.view());
-    applyInputs(options.input, shader_, inputs_);
-    const Pixel pixel = choosePixel(options.pixel, frame_);
-    inputs_.startFrame(frame_);
-    run_ = std::make_unique<FragmentRun>(shader_.view(), inputs_, frame_, pixel.x, pixel.y);
+  explicit Session(const DebugOptions& options) : project_(forDebugging(options.input)) {
+    const FrameInputs frame = frameInputs(options.input, options.input.frame);
+    const Pixel pixel = choosePixel(options.pixel, frame);
+    const HostInputs& inputs = project_.inputsOf(frame, options.input);
+    run_ = std::make_unique<FragmentRun>(project_.pictureShader().view(), inputs, frame, pixel.x,
+                                         pixel.y);
   }
   FragmentRun& run() { return *run_; }
 
  private:
-  static LoadedShader load(const DebugOptions& options) {
-    SourceOptions source = options.input.source;
-    source.isForDebugging = true;
-    return loadShader(options.input.shaderPath, source);
+  static InputOptions forDebugging(InputOptions options) {
+    options.source.isForDebugging = true;
+    return options;
   }
 
-  LoadedShader shader_;
-  HostInputs inputs_;
-  FrameInputs frame_;
+  Project project_;
   std::unique_ptr<FragmentRun> run_;
 };
 

@@ -15,8 +15,9 @@ void print(const std::string& text) { std::fputs(text.c_str(), stdout); }
 
 // Not by App::help(), which speaks of the subcommand that was chosen.
 void printHelp(const CLI::App& program, const std::string& topic) {
-  const auto helpOf = [](const CLI::App& app) {
-    return app.get_formatter()->make_help(&app, app.get_name(), CLI::AppFormatMode::Normal);
+  const auto helpOf = [&program](const CLI::App& app) {
+    const std::string call = (&app == &program ? "" : program.get_name() + " ") + app.get_name();
+    return app.get_formatter()->make_help(&app, call, CLI::AppFormatMode::Normal);
   };
   if (topic.empty()) {
     print(helpOf(program));

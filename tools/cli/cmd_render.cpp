@@ -1,4 +1,4 @@
-#include <shadermachine-tools/renderer.h>
+#include <shadermachine-tools/passes.h>
 #include <unistd.h>
 
 #include <charconv>
@@ -7,11 +7,13 @@
 #include <filesystem>
 #include <thread>
 
+#include "cli/batches.h"
 #include "cli/commands.h"
 #include "cli/input_options.h"
 #include "cli/picture_file.h"
 #include "cli/progress_bar.h"
-#include "cli/shader_file.h"
+#include "cli/project.h"
+#include "view/file_watch.h"
 
 namespace shadermachine::tools {
 namespace {
@@ -25,6 +27,7 @@ struct RenderOptions {
   float gamma = 1;
   std::string frames;  // first:last; empty for one picture
   uint32_t threads = 0;
+  bool oneByOne = false;
   bool stats = false;
   bool watch = false;
 };
@@ -105,22 +108,13 @@ void printStatistics(const std::string& path, const RenderResult& result) {
   }
 }
 
-void printFailure(const std::string& shaderPath, const RenderResult& result,
-                  const ShaderView& view) {
-  const RunFailure& failure = *result.failure;
-  const std::string pixel =
-      "pixel (" + std::to_string(failure.x) + ", " + std::to_string(failure.y) + "): ";
-  const std::string counts = "; " + std::to_string(result.statistics.failed()) + " of " +
-                             std::to_string(result.statistics.total()) + " fragments failed";
-  std::fputs(formatFailure(failure, view, shaderPath, pixel, counts).c_str(), stderr);
-}
-
 RenderSettings settingsOf(const RenderOptions& options, int32_t frame) {
   RenderSettings settings;
   settings.frame = frameInputs(options.input, frame);
   settings.threads = options.threads;
   settings.timeout = options.input.timeout;
   settings.samples = options.samples;
+  settings.batches = options.oneByOne ? nullptr : batchFunctions();
   if (options.region.empty()) return settings;
   PixelRegion region;
   parseRegion(options.region, region);
@@ -158,55 +152,77 @@ RenderResult renderWithBar(Renderer& renderer, RenderSettings settings, const st
   return renderer.render(settings);
 }
 
-// Returns false when fragments failed; the picture is written all the same.
-bool renderFrame(const RenderOptions& options, const ShaderView& view, Renderer& renderer,
-                 int32_t frame, const std::string& path) {
-  const RenderSettings settings = settingsOf(options, frame);
-  OutputFile file(path);
-  const RenderResult result = renderWithBar(renderer, settings, path);
-  writePicture(file, path, result.colour, formatOf(options), options.gamma);
-  file.commit();
-  if (options.stats) printStatistics(path, result);
-  if (result.failure) printFailure(options.input.shaderPath, result, view);
-  return !result.failure;
-}
+// A project's frames, and whether any of their fragments failed: pictures are written all the same.
+class FrameSeries {
+ public:
+  FrameSeries(const RenderOptions& options, Project& project)
+      : options_(options), project_(project) {}
 
-int renderAll(const RenderOptions& options) {
+  // Those before the first one are only there for what buffers keep from frame to frame.
+  bool render(const FrameRange& range) {
+    const bool hasBuffers = project_.passes().count() > 1;
+    for (int64_t frame = hasBuffers ? 0 : range.first; frame <= range.last; ++frame) {
+      const auto number = static_cast<int32_t>(frame);
+      const RenderSettings settings = settingsOf(options_, number);
+      if (hasBuffers) renderBuffers(settings);
+      if (number >= range.first) renderPicture(settings, number);
+    }
+    return isGood_;
+  }
+
+ private:
+  void note(size_t pass, const RenderResult& result) {
+    if (!result.failure) return;
+    std::fputs(project_.failureText(pass, result).c_str(), stderr);
+    isGood_ = false;
+  }
+
+  void renderBuffers(const RenderSettings& settings) {
+    project_.passes().renderBuffers(
+        settings, [this](size_t pass, const RenderResult& result) { note(pass, result); });
+  }
+
+  void renderPicture(const RenderSettings& settings, int32_t frame) {
+    const std::string path =
+        options_.frames.empty() ? options_.output : frameName(options_.output, frame);
+    OutputFile file(path);
+    const RenderResult result = renderWithBar(project_.passes().picture(), settings, path);
+    writePicture(file, path, result.colour, formatOf(options_), options_.gamma);
+    file.commit();
+    if (options_.stats) printStatistics(path, result);
+    note(project_.passes().count() - 1, result);
+  }
+
+  const RenderOptions& options_;
+  Project& project_;
+  bool isGood_ = true;
+};
+
+int renderAll(const RenderOptions& options, std::vector<std::string>* files = nullptr) {
   formatOf(options);
   requireMemory(settingsOf(options, 0));
-  const LoadedShader shader = loadShader(options.input.shaderPath, options.input.source);
-  validateUnlessTrusted(options.input, shader.view());
-  Renderer renderer(shader.view());
-  applyInputs(options.input, shader, renderer.inputs());
-  FrameRange range;
+  Project project(options.input, files);
+  FrameRange range = {options.input.frame, options.input.frame};
   parseFrames(options.frames, range);
-  bool good = true;
-  for (int64_t frame = range.first; frame <= range.last; ++frame) {
-    const auto number = static_cast<int32_t>(frame);
-    const std::string path =
-        options.frames.empty() ? options.output : frameName(options.output, number);
-    good = renderFrame(options, shader.view(), renderer, number, path) && good;
-  }
-  return good ? kSuccess : kRunFailed;
+  return FrameSeries(options, project).render(range) ? kSuccess : kRunFailed;
 }
 
-std::filesystem::file_time_type changeTime(const std::string& path) {
-  std::error_code ignored;  // editors replace files; a missing one is back soon
-  return std::filesystem::last_write_time(path, ignored);
-}
-
-// Renders again whenever the shader's file changes, until the user ends the program.
+// Renders again whenever a file changes that the picture was made from, until the user ends the
+// program.
 [[noreturn]] void renderAndWatch(const RenderOptions& options) {
   constexpr auto kPollInterval = std::chrono::milliseconds(200);
+  FileWatch watch;
   while (true) {
-    const auto seen = changeTime(options.input.shaderPath);
+    const FileWatch::Time start = FileWatch::Time::clock::now();
+    std::vector<std::string> files;
     try {
-      renderAll(options);
+      renderAll(options, &files);
       std::fprintf(stderr, "%s: rendered, waiting for changes\n", options.input.shaderPath.c_str());
     } catch (const std::exception& error) {
       std::fprintf(stderr, "%s\n", error.what());
     }
-    while (changeTime(options.input.shaderPath) == seen) std::this_thread::sleep_for(kPollInterval);
+    watch.watch(files, start);
+    while (!watch.hasChange()) std::this_thread::sleep_for(kPollInterval);
   }
 }
 
@@ -245,8 +261,11 @@ void addRenderCommand(CLI::App& program, Outcome& outcome) {
       ->check(CLI::Range(0, 1024).description(""))
       ->type_name("N")
       ->capture_default_str();
+  command->add_flag("--one-by-one", options->oneByOne,
+                    "run every fragment by itself, not side by side in batches: the same picture");
   command->add_flag("--stats", options->stats, "print time per fragment and runs by error code");
-  command->add_flag("--watch", options->watch, "render again whenever the shader's file changes");
+  command->add_flag("--watch", options->watch,
+                    "render again whenever a file changes that was read");
   command->callback([options, &outcome] {
     if (options->watch && options->input.shaderPath == "-") {
       throw CLI::ValidationError("--watch", "needs a file");

@@ -8,7 +8,7 @@
 #include "cli/commands.h"
 #include "cli/input_options.h"
 #include "cli/pixel_option.h"
-#include "cli/shader_file.h"
+#include "cli/project.h"
 #include "debugger/debugger.h"
 #include "debugger/trace.h"
 #include "machine/machine.h"
@@ -79,16 +79,13 @@ void printOutputs(const CompiledShader& shader, const FragmentHost& host) {
 
 int runOnce(const RunOptions& options) {
   RunFailure failure;
-  const FrameInputs frame = frameInputs(options.input, 0);
+  const FrameInputs frame = frameInputs(options.input, options.input.frame);
   const Pixel pixel = choosePixel(options.pixel, frame);
   failure.x = pixel.x;
   failure.y = pixel.y;
-  const LoadedShader shader = loadShader(options.input.shaderPath, options.input.source);
-  const ShaderView view = shader.view();
-  validateUnlessTrusted(options.input, view);
-  HostInputs inputs(view);
-  applyInputs(options.input, shader, inputs);
-  inputs.startFrame(frame);
+  Project project(options.input);
+  const ShaderView view = project.pictureShader().view();
+  const HostInputs& inputs = project.inputsOf(frame, options.input);
 
   if (options.trace == "source") {
     FragmentRun run(view, inputs, frame, pixel.x, pixel.y);

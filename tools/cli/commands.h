@@ -29,5 +29,6 @@ void addOpcodesCommand(CLI::App& program, Outcome& outcome);
 void addRenderCommand(CLI::App& program, Outcome& outcome);
 void addRunCommand(CLI::App& program, Outcome& outcome);
 void addValCommand(CLI::App& program, Outcome& outcome);
+void addViewCommand(CLI::App& program, Outcome& outcome);
 
 }  // namespace shadermachine::tools

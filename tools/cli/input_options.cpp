@@ -11,6 +11,7 @@
 #include "assembly/symbols.h"
 #include "cli/picture_file.h"
 #include "cli/shader_file.h"
+#include "view/devices.h"
 
 namespace shadermachine::tools {
 namespace {
@@ -96,8 +97,11 @@ void flipRows(ByteImage& image) {
   }
 }
 
+}  // namespace
+
 // One file, or six for a cube, and words that say how they are read.
 Texture readTexture(std::string_view text) {
+  if (text == kKeyboard) return Keyboard().texture();
   Texture texture;
   bool isFlipped = false;
   for (const std::string_view part : split(text)) {
@@ -123,13 +127,16 @@ Texture readTexture(std::string_view text) {
   return texture;
 }
 
+namespace {
+
 // False, after a warning, for an input that the source has and the shader does not use. Throws when
 // it is no input at all.
 bool isUsed(const InputOptions& options, const LoadedShader& shader, std::string_view place,
-            const HostInputs& inputs) {
+            const HostInputs& inputs, const std::vector<std::string>& others) {
   const std::string name(place.substr(0, place.find_first_of("[.")));
   const std::vector<std::string_view> names = inputs.names();
   if (std::ranges::count(names, name) > 0) return true;
+  if (std::ranges::count(others, name) > 0) return false;
   if (std::ranges::count(shader.unused, name) == 0) {
     throw InputError(options.shaderPath + ": error: the shader has no host variable '" + name +
                      "'" + assembly::suggestion(name, names));
@@ -137,15 +144,6 @@ bool isUsed(const InputOptions& options, const LoadedShader& shader, std::string
   std::fprintf(stderr, "%s: warning: the shader does not use '%s'\n", options.shaderPath.c_str(),
                name.c_str());
   return false;
-}
-
-// From 0 to 1 over the picture, for varyings whose names say nothing.
-Varying unitPosition(const FrameInputs& frame) {
-  const auto width = static_cast<float>(frame.width), height = static_cast<float>(frame.height);
-  return [width, height](float x, float y, std::span<float> components) {
-    const std::array<float, 4> position = {x / width, y / height, 0, 1};
-    std::copy_n(position.begin(), std::min(components.size(), position.size()), components.begin());
-  };
 }
 
 }  // namespace
@@ -184,10 +182,14 @@ void addInputOptions(CLI::App& command, InputOptions& options) {
       ->check(CLI::Validator(checkTime, ""))
       ->type_name("SECONDS")
       ->capture_default_str();
+  command.add_option("--frame", options.frame, "number of the frame, 30 to the second")
+      ->check(CLI::Range(0, 1 << 30).description(""))
+      ->type_name("N")
+      ->capture_default_str();
   command
       .add_option("--texture", options.textures,
                   "picture for a sampler, or six for a cube (+x, -x, +y, -y, +z, -z); after it, "
-                  "each with a comma: nearest, clamp, mirror, flip")
+                  "each with a comma: nearest, clamp, mirror, flip; or keyboard, that of a window")
       ->type_name("NAME=FILE[,...]")
       ->expected(1)
       ->take_all()
@@ -231,28 +233,32 @@ void validateUnlessTrusted(const InputOptions& options, const ShaderView& view) 
   }
 }
 
-void applyInputs(const InputOptions& options, const LoadedShader& shader, HostInputs& inputs) {
+std::pair<std::string_view, std::string_view> partsOfAssignment(std::string_view text) {
+  Assignment assignment;
+  parseAssignment(text, assignment);
+  return {assignment.name, assignment.value};
+}
+
+void applyInputs(const InputOptions& options, const LoadedShader& shader, HostInputs& inputs,
+                 const std::vector<std::string>& others) {
   for (const NamedValue& value : shader.values) inputs.set(value.name, value.components);
   for (const std::string& text : options.textures) {
-    Assignment assignment;
-    parseAssignment(text, assignment);
-    if (!isUsed(options, shader, assignment.name, inputs)) continue;
-    const std::string error = inputs.setTexture(assignment.name, readTexture(assignment.value));
+    const auto [name, value] = partsOfAssignment(text);
+    if (!isUsed(options, shader, name, inputs, others)) continue;
+    const std::string error = inputs.setTexture(name, readTexture(value));
     if (!error.empty()) throw InputError("--texture: " + error);
   }
   for (const std::string& text : options.values) {
-    Assignment assignment;
+    const auto [name, value] = partsOfAssignment(text);
     std::vector<double> numbers;
-    parseAssignment(text, assignment);
-    parseNumbers(assignment.value, numbers);
-    if (!isUsed(options, shader, assignment.name, inputs)) continue;
-    const std::string error = inputs.set(assignment.name, numbers);
+    parseNumbers(value, numbers);
+    if (!isUsed(options, shader, name, inputs, others)) continue;
+    const std::string error = inputs.set(name, numbers);
     if (!error.empty()) throw InputError("--set: " + error);
   }
   const std::vector<std::string> missing = inputs.missing();
-  const FrameInputs frame = frameInputs(options, 0);
   for (const std::string& name : shader.varyings) {
-    if (std::ranges::count(missing, name) > 0) inputs.setVarying(name, unitPosition(frame));
+    if (std::ranges::count(missing, name) > 0) inputs.setUnitPosition(name);
   }
   for (const std::string& name : inputs.missing()) {
     std::fprintf(stderr, "%s: warning: host variable '%s' has no value and reads as zero\n",

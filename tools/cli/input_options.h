@@ -16,6 +16,7 @@ struct InputOptions {
   SourceOptions source;
   std::string size = "640x360";
   float time = 0;
+  int32_t frame = 0;
   uint32_t timeout = 2000;
   bool trusted = false;               // not validated
   std::vector<std::string> textures;  // name=file[,file...][,word...]
@@ -37,7 +38,18 @@ FrameInputs frameInputs(const InputOptions& options, int32_t frame);
 void validateUnlessTrusted(const InputOptions& options, const ShaderView& view);
 
 // Gives the shader its textures and values, the initial ones first, and warns about host variables
-// that stay without one, and about values that the shader does not use. Throws InputError.
-void applyInputs(const InputOptions& options, const LoadedShader& shader, HostInputs& inputs);
+// that stay without one, and about values that the shader does not use. Throws InputError. Values
+// that it lacks may be meant for `others`, host variables of other shaders.
+void applyInputs(const InputOptions& options, const LoadedShader& shader, HostInputs& inputs,
+                 const std::vector<std::string>& others = {});
+
+// "name=value", of an option that was checked.
+std::pair<std::string_view, std::string_view> partsOfAssignment(std::string_view text);
+
+// What stands behind the "=" of --texture, or at a channel; paths as they are. Throws.
+Texture readTexture(std::string_view text);
+
+// A texture that is the keyboard.
+inline constexpr std::string_view kKeyboard = "keyboard";
 
 }  // namespace shadermachine::tools

@@ -21,7 +21,9 @@ ByteImage decodeJpeg(const std::string& bytes, const std::string& path) {
                           &colours) != 0) {
     throw fail();
   }
-  requireSize(static_cast<uint64_t>(width), static_cast<uint64_t>(height), path);
+  // A block of 8 x 8 takes one bit at least.
+  requireSize(static_cast<uint64_t>(width), static_cast<uint64_t>(height),
+              {path, bytes.size(), 8 * 64});
   ByteImage image(static_cast<uint32_t>(width), static_cast<uint32_t>(height));
   if (tjDecompress2(decoder.get(), data, bytes.size(), image.rgba.data(), width, 0, height,
                     TJPF_RGBA, 0) != 0) {

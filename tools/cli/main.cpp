@@ -32,6 +32,11 @@ std::string versionText() {
 #else
   text += "without the GLSL compiler\n";
 #endif
+#ifdef SHADERMACHINE_HAVE_WINDOW
+  text += "with the live window\n";
+#else
+  text += "without the live window\n";
+#endif
 #ifdef SHADERMACHINE_HAVE_JPEG
   text += "reads PNG and JPEG, ";
 #else
@@ -42,6 +47,7 @@ std::string versionText() {
 
 void addCommands(CLI::App& program, Outcome& outcome) {
   addRenderCommand(program, outcome);
+  addViewCommand(program, outcome);
   addRunCommand(program, outcome);
   addDebugCommand(program, outcome);
   addAsmCommand(program, outcome);

@@ -39,7 +39,8 @@ ByteImage decodePng(const std::string& bytes, const std::string& path) {
   png.version = PNG_IMAGE_VERSION;
   if (png_image_begin_read_from_memory(&png, bytes.data(), bytes.size()) == 0) fail(png, path);
   try {
-    requireSize(png.width, png.height, path);
+    // 8 texels of one bit in a byte, and 1032 of those in one of the compressed file.
+    requireSize(png.width, png.height, {path, bytes.size(), 8 * 1032});
   } catch (...) {
     png_image_free(&png);
     throw;
@@ -89,8 +90,11 @@ constexpr FormatName kFormats[] = {
 
 }  // namespace
 
-void requireSize(uint64_t width, uint64_t height, const std::string& path) {
-  if (width * height > kMaxTexels) throw std::runtime_error(path + ": picture is too large");
+void requireSize(uint64_t width, uint64_t height, const PictureSource& source) {
+  if (width * height > kMaxTexels) throw std::runtime_error(source.path + ": picture is too large");
+  if (width * height > source.bytes * source.texelsPerByte) {
+    throw std::runtime_error(source.path + ": the file is too short for its picture");
+  }
 }
 
 std::optional<PictureFormat> pictureFormat(const std::string& name) {

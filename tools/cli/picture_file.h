@@ -37,7 +37,14 @@ void writePng(OutputFile& file, const std::string& path, const ByteImage& image)
 std::string encodeExr(const FloatImage& image);
 ByteImage decodeJpeg(const std::string& bytes, const std::string& path);
 
-// Throws when a picture has more texels than are read or written.
-void requireSize(uint64_t width, uint64_t height, const std::string& path);
+struct PictureSource {
+  const std::string& path;
+  uint64_t bytes;
+  uint64_t texelsPerByte;  // that the format can give at most
+};
+
+// Throws when a picture has more texels than are read, or than its file can hold: memory is only
+// taken for what is there.
+void requireSize(uint64_t width, uint64_t height, const PictureSource& source);
 
 }  // namespace shadermachine::tools

@@ -1,15 +1,26 @@
 #include "cli/progress_bar.h"
 
+#include <sys/ioctl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <cstring>
 
 namespace shadermachine::tools {
 namespace {
 
-constexpr uint32_t kBarWidth = 30;
+constexpr size_t kBarWidth = 30;
+constexpr size_t kLeastBarWidth = 10;
 constexpr auto kRedraw = std::chrono::milliseconds(100);
+
+// A line that reaches the last column would wrap on some terminals.
+size_t terminalColumns() {
+  winsize size = {};
+  const bool isKnown = ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 1;
+  return isKnown ? size.ws_col - 1u : 79;
+}
 
 }  // namespace
 
@@ -26,22 +37,30 @@ void ProgressBar::update(uint32_t done, uint32_t total, uint32_t rowWidth) {
   if (now - start_ < kRedraw || now - lastDrawn_ < kRedraw) return;
   lastDrawn_ = now;
   const std::chrono::duration<double> elapsed = now - start_;
-  const std::string line = progressLine(title_, done, total, rowWidth, elapsed.count());
+  const std::string line =
+      progressLine(title_, done, total, rowWidth, elapsed.count(), terminalColumns());
   std::fprintf(stderr, "\r%s\x1b[K", line.c_str());
   std::fflush(stderr);
 }
 
-std::string progressLine(const std::string& title, uint32_t done, uint32_t total, uint32_t rowWidth,
-                         double seconds) {
+std::string progressLine(std::string title, uint32_t done, uint32_t total, uint32_t rowWidth,
+                         double seconds, size_t columns) {
   const double part = total > 0 ? double(done) / total : 1;
-  const auto filled = static_cast<uint32_t>(part * kBarWidth);
-  const std::string bar = std::string(filled, '=') + std::string(kBarWidth - filled, ' ');
   const double rate = seconds > 0 ? double(done) * rowWidth / seconds / 1e6 : 0;
   const double left = done > 0 ? std::ceil(seconds / done * (total - done)) : 0;
   char numbers[96];
-  std::snprintf(numbers, sizeof numbers, "%3.0f%%  %.2f Mfragments/s  %.0f s left", part * 100,
+  std::snprintf(numbers, sizeof numbers, " %3.0f%%  %.2f Mfragments/s  %.0f s left", part * 100,
                 rate, left);
-  return title + "  [" + bar + "] " + numbers;
+  const size_t room = columns - std::min(columns, std::strlen(numbers) + 4);
+  const size_t titleRoom = room - std::min(room, kLeastBarWidth);
+  if (title.size() > titleRoom) {
+    const std::string end = title.substr(title.size() - titleRoom);
+    title = titleRoom < 4 ? "" : "..." + end.substr(3);
+  }
+  const size_t width = std::min(kBarWidth, room - title.size());
+  const auto filled = static_cast<size_t>(part * static_cast<double>(width));
+  const std::string bar = std::string(filled, '=') + std::string(width - filled, ' ');
+  return (title + "  [" + bar + "]" + numbers).substr(0, columns);
 }
 
 }  // namespace shadermachine::tools

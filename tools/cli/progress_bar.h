@@ -28,8 +28,9 @@ class ProgressBar {
   Clock::time_point lastDrawn_ = {};
 };
 
-// "title  [=====     ] 50%  1.20 Mfragments/s  3 s left"
-std::string progressLine(const std::string& title, uint32_t done, uint32_t total, uint32_t rowWidth,
-                         double seconds);
+// "title  [=====     ] 50%  1.20 Mfragments/s  3 s left", of at most `columns` characters: the bar
+// becomes narrower first, then the title loses its beginning.
+std::string progressLine(std::string title, uint32_t done, uint32_t total, uint32_t rowWidth,
+                         double seconds, size_t columns);
 
 }  // namespace shadermachine::tools

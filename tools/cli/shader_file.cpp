@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <optional>
+#include <regex>
 
 #include "cli/files.h"
 
@@ -29,6 +30,27 @@ void readSourceTexts(SourceMap& sources) {
       continue;
     }
   }
+}
+
+const std::regex& channelPattern() {
+  static const std::regex pattern(
+      "^[ \\t]*#(iChannel[0-3])(?:::(\\w+))?[ \\t]+\"([^\"\\n]*)\"[^\\n]*", std::regex::multiline);
+  return pattern;
+}
+
+// Lines stay where they are.
+std::string withChannelsDeclared(const std::string& text) {
+  std::string result;
+  auto from = text.begin();
+  for (std::sregex_iterator line(text.begin(), text.end(), channelPattern()), end; line != end;
+       ++line) {
+    result.append(from, (*line)[0].first);
+    if ((*line)[2] == "Type" && (*line)[3] == "CubeMap") {
+      result += "uniform samplerCube " + (*line)[1].str() + ";";
+    }
+    from = (*line)[0].second;
+  }
+  return result.append(from, text.end());
 }
 
 LoadedShader compileAssembly(const std::string& text, const std::string& path) {
@@ -58,15 +80,19 @@ std::optional<GlslInclude> findInclude(const std::string& name, const std::strin
   return std::nullopt;
 }
 
-LoadedShader compileShadingLanguage(const std::string& text, const std::string& path,
-                                    const SourceOptions& options) {
-  const auto include = [&options](const std::string& name, const std::string& includer) {
-    return findInclude(name, includer, options.includes);
+LoadedShader compileShadingLanguage(const std::string& source, const std::string& path,
+                                    const SourceOptions& options, std::vector<std::string>* files) {
+  const auto include = [&](const std::string& name, const std::string& includer) {
+    std::optional<GlslInclude> found = findInclude(name, includer, options.includes);
+    if (found && files != nullptr) files->push_back(found->path);
+    return found;
   };
+  const std::string text = withChannelsDeclared(source);
   GlslOptions compiler = {.fileName = path,
                           .defines = options.defines,
                           .include = include,
-                          .isForDebugging = options.isForDebugging};
+                          .isForDebugging = options.isForDebugging,
+                          .isBuffer = options.isBuffer};
   if (options.target >= 0) compiler.output = static_cast<unsigned>(options.target);
   GlslResult result = compileGlsl(text, compiler);
   if (result.shader) {
@@ -80,7 +106,7 @@ LoadedShader compileShadingLanguage(const std::string& text, const std::string& 
 }
 #else
 LoadedShader compileShadingLanguage(const std::string&, const std::string& path,
-                                    const SourceOptions&) {
+                                    const SourceOptions&, std::vector<std::string>*) {
   throw InputError(path + ": this program was built without the GLSL compiler");
 }
 #endif
@@ -99,19 +125,33 @@ bool looksLikeGlsl(const std::string& text) {
 }
 
 bool isGlsl(const std::string& text, const std::string& path) {
-  for (const char* extension : {".frag", ".fragment", ".fs", ".fsh", ".glsl"}) {
-    if (path.ends_with(extension)) return true;
-  }
-  return !path.ends_with(".sasm") && looksLikeGlsl(text);
+  return hasGlslExtension(path) || (!path.ends_with(".sasm") && looksLikeGlsl(text));
 }
 
 }  // namespace
 
-LoadedShader loadShader(const std::string& path, const SourceOptions& options) {
+bool hasGlslExtension(const std::string& path) {
+  constexpr const char* kExtensions[] = {".frag", ".fragment", ".fs", ".fsh", ".glsl"};
+  return std::ranges::any_of(kExtensions,
+                             [&](const char* extension) { return path.ends_with(extension); });
+}
+
+std::vector<ChannelLine> channelLines(const std::string& text) {
+  std::vector<ChannelLine> lines;
+  for (std::sregex_iterator line(text.begin(), text.end(), channelPattern()), end; line != end;
+       ++line) {
+    lines.push_back({(*line)[1], (*line)[2], (*line)[3]});
+  }
+  return lines;
+}
+
+LoadedShader loadShader(const std::string& path, const SourceOptions& options,
+                        std::vector<std::string>* files) {
+  if (files != nullptr) files->push_back(path);
   const std::string text = readText(path);
   if (isBinary(text) || path.ends_with(".smo")) return readBinaryShader(text, path);
   const bool glsl = options.language.empty() ? isGlsl(text, path) : options.language == kGlsl;
-  return glsl ? compileShadingLanguage(text, path, options) : compileAssembly(text, path);
+  return glsl ? compileShadingLanguage(text, path, options, files) : compileAssembly(text, path);
 }
 
 bool reportValidation(const ShaderView& view, const std::string& path) {

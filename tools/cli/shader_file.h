@@ -20,6 +20,7 @@ struct SourceOptions {
   std::vector<std::string> defines;   // of GLSL: NAME or NAME=VALUE
   std::vector<std::string> includes;  // folders where #include looks besides the including file's
   bool isForDebugging = false;
+  bool isBuffer = false;  // other shaders read the result
 };
 
 struct LoadedShader {
@@ -32,8 +33,21 @@ struct LoadedShader {
 };
 
 // Reads a binary file, or compiles a source. Programs that were built without the GLSL compiler say
-// so.
-LoadedShader loadShader(const std::string& path, const SourceOptions& options = {});
+// so. `files` gets the names of all files that were read, even when it throws.
+LoadedShader loadShader(const std::string& path, const SourceOptions& options = {},
+                        std::vector<std::string>* files = nullptr);
+
+// Whether the extension says that the file holds GLSL.
+bool hasGlslExtension(const std::string& path);
+
+// What "#iChannel0 "file"" and "#iChannel0::Setting "value"" say in a source of GLSL, for which the
+// compiler is given nothing, or the declaration of a cube.
+struct ChannelLine {
+  std::string channel;  // "iChannel0"
+  std::string setting;  // empty: what the channel shows
+  std::string value;
+};
+std::vector<ChannelLine> channelLines(const std::string& text);
 
 // Prints what the validator finds, each line with the path before it; false when there are errors.
 bool reportValidation(const ShaderView& view, const std::string& path);

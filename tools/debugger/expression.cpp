@@ -4,7 +4,9 @@
 #include <bit>
 #include <charconv>
 #include <cmath>
+#include <cstddef>
 #include <cstring>
+#include <span>
 
 #include "assembly/literals.h"
 #include "machine/types.h"
@@ -193,8 +195,9 @@ class Evaluator {
     const auto code = count == 1 ? scalarType : static_cast<TypeCode>(family + count - 2);
     DebugValue value{debugType(view_, code, 0), {}};
     if (isUnsigned) value.type.name = count == 1 ? "uint" : "uvec" + std::to_string(count);
-    value.bytes.resize(words.size() * 4);
-    std::memcpy(value.bytes.data(), words.data(), value.bytes.size());
+    const auto bytes = std::as_bytes(std::span(words));
+    value.bytes.reserve(bytes.size());
+    for (const std::byte byte : bytes) value.bytes.push_back(std::to_integer<uint8_t>(byte));
     return value;
   }
 

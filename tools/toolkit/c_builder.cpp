@@ -6,12 +6,7 @@
 
 #include "c_interface.h"
 
-using shadermachine::tools::FunctionBuilder;
-using shadermachine::tools::kOutOfMemory;
-using shadermachine::tools::Label;
-using shadermachine::tools::report;
-using shadermachine::tools::ShaderBuilder;
-using shadermachine::tools::Variable;
+using namespace shadermachine::tools;
 
 struct VmToolsBuilder {
   ShaderBuilder shader;

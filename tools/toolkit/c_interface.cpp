@@ -12,17 +12,7 @@
 #include <string>
 #include <utility>
 
-using shadermachine::tools::AssemblyError;
-using shadermachine::tools::AssemblyResult;
-using shadermachine::tools::BinaryResult;
-using shadermachine::tools::Diagnostic;
-using shadermachine::tools::kOutOfMemory;
-using shadermachine::tools::NamedValue;
-using shadermachine::tools::report;
-using shadermachine::tools::RunFailure;
-using shadermachine::tools::Severity;
-using shadermachine::tools::ShaderView;
-using shadermachine::tools::SourceMap;
+using namespace shadermachine::tools;
 
 namespace {
 

@@ -13,12 +13,13 @@ using form::Operation;
 using form::Place;
 
 constexpr const char* kKindNames[] = {
-    "nothing",      "constant",    "run_word",     "load",          "store",
-    "compose",      "operate",     "element",      "column",        "read_member",
-    "read_element", "init_locals", "share_view",   "copy_block",    "store_block",
-    "move_slot",    "clear_slot",  "release_slot", "host_variable", "host_aggregate",
-    "host_builtin", "plain",       "plain_call",   "clock",         "branch",
-    "jump",         "jump_back",   "finish",       "stop"};
+    "nothing",      "constant",      "run_word",       "load",          "store",
+    "compose",      "operate",       "element",        "column",        "read_member",
+    "read_element", "check_index",   "store_part",     "store_indexed", "init_locals",
+    "share_view",   "copy_block",    "store_block",    "move_slot",     "clear_slot",
+    "release_slot", "host_variable", "host_aggregate", "host_builtin",  "plain",
+    "plain_call",   "clock",         "branch",         "jump",          "jump_back",
+    "finish",       "stop"};
 static_assert(std::size(kKindNames) == static_cast<size_t>(Kind::Stop) + 1);
 
 std::string placeText(Place place) {
@@ -79,7 +80,12 @@ std::string detailText(const Form& form, const Operation& operation) {
       return " " + std::to_string(operation.n);
     case Kind::ReadMember:
     case Kind::ReadElement:
+    case Kind::CheckIndex:
       return " " + placeText(operation.place) + " byte " + std::to_string(operation.first);
+    case Kind::StorePart:
+    case Kind::StoreIndexed:
+      return " " + placeText(operation.place) + " byte " + std::to_string(operation.first) + "+" +
+             std::to_string(operation.n * sizeof(uint32_t)) + " =";
     case Kind::CopyBlock:
     case Kind::StoreBlock:
     case Kind::MoveSlot:

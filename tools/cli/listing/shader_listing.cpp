@@ -9,6 +9,9 @@
 #include "engine/selector.h"
 #include "form/builder.h"
 #include "render/fragment_host.h"
+#ifdef SHADERMACHINE_HAVE_BATCH
+#include "batch/row_selector.h"
+#endif
 
 namespace shadermachine::tools {
 namespace {
@@ -54,6 +57,57 @@ std::string recordsText(const Machine& machine, const form::Form& form,
   return out.str();
 }
 
+#ifdef SHADERMACHINE_HAVE_BATCH
+
+// Words of variables and temporaries by their names, other rows by their numbers.
+std::string rowText(const batch::RowSelector& selector, const batch::RowProgram& program,
+                    const uint32_t* row) {
+  form::Place place = 0;
+  uint32_t word = 0;
+  if (selector.isPlaceRow(row, place, word)) {
+    return "s" + std::to_string(place) + (word == 0 ? "" : "." + std::to_string(word));
+  }
+  return "r" + std::to_string((row - program.rows) / batch::kRowWords);
+}
+
+std::string batchText(const form::Form& form, Machine& machine) {
+  const batch::RowFunctions& functions = batch::bestRowFunctions();
+  batch::RowProgram program(kMostBytes);
+  batch::RowSelector selector(form, machine, functions, program);
+  if (!selector.select()) throw std::bad_alloc();
+  if (program.first == nullptr) {
+    const uint32_t i = selector.firstUnknown();
+    const std::string why =
+        i < form.operations.size() ? ": " + operationText(form, form.operations[i]) : "";
+    return "invocations run one by one" + why + "\n";
+  }
+  std::ostringstream out;
+  for (uint32_t i = 0; i < program.recordCount; ++i) {
+    const batch::RowRecord& record = program.first[i];
+    out << "r" << i << "  ";
+    if (record.run == functions.join) {
+      out << "join " << record.join << "\n";
+      continue;
+    }
+    const uint32_t origin = selector.operationOf(i);
+    const bool copies = record.run == functions.copy.masked;
+    const bool leads = selector.leads(record);
+    const form::Operation& operation = form.operations[origin];
+    if (operation.words > 0 && !copies) out << "%" << origin << " = ";
+    out << (copies ? "copy" : operationText(form, operation));
+    if (leads) out << " -> join " << record.target->join;
+    const uint32_t results = copies ? record.n : leads ? 0 : operation.words;
+    for (uint32_t w = 0; record.result != nullptr && w < results; ++w) {
+      out << (w == 0 ? "  | " : ", ") << rowText(selector, program, record.result[w]);
+      if (copies) out << "=" << rowText(selector, program, record.in[0][w]);
+    }
+    out << "\n";
+  }
+  return out.str();
+}
+
+#endif
+
 std::string plainFunctions(const CompiledShader& shader, const form::Decoder& decoder) {
   std::string text;
   for (uint32_t f = 0; f < shader.functionCount; ++f) {
@@ -75,16 +129,22 @@ std::string shaderListing(const ShaderView& view, Stage stage) {
   form::Arena working(kMostBytes), memory(kMostBytes);
   form::Decoder decoder(working, machine);
   form::Form form(memory);
-  const auto builder = std::make_unique<form::Builder>(form, decoder, working, machine);
-  const form::BuildResult result = builder->build(view.shader->entryIndex);
+  if (stage == Stage::Batch) {
+    form.isHidden = true;
+    form.outputs[0] = view.shader->outputGlobal0;
+    form.outputs[1] = view.shader->outputGlobal1;
+  }
+  const form::BuildResult result = form::buildForm(form, decoder, working, machine);
   std::string text = plainFunctions(*view.shader, decoder);
-  machine.shader = nullptr;
   if (result != form::BuildResult::Built) {
     return text + "the shader is left to the plain handlers\n";
   }
   if (stage == Stage::BuiltForm) return text + formText(form);
   engine::improve(form, machine);
   if (stage == Stage::Form) return text + formText(form);
+#ifdef SHADERMACHINE_HAVE_BATCH
+  if (stage == Stage::Batch) return text + batchText(form, machine);
+#endif
   engine::Selector selector(form, memory, machine);
   const engine::Record* records = selector.select();
   if (records == nullptr) throw std::bad_alloc();

@@ -11,6 +11,7 @@ enum class Stage {
   BuiltForm,  // as it comes from the bytecode
   Form,       // after the passes
   Records,    // chosen for it
+  Batch,      // records of batches; in builds that have them
 };
 
 // For a host that has the callbacks of `render`. Says which functions are left to the plain

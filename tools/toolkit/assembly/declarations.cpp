@@ -1,4 +1,5 @@
 // Structures, globals, and functions with their locals.
+#include <algorithm>
 #include <string>
 #include <utility>
 
@@ -39,20 +40,33 @@ bool tablesFit(Scope& scope, const ShaderSyntax& syntax) {
   return good;
 }
 
+struct Layout {
+  TypeCode type;
+  uint32_t byteSize;
+};
+
 // A variable of unknown type is taken for a float, so that what follows keeps its number.
-Variable makeVariable(Scope& scope, const VariableSyntax& syntax) {
+Layout layOut(Scope& scope, const VariableSyntax& syntax) {
   const TypeCode type = resolveType(scope, syntax.type).value_or(TypeCode{VM_TYPE_FLOAT});
-  const std::string name = syntax.recordName.value_or(std::string(syntax.name.text));
-  const uint64_t elementSize = scope.builder.sizeOf(type);
-  if (!syntax.size && elementSize * syntax.count > UINT32_MAX) {
-    scope.error(syntax.name, quoted(syntax.name.text) + " is larger than 4 GiB");
-  }
-  return {name, type, syntax.count, syntax.flags};
+  if (syntax.size) return {type, *syntax.size};
+  const uint64_t size = uint64_t{scope.builder.sizeOf(type)} * std::max(syntax.count, 1u);
+  if (size <= UINT32_MAX) return {type, static_cast<uint32_t>(size)};
+  scope.error(syntax.name, quoted(syntax.name.text) + " is larger than 4 GiB");
+  return {type, 0};
 }
 
-void applyOverrides(const VariableSyntax& syntax, VarInfo& info) {
+// What the builder is told before the layout: the text may give sizes that it would refuse.
+Variable placeholder(const VariableSyntax& syntax) {
+  return {.name = syntax.recordName.value_or(std::string(syntax.name.text)),
+          .type = VM_TYPE_FLOAT,
+          .flags = syntax.flags};
+}
+
+void complete(const VariableSyntax& syntax, const Layout& layout, VarInfo& info) {
   if (syntax.hasNoRecordName) info.name = nullptr;
-  if (syntax.size) info.byteSize = *syntax.size;
+  info.type = layout.type;
+  info.count = syntax.count;
+  info.byteSize = layout.byteSize;
   if (syntax.offset) info.memberOffset = *syntax.offset;
 }
 
@@ -66,9 +80,11 @@ void declareStruct(Scope& scope, const StructSyntax& syntax) {
   }
   SymbolTable& names = scope.members.emplace_back("member");
   std::vector<Variable> members;
+  std::vector<Layout> layouts;
   for (const VariableSyntax& member : syntax.members) {
     names.add(member.name, scope.diagnostics);
-    members.push_back(makeVariable(scope, member));
+    members.push_back(placeholder(member));
+    layouts.push_back(layOut(scope, member));
   }
   // The name becomes known only now: a structure cannot contain itself.
   scope.structs.add(syntax.name, scope.diagnostics);
@@ -81,7 +97,7 @@ void declareStruct(Scope& scope, const StructSyntax& syntax) {
   for (uint32_t i = 0; i < members.size(); ++i) {
     VarInfo& info = scope.builder.member(type, i);
     info.memberOffset = static_cast<uint32_t>(offset);
-    applyOverrides(syntax.members[i], info);
+    complete(syntax.members[i], layouts[i], info);
     offset += info.byteSize;
   }
   if (offset > UINT32_MAX && !syntax.size) {
@@ -93,17 +109,20 @@ void declareStruct(Scope& scope, const StructSyntax& syntax) {
 void declareGlobal(Scope& scope, const VariableSyntax& syntax) {
   scope.globals.add(syntax.name, scope.diagnostics);
   refuseOffset(scope, syntax);
-  applyOverrides(syntax, scope.builder.info(scope.builder.addGlobal(makeVariable(scope, syntax))));
+  complete(syntax, layOut(scope, syntax),
+           scope.builder.info(scope.builder.addGlobal(placeholder(syntax))));
 }
 
 void declareLocals(Scope& scope, const FunctionSyntax& syntax, FunctionBuilder& function) {
+  const auto declare = [&](const VariableSyntax& variable, LocalId id) {
+    refuseOffset(scope, variable);
+    complete(variable, layOut(scope, variable), function.info(id));
+  };
   for (const VariableSyntax& param : syntax.params) {
-    refuseOffset(scope, param);
-    applyOverrides(param, function.info(function.addParam(makeVariable(scope, param))));
+    declare(param, function.addParam(placeholder(param)));
   }
   for (const VariableSyntax& local : syntax.locals) {
-    refuseOffset(scope, local);
-    applyOverrides(local, function.info(function.addLocal(makeVariable(scope, local))));
+    declare(local, function.addLocal(placeholder(local)));
   }
   if (syntax.paramCount) function.setParamCount(static_cast<uint16_t>(*syntax.paramCount));
 }

@@ -66,7 +66,7 @@ TypeCode ShaderBuilder::addStruct(std::string_view name, const std::vector<Varia
   for (const Variable& member : members) {
     VarInfo info = makeVarInfo(*tables_, member);
     info.memberOffset = table.info.size;
-    table.info.size += info.byteSize;
+    table.info.size = sizeInRecord(uint64_t{table.info.size} + info.byteSize);
     table.members.push_back(info);
   }
   tables_->structs.push_back(std::move(table));
@@ -143,11 +143,12 @@ void ShaderBuilder::layOutCode() {
     FunctionBuilder& function = functions_[static_cast<size_t>(chunk.functionIndex)];
     function.resolveJumps();
     if (!function.hasCodeRange_) {
-      function.codeOffset_ = static_cast<uint32_t>(code.size());
+      function.codeOffset_ = sizeInRecord(code.size());
       function.codeLength_ = function.size();
     }
     code.insert(code.end(), function.code_.begin(), function.code_.end());
   }
+  sizeInRecord(code.size());
 }
 
 void ShaderBuilder::finishFunctions() {

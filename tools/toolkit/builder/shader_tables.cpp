@@ -2,6 +2,8 @@
 
 #include <shadermachine-tools/shader_builder.h>
 
+#include <stdexcept>
+
 #include "machine/types.h"
 
 namespace shadermachine::tools {
@@ -21,11 +23,16 @@ const char* ShaderTables::keepName(std::string_view name) {
 }
 
 uint32_t ShaderTables::sizeOf(TypeCode type, uint32_t count) const {
-  uint32_t size = basicTypeSize(type);
+  uint64_t size = basicTypeSize(type);
   if (type >= 0 && static_cast<size_t>(type) < structs.size()) {
     size = structs[static_cast<size_t>(type)].info.size;
   }
-  return count == 0 ? size : size * count;
+  return sizeInRecord(count == 0 ? size : size * count);
+}
+
+uint32_t sizeInRecord(uint64_t size) {
+  if (size > UINT32_MAX) throw std::length_error("a size of 4 GiB or more");
+  return static_cast<uint32_t>(size);
 }
 
 void ShaderTables::connect() {

@@ -26,6 +26,9 @@ struct FunctionTable {
   bool isNull = false;
 };
 
+// Records have sizes of 32 bits. Throws std::length_error for a larger one.
+uint32_t sizeInRecord(uint64_t size);
+
 struct ShaderTables {
   ShaderTables() = default;
   ShaderTables(const ShaderTables&) = delete;

@@ -241,7 +241,7 @@ class Disassembler {
     }
     if (isPlaced) {
       text_ += source_.signature(index);
-      writeBody(*record_.code(*function), locals, localHandles, source_.lines(index, localHandles));
+      writeBody(*function, locals, localHandles, source_.lines(index, localHandles));
     }
     text_ += ".end\n";
   }
@@ -259,12 +259,13 @@ class Disassembler {
     }
   }
 
-  void writeBody(std::span<const uint8_t> code, std::span<const VarInfo> locals,
+  void writeBody(const ShaderFunction& function, std::span<const VarInfo> locals,
                  const Handles& localHandles, const std::map<uint32_t, std::string>& sourceLines) {
+    const std::span<const uint8_t> code = *record_.code(function);
     const LabelMap labels = findLabels(code);
     const CodeContext context{record_, handles_, locals, localHandles, labels};
     const auto depths =
-        options_.annotate ? stackDepths(record_, code) : std::map<uint32_t, int64_t>();
+        options_.annotate ? stackDepths(record_, function, code) : std::map<uint32_t, int64_t>();
     const auto size = static_cast<uint32_t>(code.size());
     uint32_t offset = 0;
     while (offset < size) {

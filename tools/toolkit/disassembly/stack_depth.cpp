@@ -1,88 +1,38 @@
 #include "disassembly/stack_depth.h"
 
-#include <shadermachine-tools/host_contract.h>
-
-#include <optional>
-
-#include "disassembly/instruction_text.h"
-#include "instructions/opcode_info.h"
+#include "instructions/stack_effect.h"
 
 namespace shadermachine::tools::disassembly {
 namespace {
 
-uint32_t word16(std::span<const uint8_t> code, uint32_t offset) {
-  return uint32_t{code[offset]} | uint32_t{code[offset + 1]} << 8;
-}
-
-// Slots gained by an instruction whose operands decide.
-std::optional<int64_t> variableGain(const Record& record, std::span<const uint8_t> code,
-                                    uint32_t offset) {
-  switch (static_cast<Opcode>(code[offset])) {
-    case Opcode::POP_N:
-      return -int64_t{code[offset + 1]};
-    case Opcode::STORE_LOCAL_ELEM:
-    case Opcode::STORE_GLOBAL_ELEM:
-      return -1 - int64_t{word16(code, offset + 3)};
-    case Opcode::CTOR_STRUCT:
-      return 1 - static_cast<int64_t>(record.members(word16(code, offset + 1)).size());
-    case Opcode::CTOR_ARRAY:
-      return 1 - int64_t{word16(code, offset + 3)};
-    case Opcode::CALL_BUILTIN: {
-      const BuiltinFunction* function = findBuiltinFunction(word16(code, offset + 1));
-      return function ? std::optional(-int64_t{function->pops}) : std::nullopt;
-    }
-    case Opcode::HOST_LOOKUP_1:
-    case Opcode::HOST_LOOKUP_2: {
-      const int64_t arguments = code[offset + 1] >> 5 & 3;
-      return arguments < 2 ? 0 : 1 - arguments;
-    }
-    default: {  // the vector and matrix constructors
-      const int64_t operands = word16(code, offset + 1);
-      return operands == 0 ? 0 : 1 - operands;
-    }
+// Records that nobody validated may name what their tables lack.
+bool namesExist(const Record& record, const ShaderFunction& function,
+                const DecodedInstruction& instruction) {
+  for (unsigned i = 0; i < kMaxOperands; ++i) {
+    const uint32_t number = instruction.operands[i];
+    const OperandKind kind = instruction.info().operands[i];
+    if (kind == OperandKind::Local && number >= Record::locals(function).size()) return false;
+    if (kind == OperandKind::Global && number >= record.globals().size()) return false;
+    if (kind == OperandKind::StructType && record.members(number).empty()) return false;
   }
-}
-
-std::optional<int64_t> gain(const Record& record, std::span<const uint8_t> code, uint32_t offset) {
-  const OpcodeInfo& info = kOpcodeTable[code[offset]];
-  if (info.pops != kVaries && info.pushes != kVaries) return info.pushes - info.pops;
-  return variableGain(record, code, offset);
-}
-
-bool endsFlow(Opcode opcode) {
-  switch (opcode) {
-    case Opcode::JUMP:
-    case Opcode::RETURN:
-    case Opcode::RETURN_VALUE:
-    case Opcode::RETURN_VALUE_2:
-    case Opcode::DISCARD:
-    case Opcode::HALT:
-      return true;
-    default:
-      return false;
-  }
+  return true;
 }
 
 }  // namespace
 
-std::map<uint32_t, int64_t> stackDepths(const Record& record, std::span<const uint8_t> code) {
+std::map<uint32_t, int64_t> stackDepths(const Record& record, const ShaderFunction& function,
+                                        std::span<const uint8_t> code) {
   std::map<uint32_t, int64_t> depths = {{0, 0}};
-  uint32_t offset = 0;
   const auto size = static_cast<uint32_t>(code.size());
-  while (offset < size) {
-    const uint32_t length = instructionLength(code.data() + offset, size - offset);
-    if (length == 0) break;
-    const auto known = depths.find(offset);
-    if (known != depths.end()) {
-      const auto change = gain(record, code, offset);
-      if (change && isJump(code[offset])) {
-        depths.emplace(jumpTarget(code, offset), known->second + *change);
-      }
-      if (change && !endsFlow(static_cast<Opcode>(code[offset]))) {
-        depths.emplace(offset + length, known->second + *change);
-      }
-    }
-    offset += length;
+  DecodedInstruction instruction = {};
+  for (; decodeInstruction(code.data(), instruction.end, size, instruction);) {
+    const auto known = depths.find(instruction.pc);
+    if (known == depths.end() || !namesExist(record, function, instruction)) continue;
+    const StackEffect effect = stackEffect(instruction, record.shader(), function);
+    if (!effect.known) continue;
+    const int64_t depth = known->second + effect.pushes - effect.pops;
+    if (isJump(instruction.opcode)) depths.emplace(instruction.operands[0], depth);
+    if (!endsFlow(instruction.opcode)) depths.emplace(instruction.end, depth);
   }
   return depths;
 }

@@ -12,6 +12,7 @@ namespace shadermachine::tools::disassembly {
 
 // Slots above the locals, by offset of the instruction; without the places that no known path
 // reaches. Joins take the depth of the path that comes first in the code.
-std::map<uint32_t, int64_t> stackDepths(const Record& record, std::span<const uint8_t> code);
+std::map<uint32_t, int64_t> stackDepths(const Record& record, const ShaderFunction& function,
+                                        std::span<const uint8_t> code);
 
 }  // namespace shadermachine::tools::disassembly

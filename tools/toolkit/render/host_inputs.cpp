@@ -7,6 +7,8 @@
 #include <cmath>
 #include <cstring>
 #include <ctime>
+#include <limits>
+#include <stdexcept>
 
 #include "render/texture.h"
 
@@ -15,9 +17,13 @@ namespace {
 
 constexpr uint64_t kNoTexture = ~uint64_t{0};
 constexpr uint32_t kChannelCount = 4;
+constexpr uint64_t kMaxBytes = uint64_t{64} << 20;
+
+constexpr double kSampleRate = 44100;
+constexpr std::string_view kResolution = "Resolution";
 
 constexpr std::array kUnitPositionNames = {"uv",        "vUv",        "v_uv",       "texCoord",
-                                           "vTexCoord", "v_texCoord", "gl_TexCoord"};
+                                           "vTexCoord", "v_texCoord", "v_texcoord", "gl_TexCoord"};
 
 bool isSampler(TypeCode type) { return type >= VM_TYPE_SAMPLER_0 && type <= VM_TYPE_SAMPLER_7; }
 
@@ -48,6 +54,14 @@ uint32_t wordOf(TypeCode type, double value) {
   return std::bit_cast<uint32_t>(static_cast<float>(value));
 }
 
+// Whether wordOf() keeps the value as it is meant.
+bool canHold(TypeCode type, double value) {
+  if (type == VM_TYPE_FLOAT) {
+    return !std::isfinite(value) || std::abs(value) <= double{std::numeric_limits<float>::max()};
+  }
+  return value == std::floor(value) && value >= -2147483648.0 && value <= 4294967295.0;
+}
+
 // Seconds of the local day are enough for what shaders make of the date.
 std::array<double, 4> dateNow() {
   const std::time_t now = std::time(nullptr);
@@ -66,7 +80,7 @@ struct FrameValue {
 std::vector<FrameValue> frameValues(const FrameInputs& frame,
                                     const std::vector<double>& channelSizes) {
   const std::vector<double> size = {double(frame.width), double(frame.height), 1};
-  const std::vector<double> none = {0, 0, 0, 0};
+  const std::vector<double> mouse(frame.mouse.begin(), frame.mouse.end());
   const std::array<double, 4> date = dateNow();
   return {{"iResolution", size},
           {"u_resolution", size},
@@ -76,14 +90,18 @@ std::vector<FrameValue> frameValues(const FrameInputs& frame,
           {"u_time", {frame.time}},
           {"time", {frame.time}},
           {"iTimeDelta", {frame.timeDelta}},
+          {"u_delta", {frame.timeDelta}},
           {"iFrameRate", {1 / double(frame.timeDelta)}},
+          {"iSampleRate", {kSampleRate}},
           {"iFrame", {double(frame.frame)}},
+          {"u_frame", {double(frame.frame)}},
           {"iChannelTime", std::vector<double>(kChannelCount, frame.time)},
           {"iChannelResolution", channelSizes},
-          {"iMouse", none},
-          {"u_mouse", none},
-          {"mouse", none},
-          {"iDate", {date.begin(), date.end()}}};
+          {"iMouse", mouse},
+          {"u_mouse", {frame.pointer[0], frame.pointer[1]}},
+          {"mouse", {frame.pointer[0] / size[0], frame.pointer[1] / size[1]}},
+          {"iDate", {date.begin(), date.end()}},
+          {"u_date", {date.begin(), date.end()}}};
 }
 
 bool isFrameName(std::string_view name) {
@@ -105,14 +123,20 @@ std::string quoted(std::string_view text) { return "'" + std::string(text) + "'"
 
 constexpr StandardInput kStandardInputs[] = {
     {"fragCoord", "vec2 or wider: centre of the pixel in pixels, y up; then depth 0.5, and 1"},
-    {"uv, vUv, v_uv, texCoord, vTexCoord, v_texCoord, gl_TexCoord[0]", "the same from 0 to 1"},
+    {"uv, vUv, v_uv, texCoord, vTexCoord, v_texCoord, v_texcoord, gl_TexCoord[0]",
+     "the same from 0 to 1"},
     {"iResolution, u_resolution, resolution", "width, height, 1"},
     {"iTime, iGlobalTime, u_time, time", "time of the frame in seconds"},
-    {"iTimeDelta, iFrameRate, iFrame", "1/30, 30, number of the frame"},
-    {"iMouse, u_mouse, mouse", "zeros"},
-    {"iDate", "year, month from 0, day, seconds of the day"},
+    {"iTimeDelta, u_delta", "seconds from frame to frame: 1/30"},
+    {"iFrameRate, iSampleRate", "30, 44100"},
+    {"iFrame, u_frame", "number of the frame"},
+    {"iMouse", "vec4: the mouse of a window as ShaderToy gives it; zeros without one"},
+    {"u_mouse, mouse", "where the mouse is, in pixels or from 0 to 1; zeros without a window"},
+    {"iDate, u_date", "year, month from 0, day, seconds of the day"},
     {"iChannelTime, iChannelResolution",
      "arrays of 4: time of the frame; width, height and 1 of each channel's picture"},
+    {"the name of a sampler and Resolution, as u_tex0Resolution",
+     "width and height of its picture"},
     {"iChannel0, iChannel1, iChannel2, iChannel3", "samplers, black unless they get a picture"},
 };
 
@@ -124,13 +148,16 @@ HostInputs::HostInputs(const ShaderView& view) : view_(view) {
   const CompiledShader& shader = *view.shader;
   if (shader.globals == nullptr) return;
   variables_.resize(shader.globalCount);
+  uint64_t bytes = 0;
   for (uint32_t i = 0; i < shader.globalCount; ++i) {
     const VarInfo& info = shader.globals[i];
     if ((info.flags & VM_VAR_HOST) == 0) continue;
     Variable& variable = variables_[i];
     variable.info = &info;
+    bytes += info.byteSize;
+    if (bytes > kMaxBytes) throw std::length_error("the host variables take more than 64 MiB");
     variable.bytes.resize(info.byteSize);
-    addLeaves(info, 0, variable.leaves);
+    addLeaves(info, variable.leaves);
     for (const Leaf& leaf : variable.leaves) {
       if (isSampler(leaf.type)) std::memcpy(&variable.bytes[leaf.offset], &kNoTexture, 8);
     }
@@ -140,23 +167,44 @@ HostInputs::HostInputs(const ShaderView& view) : view_(view) {
     if (std::ranges::count(kUnitPositionNames, name) > 0) variable.source = Source::UnitPosition;
     if (isFrameName(name) || isChannelName(name)) variable.source = Source::Frame;
   }
-}
-
-void HostInputs::addLeaves(const VarInfo& info, uint32_t offset, std::vector<Leaf>& leaves) const {
-  const uint32_t elements = std::max(info.count, 1u);
-  const uint32_t stride = info.byteSize / elements;
-  for (uint32_t i = 0; i < elements; ++i) addElement(info.type, offset + i * stride, leaves);
-}
-
-void HostInputs::addElement(TypeCode type, uint32_t offset, std::vector<Leaf>& leaves) const {
-  if (type >= 0) {
-    if (static_cast<uint32_t>(type) >= view_.structCount) return;
-    const StructInfo* info = view_.shader->structTypes[type];
-    for (uint32_t m = 0; info != nullptr && m < info->memberCount; ++m) {
-      addLeaves(info->members[m], offset + info->members[m].memberOffset, leaves);
-    }
-    return;
+  for (Variable& variable : variables_) {
+    if (!measuredSampler(variable).empty()) variable.source = Source::Frame;
   }
+}
+
+// In declaration order. Structures nest as deep as the shader likes, so nothing recurses.
+void HostInputs::addLeaves(const VarInfo& info, std::vector<Leaf>& leaves) const {
+  struct Elements {
+    const VarInfo* info;
+    uint32_t offset;
+    uint32_t left;
+  };
+  const auto all = [](const VarInfo& variable, uint32_t offset) {
+    return Elements{&variable, offset, std::max(variable.count, 1u)};
+  };
+  std::vector<Elements> pending = {all(info, 0)};
+  while (!pending.empty()) {
+    Elements& elements = pending.back();
+    const VarInfo& variable = *elements.info;
+    const uint32_t offset = elements.offset;
+    elements.offset += variable.byteSize / std::max(variable.count, 1u);
+    if (--elements.left == 0) pending.pop_back();
+    if (variable.type < 0) {
+      addComponents(variable.type, offset, leaves);
+    } else if (const StructInfo* structure = structureOf(variable.type)) {
+      for (uint32_t m = structure->memberCount; m-- > 0;) {
+        pending.push_back(all(structure->members[m], offset + structure->members[m].memberOffset));
+      }
+    }
+  }
+}
+
+const StructInfo* HostInputs::structureOf(TypeCode type) const {
+  const bool exists = type >= 0 && static_cast<uint32_t>(type) < view_.structCount;
+  return exists ? view_.shader->structTypes[type] : nullptr;
+}
+
+void HostInputs::addComponents(TypeCode type, uint32_t offset, std::vector<Leaf>& leaves) {
   const uint32_t size = isSampler(type) ? 8 : 4;
   for (uint32_t at = 0; at + size <= basicTypeSize(type); at += size) {
     leaves.push_back({componentType(type), offset + at});
@@ -174,7 +222,7 @@ HostInputs::Variable* HostInputs::find(std::string_view name) {
 
 size_t HostInputs::leafCount(const VarInfo& info) const {
   std::vector<Leaf> leaves;
-  addLeaves(info, 0, leaves);
+  addLeaves(info, leaves);
   return leaves.size();
 }
 
@@ -208,11 +256,9 @@ std::string HostInputs::descend(Part& part, VarInfo& info, std::string_view& ste
     part.first += index * leafCount(info);
     return "";
   }
-  const bool isStruct = info.count == 0 && info.type >= 0 &&
-                        static_cast<uint32_t>(info.type) < view_.structCount &&
-                        view_.shader->structTypes[info.type] != nullptr;
-  if (!isStruct) return "there is no member " + std::string(step);
-  const StructInfo& structure = *view_.shader->structTypes[info.type];
+  const StructInfo* found = info.count == 0 ? structureOf(info.type) : nullptr;
+  if (found == nullptr) return "there is no member " + std::string(step);
+  const StructInfo& structure = *found;
   for (const VarInfo& member : std::span(structure.members, structure.memberCount)) {
     if (member.name != nullptr && step.substr(1) == member.name) {
       info = member;
@@ -254,6 +300,11 @@ std::string HostInputs::set(std::string_view place, std::span<const double> comp
     return quoted(place) + " has " + std::to_string(part.count) + " components, " +
            std::to_string(components.size()) + " given";
   }
+  for (size_t i = 0; i < part.count; ++i) {
+    if (canHold(leaves[i].type, components[i])) continue;
+    return quoted(place) + " has " + (leaves[i].type == VM_TYPE_FLOAT ? "a float" : "an integer") +
+           " as component " + std::to_string(i + 1) + ", which does not hold the value given";
+  }
   assign(*part.variable, part.first, components);
   part.variable->source = Source::User;
   return "";
@@ -266,10 +317,16 @@ std::string HostInputs::setTexture(std::string_view place, Texture texture) {
   if (part.count == 0 || !isSampler(variable.leaves[part.first].type)) {
     return quoted(place) + " is not a sampler";
   }
-  const uint64_t unit = textures_.size();
   texture.smaller = smallerLevels(texture.image);
-  textures_.push_back(std::move(texture));
-  std::memcpy(&variable.bytes[variable.leaves[part.first].offset], &unit, sizeof unit);
+  uint8_t* const sampler = &variable.bytes[variable.leaves[part.first].offset];
+  uint64_t unit = 0;
+  std::memcpy(&unit, sampler, sizeof unit);
+  if (unit == kNoTexture) {
+    unit = textures_.size();
+    textures_.emplace_back();
+    std::memcpy(sampler, &unit, sizeof unit);
+  }
+  textures_[unit] = std::move(texture);
   variable.source = Source::User;
   return "";
 }
@@ -282,6 +339,12 @@ std::string HostInputs::setVarying(std::string_view name, Varying varying) {
   variable->varying = std::move(varying);
   variable->source = Source::Function;
   return "";
+}
+
+std::string HostInputs::setUnitPosition(std::string_view name) {
+  std::string error = setVarying(name, nullptr);
+  if (error.empty()) find(name)->source = Source::UnitPosition;
+  return error;
 }
 
 std::vector<std::string> HostInputs::missing() const {
@@ -302,22 +365,41 @@ void HostInputs::startFrame(const FrameInputs& frame) {
       assign(*variable, 0, value.components);
     }
   }
+  for (Variable& variable : variables_) {
+    const std::string_view sampler = measuredSampler(variable);
+    if (sampler.empty() || variable.source != Source::Frame) continue;
+    assign(variable, 0, pictureSize(sampler));
+  }
 }
 
 std::vector<double> HostInputs::channelSizes() {
   std::vector<double> sizes;
   for (uint32_t i = 0; i < kChannelCount; ++i) {
-    const Variable* variable = find("iChannel" + std::to_string(i));
-    uint64_t sampler = kNoTexture;
-    if (variable != nullptr && variable->bytes.size() == sizeof sampler) {
-      std::memcpy(&sampler, variable->bytes.data(), sizeof sampler);
-    }
-    const Texture* picture = texture(sampler);
-    sizes.push_back(picture != nullptr ? picture->image.width : 0);
-    sizes.push_back(picture != nullptr ? picture->image.height : 0);
-    sizes.push_back(picture != nullptr ? 1 : 0);
+    std::ranges::copy(pictureSize("iChannel" + std::to_string(i)), std::back_inserter(sizes));
   }
   return sizes;
+}
+
+// Width, height and 1 of a sampler's picture; zeros when it has none.
+std::array<double, 3> HostInputs::pictureSize(std::string_view samplerName) {
+  const Variable* variable = find(samplerName);
+  uint64_t sampler = kNoTexture;
+  if (variable != nullptr && variable->bytes.size() == sizeof sampler) {
+    std::memcpy(&sampler, variable->bytes.data(), sizeof sampler);
+  }
+  const Texture* picture = texture(sampler);
+  const TextureSize size = picture != nullptr ? sizeOf(*picture) : TextureSize{};
+  return {double(size.width), double(size.height), size.width > 0 ? 1.0 : 0};
+}
+
+// The sampler whose picture's size a variable has by its name; empty for others.
+std::string_view HostInputs::measuredSampler(const Variable& variable) {
+  if (variable.info == nullptr || variable.info->name == nullptr) return "";
+  std::string_view name = variable.info->name;
+  if (!name.ends_with(kResolution)) return "";
+  name.remove_suffix(kResolution.size());
+  const Variable* sampler = find(name);
+  return sampler != nullptr && isSampler(sampler->info->type) ? name : "";
 }
 
 std::array<float, 2> HostInputs::unitPosition(float x, float y) const {
@@ -337,6 +419,12 @@ void HostInputs::write(uint32_t index, float x, float y, void* data) const {
   std::array<float, 4> position = {x, y, 0.5f, 1};
   if (variable.source == Source::UnitPosition) position = {x / width_, y / height_, 0, 1};
   std::memcpy(data, position.data(), std::min(sizeof position, variable.bytes.size()));
+}
+
+bool HostInputs::isSameForAll(uint32_t index) const {
+  const Source source = variables_[index].source;
+  return source != Source::Function && source != Source::FragmentPosition &&
+         source != Source::UnitPosition;
 }
 
 const Texture* HostInputs::texture(uint64_t sampler) const {

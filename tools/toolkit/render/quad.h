@@ -24,6 +24,7 @@ class QuadRunner {
              uint32_t timeout);
 
   void setOffset(std::array<float, 2> offset) { host_.setOffset(offset); }
+  void setPixelSize(uint32_t size) { host_.setPixelSize(size); }
 
   // Runs the fragments in columns 2 * blockX and the next, rows 2 * blockY and the next (counted
   // from the bottom), that lie in a picture of this size. The others are run only when derivatives

@@ -12,11 +12,12 @@
 #include <thread>
 
 #include "render/quad.h"
+#include "render/tile.h"
 
 namespace shadermachine::tools {
 namespace {
 
-MachineHandle createMachine() {
+std::shared_ptr<ShaderMachine> createMachine() {
   const HostCallbacks callbacks = FragmentHost::callbacks();
   const MachineCreateInfo info = {&callbacks};
   MachineHandle machine(vmShaderMachineCreate(&info));
@@ -69,15 +70,26 @@ std::array<float, 2> sampleOffset(uint32_t sample) {
   return {part(0.7548776662466927), part(0.5698402909980532)};
 }
 
+PixelRegion wholeOf(const RenderSettings& settings) {
+  const auto count = [&](uint32_t side) { return (side - 1) / settings.pixelSize + 1; };
+  const FrameInputs& frame = settings.frame;
+  if (frame.width == 0 || frame.height == 0) return {};
+  return {0, 0, count(frame.width), count(frame.height)};
+}
+
 PixelRegion regionOf(const RenderSettings& settings) {
-  return settings.region.value_or(PixelRegion{0, 0, settings.frame.width, settings.frame.height});
+  return settings.region.value_or(wholeOf(settings));
 }
 
 // The picture being rendered, shared by the threads.
 class Job {
  public:
   Job(const ShaderView& view, const HostInputs& inputs, const RenderSettings& settings)
-      : view_(view), inputs_(inputs), settings_(settings), region_(regionOf(settings)) {
+      : view_(view),
+        inputs_(inputs),
+        settings_(settings),
+        whole_(wholeOf(settings)),
+        region_(regionOf(settings)) {
     result_.colour = FloatImage(region_.width, region_.height);
     result_.depth.assign(size_t{region_.width} * region_.height, 1);
     for (size_t i = 0; i < result_.colour.rgba.size(); ++i) {
@@ -85,19 +97,24 @@ class Job {
     }
   }
 
-  // Renders pairs of rows, from the top, until none are left. Every thread does this with a machine
-  // of its own.
-  void work(ShaderMachine& machine) {
-    Share share = {{view_, inputs_, machine, settings_.timeout}, {}, {}};
+  // Renders pairs of rows, from the top, until none are left; in batches several pairs at a time.
+  // Every thread does this with a machine and a batch of its own.
+  void work(ShaderMachine& machine, ShaderBatch* batch) {
+    Share share = {{view_, inputs_, machine, settings_.timeout}, {}, {}, {}};
+    share.runner.setPixelSize(settings_.pixelSize);
+    if (settings_.batches != nullptr) {
+      share.tile = std::make_unique<TileRunner>(view_, inputs_, batch, settings_);
+    }
     const double start = threadNanoseconds();
     // Blocks of two rows, counted from the bottom as fragments are.
-    const uint32_t bottom = settings_.frame.height - region_.y - region_.height;
+    const uint32_t bottom = whole_.height - region_.y - region_.height;
     const uint32_t first = bottom / 2;
     const uint32_t end = (bottom + region_.height + 1) / 2;
+    const uint32_t step = share.tile == nullptr ? 1 : kTileBlocks;
     while (!isStopped()) {
-      const uint32_t pair = nextPair_.fetch_add(1, std::memory_order_relaxed);
+      const uint32_t pair = nextPair_.fetch_add(step, std::memory_order_relaxed);
       if (pair >= end - first) break;
-      renderPair(share, end - 1 - pair);
+      renderPairs(share, end - std::min(pair + step, end - first), end - pair);
     }
     merge(share, threadNanoseconds() - start);
   }
@@ -117,44 +134,78 @@ class Job {
     QuadRunner runner;
     std::array<uint64_t, VM_ERROR_COUNT> runs;
     std::optional<RunFailure> failure;
+    std::unique_ptr<TileRunner> tile;  // null when every fragment runs by itself
   };
 
   using Means = std::array<Mean, DerivativeRecord::kFragments>;
+  static constexpr uint32_t kTileBlocks = 4;  // along either side of a tile
 
   bool isStopped() const {
     return cancelled_.load(std::memory_order_relaxed) || settings_.stop.stop_requested();
   }
 
-  // Rows 2 * blockY and the next, from the top of the frame.
-  void renderPair(Share& share, uint32_t blockY) {
+  // The rows of blocks from `first` to `end` - 1, from the bottom of the picture.
+  void renderPairs(Share& share, uint32_t first, uint32_t end) {
     const uint32_t endX = (region_.x + region_.width + 1) / 2;
-    for (uint32_t blockX = region_.x / 2; blockX < endX; ++blockX) {
-      renderBlock(share, blockX, blockY);
+    const uint32_t step = end - first > 1 || share.tile != nullptr ? kTileBlocks : 1;
+    for (uint32_t blockX = region_.x / 2; blockX < endX; blockX += step) {
+      renderBlocks(share, blockX, std::min(blockX + step, endX), first, end);
       if (isStopped()) return;
     }
-    for (uint32_t row = 2 * blockY; row < 2 * blockY + 2; ++row) {
-      const uint32_t y = settings_.frame.height - 1 - row;  // wraps for a row above the frame
+    for (uint32_t row = 2 * first; row < 2 * end; ++row) {
+      const uint32_t y = whole_.height - 1 - row;  // wraps for a row above the picture
       if (y >= region_.y && y - region_.y < region_.height) reportRow();
     }
   }
 
-  void renderBlock(Share& share, uint32_t blockX, uint32_t blockY) {
-    const auto [width, height] = std::pair(settings_.frame.width, settings_.frame.height);
-    Means means;
+  void renderBlocks(Share& share, uint32_t firstX, uint32_t endX, uint32_t firstY, uint32_t endY) {
+    std::array<TileRunner::Block, TileRunner::kBlocks> blocks;
+    uint32_t count = 0;
+    for (uint32_t y = firstY; y < endY; ++y) {
+      for (uint32_t x = firstX; x < endX; ++x) blocks[count++] = {x, y};
+    }
+    std::array<Means, TileRunner::kBlocks> means;
     for (uint32_t sample = 0; sample < settings_.samples; ++sample) {
-      share.runner.setOffset(sampleOffset(sample));
-      const QuadRunner::Results& results = share.runner.run(blockX, blockY, width, height);
-      for (uint32_t i = 0; i < results.size(); ++i) {
-        const uint32_t x = 2 * blockX + (i & 1);
-        const uint32_t y = height - 1 - (2 * blockY + (i >> 1));
-        if (!isInRegion(x, y)) continue;
-        means[i].add(take(share, results[i], x, y));
-        if (sample + 1 < settings_.samples && !isStopped()) continue;
-        const size_t place = size_t{y - region_.y} * region_.width + (x - region_.x);
-        std::ranges::copy(means[i].value(), &result_.colour.rgba[4 * place]);
-        if (isDelivered(results[i])) result_.depth[place] = results[i].depth;
+      const std::array<float, 2> offset = sampleOffset(sample);
+      share.runner.setOffset(offset);
+      const bool inBatch = share.tile != nullptr && share.tile->run({blocks.data(), count}, offset);
+      for (uint32_t b = 0; b < count; ++b) {
+        const bool isOpen = !inBatch || share.tile->isOpen(b);
+        takeBlock(share, blocks[b], isOpen ? runBlock(share, blocks[b]) : inTile(share, b),
+                  means[b], sample);
+        if (isStopped()) return;
       }
-      if (isStopped()) return;
+    }
+  }
+
+  const QuadRunner::Results& runBlock(Share& share, const TileRunner::Block& block) {
+    return share.runner.run(block.x, block.y, whole_.width, whole_.height);
+  }
+
+  static QuadRunner::Results inTile(const Share& share, uint32_t block) {
+    QuadRunner::Results results;
+    for (uint32_t i = 0; i < results.size(); ++i) {
+      const uint32_t fragment = block * DerivativeRecord::kFragments + i;
+      const FragmentHost& host = share.tile->host(fragment);
+      results[i].isComplete = true;
+      results[i].error = share.tile->error(fragment);
+      results[i].colour = host.colour();
+      results[i].depth = host.depth();
+    }
+    return results;
+  }
+
+  void takeBlock(Share& share, const TileRunner::Block& block, const QuadRunner::Results& results,
+                 Means& means, uint32_t sample) {
+    for (uint32_t i = 0; i < results.size(); ++i) {
+      const uint32_t x = 2 * block.x + (i & 1);
+      const uint32_t y = whole_.height - 1 - (2 * block.y + (i >> 1));
+      if (!isInRegion(x, y)) continue;
+      means[i].add(take(share, results[i], x, y));
+      if (sample + 1 < settings_.samples && !isStopped()) continue;
+      const size_t place = size_t{y - region_.y} * region_.width + (x - region_.x);
+      std::ranges::copy(means[i].value(), &result_.colour.rgba[4 * place]);
+      if (isDelivered(results[i])) result_.depth[place] = results[i].depth;
     }
   }
 
@@ -206,6 +257,7 @@ class Job {
   const ShaderView& view_;
   const HostInputs& inputs_;
   const RenderSettings& settings_;
+  const PixelRegion whole_;
   const PixelRegion region_;
   RenderResult result_;
   std::atomic<uint32_t> nextPair_ = 0;
@@ -246,14 +298,19 @@ RenderResult Renderer::render(const RenderSettings& settings) {
   inputs_.startFrame(settings.frame);
   Job job(view_, inputs_, settings);
   const uint32_t count = threadCount(settings);
-  std::vector<MachineHandle> machines;
-  for (uint32_t i = 0; i < count; ++i) machines.push_back(createMachine());
+  if (batchFunctions_ != settings.batches) batches_.clear();
+  batchFunctions_ = settings.batches;
+  while (machines_.size() < count) machines_.push_back(createMachine());
+  while (batches_.size() < count) {
+    batches_.push_back(batchFunctions_ == nullptr ? nullptr
+                                                  : TileRunner::createBatch(*batchFunctions_));
+  }
   {
     std::vector<std::jthread> threads;
     for (uint32_t i = 1; i < count; ++i) {
-      threads.emplace_back([&job, machine = machines[i].get()] { job.work(*machine); });
+      threads.emplace_back([&, i] { job.work(*machines_[i], batches_[i].get()); });
     }
-    job.work(*machines[0]);
+    job.work(*machines_[0], batches_[0].get());
   }
   const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - start;
   return std::move(job).finish(elapsed.count(), count);

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <bit>
 #include <cmath>
+#include <cstring>
 #include <numbers>
 
 namespace shadermachine::tools {
@@ -16,10 +17,22 @@ struct Point {
   float u, v;
 };
 
-// Into 0 (included) to 1 (not included); whatever is no number becomes 0.
+// Four numbers in one register, as compilers without options for newer processors do not find them.
+using Vector = float __attribute__((vector_size(16)));
+using Words = int32_t __attribute__((vector_size(16)));
+
+// Of numbers below 2^31; in line, which std::floor() is on newer processors only.
+float floorOf(float value) {
+  const auto whole = static_cast<float>(static_cast<int32_t>(value));
+  return whole > value ? whole - 1 : whole;
+}
+
+// Into 0 (included) to 1 (not included); whatever is no number becomes 0, as do those too large for
+// a fraction.
 float repeated(float value) {
-  const float part = value - std::floor(value);
-  return part >= 0 && part < 1 ? part : 0;
+  if (!(std::abs(value) < 0x1p23f)) return 0;
+  const float part = value - floorOf(value);
+  return part < 1 ? part : 0;
 }
 
 float wrapped(float value, TextureWrap wrap) {
@@ -55,18 +68,38 @@ Point placeOf(uint32_t kind, const float* c) {
   }
 }
 
-Colour texel(const ByteImage& image, uint32_t x, uint32_t y) {
-  const uint8_t* bytes = image.pixel(x, y);
-  Colour colour;
-  for (size_t i = 0; i < colour.size(); ++i) colour[i] = static_cast<float>(bytes[i]) / 255;
-  return colour;
+// One picture, of bytes or of floats.
+struct Level {
+  Level(const ByteImage& image)  // NOLINT(google-explicit-constructor)
+      : width(image.width), height(image.height), bytes(image.rgba.data()) {}
+  Level(const FloatImage& image)  // NOLINT(google-explicit-constructor)
+      : width(image.width), height(image.height), floats(image.rgba.data()) {}
+
+  uint32_t width;
+  uint32_t height;
+  const uint8_t* bytes = nullptr;
+  const float* floats = nullptr;
+};
+
+Vector texel(const Level& level, uint32_t x, uint32_t y) {
+  const size_t place = (size_t{y} * level.width + x) * 4;
+  if (level.floats != nullptr) {
+    Vector colour;
+    std::memcpy(&colour, level.floats + place, sizeof colour);
+    return colour;
+  }
+  const uint8_t* bytes = level.bytes + place;
+  const Words words = {bytes[0], bytes[1], bytes[2], bytes[3]};
+  return __builtin_convertvector(words, Vector) / 255;
 }
 
-Colour mix(const Colour& a, const Colour& b, float t) {
-  Colour result;
-  for (size_t i = 0; i < result.size(); ++i) result[i] = a[i] + (b[i] - a[i]) * t;
-  return result;
-}
+struct ReadTexel {
+  Vector operator()(const Level& level, uint32_t x, uint32_t y) const { return texel(level, x, y); }
+};
+
+Vector mix(const Vector& a, const Vector& b, float t) { return a + (b - a) * t; }
+
+Colour colourOf(const Vector& vector) { return std::bit_cast<Colour>(vector); }
 
 // The two texels of one axis that a position lies between, and how far along.
 struct Neighbours {
@@ -76,15 +109,18 @@ struct Neighbours {
 
 Neighbours neighbours(float position, uint32_t size, TextureWrap wrap) {
   const float place = position * static_cast<float>(size) - 0.5f;
-  const float floor = std::floor(place);
-  const auto first = static_cast<uint32_t>(floor + static_cast<float>(size));  // one too many
-  if (wrap == TextureWrap::Repeat) return {first % size, (first + 1) % size, place - floor};
+  const float floor = floorOf(place);
+  const auto first = static_cast<int32_t>(floor);  // -1 to the last
+  const auto last = static_cast<int32_t>(size) - 1;
   // Beyond the edge lies the edge, which is also what a mirror shows there.
-  const auto inside = [&](uint32_t texel) { return std::clamp(texel, size, 2 * size - 1) - size; };
-  return {inside(first), inside(first + 1), place - floor};
+  const bool repeats = wrap == TextureWrap::Repeat;
+  const int32_t before = repeats ? last : 0, behind = repeats ? 0 : last;
+  return {static_cast<uint32_t>(first < 0 ? before : std::min(first, last)),
+          static_cast<uint32_t>(first < last ? first + 1 : behind), place - floor};
 }
 
-const ByteImage& levelOf(const Texture& texture, float level) {
+Level levelOf(const Texture& texture, float level) {
+  if (texture.floats != nullptr) return *texture.floats;
   if (!(level >= 1) || texture.smaller.empty()) return texture.image;
   const size_t last = texture.smaller.size() - 1;
   return texture.smaller[std::min(static_cast<size_t>(std::min(level, 32.0f)) - 1, last)];
@@ -92,7 +128,7 @@ const ByteImage& levelOf(const Texture& texture, float level) {
 
 // `read` gives a texel of a picture, or what a comparison makes of it.
 template <class Read>
-Colour filtered(const ByteImage& image, TextureFilter filter, TextureWrap wrap, Point place,
+Vector filtered(const Level& image, TextureFilter filter, TextureWrap wrap, Point place,
                 const Read& read) {
   const float u = wrapped(place.u, wrap);
   // Rows run from top to bottom.
@@ -112,18 +148,18 @@ Colour filtered(const ByteImage& image, TextureFilter filter, TextureWrap wrap, 
 
 // Between two levels, unless the texture is not to be filtered.
 template <class Read>
-Colour sampled(const Texture& texture, Point place, float level, const Read& read) {
-  const auto at = [&](const ByteImage& image) {
+Vector sampled(const Texture& texture, Point place, float level, const Read& read) {
+  const auto at = [&](const Level& image) {
     return filtered(image, texture.filter, texture.wrap, place, read);
   };
-  if (!(level > 0) || texture.smaller.empty()) return at(texture.image);
+  if (!(level > 0) || texture.smaller.empty()) return at(levelOf(texture, 0));
   if (texture.filter == TextureFilter::Nearest) return at(levelOf(texture, level + 0.5f));
   const float first = std::floor(level);
   return mix(at(levelOf(texture, first)), at(levelOf(texture, first + 1)), level - first);
 }
 
 // The face of a cube that a direction points to, and the place on it.
-Colour onCube(const Texture& texture, const float* d) {
+Vector onCube(const Texture& texture, const float* d) {
   const float ax = std::abs(d[0]);
   const float ay = std::abs(d[1]);
   const float az = std::abs(d[2]);
@@ -135,16 +171,16 @@ Colour onCube(const Texture& texture, const float* d) {
   const float length = std::abs(d[axis]);
   const Point place = {(s / length + 1) / 2, (up / length + 1) / 2};
   return filtered(texture.faces[2 * axis + (isNegative ? 1 : 0)], texture.filter,
-                  TextureWrap::Clamp, place, texel);
+                  TextureWrap::Clamp, place, ReadTexel());
 }
 
 // Texels outside of the picture are zeros.
-Colour texelAt(const ByteImage& image, float x, float y) {
+Vector texelAt(const Level& image, float x, float y) {
   const float column = std::floor(x);
   const float row = std::floor(y);
   const bool inside = column >= 0 && column < static_cast<float>(image.width) && row >= 0 &&
                       row < static_cast<float>(image.height);
-  if (!inside) return {};
+  if (!inside) return Vector{};
   return texel(image, static_cast<uint32_t>(column), image.height - 1 - static_cast<uint32_t>(row));
 }
 
@@ -157,7 +193,7 @@ class DescribedLookUp {
       : texture_(texture), words_(request.coords), bits_(request.extra) {}
 
   Colour answer() const {
-    switch (static_cast<LookupOperation>(bits_ >> kLookupOperationShift)) {
+    switch (static_cast<LookupOperation>(bits_ >> kLookupOperationShift & kLookupOperations)) {
       case LookupOperation::Level:
       case LookupOperation::Sample:
         return finished(sample(words_[11]));
@@ -168,8 +204,14 @@ class DescribedLookUp {
       case LookupOperation::Gather:
         return finished(gather());
       case LookupOperation::Size: {
-        const ByteImage& image = levelOf(texture_, words_[11]);
+        const Level image = levelOf(texture_, words_[11]);
+        if (has(kLookupIsBuffer)) return integers({image.width * image.height, 1, 1, 1});
         return integers({image.width, dimensions() == 1 ? 1 : image.height, 1, 1});
+      }
+      case LookupOperation::LevelOfGradients: {
+        const float level = levelOfGradients();
+        const auto last = static_cast<float>(texture_.smaller.size());
+        return {std::clamp(level, 0.0f, last), level, 0, 0};
       }
       default:
         return integers({static_cast<uint32_t>(texture_.smaller.size()) + 1, 0, 0, 0});
@@ -180,7 +222,7 @@ class DescribedLookUp {
   uint32_t dimensions() const { return bits_ & kLookupDimensions; }
   bool has(uint32_t flag) const { return (bits_ & flag) != 0; }
 
-  Point place(const ByteImage& image) const {
+  Point place(const Level& image) const {
     const auto width = static_cast<float>(image.width);
     const auto height = static_cast<float>(image.height);
     Point point = {words_[0], dimensions() == 1 ? 0.5f : words_[1]};
@@ -196,23 +238,24 @@ class DescribedLookUp {
     return words_[std::min(dimensions(), 3u) + (has(kLookupIsLayered) ? 1 : 0)];
   }
 
-  Colour read(const ByteImage& image, uint32_t x, uint32_t y) const {
-    const Colour colour = texel(image, x, y);
+  Vector read(const Level& image, uint32_t x, uint32_t y) const {
+    const Vector colour = texel(image, x, y);
     if (!has(kLookupCompares)) return colour;
     const float passed = reference() <= colour[0] ? 1.0f : 0.0f;
-    return {passed, passed, passed, 1};
+    return Vector{passed, passed, passed, 1};
   }
 
-  Colour sample(float level) const {
+  Vector sample(float level) const {
     return sampled(
         texture_, place(levelOf(texture_, level)), level,
-        [this](const ByteImage& image, uint32_t x, uint32_t y) { return read(image, x, y); });
+        [this](const Level& image, uint32_t x, uint32_t y) { return read(image, x, y); });
   }
 
   float levelOfGradients() const {
     const auto length = [this](size_t column) {
-      const auto width = static_cast<float>(texture_.image.width);
-      const auto height = static_cast<float>(texture_.image.height);
+      const auto [columns, rows] = sizeOf(texture_);
+      const auto width = static_cast<float>(columns);
+      const auto height = static_cast<float>(rows);
       const bool inTexels = has(kLookupInTexels);
       const float* d = words_ + 4 * column;
       return std::hypot(d[0] * (inTexels ? 1 : width), d[1] * (inTexels ? 1 : height));
@@ -220,16 +263,21 @@ class DescribedLookUp {
     return std::log2(std::max(length(1), length(2)));
   }
 
-  Colour fetch() const {
-    const ByteImage& image = levelOf(texture_, words_[11]);
+  Vector fetch() const {
+    const Level image = levelOf(texture_, words_[11]);
+    if (has(kLookupIsBuffer)) {
+      const auto width = static_cast<float>(image.width);
+      const float row = std::floor(words_[0] / width);
+      return texelAt(image, words_[0] - row * width, row);
+    }
     const float row =
         dimensions() == 1 ? std::floor(static_cast<float>(image.height) / 2) : words_[1];
     return texelAt(image, words_[0] + words_[12], row + words_[13]);
   }
 
-  // Counterclockwise from the top left.
-  Colour gather() const {
-    const ByteImage& image = texture_.image;
+  // Clockwise from the top left.
+  Vector gather() const {
+    const Level image = levelOf(texture_, 0);
     const Point point = place(image);
     const Neighbours column =
         neighbours(wrapped(point.u, texture_.wrap), image.width, texture_.wrap);
@@ -237,14 +285,14 @@ class DescribedLookUp {
         wrapped(texture_.wrap == TextureWrap::Repeat ? -point.v : 1 - point.v, texture_.wrap),
         image.height, texture_.wrap);
     const size_t component = has(kLookupCompares) ? 0 : static_cast<size_t>(words_[15]) & 3;
-    return {read(image, column.first, row.second)[component],
-            read(image, column.second, row.second)[component],
-            read(image, column.second, row.first)[component],
-            read(image, column.first, row.first)[component]};
+    return Vector{read(image, column.first, row.first)[component],
+                  read(image, column.second, row.first)[component],
+                  read(image, column.second, row.second)[component],
+                  read(image, column.first, row.second)[component]};
   }
 
-  Colour finished(const Colour& colour) const {
-    if (!has(kLookupGivesIntegers)) return colour;
+  Colour finished(const Vector& colour) const {
+    if (!has(kLookupGivesIntegers)) return colourOf(colour);
     std::array<uint32_t, 4> numbers;
     for (size_t i = 0; i < numbers.size(); ++i) {
       numbers[i] = static_cast<uint32_t>(std::lround(colour[i] * 255));
@@ -259,21 +307,26 @@ class DescribedLookUp {
 
 }  // namespace
 
+TextureSize sizeOf(const Texture& texture) {
+  const Level level = levelOf(texture, 0);
+  return {level.width, level.height};
+}
+
 Colour lookUp(const Texture& texture, const LookupRequest& request) {
-  const ByteImage& image = texture.image;
-  if (image.rgba.empty()) return {0, 0, 0, 1};
+  if (sizeOf(texture).width == 0) return {0, 0, 0, 1};
   const bool isLevel = request.param == 0;  // HOST_LOOKUP_2
   if (request.kind == kCubeKind && texture.faces.size() == 6) {
-    return onCube(texture, request.coords);
+    return colourOf(onCube(texture, request.coords));
   }
   if (request.kind != kTexelKind) {
     const float level = request.hasExtra != 0 ? std::bit_cast<float>(request.extra) : 0;
-    return sampled(texture, placeOf(request.kind, request.coords), level, texel);
+    const Point place = placeOf(request.kind, request.coords);
+    return colourOf(sampled(texture, place, level, ReadTexel()));
   }
   if (isLevel && request.hasExtra != 0) return DescribedLookUp(texture, request).answer();
   const float level = isLevel ? request.coords[2] : request.coords[0];
-  const ByteImage& chosen = levelOf(texture, level);
-  if (isLevel) return texelAt(chosen, request.coords[0], request.coords[1]);
+  const Level chosen = levelOf(texture, level);
+  if (isLevel) return colourOf(texelAt(chosen, request.coords[0], request.coords[1]));
   return {static_cast<float>(chosen.width), static_cast<float>(chosen.height), 1, 1};
 }
 
@@ -299,6 +352,11 @@ std::vector<ByteImage> smallerLevels(const ByteImage& image) {
     from = &levels.back();
   }
   return levels;
+}
+
+std::array<float, 4> lookUpIn(const HostInputs& inputs, const LookupRequest& request) {
+  const Texture* texture = inputs.texture(request.sampler);
+  return texture != nullptr ? lookUp(*texture, request) : std::array<float, 4>{0, 0, 0, 1};
 }
 
 }  // namespace shadermachine::tools

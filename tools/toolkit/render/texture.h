@@ -12,6 +12,16 @@ namespace shadermachine::tools {
 // panorama (all directions, +y up, -z in the middle). There is one level.
 std::array<float, 4> lookUp(const Texture& texture, const LookupRequest& request);
 
+// From the texture behind the request's sampler; black without one.
+std::array<float, 4> lookUpIn(const HostInputs& inputs, const LookupRequest& request);
+
+struct TextureSize {
+  uint32_t width = 0;
+  uint32_t height = 0;
+};
+// Of level 0.
+TextureSize sizeOf(const Texture& texture);
+
 // Levels 1 and up: each half the size of the one before, down to one texel.
 std::vector<ByteImage> smallerLevels(const ByteImage& image);
 

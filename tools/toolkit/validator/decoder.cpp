@@ -5,16 +5,6 @@
 namespace shadermachine::tools {
 namespace {
 
-constexpr bool isList(OperandKind kind) {
-  return kind == OperandKind::CountList || kind == OperandKind::Path;
-}
-
-uint32_t littleEndian(const uint8_t* bytes, uint32_t width) {
-  uint32_t value = 0;
-  for (uint32_t i = 0; i < width; ++i) value |= uint32_t{bytes[i]} << (8 * i);
-  return value;
-}
-
 class FunctionDecoder {
  public:
   FunctionDecoder(const ShaderView& view, uint32_t index, Diagnostics& diagnostics)
@@ -40,12 +30,12 @@ class FunctionDecoder {
 
   void decodeAll() {
     const uint8_t* code = shader_.code + function_.codeOffset;
-    uint32_t offset = 0;
-    while (offset < function_.codeLength) {
-      const uint32_t length = instructionLength(code + offset, function_.codeLength - offset);
-      if (length == 0) return reportUndecodable(code[offset], offset);
-      decoded_.instructions.push_back(decode(code + offset, offset, length));
-      offset += length;
+    Instruction next = {};
+    while (next.end < function_.codeLength) {
+      if (!decodeInstruction(code, next.end, function_.codeLength, next)) {
+        return reportUndecodable(code[next.end], next.end);
+      }
+      decoded_.instructions.push_back(next);
     }
   }
 
@@ -56,24 +46,6 @@ class FunctionDecoder {
     } else {
       error(offset, opcodeInfo(Opcode{byte}).mnemonic, "the code ends inside the instruction");
     }
-  }
-
-  static Instruction decode(const uint8_t* bytes, uint32_t offset, uint32_t length) {
-    Instruction instruction;
-    instruction.offset = offset;
-    instruction.length = length;
-    instruction.opcode = Opcode{bytes[0]};
-    const uint8_t* next = bytes + 1;
-    for (uint32_t i = 0; i < kMaxOperands; ++i) {
-      const OperandKind kind = instruction.info().operands[i];
-      if (isList(kind)) {
-        instruction.list = next;
-        break;
-      }
-      instruction.operands[i] = littleEndian(next, operandWidth(kind));
-      next += operandWidth(kind);
-    }
-    return instruction;
   }
 
   void checkOperands(Instruction& instruction) {
@@ -106,23 +78,23 @@ class FunctionDecoder {
   template <class... Parts>
   void reject(Instruction& instruction, const Parts&... parts) {
     instruction.isSound = false;
-    error(instruction.offset, instruction.info().mnemonic, parts...);
+    error(instruction.pc, instruction.info().mnemonic, parts...);
   }
 
   void resolveJump(Instruction& instruction) {
-    if (instruction.info().operands[0] != OperandKind::Jump) return;
-    const uint32_t offset = instruction.offset + instruction.length + instruction.operands[0];
+    if (!isJump(instruction.opcode)) return;
+    const uint32_t offset = instruction.operands[0];
     const auto& all = decoded_.instructions;
     const auto found = std::lower_bound(
         all.begin(), all.end(), offset,
-        [](const Instruction& candidate, uint32_t wanted) { return candidate.offset < wanted; });
-    if (found != all.end() && found->offset == offset) {
+        [](const Instruction& candidate, uint32_t wanted) { return candidate.pc < wanted; });
+    if (found != all.end() && found->pc == offset) {
       instruction.target = static_cast<uint32_t>(found - all.begin());
       decoded_.isJumpTarget[instruction.target] = true;
     } else if (offset >= function_.codeLength) {
       reject(instruction, "jumps to offset ", offset, ", outside the function's ",
              counted(function_.codeLength, "byte"));
-    } else if (offset < all.back().offset + all.back().length) {
+    } else if (offset < all.back().end) {
       reject(instruction, "jumps to offset ", offset, ", into the middle of an instruction");
     } else {
       reject(instruction, "jumps to offset ", offset, ", behind code that cannot be decoded");

@@ -28,11 +28,16 @@ void skipUnsound(Step& step) {
   for (int8_t i = 0; i < info.pushes; ++i) step.push(unknownSlot());
 }
 
+bool endsWithValue(Opcode opcode) {
+  return opcode == Opcode::RETURN_VALUE || opcode == Opcode::RETURN_VALUE_2;
+}
+
 }  // namespace
 
 void Step::apply() {
   const int8_t pops = instruction.info().pops;
-  if (pops != kVaries && !needDepth(static_cast<uint32_t>(pops))) return;
+  const bool takesLocals = endsWithValue(instruction.opcode);
+  if (pops != kVaries && !takesLocals && !needDepth(static_cast<uint32_t>(pops))) return;
   if (!instruction.isSound) return skipUnsound(*this);
   kEffects[static_cast<unsigned>(instruction.opcode)](*this);
 }

@@ -73,42 +73,41 @@ void storeGlobalElem(Step& step);
 void storeGlobalElemImm(Step& step);
 
 // effects_inline.cpp: scalars, vectors and matrices
-void unary(Step& step);
-void scalarUnary(Step& step);
-void binary(Step& step);
-void binaryVS(Step& step);
-void binarySV(Step& step);
-void scalarBinary(Step& step);
-void allOf(Step& step);
-void anyOf(Step& step);
-void ternary(Step& step);
-void ternaryVSS(Step& step);
-void ternaryVVS(Step& step);
-void ternarySSV(Step& step);
-void multiplyMatMat(Step& step);
-void multiplyVecMat(Step& step);
-void multiplyMatVec(Step& step);
+// All that operand_shapes.h describes.
+void shaped(Step& step);
+inline constexpr auto& unary = shaped;
+inline constexpr auto& scalarUnary = shaped;
+inline constexpr auto& binary = shaped;
+inline constexpr auto& binaryVS = shaped;
+inline constexpr auto& binarySV = shaped;
+inline constexpr auto& scalarBinary = shaped;
+inline constexpr auto& allOf = shaped;
+inline constexpr auto& anyOf = shaped;
+inline constexpr auto& ternary = shaped;
+inline constexpr auto& ternaryVSS = shaped;
+inline constexpr auto& ternaryVVS = shaped;
+inline constexpr auto& ternarySSV = shaped;
+inline constexpr auto& multiplyMatMat = shaped;
+inline constexpr auto& multiplyVecMat = shaped;
+inline constexpr auto& multiplyMatVec = shaped;
+inline constexpr auto& length = shaped;
+inline constexpr auto& distance = shaped;
+inline constexpr auto& dot = shaped;
+inline constexpr auto& cross = shaped;
+inline constexpr auto& normalize = shaped;
+inline constexpr auto& faceforward = shaped;
+inline constexpr auto& reflect = shaped;
+inline constexpr auto& refract = shaped;
+template <uint32_t>
+inline constexpr auto& noiseInstruction = shaped;
+
 void anyTrue(Step& step);
 void allTrue(Step& step);
 void swizzle(Step& step);
 void vectorElement(Step& step);
 void matrixColumn(Step& step);
-void length(Step& step);
-void distance(Step& step);
-void dot(Step& step);
-void cross(Step& step);
-void normalize(Step& step);
-void faceforward(Step& step);
-void reflect(Step& step);
-void refract(Step& step);
-void writeNoise(Step& step, uint32_t results);
 void constructVectorOf(Step& step, uint32_t components);
 void constructMatrixOf(Step& step, uint32_t dimension);
-
-template <uint32_t results>
-void noiseInstruction(Step& step) {
-  writeNoise(step, results);
-}
 
 template <uint32_t components>
 void constructVector(Step& step) {

@@ -50,15 +50,15 @@ void constructArray(Step& step) {
 }
 
 void equalAggregates(Step& step) {
-  step.needView(0);
-  step.needSole(0);
-  const Slot& b = step.stack.below(0);
-  if (b.isView()) {
-    step.needView(1, b.type, b.count);
-  } else {
-    step.needView(1);
+  for (uint32_t k = 0; k < 2; ++k) {
+    step.needView(k);
+    step.needSole(k);
   }
-  step.needSole(1);
+  const Slot& a = step.stack.below(1);
+  const Slot& b = step.stack.below(0);
+  if (a.isView() && b.isView() && (a.type != b.type || a.count != b.count)) {
+    step.warning("compares ", describe(a), " with ", describe(b));
+  }
   step.stack.drop(1);
   step.stack.set(0, inlineSlot(1));
 }

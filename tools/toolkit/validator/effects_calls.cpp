@@ -2,7 +2,10 @@
 
 #include <shadermachine-tools/host_contract.h>
 
+#include <algorithm>
+
 #include "effects.h"
+#include "instructions/builtin_functions.h"
 
 namespace shadermachine::tools::effects {
 namespace {
@@ -15,6 +18,13 @@ void needNothingOwned(Step& step, uint32_t firstLeft) {
       step.error("S", k, " is ", describe(slot), " and is left without release at the return");
     }
   }
+}
+
+ReturnSummary inlineSummary(uint32_t words) {
+  ReturnSummary summary;
+  summary.kind = ReturnKind::Inline;
+  summary.words = static_cast<uint8_t>(words);
+  return summary;
 }
 
 void finishReturn(Step& step, const ReturnSummary& summary) {
@@ -43,18 +53,36 @@ void returnVoid(Step& step) {
   finishReturn(step, summary);
 }
 
-void returnValue(Step& step) {
-  const Slot& slot = step.stack.below(0);
-  ReturnSummary summary;
-  summary.kind = ReturnKind::Inline;
-  summary.words = slot.isKnown() ? slot.words : uint8_t{VM_COMPONENT_COUNT};
-  if (slot.isView()) {
-    summary = {ReturnKind::Aggregate, false, 0, slot.type, slot.count};
-    step.needSole(0);
-    if (step.functionIndex == step.program.shader.entryIndex) {
-      step.error("the entry function returns ", describe(slot), ", which nobody releases");
-    }
+namespace {
+
+constexpr uint8_t kAllWords = VM_COMPONENT_COUNT;
+
+// Without values above the locals the last local is returned.
+ReturnSummary returnLocal(Step& step, const VarInfo& local) {
+  if (isBasic(local)) return inlineSummary(local.byteSize / kWordBytes);
+  const uint32_t number = step.function.localCount - 1u;
+  if (number < step.function.paramCount && !step.isEntry()) {
+    step.error("returns parameter ", number, ", whose block the caller would look for");
   }
+  return {ReturnKind::Aggregate, false, 0, local.type, local.count};
+}
+
+ReturnSummary returnTop(Step& step) {
+  const Slot& slot = step.stack.below(0);
+  if (!slot.isView()) return inlineSummary(slot.isKnown() ? slot.words : kAllWords);
+  step.needSole(0);
+  if (step.isEntry()) {
+    step.error("the entry function returns ", describe(slot), ", which nobody releases");
+  }
+  return {ReturnKind::Aggregate, false, 0, slot.type, slot.count};
+}
+
+}  // namespace
+
+void returnValue(Step& step) {
+  const VarInfo* local = step.localBelow(0);
+  if (local == nullptr && !step.needDepth(1)) return;
+  const ReturnSummary summary = local != nullptr ? returnLocal(step, *local) : returnTop(step);
   needNothingOwned(step, 1);
   finishReturn(step, summary);
 }
@@ -99,13 +127,24 @@ class Call {
     return shader_.hostFunctionBase != -1 && offset >= 0 && offset < shader_.hostFunctionCount;
   }
 
-  // The declared parameters hold for the host's answer as well.
+  // The caller's variable is the callee's during the call, and may change.
+  static bool canBeAt(const VarInfo& parameter, const VarInfo& local) {
+    return parameter.type == local.type && parameter.count == local.count;
+  }
+
+  // The declared parameters hold for the host's answer as well. Where there are fewer values above
+  // the locals, these are arguments too.
   bool checkArguments() {
     if (callee_ == nullptr) return true;
     const uint32_t count = callee_->paramCount;
-    if (!step_.needDepth(count)) return false;
     for (uint32_t i = 0; i < count; ++i) {
       const uint32_t k = count - 1 - i;
+      if (const VarInfo* local = step_.localBelow(k)) {
+        if (canBeAt(callee_->locals[i], *local)) continue;
+        step_.error("the caller's local is argument ", i, " and of another type");
+        return false;
+      }
+      if (!step_.needDepth(k + 1)) return false;
       step_.needValueOf(k, callee_->locals[i]);
       // Parameters are variables of the callee.
       step_.stack.below(k).constant.reset();
@@ -165,6 +204,7 @@ class Call {
 
   bool setResult(const ReturnSummary& summary) {
     const uint32_t k = callee_->paramCount;
+    if (const VarInfo* local = step_.localBelow(k)) return setLocal(*local, summary);
     if (!step_.needDepth(k + 1)) return false;
     const Slot& slot = step_.stack.below(k);
     if (slot.isView()) {
@@ -173,6 +213,17 @@ class Call {
     Slot result = inlineSlot(summary.words);
     if (summary.kind == ReturnKind::Aggregate) result = viewSlot(summary.type, summary.count);
     step_.stack.set(k, summary.isMixed ? unknownSlot() : result);
+    return true;
+  }
+
+  // A result that lands on a local must give it all its words.
+  bool setLocal(const VarInfo& local, const ReturnSummary& summary) {
+    if (summary.kind != ReturnKind::Inline || !isBasic(local)) {
+      step_.error("the result would take the place of a local's block");
+    } else if (summary.words < local.byteSize / kWordBytes) {
+      step_.error("the result has ", counted(summary.words, "defined word"),
+                  ", the local below the arguments has ", local.byteSize / kWordBytes);
+    }
     return true;
   }
 
@@ -211,6 +262,12 @@ class Call {
 void call(Step& step) { Call(step).run(); }
 
 // Functions of the host ---------------------------------------------------------------------------
+
+// What hosts are told is what the machine does.
+static_assert(std::ranges::equal(kBuiltinFunctions, kServedFunctions, {}, &BuiltinFunction::pops,
+                                 &ServedFunction::pops) &&
+              std::ranges::equal(kBuiltinFunctions, kServedFunctions, {}, &BuiltinFunction::id,
+                                 &ServedFunction::id));
 
 void callBuiltin(Step& step) {
   const uint32_t id = step.operand(0);

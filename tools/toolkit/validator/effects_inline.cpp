@@ -1,105 +1,69 @@
 // Scalars, vectors and matrices: instructions on inline values.
 
 #include <algorithm>
-#include <initializer_list>
 
 #include "effects.h"
+#include "instructions/operand_shapes.h"
 
 namespace shadermachine::tools::effects {
 namespace {
 
-// Reads the given words of its operands, deepest first; drops all but the deepest.
-void consume(Step& step, std::initializer_list<uint32_t> reads) {
-  auto k = static_cast<uint32_t>(reads.size());
-  for (uint32_t words : reads) step.needWords(--k, words);
-  step.stack.drop(static_cast<uint32_t>(reads.size()) - 1);
-}
-
-// The result goes to the first words of the deepest operand's slot; the others stay as they were.
-void overwrite(Step& step, std::initializer_list<uint32_t> reads, uint32_t written) {
-  consume(step, reads);
+// Reads words of the top value and writes others over its first ones; the rest stay as they were.
+void overwrite(Step& step, uint32_t reads, uint32_t written) {
+  step.needWords(0, reads);
   step.write(0, written);
-}
-
-// The result replaces the deepest operand's whole slot.
-void replace(Step& step, std::initializer_list<uint32_t> reads, uint32_t words) {
-  consume(step, reads);
-  step.stack.set(0, inlineSlot(words));
 }
 
 uint32_t count(const Step& step) { return step.operand(0); }
 
-// A count of 0 has no meaning for the instruction.
-bool isZero(Step& step, const char* noun) {
-  if (count(step) != 0) return false;
-  step.error(noun, " 0");
+// The bits of a number that is not negative leave no sign.
+bool givesPosition(const Step& step) {
+  return step.instruction.opcode == Opcode::BIT_AND && count(step) != 0 &&
+         (step.stack.below(0).isPosition || step.stack.below(1).isPosition);
+}
+
+// Noise and products have no meaning without components.
+bool isZero(Step& step, const OperandShape& shape) {
+  const bool hasMatrix = shape.in[0] == WordCount::NSquared || shape.in[1] == WordCount::NSquared;
+  if (count(step) != 0 || (shape.results == 0 && !hasMatrix)) return false;
+  step.error(hasMatrix ? "dimension 0" : "count 0");
   step.end();
   return true;
 }
 
 }  // namespace
 
-void unary(Step& step) { overwrite(step, {count(step)}, count(step)); }
-void scalarUnary(Step& step) { overwrite(step, {1}, 1); }
-
-// The bits of a number that is not negative leave no sign.
-void binary(Step& step) {
-  const bool isPosition = step.instruction.opcode == Opcode::BIT_AND && count(step) != 0 &&
-                          (step.stack.below(0).isPosition || step.stack.below(1).isPosition);
-  overwrite(step, {count(step), count(step)}, count(step));
+void shaped(Step& step) {
+  const OperandShape& shape = operandShape(step.instruction.opcode);
+  if (isZero(step, shape)) return;
+  const uint32_t n = count(step);
+  const bool isPosition = givesPosition(step);
+  for (uint32_t i = 0; i < shape.operands; ++i) {
+    step.needWords(shape.operands - 1 - i, shape.operandWords(i, n));
+  }
+  step.stack.drop(shape.operands - 1u);
+  if (shape.replacesSlot) {
+    step.stack.set(0, inlineSlot(shape.resultWords(n)));
+  } else {
+    step.write(0, shape.resultWords(n));
+  }
   if (isPosition) step.stack.below(0).isPosition = true;
 }
 
-void binaryVS(Step& step) { overwrite(step, {count(step), 1}, count(step)); }
-void binarySV(Step& step) { overwrite(step, {1, count(step)}, count(step)); }
-void scalarBinary(Step& step) { overwrite(step, {1, 1}, 1); }
-void allOf(Step& step) { overwrite(step, {count(step), count(step)}, 1); }
-void anyOf(Step& step) { allOf(step); }
-
-void ternary(Step& step) { overwrite(step, {count(step), count(step), count(step)}, count(step)); }
-void ternaryVSS(Step& step) { overwrite(step, {count(step), 1, 1}, count(step)); }
-void ternaryVVS(Step& step) { overwrite(step, {count(step), count(step), 1}, count(step)); }
-void ternarySSV(Step& step) { overwrite(step, {1, 1, count(step)}, count(step)); }
-
-void multiplyMatMat(Step& step) {
-  const uint32_t n = count(step);
-  if (!isZero(step, "dimension")) replace(step, {n * n, n * n}, n * n);
-}
-void multiplyVecMat(Step& step) {
-  const uint32_t n = count(step);
-  if (!isZero(step, "dimension")) replace(step, {n, n * n}, n);
-}
-void multiplyMatVec(Step& step) {
-  const uint32_t n = count(step);
-  if (!isZero(step, "dimension")) replace(step, {n * n, n}, n);
-}
-
-void anyTrue(Step& step) { overwrite(step, {count(step)}, 1); }
-void allTrue(Step& step) { overwrite(step, {count(step)}, 1); }
+void anyTrue(Step& step) { overwrite(step, count(step), 1); }
+void allTrue(Step& step) { overwrite(step, count(step), 1); }
 
 void swizzle(Step& step) {
   const uint32_t n = step.operand(1);
   const uint32_t mask = step.operand(2);
   uint32_t reads = 0;
   for (uint32_t i = 0; i < n; ++i) reads = std::max(reads, ((mask >> (2 * i)) & 3) + 1);
-  replace(step, {reads}, n);
+  step.needWords(0, reads);
+  step.stack.set(0, inlineSlot(n));
 }
 
-void vectorElement(Step& step) { overwrite(step, {count(step)}, 1); }
-void matrixColumn(Step& step) { overwrite(step, {count(step) * count(step)}, count(step)); }
-
-void length(Step& step) { overwrite(step, {count(step)}, 1); }
-void distance(Step& step) { overwrite(step, {count(step), count(step)}, 1); }
-void dot(Step& step) { overwrite(step, {count(step), count(step)}, 1); }
-void cross(Step& step) { replace(step, {3, 3}, 3); }
-void normalize(Step& step) { unary(step); }
-void faceforward(Step& step) { ternary(step); }
-void reflect(Step& step) { replace(step, {count(step), count(step)}, count(step)); }
-void refract(Step& step) { replace(step, {count(step), count(step), 1}, count(step)); }
-
-void writeNoise(Step& step, uint32_t results) {
-  if (!isZero(step, "count")) overwrite(step, {count(step)}, results);
-}
+void vectorElement(Step& step) { overwrite(step, count(step), 1); }
+void matrixColumn(Step& step) { overwrite(step, count(step) * count(step), count(step)); }
 
 namespace {
 
@@ -135,7 +99,7 @@ void fillComponents(Step& step, uint32_t components) {
 void takeBlock(Step& step, uint32_t dimension) {
   const uint32_t listed = step.instruction.listedCount(0);
   const uint32_t source = listed >= 16 ? 4 : listed >= 9 ? 3 : 2;
-  overwrite(step, {(dimension - 1) * source + dimension}, dimension * dimension);
+  overwrite(step, (dimension - 1) * source + dimension, dimension * dimension);
 }
 
 bool isOneOperandOf(const Step& step, uint32_t fewest, uint32_t most) {
@@ -148,14 +112,14 @@ bool isOneOperandOf(const Step& step, uint32_t fewest, uint32_t most) {
 
 void constructVectorOf(Step& step, uint32_t components) {
   if (!hasOperands(step, components)) return;
-  if (isOneOperandOf(step, 1, 1)) return overwrite(step, {1}, components);
+  if (isOneOperandOf(step, 1, 1)) return overwrite(step, 1, components);
   fillComponents(step, components);
 }
 
 void constructMatrixOf(Step& step, uint32_t dimension) {
   const uint32_t components = dimension * dimension;
   if (!hasOperands(step, components)) return;
-  if (isOneOperandOf(step, 1, 1)) return overwrite(step, {1}, components);
+  if (isOneOperandOf(step, 1, 1)) return overwrite(step, 1, components);
   if (isOneOperandOf(step, components, kMaxComponents)) return takeBlock(step, dimension);
   fillComponents(step, components);
 }

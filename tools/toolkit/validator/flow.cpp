@@ -11,7 +11,7 @@ constexpr uint32_t kNoBlock = UINT32_MAX;
 // many operands look for twins of each.
 uint64_t costOfStep(const AbstractStack& stack, const Instruction& instruction) {
   const uint64_t size = stack.size();
-  const uint64_t cost = 1 + size / 64 + instruction.length / 16;
+  const uint64_t cost = 1 + size / 64 + instruction.length() / 16;
   const Opcode opcode = instruction.opcode;
   const bool takesMany =
       opcode == Opcode::CALL || opcode == Opcode::CTOR_STRUCT || opcode == Opcode::CTOR_ARRAY;
@@ -94,8 +94,7 @@ void FunctionFlow::flowTo(uint32_t target, const AbstractStack& stack, const Ins
   const uint32_t number = blockAt_[target];
   Block& block = blocks_[number];
   if (reporting != nullptr) {
-    return reportJoin(block, stack, from, decoded_.instructions[target].offset,
-                      reporting->diagnostics);
+    return reportJoin(block, stack, from, decoded_.instructions[target].pc, reporting->diagnostics);
   }
   if (!budget->spend(block.isReached ? costOfMerge(stack) : costOfCopy(stack))) return;
   if (!block.isReached) {
@@ -110,8 +109,7 @@ void FunctionFlow::flowTo(uint32_t target, const AbstractStack& stack, const Ins
 void FunctionFlow::reportJoin(Block& block, const AbstractStack& stack, const Instruction& from,
                               uint32_t targetOffset, Diagnostics& diagnostics) {
   const auto error = [&](const std::string& message) {
-    diagnostics.error({static_cast<int32_t>(function_), from.offset, from.info().mnemonic},
-                      message);
+    diagnostics.error({static_cast<int32_t>(function_), from.pc, from.info().mnemonic}, message);
   };
   if (block.stack.size() != stack.size()) {
     return error(text("reaches offset ", targetOffset, " with ", counted(stack.size(), "value"),

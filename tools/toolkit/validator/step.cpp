@@ -68,6 +68,12 @@ void Step::needValueOf(uint32_t k, const VarInfo& variable) {
   needSole(k);
 }
 
+const VarInfo* Step::localBelow(uint32_t k) const {
+  const uint32_t depth = k - stack.size();
+  const bool isLocal = k >= stack.size() && depth < function.localCount;
+  return isLocal ? &function.locals[function.localCount - 1 - depth] : nullptr;
+}
+
 bool Step::needDepth(uint32_t n) {
   if (stack.size() >= n) return true;
   error("needs ", counted(n, "value"), " above the locals, there ",

@@ -60,6 +60,7 @@ class Step {
   ReturnSummary returned;
 
   bool hasEnded() const { return hasEnded_; }
+  bool isEntry() const { return functionIndex == program.shader.entryIndex; }
   uint32_t operand(uint32_t i) const { return instruction.operands[i]; }
 
   template <class... Parts>
@@ -93,6 +94,8 @@ class Step {
   void needSole(uint32_t k);
   // It must be a value of the variable's type that the instruction may consume.
   void needValueOf(uint32_t k, const VarInfo& variable);
+  // The local that lies k slots below the top, null when a value or no local does.
+  const VarInfo* localBelow(uint32_t k) const;
   // At least n values must lie above the locals; ends the path when they do not.
   bool needDepth(uint32_t n);
 
@@ -107,7 +110,7 @@ class Step {
 
  private:
   Place place() const {
-    return {static_cast<int32_t>(functionIndex), instruction.offset, instruction.info().mnemonic};
+    return {static_cast<int32_t>(functionIndex), instruction.pc, instruction.info().mnemonic};
   }
 
   Diagnostics* diagnostics_;

@@ -91,7 +91,7 @@ class Validation {
   FunctionFacts reportFunction(uint32_t index, const CallGraph& calls, FunctionFlow& flow) {
     FunctionFacts facts;
     for (const Instruction& instruction : decoded_[index].instructions) {
-      facts.instructions.push_back({instruction.offset, -1});
+      facts.instructions.push_back({instruction.pc, -1});
     }
     facts.recursive = calls.isRecursive(index);
     if (facts.recursive) {

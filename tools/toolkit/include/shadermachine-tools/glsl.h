@@ -37,6 +37,9 @@ struct GlslOptions {
       include = nullptr;
   // For debuggers: every function stays one, every variable has a place of its own.
   bool isForDebugging = false;
+  // mainImage() makes a buffer, and its alpha counts; otherwise it makes a picture, which is
+  // opaque.
+  bool isBuffer = false;
   // Location of the colour output that becomes the record's first output: the lowest that is used
   // unless given. The others become globals of the same name ("gl_FragData[1]").
   std::optional<unsigned> output = std::nullopt;
@@ -46,10 +49,10 @@ struct GlslMessage {
   std::string file;
   int line = 0;
   std::string text;
-  bool isNote = false;  // about the errors before it
-  int column = 0;       // 0: unknown
-  int length = 1;       // bytes to underline
-  std::string lineText;
+  bool isNote = false;   // about the errors before it
+  int column = 0;        // 0: unknown
+  int length = 1;        // bytes to underline
+  std::string lineText;  // empty after many long ones
 };
 
 // "picture.frag:12:9: error: undeclared identifier 'x'", the line, and a caret below the place.

@@ -117,6 +117,8 @@ inline constexpr uint32_t kLookupIsApart = 1 << 5;    // its reference is in col
 inline constexpr uint32_t kLookupInTexels = 1 << 6;   // coordinates run to the size, not to 1
 inline constexpr uint32_t kLookupGivesIntegers = 1 << 7;
 inline constexpr uint32_t kLookupOperationShift = 8;
+inline constexpr uint32_t kLookupIsBuffer = 1 << 16;  // texels are counted, row after row
+inline constexpr uint32_t kLookupOperations = 0xff;   // behind the shift
 
 enum class LookupOperation : uint8_t {
   Sample,  // as HOST_LOOKUP_1 does, with a bias
@@ -126,10 +128,13 @@ enum class LookupOperation : uint8_t {
   Gather,
   Size,    // of a level, in integers, with the number of layers
   Levels,  // their number, an integer
+  // The level that the gradients ask for: in the first component as the picture has it, in the
+  // second as it would be of a picture with levels without end.
+  LevelOfGradients,
 };
 
 // HOST_UNARY: at most the first four words in place, each result word from the word it replaces.
-// The instruction's operand is the number of components, for hosts that look for it.
+// The operand is the number of components, which the machine skips.
 inline constexpr uint32_t kHostUnaryWords = 4;
 
 // CALL of a function that the host takes over.

@@ -7,6 +7,7 @@
 #include <array>
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <span>
 #include <string>
 #include <string_view>
@@ -26,6 +27,8 @@ struct Texture {
   // them (seen from inside, the top row first). Without them `image` is a panorama.
   std::vector<ByteImage> faces = {};
   std::vector<ByteImage> smaller = {};  // levels 1 and up of `image`; HostInputs makes them
+  // Read instead of all these where it is there: what a shader made, as it made it. One level.
+  std::shared_ptr<const FloatImage> floats = nullptr;
 };
 
 // Computes the components of a variable for the point x, y (in pixels, y up). Called from all
@@ -45,6 +48,10 @@ struct FrameInputs {
   float time = 0;  // seconds
   float timeDelta = 1.0f / 30;
   int32_t frame = 0;
+  // iMouse, in pixels, y up: where the mouse is, or was when its button was released; where it was
+  // pressed, negative while it is not held, the second one but in the first frame too.
+  std::array<float, 4> mouse = {};
+  std::array<float, 2> pointer = {};  // where the mouse is, button or not
 };
 
 // Host variables that have a value by their name.
@@ -59,15 +66,19 @@ std::span<const StandardInput> standardInputs();
 // and zeros otherwise.
 class HostInputs {
  public:
+  // Throws std::length_error for more than 64 MiB of host variables.
   explicit HostInputs(const ShaderView& view);
 
   // A place is a variable or a part of it: "scale", "lights[2]", "lights[0].position". Components
   // come in declaration order: columns of matrices, elements of arrays, members of structures one
   // after another. All return why it is impossible, or an empty text.
   std::string set(std::string_view place, std::span<const double> components);
+  // Takes the place of the texture that was there.
   std::string setTexture(std::string_view place, Texture texture);
   // For a whole variable of floats.
   std::string setVarying(std::string_view name, Varying varying);
+  // The same with the position in the picture, 0 to 1, as "uv" has it.
+  std::string setUnitPosition(std::string_view name);
 
   // Of all host variables that have one.
   std::vector<std::string_view> names() const;
@@ -79,6 +90,8 @@ class HostInputs {
 
   // For the callbacks: writes byteSize bytes of global `index`. x, y: centre of the pixel, y up.
   void write(uint32_t index, float x, float y, void* data) const;
+  // Whether write() gives the same wherever the fragment is.
+  bool isSameForAll(uint32_t index) const;
   std::array<float, 2> unitPosition(float x, float y) const;
   // The texture behind a sampler value; null when there is none.
   const Texture* texture(uint64_t sampler) const;
@@ -105,14 +118,17 @@ class HostInputs {
     std::string error;
   };
 
-  void addLeaves(const VarInfo& info, uint32_t offset, std::vector<Leaf>& leaves) const;
-  void addElement(TypeCode type, uint32_t offset, std::vector<Leaf>& leaves) const;
+  void addLeaves(const VarInfo& info, std::vector<Leaf>& leaves) const;
+  static void addComponents(TypeCode type, uint32_t offset, std::vector<Leaf>& leaves);
+  const StructInfo* structureOf(TypeCode type) const;  // null when there is none
   size_t leafCount(const VarInfo& info) const;
   Variable* find(std::string_view name);
   Part resolve(std::string_view place);
   // Narrows a part to the step "[k]" or ".member" that `steps` begins with, and takes it off.
   std::string descend(Part& part, VarInfo& info, std::string_view& steps) const;
   std::vector<double> channelSizes();
+  std::array<double, 3> pictureSize(std::string_view samplerName);
+  std::string_view measuredSampler(const Variable& variable);
   static void assign(Variable& variable, size_t first, std::span<const double> components);
 
   ShaderView view_;

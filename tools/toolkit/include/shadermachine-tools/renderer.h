@@ -15,13 +15,27 @@
 #include <array>
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <stop_token>
 #include <string>
 #include <string_view>
 #include <vector>
 
+struct ShaderBatch;
+struct BatchCreateInfo;
+struct BatchStartupInfo;
+
 namespace shadermachine::tools {
+
+// vmShaderBatchCreate(), vmShaderBatchDestroy() and vmShaderBatchExecuteShader(), for programs that
+// link the batch library.
+struct BatchFunctions {
+  ShaderBatch* (*create)(const BatchCreateInfo* info);
+  VmError (*destroy)(ShaderBatch* batch);
+  VmError (*execute)(ShaderBatch* batch, const CompiledShader* shader,
+                     const BatchStartupInfo* startup, VmError* errors);
+};
 
 // Where a run ended that should not have: x, y count from the top left pixel of the frame.
 struct RunFailure {
@@ -62,13 +76,19 @@ struct PixelRegion {
 
 struct RenderSettings {
   FrameInputs frame;
-  // What of the frame is rendered, unless all of it; must lie inside.
+  // Columns and rows of the frame that one pixel of the picture stands for: a picture of fewer,
+  // larger pixels, each with the colour in its middle. The right and top ones may reach out.
+  uint32_t pixelSize = 1;
+  // What of the picture is rendered, unless all of it; must lie inside.
   std::optional<PixelRegion> region = std::nullopt;
   // Fragments per pixel, whose mean is its colour. The first lies in the centre of the pixel, the
   // others are spread over it.
   uint32_t samples = 1;
   uint32_t threads = 0;     // 0: as many as the processor runs at once
   uint32_t timeout = 2000;  // milliseconds per fragment; 0: none
+  // With these, blocks of 8 x 8 fragments run in a batch, where the shader allows; the picture is
+  // the same. Null: every fragment runs by itself.
+  const BatchFunctions* batches = nullptr;
   // Colour of fragments that delivered none: discarded, failed, or never run.
   std::array<float, 4> background = {0, 0, 0, 0};
   // Called on the rendering threads, one at a time, with rows done and rows in all.
@@ -108,6 +128,11 @@ class Renderer {
  private:
   ShaderView view_;
   HostInputs inputs_;
+  // One per thread, kept for the next picture with the translations that they hold.
+  std::vector<std::shared_ptr<ShaderMachine>> machines_;
+  // Likewise, for pictures in batches, and what has made them.
+  std::vector<std::shared_ptr<ShaderBatch>> batches_;
+  const BatchFunctions* batchFunctions_ = nullptr;
 };
 
 }  // namespace shadermachine::tools

@@ -13,8 +13,8 @@
 //
 // The builder computes sizes, member offsets, jump offsets and the lengths of operand lists. It
 // does not judge what it builds: code and tables may be wrong on purpose, and the validator says
-// so. Mistakes in the use of the builder itself (an unbound label, more than 65,535 globals, a
-// wrong number of operands) throw std::logic_error.
+// so. Mistakes in the use of the builder itself (an unbound label, more than 65,535 globals, a size
+// of 4 GiB or more, a wrong number of operands) throw std::logic_error.
 #pragma once
 
 #include <shadermachine-tools/shader_view.h>
