@@ -3,17 +3,16 @@
 
 #include <shadermachine/machine.h>
 
+#include <concepts>
 #include <cstdint>
 #include <functional>
-#include <memory>
 #include <random>
+
+#include "render/host_callbacks.h"
 
 namespace shadermachine::fuzz {
 
-struct MachineDeleter {
-  void operator()(ShaderMachine* machine) const { vmShaderMachineDestroy(machine); }
-};
-using MachinePtr = std::unique_ptr<ShaderMachine, MachineDeleter>;
+using MachinePtr = tools::MachineHandle;
 
 // Its address is the userData of a run. The same seed gives the same answers.
 class ArbitraryHost {
@@ -25,9 +24,32 @@ class ArbitraryHost {
 
   // What to do at every access of a callback, before it.
   std::function<void()> onAccess;
+  // That are looked at of the first output.
+  uint32_t outputWords = VM_COMPONENT_COUNT;
+  // At most so many of a variable are written anew.
+  uint64_t mostWords = UINT64_MAX;
 
-  // Called by the callbacks.
-  void answer(void* target, uint64_t words);
+  void answer(unsigned, const tools::Output0Request& request) { read(request.words, outputWords); }
+  void answer(unsigned, const tools::Output1Request& request) { read(&request.value, 1); }
+  void answer(unsigned slot, const tools::BuiltinRequest& request);
+  void answer(unsigned, const LookupRequest& request);
+  void answer(unsigned, const HostVariableRequest& request) {
+    write(request.data, request.varInfo->byteSize / 4);
+  }
+  uint32_t answer(unsigned, const HostOverrideRequestA& request);
+  void answer(unsigned, const HostFunctionRequest& request);
+  void answer(unsigned, const tools::OverrideBRequest& request);
+  void answer(unsigned, const HostCallRequest267& request);
+  void answer(unsigned, const HostCallRequest293& request);
+  template <class Request>
+  requires std::same_as<Request, HostCallRequest294> || std::same_as<Request, HostCallRequest297>
+  void answer(unsigned, const Request& request) {
+    read(request.b, 4);
+    write(request.a, 4);
+  }
+
+  // What answers are made of.
+  void write(void* target, uint64_t words);
   void read(const void* source, uint32_t words);
   uint32_t word();
 

@@ -7,7 +7,10 @@
 #include <sstream>
 #include <vector>
 
+#include "batch/batch.h"
+#include "batch/row_program.h"
 #include "fuzz/arbitrary_host.h"
+#include "fuzz/program_generator.h"
 #include "instructions/builtin_variables.h"
 
 namespace shadermachine::fuzz {
@@ -35,15 +38,20 @@ BatchAnswer answer(const BatchRequest& group, uint32_t words) {
   if (isLeft(group)) return VM_BATCH_ONE_BY_ONE;
   forEach(group, [&](uint32_t i, ArbitraryHost& host) {
     std::vector<uint32_t> value(words);
-    host.answer(value.data(), words);
+    host.write(value.data(), words);
     for (uint32_t w = 0; w < words; ++w) group.words[w * group.stride + i] = value[w];
   });
   return VM_BATCH_ANSWERED;
 }
 
 void onOutput(const BatchRequest* request) {
-  forEach(*request,
-          [request](uint32_t i, ArbitraryHost& host) { host.read(request->words + i, 1); });
+  forEach(*request, [request](uint32_t i, ArbitraryHost& host) {
+    uint32_t words[VM_COMPONENT_COUNT];
+    for (uint32_t w = 0; w < request->wordCount; ++w) {
+      words[w] = request->words[w * request->stride + i];
+    }
+    host.read(words, request->wordCount);
+  });
 }
 
 BatchAnswer onVariable(const BatchVariableRequest* request) {
@@ -68,7 +76,7 @@ BatchAnswer onLookup(const BatchLookupRequest* request) {
     }
     host.read(coordinates, tools::kLookupKinds[request->kind].coordinates);
     uint32_t value[tools::kLookupResultWords];
-    host.answer(value, tools::kLookupResultWords);
+    host.write(value, tools::kLookupResultWords);
     for (uint32_t w = 0; w < tools::kLookupResultWords; ++w) {
       request->group.words[w * request->group.stride + i] = value[w];
     }
@@ -99,11 +107,21 @@ std::vector<ArbitraryHost> makeHosts(uint32_t seed, uint32_t count) {
   return hosts;
 }
 
+// With one instruction set or another, of those that the processor has.
+const batch::RowFunctions& chooseFunctions(uint32_t seed) {
+  constexpr batch::InstructionSet kSets[] = {
+      batch::InstructionSet::Baseline, batch::InstructionSet::Avx2, batch::InstructionSet::Avx512};
+  const batch::RowFunctions* chosen = batch::rowFunctions(kSets[seed % 3]);
+  return chosen != nullptr ? *chosen : batch::bestRowFunctions();
+}
+
 std::vector<VmError> runBatch(const CompiledShader& shader, uint32_t seed,
-                              std::vector<ArbitraryHost>& hosts) {
+                              std::vector<ArbitraryHost>& hosts, BatchComparison& result) {
   const BatchCallbacks batchCallbacks = chooseCallbacks(seed * 0x9E3779B9u >> 16);
   const BatchCreateInfo info = {&ArbitraryHost::callbacks(), &batchCallbacks};
   const BatchPtr batch(vmShaderBatchCreate(&info));
+  batch->rowFunctions = &chooseFunctions(seed);
+  batch->met = &shader;  // as if it had run before: else few invocations are not worth a program
   const StartupInfo single = hosts[0].startup(0);
   std::vector<uint64_t> userData;
   for (const ArbitraryHost& host : hosts) userData.push_back(host.startup(0).userData);
@@ -116,16 +134,24 @@ std::vector<VmError> runBatch(const CompiledShader& shader, uint32_t seed,
                                     single.builtin285};
   std::vector<VmError> errors(hosts.size(), VM_ERROR_COUNT);
   vmShaderBatchExecuteShader(batch.get(), &shader, &startup, errors.data());
+  result.onRows = batch->programs != nullptr && batch->programs->first != nullptr;
   return errors;
 }
 
 }  // namespace
 
+tools::BuiltShader batchProgram(uint32_t seed) {
+  constexpr size_t kProgramBytes = 800;
+  const auto bytes = randomBytes(seed, kProgramBytes);
+  Choices choices(bytes);
+  return generateProgram(choices, {.hidesNanBits = true, .ends = true, .isInline = seed % 2 != 0});
+}
+
 BatchComparison compareBatch(const CompiledShader& shader, uint32_t seed, uint32_t count) {
   std::vector<ArbitraryHost> batchHosts = makeHosts(seed, count);
-  const std::vector<VmError> errors = runBatch(shader, seed, batchHosts);
-  std::vector<ArbitraryHost> hosts = makeHosts(seed, count);
   BatchComparison result;
+  const std::vector<VmError> errors = runBatch(shader, seed, batchHosts, result);
+  std::vector<ArbitraryHost> hosts = makeHosts(seed, count);
   for (uint32_t i = 0; i < count; ++i) {
     const MachinePtr machine = makeMachine(true);
     const StartupInfo startup = hosts[i].startup(0);

@@ -16,6 +16,9 @@ namespace shadermachine::fuzz {
 namespace {
 
 constexpr int kRuns = 3;
+// Of a plain run; what takes more of either is not compared.
+constexpr uint32_t kMostSteps = 200000;
+constexpr size_t kMostWords = size_t{1} << 23;
 
 // What a host sees of a machine, with addresses replaced by numbers that compare between machines.
 struct Snapshot {
@@ -36,11 +39,15 @@ class Recorder {
   Machine* machine = nullptr;
   std::vector<Snapshot> trace;
 
+  bool isFull() const { return words_ > kMostWords; }
+
   void record(uint64_t call) {
+    if (isFull()) return;
     Snapshot snapshot;
     snapshot.facts.push_back(static_cast<int64_t>(call));
     addFrames(snapshot);
     addSlots(snapshot);
+    words_ += snapshot.words.size();
     trace.push_back(std::move(snapshot));
   }
 
@@ -69,7 +76,7 @@ class Recorder {
     return words;
   }
 
-  void addSlots(Snapshot& snapshot) const {
+  void addSlots(Snapshot& snapshot) {
     const CallFrame& frame = machine->frames[machine->frameIndex];
     const int64_t count = frame.locals + frame.top + 1 - machine->stack;
     std::map<const void*, int64_t> blocks;
@@ -83,6 +90,10 @@ class Recorder {
         snapshot.addWords(slot.value.words, own, s);
         continue;
       }
+      if (words_ + snapshot.words.size() + slot.view.size / 4 > kMostWords) {
+        words_ = kMostWords + 1;
+        return;
+      }
       const DataBlock* block = blockOf(slot.view);
       const int64_t number =
           blocks.emplace(block, static_cast<int64_t>(blocks.size())).first->second;
@@ -91,6 +102,8 @@ class Recorder {
       snapshot.addWords(slot.view.data, slot.view.size / 4, s);
     }
   }
+
+  size_t words_ = 0;
 };
 
 bool isNan(uint32_t word) { return (word & 0x7FFFFFFF) > 0x7F800000; }
@@ -108,18 +121,21 @@ class Runner {
   Runner& operator=(const Runner&) = delete;
 
   VmError runTranslated(const CompiledShader& shader) {
-    const StartupInfo startup = startupInfo();
+    const StartupInfo startup = startupInfo(shader);
     const VmError error = vmShaderMachineExecuteShader(machine_, &shader, &startup);
     recordEnd(error);
     return error;
   }
 
   VmError runPlain(const CompiledShader& shader) {
-    const StartupInfo startup = startupInfo();
+    const StartupInfo startup = startupInfo(shader);
     VmError error = beginRun(*machine_, shader, startup);
     if (error == VM_OK) {
       fillAboveTop();
-      while (machine_->runState != VM_RUN_STOPPING) step();
+      for (uint32_t steps = 0; machine_->runState != VM_RUN_STOPPING; ++steps) {
+        if (steps == kMostSteps || recorder_.isFull()) stopRun(*machine_, VM_ERR_TIMEOUT);
+        if (steps < kMostSteps) step();
+      }
       error = endRun(*machine_);
     }
     recordEnd(error);
@@ -132,8 +148,10 @@ class Runner {
 
  private:
   // A new host, so that every run gets the same answers.
-  StartupInfo startupInfo() {
+  StartupInfo startupInfo(const CompiledShader& shader) {
     host_ = ArbitraryHost(hostSeed_);
+    const int32_t output = shader.outputGlobal0;
+    if (output >= 0) host_.outputWords = inlineByteSize(shader.globals[output]) / 4;
     host_.onAccess = [this] { recorder_.record(host_.calls()); };
     return host_.startup(0);
   }
@@ -193,7 +211,8 @@ class Runner {
                       machine_->frameIndex,
                       machine_->indexTop,
                       machine_->error,
-                      machine_->shader != nullptr};
+                      machine_->shader != nullptr,
+                      host_.checksum()};
     for (int32_t f = 0; f <= machine_->frameIndex; ++f) {
       const CallFrame& frame = machine_->frames[f];
       if (frame.function == nullptr) continue;  // the run was refused
@@ -272,6 +291,7 @@ Comparison compareRuns(const CompiledShader& shader, uint32_t hostSeed) {
   Comparison result;
   for (int run = 0; run < kRuns; ++run) {
     result.error = first.runPlain(shader);
+    if (result.error == VM_ERR_TIMEOUT) return result;
     second.runPlain(shader);
     translated.runTranslated(shader);
   }

@@ -16,8 +16,8 @@ struct Comparison {
   uint32_t slots = 0;  // of the value stack that the plain run used
 };
 
-// Several runs on one machine each, so that globals and kept translations take part. The shader
-// must come to an end.
+// Several runs on one machine each, so that globals and kept translations take part. What takes too
+// long, or has too much to be looked at, ends with VM_ERR_TIMEOUT and without a comparison.
 Comparison compareRuns(const CompiledShader& shader, uint32_t hostSeed);
 
 }  // namespace shadermachine::fuzz

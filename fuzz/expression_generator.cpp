@@ -347,7 +347,7 @@ bool Generator::hasOnlyBits(const Type& type) const {
 }
 
 bool Generator::compareAggregates(Wanted wanted, uint32_t depth) {
-  if (wanted.words != 1) return false;
+  if (wanted.words != 1 || options_.isInline) return false;
   const Type type = anyAggregate();
   if (options_.hidesNanBits && !hasOnlyBits(type)) return false;
   aggregate(type, depth);
@@ -389,7 +389,7 @@ bool Generator::builtinVariable(Wanted wanted, uint32_t) {
 // Look-ups, transforms and served functions; all of them give at most four words.
 bool Generator::hostValue(Wanted wanted, uint32_t depth) {
   if (wanted.words > 4) return false;
-  const uint32_t which = choices_.below(3);
+  const uint32_t which = choices_.below(options_.isInline ? 2 : 3);
   if (which == 0) {
     value({operandKind(true), 4}, depth);
     code_->emit(static_cast<VmOpcode>(VM_OP_HOST_UNARY_1 + choices_.below(3)), {0});

@@ -64,6 +64,12 @@ struct PartRef {
   uint32_t member;  // of a structure; for an array the index is chosen anew
 };
 
+// A step into a part; bound: how many parts an index could pick, 0 for members of structures.
+struct PathChoice {
+  int64_t index;
+  uint32_t bound;
+};
+
 class Generator {
  public:
   Generator(Choices& choices, const ProgramOptions& options);
@@ -95,11 +101,14 @@ class Generator {
   void callForEffect();
   void shuffleStack();
   void aggregateTricks();
+  void anyBits(int32_t mask);
+  void condition();
   void callHost();
   void endEarly();
   void stray();
   void finishFunction();
-  Type walkInto(Type type, std::vector<int64_t>& path);
+  Type walkInto(Type type, std::vector<PathChoice>& path);
+  void pushStep(const PathChoice& step);
   void store(const VariableRef& variable);
 
   // Expressions (expression_generator.cpp)

@@ -63,7 +63,7 @@ Type Generator::anyAggregate() {
 }
 
 Type Generator::anyType(bool allowAggregates) {
-  if (allowAggregates && choices_.oneIn(3)) return anyAggregate();
+  if (allowAggregates && !options_.isInline && choices_.oneIn(3)) return anyAggregate();
   constexpr TypeCode kCommon[] = {VM_TYPE_FLOAT, VM_TYPE_VEC2, VM_TYPE_VEC3,  VM_TYPE_VEC4,
                                   VM_TYPE_INT,   VM_TYPE_BOOL, VM_TYPE_IVEC3, VM_TYPE_MAT2,
                                   VM_TYPE_MAT3,  VM_TYPE_MAT4, VM_TYPE_BVEC2, VM_TYPE_SAMPLER_2};
@@ -157,7 +157,7 @@ void Generator::declareFunctions() {
   for (uint32_t count = choices_.below(6); count > 0; --count) {
     Signature signature = anySignature();
     const auto index = static_cast<int32_t>(functions_.size());
-    if (choices_.oneIn(5)) offerToHost(signature, index);
+    if (!options_.isInline && choices_.oneIn(5)) offerToHost(signature, index);
     functions_.push_back(std::move(signature));
     shader_.addFunction("f" + std::to_string(index));
   }
@@ -186,6 +186,7 @@ void Generator::listVariables() {
 
 void Generator::listParts() {
   parts_.clear();
+  if (options_.isInline) return;
   const auto addElement = [&](const Type& whole) {
     if (whole.count > 0) parts_.push_back({whole, {whole.code, 0}, 0});
   };

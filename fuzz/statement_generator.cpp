@@ -29,8 +29,8 @@ void Generator::statement(uint32_t depth) {
   if (options_.hasFlaws && choices_.oneIn(16)) return stray();
   if (choices_.oneIn(60)) return endEarly();
   if (choices_.oneIn(120)) return manyTemporaries();
-  if (choices_.oneIn(250)) return fullIndexStack();
-  switch (choices_.below(16)) {
+  if (choices_.oneIn(250) && !options_.isInline) return fullIndexStack();
+  switch (choices_.below(options_.isInline ? 12 : 16)) {
     case 4:
       return assignAndKeep();
     case 5:
@@ -76,21 +76,21 @@ void Generator::assignAndKeep() {
 }
 
 // Goes some steps into a value and returns the type of the part reached.
-Type Generator::walkInto(Type type, std::vector<int64_t>& path) {
+Type Generator::walkInto(Type type, std::vector<PathChoice>& path) {
   while (path.size() < 6) {
     if (type.count > 0) {
-      path.push_back(choices_.oneIn(20) ? type.count : choices_.below(type.count));
+      path.push_back({choices_.oneIn(20) ? type.count : choices_.below(type.count), type.count});
       type.count = 0;
     } else if (type.code >= 0) {
       const auto& members = structs_[static_cast<size_t>(type.code)];
-      path.push_back(choices_.below(static_cast<uint32_t>(members.size())));
-      type = members[static_cast<size_t>(path.back())];
+      path.push_back({choices_.below(static_cast<uint32_t>(members.size())), 0});
+      type = members[static_cast<size_t>(path.back().index)];
     } else if (isMatrix(type.code)) {
       const uint32_t dimension = dimensionOf(type.code);
-      path.push_back(choices_.below(dimension));
+      path.push_back({choices_.below(dimension), dimension});
       type = {static_cast<TypeCode>(VM_TYPE_VEC2 + static_cast<int>(dimension) - 2), 0};
     } else if (isVector(type.code)) {
-      path.push_back(choices_.below(type.words()));
+      path.push_back({choices_.below(type.words()), type.words()});
       type = componentOf(type.code);
     }
     if (type.isBasic() && (!isVector(type.code) && !isMatrix(type.code))) break;
@@ -100,34 +100,55 @@ Type Generator::walkInto(Type type, std::vector<int64_t>& path) {
 }
 
 void Generator::assignPartByOperands(const VariableRef& variable) {
-  std::vector<int64_t> path;
+  std::vector<PathChoice> path;
   const Type part = walkInto(variable.type, path);
   value(part, kExpressionDepth);
   if (part.count == 0 && isVector(part.code) && choices_.oneIn(2)) {
     std::string components;
     const uint32_t selected = choices_.between(1, part.words());
     for (uint32_t i = 0; i < selected; ++i) components += "xyzw"[choices_.below(part.words())];
-    path.push_back(tools::swizzleStep(components));
+    path.push_back({tools::swizzleStep(components), 0});
   }
   std::vector<int64_t> operands = {variable.index};
-  operands.insert(operands.end(), path.begin(), path.end());
+  for (const PathChoice& step : path) operands.push_back(step.index);
   code_->emit(variable.isGlobal ? VM_OP_STORE_GLOBAL_ELEM_IMM : VM_OP_STORE_LOCAL_ELEM_IMM,
               operands);
 }
 
+// Computed indices are masked as compilers do it, and may lead a little too far.
+void Generator::pushStep(const PathChoice& step) {
+  if (step.bound == 0 || choices_.oneIn(2)) return code_->pushInt(static_cast<int32_t>(step.index));
+  value({WordKind::Bits, 1}, kExpressionDepth);
+  code_->pushInt(step.bound < 3 ? 1 : step.bound < 5 ? 3 : 7);
+  code_->emit(VM_OP_BIT_AND, {1});
+}
+
 // The step applied first is pushed last.
 void Generator::assignPartByStack(const VariableRef& variable) {
-  std::vector<int64_t> path;
+  std::vector<PathChoice> path;
   const Type part = walkInto(variable.type, path);
   value(part, kExpressionDepth);
-  for (size_t i = path.size(); i-- > 0;) code_->pushInt(static_cast<int32_t>(path[i]));
+  for (size_t i = path.size(); i-- > 0;) pushStep(path[i]);
   code_->emit(variable.isGlobal ? VM_OP_STORE_GLOBAL_ELEM : VM_OP_STORE_LOCAL_ELEM,
               {variable.index, static_cast<int64_t>(path.size())});
 }
 
+// Low bits of a word that every run gets another value of.
+void Generator::anyBits(int32_t mask) {
+  constexpr uint32_t kWordOfHost = 259;
+  code_->emit(VM_OP_LOAD_BUILTIN, {kWordOfHost});
+  code_->pushInt(mask);
+  code_->emit(VM_OP_BIT_AND, {1});
+}
+
+void Generator::condition() {
+  if (options_.isInline && choices_.oneIn(2)) return anyBits(1);
+  value({WordKind::Bits, 1}, kExpressionDepth);
+}
+
 void Generator::assignPart() {
   const VariableRef variable = choices_.of(variables_);
-  if (choices_.oneIn(2)) {
+  if (!options_.isInline && choices_.oneIn(2)) {
     assignPartByStack(variable);
   } else {
     assignPartByOperands(variable);
@@ -137,7 +158,7 @@ void Generator::assignPart() {
 void Generator::branch(uint32_t depth) {
   const tools::Label otherwise = code_->newLabel();
   const tools::Label end = code_->newLabel();
-  value({WordKind::Bits, 1}, kExpressionDepth);
+  condition();
   code_->jumpIfFalse(otherwise);
   statements(depth + 1);
   const bool hasElse = choices_.oneIn(2);
@@ -157,7 +178,11 @@ void Generator::loop(uint32_t depth) {
   code_->store(counter);
   code_->bind(start);
   code_->load(counter);
-  code_->pushInt(static_cast<int32_t>(choices_.between(1, 4)));
+  if (options_.isInline && choices_.oneIn(2)) {
+    anyBits(3);
+  } else {
+    code_->pushInt(static_cast<int32_t>(choices_.between(1, 4)));
+  }
   code_->emit(VM_OP_LT_I);
   code_->jumpIfFalse(end);
   statements(depth + 1);
@@ -230,7 +255,7 @@ void Generator::callHost() {
 // Behind a condition, so that code follows.
 void Generator::endEarly() {
   const tools::Label end = code_->newLabel();
-  value({WordKind::Bits, 1}, kExpressionDepth);
+  condition();
   code_->jumpIfFalse(end);
   if (!returnsEarly_ || choices_.oneIn(2)) {
     code_->emit(choices_.oneIn(2) ? VM_OP_DISCARD : VM_OP_HALT);
