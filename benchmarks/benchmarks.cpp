@@ -11,9 +11,61 @@
 #include <string>
 
 #include "shaders.h"
+#if defined(SHADERMACHINE_HAVE_BATCH)
+#include "patch.h"
+#endif
 
 namespace shadermachine::benchmarks {
 namespace {
+
+#if defined(SHADERMACHINE_HAVE_BATCH)
+
+constexpr struct {
+  const char* name;
+  batch::InstructionSet set;
+} kSets[] = {{"baseline", batch::InstructionSet::Baseline},
+             {"AVX2", batch::InstructionSet::Avx2},
+             {"AVX-512", batch::InstructionSet::Avx512}};
+
+std::string patchName(const char* kind, const Subject& subject) {
+  return std::string("patch/") + kind + "/" + subject.name;
+}
+
+void runPatchOnMachine(benchmark::State& state, const Subject& subject) {
+  Patch patch(subject);
+  for (auto _ : state) patch.runOnMachine();
+}
+
+void runPatchInBatch(benchmark::State& state, const Subject& subject, batch::InstructionSet set) {
+  Patch patch(subject);
+  if (!patch.use(set)) return state.SkipWithError("not on this processor");
+  for (auto _ : state) patch.runInBatch();
+}
+
+bool batchAgrees(const Subject& subject) {
+  Patch patch(subject);
+  patch.runOnMachine();
+  const std::vector<Fragment> expected = patch.fragments();
+  for (const auto& [name, set] : kSets) {
+    if (!patch.use(set)) continue;
+    patch.runInBatch();
+    for (uint32_t i = 0; i < Patch::kFragments; ++i) {
+      if (expected[i].color == patch.fragments()[i].color) continue;
+      std::fprintf(stderr, "%s: fragment %u of a batch differs with %s\n", subject.name, i, name);
+      return false;
+    }
+  }
+  return true;
+}
+
+void registerPatch(const Subject& subject) {
+  benchmark::RegisterBenchmark(patchName("machine", subject).c_str(), runPatchOnMachine, subject);
+  for (const auto& [name, set] : kSets) {
+    benchmark::RegisterBenchmark(patchName(name, subject).c_str(), runPatchInBatch, subject, set);
+  }
+}
+
+#endif
 
 // A run that gives another colour than the C++ twin measures nothing.
 bool agrees(const Subject& subject) {
@@ -87,6 +139,9 @@ class RatioReporter : public benchmark::ConsoleReporter {
     }
     printDiscards();
     printScaling();
+#if defined(SHADERMACHINE_HAVE_BATCH)
+    printPatches();
+#endif
   }
 
  private:
@@ -107,6 +162,26 @@ class RatioReporter : public benchmark::ConsoleReporter {
                   discarding / returning->second);
     }
   }
+
+#if defined(SHADERMACHINE_HAVE_BATCH)
+  void printPatches() const {
+    std::printf("\n%-20s %12s", "64 x 64 fragments", "machine ns");
+    for (const auto& set : kSets) std::printf(" %12s %8s", set.name, "faster");
+    std::printf("\n");
+    for (const Subject& subject : subjects()) {
+      const auto machine = times_.find(patchName("machine", subject));
+      if (machine == times_.end()) continue;
+      std::printf("%-20s %12.1f", subject.name, machine->second / Patch::kFragments);
+      for (const auto& set : kSets) {
+        const auto batch = times_.find(patchName(set.name, subject));
+        if (batch == times_.end()) continue;
+        std::printf(" %12.1f %8.1f", batch->second / Patch::kFragments,
+                    machine->second / batch->second);
+      }
+      std::printf("\n");
+    }
+  }
+#endif
 
   void printScaling() const {
     std::printf("\n%-20s %12s %12s %8s\n", "two threads over one", "native", "machine", "share");
@@ -144,6 +219,11 @@ int runAll(int argc, char** argv) {
   for (const Subject& subject : subjects()) {
     if (!agrees(subject)) return 1;
     registerSubject(subject);
+#if defined(SHADERMACHINE_HAVE_BATCH)
+    if (subject.discarding != nullptr) continue;
+    if (!batchAgrees(subject)) return 1;
+    registerPatch(subject);
+#endif
   }
   benchmark::Initialize(&argc, argv);
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;

@@ -3,6 +3,9 @@
 #include <shadermachine-tools/glsl.h>
 #include <shadermachine-tools/renderer.h>
 #include <shadermachine/shadermachine.h>
+#if defined(SHADERMACHINE_HAVE_BATCH)
+#include <shadermachine/batch.h>
+#endif
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
@@ -38,7 +41,16 @@ std::string withEntry(const std::string& source) {
          "}\n";
 }
 
-Picture renderHere(const std::string& source, const std::string& path, const Size& size) {
+#if defined(SHADERMACHINE_HAVE_BATCH)
+constexpr BatchFunctions kBatchFunctions = {vmShaderBatchCreate, vmShaderBatchDestroy,
+                                            vmShaderBatchExecuteShader};
+constexpr const BatchFunctions* kBatches = &kBatchFunctions;
+#else
+constexpr const BatchFunctions* kBatches = nullptr;
+#endif
+
+Picture renderHere(const std::string& source, const std::string& path, const Size& size,
+                   const BatchFunctions* batches) {
   GlslResult compiled = compileGlsl(source, {.fileName = path});
   if (!compiled.shader) throw std::runtime_error(toString(compiled.messages.front()));
   Renderer renderer(compiled.shader->view());
@@ -50,6 +62,7 @@ Picture renderHere(const std::string& source, const std::string& path, const Siz
   settings.frame.height = static_cast<uint32_t>(size.height);
   settings.frame.time = kTime;
   settings.threads = 1;
+  settings.batches = batches;
   RenderResult result;
   Picture picture;
   picture.nanoseconds =
@@ -162,29 +175,36 @@ struct Options {
 // Returns whether every shader agrees with one of the drivers in as many pixels as it should.
 bool compare(const Options& options) {
   std::printf(
-      "| shader | machine, ns | softpipe, ns | llvmpipe, ns | machine / softpipe | "
-      "agrees with softpipe | with llvmpipe |\n|---|---|---|---|---|---|---|\n");
+      "| shader | machine, ns | batch, ns | softpipe, ns | llvmpipe, ns | machine / softpipe | "
+      "batch / llvmpipe | agrees with softpipe | with llvmpipe |\n"
+      "|---|---|---|---|---|---|---|---|---|\n");
   double logarithms = 0;
+  double batchLogarithms = 0;
   bool allAgree = true;
   DifferencePicture differences(options.size);
   for (const std::string& path : options.paths) {
     const std::string source = readFile(path);
-    const Picture ours = renderHere(source, path, options.size);
+    const Picture ours = renderHere(source, path, options.size, nullptr);
+    const Picture batch = renderHere(source, path, options.size, kBatches);
     const Picture soft = renderWithMesa("softpipe", withEntry(source), options.size);
     const Picture llvm = renderWithMesa("llvmpipe", withEntry(source), options.size);
     const double ratio = ours.nanoseconds / soft.nanoseconds;
+    const double batchRatio = batch.nanoseconds / llvm.nanoseconds;
     logarithms += std::log(ratio);
+    batchLogarithms += std::log(batchRatio);
     const double withSoft = agreement(ours, soft), withLlvm = agreement(ours, llvm);
     allAgree = allAgree && std::max(withSoft, withLlvm) >= options.least;
     const size_t slash = path.rfind('/');
-    std::printf("| %s | %.0f | %.0f | %.0f | %.2f | %.2f%% | %.2f%% |\n",
+    std::printf("| %s | %.0f | %.0f | %.0f | %.0f | %.2f | %.1f | %.2f%% | %.2f%% |\n",
                 path.substr(slash == std::string::npos ? 0 : slash + 1).c_str(), ours.nanoseconds,
-                soft.nanoseconds, llvm.nanoseconds, ratio, withSoft, withLlvm);
+                batch.nanoseconds, soft.nanoseconds, llvm.nanoseconds, ratio, batchRatio, withSoft,
+                withLlvm);
     std::fflush(stdout);
     if (!options.differencePath.empty()) differences.addRow(ours, {soft, llvm});
   }
-  std::printf("\nGeometric mean of machine / softpipe: %.2f\n",
-              std::exp(logarithms / static_cast<double>(options.paths.size())));
+  const auto count = static_cast<double>(options.paths.size());
+  std::printf("\nGeometric mean of machine / softpipe: %.2f, of batch / llvmpipe: %.1f\n",
+              std::exp(logarithms / count), std::exp(batchLogarithms / count));
   if (!options.differencePath.empty()) differences.write(options.differencePath);
   return allAgree;
 }

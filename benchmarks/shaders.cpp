@@ -67,19 +67,20 @@ Bench::Bench(const Subject& subject) : shader_(loadShader(subject)) {
 Bench::~Bench() { vmShaderMachineDestroy(machine_); }
 
 // The lookup by name is what a host does once per shader; here the first letters tell.
-void Bench::fillVariable(const HostVariableRequest* request) {
-  const auto& fragment = *reinterpret_cast<const Fragment*>(request->userData);
-  const auto* inputs = reinterpret_cast<const char*>(&fragment.inputs);
+size_t inputOffset(const VarInfo& info) {
   for (const Input& input : kInputs) {
-    if (request->varInfo->name[0] != input.name[0] || request->varInfo->name[1] != input.name[1]) {
-      continue;
-    }
-    std::memcpy(request->data, inputs + input.offset, request->varInfo->byteSize);
-    return;
+    if (info.name[0] == input.name[0] && info.name[1] == input.name[1]) return input.offset;
   }
+  std::abort();
 }
 
-void Bench::takeColor(const void* inlineArea, uint64_t userData) {
+void fillVariable(const HostVariableRequest* request) {
+  const auto& fragment = *reinterpret_cast<const Fragment*>(request->userData);
+  const auto* inputs = reinterpret_cast<const char*>(&fragment.inputs);
+  std::memcpy(request->data, inputs + inputOffset(*request->varInfo), request->varInfo->byteSize);
+}
+
+void takeColor(const void* inlineArea, uint64_t userData) {
   auto& fragment = *reinterpret_cast<Fragment*>(userData);
   std::memcpy(fragment.color.data(), inlineArea, sizeof fragment.color);
 }

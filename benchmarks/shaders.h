@@ -24,6 +24,18 @@ std::span<const Subject> subjects();
 // Assembles the subject's shader; exits with a message when that fails.
 tools::BuiltShader loadShader(const Subject& subject);
 
+struct Fragment {
+  Inputs inputs;
+  Color color = {};
+};
+
+// Where a variable's value is in a fragment's inputs.
+size_t inputOffset(const VarInfo& info);
+
+// Callbacks whose user data is a fragment.
+void fillVariable(const HostVariableRequest* request);
+void takeColor(const void* inlineArea, uint64_t userData);
+
 // A machine whose host answers from `inputs` and takes the colour.
 class Bench {
  public:
@@ -37,13 +49,6 @@ class Bench {
   Machine& machine() { return *static_cast<Machine*>(machine_); }
 
  private:
-  struct Fragment {
-    Inputs inputs;
-    Color color = {};
-  };
-  static void fillVariable(const HostVariableRequest* request);
-  static void takeColor(const void* inlineArea, uint64_t userData);
-
   tools::BuiltShader shader_;
   const CompiledShader* record_ = shader_.record();
   Fragment fragment_;

@@ -77,7 +77,7 @@ if(TARGET shadermachine-program)
   install(TARGETS shadermachine-program RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
   # Made by running the program, which a build for another system cannot.
   if(NOT CMAKE_CROSSCOMPILING)
-    install(FILES ${PROJECT_BINARY_DIR}/tools/shadermachine.1
+    install(FILES ${PROJECT_BINARY_DIR}/tools/shadermachine.1.gz
       DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tools)
     install(FILES ${PROJECT_BINARY_DIR}/tools/completion.bash RENAME shadermachine
       DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT tools)
@@ -90,5 +90,6 @@ endif()
 
 install(DIRECTORY docs/ DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT dev)
 install(FILES README.md SECURITY.md CHANGELOG.md DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT dev)
-install(FILES examples/minimal.c DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples COMPONENT dev)
+install(FILES examples/colour_shader.h examples/minimal.c examples/batch.c
+  DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples COMPONENT dev)
 install(DIRECTORY examples/gallery DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples COMPONENT dev)

@@ -44,11 +44,25 @@ if(TARGET shadermachine-program)
   set(CPACK_COMPONENT_TOOLS_DESCRIPTION "assembler, disassembler, validator and renderer")
 endif()
 
+# A copyright and a changelog for every package, and the loader's cache for those with a library.
+set(package_files ${PROJECT_BINARY_DIR}/packages)
+configure_file(cmake/copyright.in ${package_files}/copyright @ONLY)
+file(STRINGS CHANGELOG.md release REGEX "^## [0-9]" LIMIT_COUNT 1)
+string(REGEX REPLACE ".* " "" release_date "${release}")
+execute_process(COMMAND date --utc --rfc-email --date=${release_date}
+  OUTPUT_VARIABLE release_date OUTPUT_STRIP_TRAILING_WHITESPACE)
+configure_file(cmake/changelog.in ${package_files}/changelog @ONLY)
+file(WRITE ${package_files}/triggers "activate-noawait ldconfig\n")
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA ${package_files}/triggers)
+set(CPACK_DEBIAN_BATCH_PACKAGE_CONTROL_EXTRA ${package_files}/triggers)
+execute_process(COMMAND gzip --best --no-name --force ${package_files}/changelog)
 foreach(component runtime batch dev tools)
   string(TOUPPER ${component} key)
-  if(CPACK_DEBIAN_${key}_PACKAGE_NAME)
-    install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${CPACK_DEBIAN_${key}_PACKAGE_NAME}
-      RENAME copyright COMPONENT ${component})
+  if(NOT CPACK_DEBIAN_${key}_PACKAGE_NAME)
+    continue()
   endif()
+  install(FILES ${package_files}/copyright ${package_files}/changelog.gz
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${CPACK_DEBIAN_${key}_PACKAGE_NAME}
+    COMPONENT ${component})
 endforeach()
 include(CPack)

@@ -16,6 +16,7 @@ build_packages=(
   libturbojpeg0-dev:/usr/include/turbojpeg.h
   libedit-dev:/usr/include/histedit.h
   nlohmann-json3-dev:/usr/include/nlohmann/json.hpp
+  libsdl2-dev:/usr/include/SDL2/SDL.h
   glslang-dev:/usr/include/glslang/Public/ShaderLang.h
   glslang-tools:glslangValidator
   python3:python3
@@ -31,7 +32,12 @@ check_packages=(
   libegl1-mesa-dev:/usr/include/EGL/egl.h
   libgl1-mesa-dri:=
   libgles2-mesa-dev:/usr/include/GLES3/gl3.h
+  lintian:lintian
   ninja-build:ninja
+  nodejs:node
+  npm:npm
+  python3-xlib:=
+  xvfb:Xvfb
 )
 
 is_present() {  # PACKAGE PROBE

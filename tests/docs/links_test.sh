@@ -4,7 +4,7 @@ cd "$1" || exit 1
 missing=0
 for document in *.md docs/*.md; do
   for target in $(grep -o '](\([^):]*\))' "$document" | sed 's/](\(.*\))/\1/; s/#.*//') \
-    $(grep -o 'src="[^":]*"' "$document" | sed 's/src="\(.*\)"/\1/'); do
+    $(grep -oE '(src|href)="[^":]*"' "$document" | sed 's/.*="\(.*\)"/\1/'); do
     if [ ! -e "$(dirname "$document")/$target" ]; then
       echo "$document: $target is missing"
       missing=1
