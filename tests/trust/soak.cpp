@@ -1,4 +1,5 @@
-// One machine alternating a thousand shaders: memory must stay flat.
+// One machine alternating a thousand shaders: memory must stay flat while it lives, and nothing may
+// be left of it afterwards.
 //
 //   soak RUNS
 #include <cstdio>
@@ -27,7 +28,7 @@ std::vector<tools::BuiltShader> makeShaders() {
 }
 
 void runAll(ShaderMachine& machine, const std::vector<tools::BuiltShader>& shaders, long runs) {
-  constexpr uint32_t kTimeout = 1;
+  constexpr uint32_t kTimeout = 1;  // some shaders never end
   const fuzz::ArbitraryHost host(1);
   const StartupInfo startup = host.startup(kTimeout);
   for (long run = 0; run < runs; ++run) {
@@ -42,16 +43,22 @@ int main(int argc, char** argv) {
   const long runs = argc > 1 ? std::atol(argv[1]) : 0;
   vmInitialize();
   const auto shaders = makeShaders();
-  const fuzz::MachinePtr machine = fuzz::makeMachine(true);
+  const int64_t blocksWithoutMachine = tests::liveAllocations();
+  fuzz::MachinePtr machine = fuzz::makeMachine(true);
   runAll(*machine, shaders, 2 * kShaders);
   const int64_t blocksBefore = tests::liveAllocations();
   const long kilobytesBefore = tests::residentKilobytes();
   runAll(*machine, shaders, runs - runs % kShaders);
   const int64_t blocks = tests::liveAllocations() - blocksBefore;
   const long kilobytes = tests::residentKilobytes() - kilobytesBefore;
-  std::printf("%ld runs, %ld allocations and %ld KiB more than before\n", runs,
-              static_cast<long>(blocks), kilobytes);
-  // The heap's own waste varies by about a megabyte; the allocations are what must not grow.
+  machine.reset();
+  const int64_t blocksLeft = tests::liveAllocations() - blocksWithoutMachine;
+  std::printf("%ld runs, %ld allocations and %ld KiB more than before, %ld allocations left\n",
+              runs, static_cast<long>(blocks), kilobytes, static_cast<long>(blocksLeft));
+  // A translation that met the time limit while the machine warmed up is made later, and a busy
+  // processor has more of them: a few blocks each, where a leak would be one a run.
+  const int64_t allowedBlocks = runs / 100;
+  // The heap's own waste varies by about a megabyte.
   constexpr long kAllowedKilobytes = 8192;
-  return blocks == 0 && kilobytes < kAllowedKilobytes ? 0 : 1;
+  return blocks < allowedBlocks && kilobytes < kAllowedKilobytes && blocksLeft == 0 ? 0 : 1;
 }
