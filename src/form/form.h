@@ -80,50 +80,9 @@ struct Site {
 };
 
 enum class Kind : uint8_t {
-  Nothing,   // an operation that a pass has removed
-  Constant,  // words of the form's constants, from `first`
-  RunWord,   // the word at byte `first` of the machine record, which no run changes
-  Load,      // words of `place`, from `first`
-  Store,     // `n` words of in[0] into `place` from word `first`
-  Compose,   // a word each of in[0] .. in[words - 1]
-  Operate,   // `opcode` on `n` components of its operands
-  Element,   // component in[1] of the `n` components of in[0]; Stop with code 12 beyond
-  Column,    // column in[1] of the n times n matrix in[0]; likewise
-  // Parts of the aggregate variable in slot `place`: `size` is what its block must have. Those that
-  // have `steps` lie in an element that an earlier CheckIndex has found there: its index, the last
-  // operand, counts steps[0].stride bytes more.
-  ReadMember,   // at byte `first`; zero words when the block is smaller
-  ReadElement,  // at byte `first` of element in[0], elements are `stride` bytes; `count` and `size`
-                // are 0 when the block's size decides. Stop with code 12 beyond
-  CheckIndex,   // makes nothing: Stop with code 12 where ReadElement would
-  // `n` words of in[0] at byte `first` of an aggregate variable, and as many bytes further as the
-  // `count` indices in[1], .. say by their steps. Stores nothing where an index reaches its bound,
-  // nor when the block has not `size` bytes, and `stride` more for each of in[1].
-  StorePart,
-  // The same for basic variables: the words that one index picks, in[1] with its step.
-  StoreIndexed,
-  // Operations on references.
-  InitLocals,  // `count` locals of the site's function from local `first`, which is slot `place`
-  ShareView,   // slot `place` gets a view of aggregate `other`: `size` bytes at `first`, 0: all;
-               // `steps` as above
-  CopyBlock,   // aggregate variable `place` = aggregate variable `other`
-  StoreBlock,  // aggregate variable `place` = temporary in slot `other`, which gives it up
-  MoveSlot,    // slot `place` = slot `other`, whose reference is cleared
-  ClearSlot,   // the reference of `place` is dropped without release
-  ReleaseSlot,
-  // Operations at which the host can look.
-  HostVariable,   // global `first`, a basic one, through slot `place`
-  HostAggregate,  // global `first`, an aggregate, through slot `place`
-  HostBuiltin,    // callback `first`, into slot `place`; `count`: whether it gets the current index
-  Plain,          // the site's instruction by its plain handler
-  PlainCall,      // CALL, and what it calls, by the plain handlers
-  Clock,          // ends the run when its time is over; now and then in code without jumps
-  // Control flow. `block` is where it goes.
-  Branch,  // when word 0 of in[0] is 0; else on
-  Jump,
-  JumpBack,  // a jump that counts for the time limit; site: where it leads
-  Finish,    // ends the run with code `first`, outputs included
-  Stop,      // ends the run with code `first`
+#define KIND(name, text) name,
+#include "form/kinds.def"
+#undef KIND
 };
 
 struct Operation {

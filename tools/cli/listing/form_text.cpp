@@ -13,14 +13,10 @@ using form::Operation;
 using form::Place;
 
 constexpr const char* kKindNames[] = {
-    "nothing",      "constant",      "run_word",       "load",          "store",
-    "compose",      "operate",       "element",        "column",        "read_member",
-    "read_element", "check_index",   "store_part",     "store_indexed", "init_locals",
-    "share_view",   "copy_block",    "store_block",    "move_slot",     "clear_slot",
-    "release_slot", "host_variable", "host_aggregate", "host_builtin",  "plain",
-    "plain_call",   "clock",         "branch",         "jump",          "jump_back",
-    "finish",       "stop"};
-static_assert(std::size(kKindNames) == static_cast<size_t>(Kind::Stop) + 1);
+#define KIND(name, text) text,
+#include "form/kinds.def"
+#undef KIND
+};
 
 std::string placeText(Place place) {
   if (place < form::kFirstIndexPlace) return "s" + std::to_string(place);
