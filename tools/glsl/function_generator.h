@@ -134,9 +134,7 @@ class FunctionGenerator {
   std::optional<float> constantFloat(const TIntermTyped& node) const;
   std::optional<int32_t> constantInt(const TIntermTyped& node) const;
 
-  // operators.cpp
-  void unaryValue(const TIntermUnary& node);
-  void binaryValue(const TIntermBinary& node);
+  // arithmetic.cpp
   void arithmetic(TOperator op, const Operand& left, const Operand& right, const TSourceLoc& where);
   void floatArithmetic(TOperator op, Operand left, Operand right);
   void integerArithmetic(TOperator op, const Operand& left, const Operand& right,
@@ -149,12 +147,16 @@ class FunctionGenerator {
   void withInteger(VmOpcode opcode, int32_t constant, unsigned components);
   void multiplyFloat(const Operand& left, const Operand& right, unsigned components);
   void splatted(const Operand& operand, unsigned components);
+  void emitCounted(VmOpcode opcode, unsigned count) { code_.emit(opcode, {count}); }
+
+  // operators.cpp
+  void unaryValue(const TIntermUnary& node);
+  void binaryValue(const TIntermBinary& node);
   void comparison(TOperator op, const TIntermTyped& left, const TIntermTyped& right,
                   bool isComponentWise);
   void ordered(TOperator op, const Operand& left, const Operand& right, bool isComponentWise);
   void logical(const TIntermBinary& node);
   void converted(const TIntermTyped& node, Scalar from, Scalar to);
-  void emitCounted(VmOpcode opcode, unsigned count) { code_.emit(opcode, {count}); }
 
   // constructors.cpp
   void construct(const TType& type, std::span<TIntermNode* const> arguments,

@@ -93,6 +93,11 @@ bool isIncrement(TOperator op) {
          op == glslang::EOpPreIncrement || op == glslang::EOpPreDecrement;
 }
 
+// Older versions of glslang have an operator for every pair of types there, newer ones one for all.
+bool isConversion(TOperator op) {
+  return op > glslang::EOpDeclare && op < glslang::EOpConvUint64ToPtr;
+}
+
 const TIntermSymbol* rootSymbol(const TIntermNode& node) {
   if (const TIntermSymbol* symbol = node.getAsSymbolNode()) return symbol;
   const TIntermBinary* binary = node.getAsBinaryNode();

@@ -48,6 +48,8 @@ const TIntermNode* deeperThan(const TIntermNode& node, unsigned limit);
 
 bool isAssignment(TOperator op);
 bool isIncrement(TOperator op);
+// Between types of numbers and booleans; which, the types of operand and result say.
+bool isConversion(TOperator op);
 
 // The variable that an l-value or an access chain starts at; null for values that are no variables.
 const TIntermSymbol* rootSymbol(const TIntermNode& node);
