@@ -1,11 +1,15 @@
 #include "machine/time_limit.h"
 
+#include <algorithm>
 #include <chrono>
 
 namespace shadermachine {
 namespace {
 
-constexpr uint32_t kFirstInterval = 64;
+// Of a run: what the run before came to, within bounds. The longest is some host calls, so that a
+// host whose calls have become slow is noticed soon.
+constexpr uint32_t kShortestFirst = 64;
+constexpr uint32_t kLongestFirst = 1024;
 constexpr uint32_t kLongestInterval = 1u << 12;
 constexpr uint64_t kNanosecondsPerMillisecond = 1000000;
 // Clock reads further apart than this make the limit imprecise; much closer ones cost time.
@@ -19,9 +23,12 @@ uint64_t steadyNanoseconds() {
 }  // namespace
 
 void beginTimeLimit(TimeLimit& limit, uint32_t milliseconds) {
-  limit = {UINT32_MAX, UINT32_MAX, 0, 0};
-  if (milliseconds == 0) return;
-  limit.ticksLeft = limit.interval = kFirstInterval;
+  if (milliseconds == 0) {
+    limit = {UINT32_MAX, UINT32_MAX, 0, 0};
+    return;
+  }
+  const uint32_t before = limit.deadline == 0 ? 0 : limit.interval;
+  limit.ticksLeft = limit.interval = std::clamp(before, kShortestFirst, kLongestFirst);
   limit.lastRead = steadyNanoseconds();
   limit.deadline = limit.lastRead + milliseconds * kNanosecondsPerMillisecond;
 }
