@@ -104,6 +104,9 @@ F roundToEven(F x) {
 }
 template <class F>
 F floorValue(F x) {
+  // In a vector's lane selections are no branches: which way x is rounded no processor predicts.
+  using Lanes = VectorOf<float, 4>::Type;
+  if constexpr (!kIsVector<F>) return floorValue(Lanes{x})[0];
   // The instruction would give -0.0 for itself.
   if constexpr (kIsVector<F> && requires { floorsOf(x); }) return F(floorsOf(x)) + 0.0f;
   const F r = roundToEven(x);
