@@ -1,6 +1,7 @@
 #include "engine/translation_cache.h"
 
 #include <algorithm>
+#include <cstring>
 #include <memory>
 #include <utility>
 
@@ -9,20 +10,22 @@ namespace {
 
 constexpr uint64_t kSpread = 0x9E3779B97F4A7C15;
 
-uint32_t bucketOf(const CompiledShader* shader) {
-  return static_cast<uint32_t>(reinterpret_cast<uintptr_t>(shader) * kSpread >> 56);
-}
-
-// A glance at the shader: what differs between most, in constant time.
-uint32_t contentBucket(const CompiledShader& shader) {
+// Of words all over the entry function, in time that long code does not lengthen.
+uint64_t contentOf(const CompiledShader& shader) {
   const ShaderFunction& entry = *shader.functions[shader.entryIndex];
   uint64_t hash = entry.codeLength + (uint64_t{shader.globalCount} << 32) +
                   (uint64_t{shader.functionCount} << 48);
-  const uint8_t* code = shader.code + entry.codeOffset;
-  constexpr uint32_t kLooks = 16;
-  const uint32_t step = entry.codeLength / kLooks + 1;
-  for (uint32_t i = 0; i < entry.codeLength; i += step) hash = (hash ^ code[i]) * kSpread;
-  return static_cast<uint32_t>(hash >> 56);
+  constexpr uint32_t kMaxWords = 256;
+  constexpr uint32_t kWordBytes = sizeof hash;
+  const uint32_t step = (entry.codeLength / kWordBytes / kMaxWords + 1) * kWordBytes;
+  for (uint32_t at = 0; at < entry.codeLength; at += step) {
+    uint64_t word = 0;
+    const size_t left = entry.codeLength - at;
+    std::memcpy(&word, shader.code + entry.codeOffset + at, std::min(left, sizeof word));
+    hash = (hash ^ word) * kSpread;
+    hash ^= hash >> 32;
+  }
+  return hash;
 }
 
 template <class T, class Argument>
@@ -72,12 +75,19 @@ void TranslationCache::use(Translation* translation) {
   newest_ = translation;
 }
 
+uint32_t TranslationCache::bucketOf(uint64_t number) {
+  return static_cast<uint32_t>(number * kSpread >> 32) % kBuckets;
+}
+
 const Translation* TranslationCache::find(const CompiledShader& shader) {
-  Translation*& hint = byAddress_[bucketOf(&shader)];
+  Translation*& hint = byAddress_[bucketOf(reinterpret_cast<uintptr_t>(&shader))];
   Translation* found = hint;
   if (found == nullptr || !found->snapshot.matches(shader)) {
-    found = byContent_[contentBucket(shader)];
-    while (found != nullptr && !found->snapshot.matches(shader)) found = found->nextInBucket;
+    const uint64_t content = contentOf(shader);
+    found = byContent_[bucketOf(content)];
+    while (found != nullptr && (found->content != content || !found->snapshot.matches(shader))) {
+      found = found->nextInBucket;
+    }
     if (found == nullptr) return nullptr;
     hint = found;
   }
@@ -89,7 +99,7 @@ const Translation* TranslationCache::find(const CompiledShader& shader) {
 void TranslationCache::dropOldest() {
   Translation* dropped = oldest_;
   unlink(dropped);
-  Translation** link = &byContent_[dropped->bucket];
+  Translation** link = &byContent_[bucketOf(dropped->content)];
   while (*link != dropped) link = &(*link)->nextInBucket;
   *link = dropped->nextInBucket;
   for (Translation*& hint : byAddress_) {
@@ -102,10 +112,11 @@ void TranslationCache::dropOldest() {
 
 void TranslationCache::insert(Translation* translation, const CompiledShader& shader) {
   use(translation);
-  translation->bucket = contentBucket(shader);
-  translation->nextInBucket = byContent_[translation->bucket];
-  byContent_[translation->bucket] = translation;
-  byAddress_[bucketOf(&shader)] = translation;
+  translation->content = contentOf(shader);
+  Translation*& bucket = byContent_[bucketOf(translation->content)];
+  translation->nextInBucket = bucket;
+  bucket = translation;
+  byAddress_[bucketOf(reinterpret_cast<uintptr_t>(&shader))] = translation;
   bytes_ += translation->bytes();
   memory_.inUse += translation->bytes();
   while (bytes_ > memoryForTranslations(memory_) && oldest_ != translation) {
@@ -119,7 +130,10 @@ bool TranslationCache::isWorthTranslating(const CompiledShader* shader, bool atO
     --plainRunsLeft_;
     return false;
   }
-  const CompiledShader*& met = met_[bucketOf(shader)];
+  // Shaders that share a bucket and take turns would never be met again: after a while others share
+  // one. Until then some thousands of shaders can take turns twice.
+  const uint64_t way = 2 * (asked_++ / (8 * kBuckets)) + 1;
+  const CompiledShader*& met = met_[bucketOf(reinterpret_cast<uintptr_t>(shader) * way)];
   if (atOnce || met == shader) return true;
   met = shader;
   return false;

@@ -23,7 +23,7 @@ struct Translation {
   Translation* newer = nullptr;
   Translation* older = nullptr;
   Translation* nextInBucket = nullptr;
-  uint32_t bucket = 0;
+  uint64_t content = 0;  // a hash of the entry function's code
   Snapshot snapshot;
   form::Arena arena;
   const Record* first = nullptr;
@@ -57,8 +57,9 @@ class TranslationCache {
   // after one that replaced another, or came to nothing: shaders that take turns and do not fit
   // then cost no more than they would without the engine.
   static constexpr uint32_t kPlainRuns = 4096;
-  static constexpr uint32_t kBuckets = 256;
+  static constexpr uint32_t kBuckets = 1024;
 
+  static uint32_t bucketOf(uint64_t number);
   void use(Translation* translation);
   void unlink(Translation* translation);
   void dropOldest();
@@ -68,6 +69,7 @@ class TranslationCache {
   MachineMemory& memory_;
   uint64_t bytes_ = 0;
   uint32_t plainRunsLeft_ = 0;
+  uint32_t asked_ = 0;  // how often isWorthTranslating() had to look
   std::array<Translation*, kBuckets> byContent_ = {};
   std::array<Translation*, kBuckets> byAddress_ = {};  // hints, of translations in the cache
   std::array<const CompiledShader*, kBuckets> met_ = {};

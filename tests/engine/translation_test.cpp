@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <shadermachine-tools/assembler.h>
 
+#include <algorithm>
 #include <cstring>
 
 #include "engine/engine.h"
@@ -240,7 +241,23 @@ TEST(Translation, CallsAreNotFollowedToTheEnd) {
   EXPECT_EQ(rig.run(callingDeep(60000, 1)), VM_ERR_DISCARDED);
 }
 
-// Nine shaders in turn, of which eight have a translation at a time.
+// Shaders that share a bucket where the machine notes whom it has met share another later.
+TEST(Translation, OfNearlyAllShadersThatTakeTurns) {
+  std::vector<BuiltShader> shaders;
+  for (int i = 0; i < 300; ++i) shaders.push_back(storing(static_cast<float>(i), VM_OP_RETURN));
+  const MachinePtr machine = makeMachine();
+  static_cast<Machine&>(*machine).engineUse = EngineUse::WhenWorth;
+  const StartupInfo startup = {};
+  const auto translated = [&] {
+    return std::ranges::count_if(shaders, [&](const BuiltShader& shader) {
+      EXPECT_EQ(vmShaderMachineExecuteShader(machine.get(), shader.record(), &startup), VM_OK);
+      return engine::isTranslated(static_cast<Machine&>(*machine));
+    });
+  };
+  for (int turn = 0; turn < 200; ++turn) translated();
+  EXPECT_GE(translated(), 270);
+}
+
 TEST(Translation, TakingTurnsIsNoReasonToTranslate) {
   std::vector<BuiltShader> shaders;
   for (int i = 0; i < 9; ++i) shaders.push_back(storing(static_cast<float>(i), VM_OP_DISCARD));
