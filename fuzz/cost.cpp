@@ -64,7 +64,9 @@ const uint32_t kCostFactor = kIsSanitized ? 12 : kUnoptimised;
 
 Cost costOf(size_t stackBytes, const std::function<void()>& work) {
   Job job = {work};
-  std::ofstream("/proc/self/clear_refs") << 5;  // the highest is the present one
+  // From here on, the highest is that of the work.
+  const bool isFromHere =
+      !kIsSanitized && (std::ofstream("/proc/self/clear_refs") << 5 << std::flush);
   const uint64_t before = statusBytes("VmRSS:");
   pthread_attr_t attributes;
   pthread_attr_init(&attributes);
@@ -77,7 +79,7 @@ Cost costOf(size_t stackBytes, const std::function<void()>& work) {
   pthread_join(thread, nullptr);
   pthread_attr_destroy(&attributes);
   const uint64_t highest = statusBytes("VmHWM:");
-  return {job.milliseconds, kIsSanitized || highest < before ? 0 : highest - before};
+  return {job.milliseconds, isFromHere && highest > before ? highest - before : 0};
 }
 
 }  // namespace shadermachine::fuzz

@@ -15,6 +15,7 @@ try {
 }
 
 const [program, shader] = process.argv.slice(2);
+const patience = 120000;  // milliseconds until an answer must have come
 const launch = {program: shader, pixel: [20, 20], size: '41x41'};
 
 const tests = {
@@ -132,7 +133,7 @@ async function main() {
   for (const [name, test] of Object.entries(tests)) {
     // The client passes one argument only.
     const client = new DebugClient('env', `-S${program} debug --dap`, 'shadermachine');
-    client.defaultTimeout = 20000;
+    client.defaultTimeout = patience;
     await client.start();
     client._adapterProcess.stdin.on('error', () => {});
     await test(client);
@@ -140,7 +141,7 @@ async function main() {
     console.log(`ok ${name}`);
   }
   for (const [input, expected] of broken) {
-    const result = spawnSync(program, ['debug', '--dap'], {input, timeout: 20000});
+    const result = spawnSync(program, ['debug', '--dap'], {input, timeout: patience});
     assert.strictEqual(result.status, expected, JSON.stringify(input.slice(0, 60)));
   }
   console.log('ok broken messages');

@@ -100,7 +100,7 @@ Fragment runGlsl(const std::string& source, const tools::GlslOptions& options) {
   Host host;
   StartupInfo startup = {};
   startup.userData = reinterpret_cast<uint64_t>(&host);
-  startup.timeout = 2000;
+  startup.timeout = 60000;
   for (int run = 0; run < 2; ++run) {
     host.result = {};
     host.result.code =

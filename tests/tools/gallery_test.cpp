@@ -116,6 +116,7 @@ std::vector<uint32_t> picture(const std::string& path, Way way) {
   RenderSettings settings;
   settings.frame = {.width = 40, .height = 23, .time = 1.5f, .frame = 45};
   settings.threads = 1;
+  settings.timeout = 0;
 #ifdef GALLERY_WITH_BATCHES
   constexpr BatchFunctions kBatches = {vmShaderBatchCreate, vmShaderBatchDestroy,
                                        vmShaderBatchExecuteShader};

@@ -112,7 +112,7 @@ TEST(Misuse, NumbersOutsideTheTables) {
     SmallShader shader(c.code);
     shader.record.builtinGlobals[0] = 7;
     Rig rig;
-    rig.startup.timeout = 100;
+    rig.startup.timeout = 10000;
     EXPECT_EQ(rig.run(&shader.record), c.expected) << "opcode " << int{c.code.back()};
     const SmallShader returning;
     EXPECT_EQ(rig.run(&returning.record), VM_OK);

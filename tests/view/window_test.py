@@ -25,7 +25,7 @@ if shutil.which("Xvfb") is None:
     print("skipped: Xvfb is not installed")
     sys.exit(SKIPPED)
 
-PATIENCE = 30  # seconds until something must have happened
+PATIENCE = 120  # seconds until something must have happened
 WIDTH, HEIGHT = 160, 90
 
 
@@ -39,6 +39,8 @@ class Screen:
         with os.fdopen(reader) as number:
             self.name = ":" + number.readline().strip()
         self.display = Display(self.name)
+        # A key that is held while nobody gets to run must not repeat.
+        self.display.change_keyboard_control(auto_repeat_mode=X.AutoRepeatModeOff)
 
     def close(self):
         self.display.close()
@@ -227,14 +229,14 @@ def time_runs_and_stands(test):
     first = view.pixel(80, 5)
     wait_for("another frame", lambda: view.pixel(80, 5) != first)
     view.key("space")
-    wait_for("a frame that stays", lambda: (view.pixel(80, 5), time.sleep(0.3))[0] ==
-             view.pixel(80, 5))
-    red, green, _ = view.pixel(80, 5)
-    view.key("Right")
-    wait_for("the next frame", lambda: view.pixel(80, 5)[1] == (green + 1) % 256)
-    assert abs((view.pixel(80, 5)[0] - red) % 255 - 255 / 30) < 2
+    wait_for("the line that says so", lambda: view.pixel(1, HEIGHT - 26)[2] < 255)
     view.key("Home")
     view.shows(80, 5, (0, 0, 255))
+    view.key("Right")
+    wait_for("the next frame", lambda: view.pixel(80, 5)[1] == 1)
+    time.sleep(0.3)
+    red, green, _ = view.pixel(80, 5)
+    assert green == 1 and abs(red - 255 / 30) < 2, (red, green)
     view.quit()
 
 
