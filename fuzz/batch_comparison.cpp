@@ -144,7 +144,10 @@ tools::BuiltShader batchProgram(uint32_t seed) {
   constexpr size_t kProgramBytes = 800;
   const auto bytes = randomBytes(seed, kProgramBytes);
   Choices choices(bytes);
-  return generateProgram(choices, {.hidesNanBits = true, .ends = true, .isInline = seed % 2 != 0});
+  return generateProgram(choices, {.hidesNanBits = true,
+                                   .ends = true,
+                                   .isInline = seed % 4 != 0,
+                                   .hasAggregates = seed % 4 != 1});
 }
 
 BatchComparison compareBatch(const CompiledShader& shader, uint32_t seed, uint32_t count) {

@@ -297,10 +297,15 @@ void Generator::pushIndex(uint32_t bound, uint32_t depth) {
     code_->emit(VM_OP_PUSH_INDEX_IMM, {choices_.oneIn(200) ? bound : choices_.below(bound)});
     return;
   }
-  value({WordKind::Bits, 1}, depth);
-  if (!choices_.oneIn(20)) {
-    code_->pushInt(static_cast<int32_t>(bound & ~1U) - (bound > 1 ? 1 : 0));
-    code_->emit(VM_OP_BIT_AND, {1});
+  const int32_t mask = static_cast<int32_t>(bound & ~1U) - (bound > 1 ? 1 : 0);
+  if (options_.isInline && choices_.oneIn(2)) {
+    anyBits(mask);
+  } else {
+    value({WordKind::Bits, 1}, depth);
+    if (!choices_.oneIn(20)) {
+      code_->pushInt(mask);
+      code_->emit(VM_OP_BIT_AND, {1});
+    }
   }
   code_->emit(VM_OP_PUSH_INDEX);
 }

@@ -63,7 +63,7 @@ Type Generator::anyAggregate() {
 }
 
 Type Generator::anyType(bool allowAggregates) {
-  if (allowAggregates && !options_.isInline && choices_.oneIn(3)) return anyAggregate();
+  if (allowAggregates && options_.hasAggregates && choices_.oneIn(3)) return anyAggregate();
   constexpr TypeCode kCommon[] = {VM_TYPE_FLOAT, VM_TYPE_VEC2, VM_TYPE_VEC3,  VM_TYPE_VEC4,
                                   VM_TYPE_INT,   VM_TYPE_BOOL, VM_TYPE_IVEC3, VM_TYPE_MAT2,
                                   VM_TYPE_MAT3,  VM_TYPE_MAT4, VM_TYPE_BVEC2, VM_TYPE_SAMPLER_2};
@@ -186,7 +186,7 @@ void Generator::listVariables() {
 
 void Generator::listParts() {
   parts_.clear();
-  if (options_.isInline) return;
+  if (!options_.hasAggregates) return;
   const auto addElement = [&](const Type& whole) {
     if (whole.count > 0) parts_.push_back({whole, {whole.code, 0}, 0});
   };

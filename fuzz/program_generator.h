@@ -16,8 +16,9 @@ struct ProgramOptions {
   bool hasFlaws = false;
   // No endless loops and no recursion.
   bool ends = false;
-  // No structures and arrays, and nothing that only plain handlers do.
+  // Nothing that only plain handlers do.
   bool isInline = false;
+  bool hasAggregates = true;
   // Globals that nothing uses, behind the others: they fill the value stack.
   uint32_t fillers = 0;
 };

@@ -30,7 +30,8 @@ void Generator::statement(uint32_t depth) {
   if (choices_.oneIn(60)) return endEarly();
   if (choices_.oneIn(120)) return manyTemporaries();
   if (choices_.oneIn(250) && !options_.isInline) return fullIndexStack();
-  switch (choices_.below(options_.isInline ? 12 : 16)) {
+  const uint32_t kinds = !options_.isInline ? 16 : options_.hasAggregates ? 13 : 12;
+  switch (choices_.below(kinds)) {
     case 4:
       return assignAndKeep();
     case 5:
@@ -70,6 +71,7 @@ void Generator::assignAndKeep() {
   if (locals_.empty()) return assign();
   const uint16_t local =
       static_cast<uint16_t>(choices_.below(static_cast<uint32_t>(locals_.size())));
+  if (options_.isInline && !locals_[local].isBasic()) return assign();
   value(locals_[local], kExpressionDepth);
   code_->emit(VM_OP_STORE_LOCAL_KEEP, {local});
   code_->emit(locals_[local].isBasic() ? VM_OP_POP : VM_OP_POP_RELEASE);
@@ -118,8 +120,10 @@ void Generator::assignPartByOperands(const VariableRef& variable) {
 // Computed indices are masked as compilers do it, and may lead a little too far.
 void Generator::pushStep(const PathChoice& step) {
   if (step.bound == 0 || choices_.oneIn(2)) return code_->pushInt(static_cast<int32_t>(step.index));
+  const int32_t mask = step.bound < 3 ? 1 : step.bound < 5 ? 3 : 7;
+  if (options_.isInline && choices_.oneIn(2)) return anyBits(mask);
   value({WordKind::Bits, 1}, kExpressionDepth);
-  code_->pushInt(step.bound < 3 ? 1 : step.bound < 5 ? 3 : 7);
+  code_->pushInt(mask);
   code_->emit(VM_OP_BIT_AND, {1});
 }
 
@@ -148,7 +152,7 @@ void Generator::condition() {
 
 void Generator::assignPart() {
   const VariableRef variable = choices_.of(variables_);
-  if (!options_.isInline && choices_.oneIn(2)) {
+  if (choices_.oneIn(2)) {
     assignPartByStack(variable);
   } else {
     assignPartByOperands(variable);

@@ -1,6 +1,6 @@
 // The selector's structures and arrays. A variable's block has the variable's size for ever:
 // shaders that store another into it are left to the machine. So its words are rows like others,
-// and references need no record.
+// and references (row_references.cpp) need no record.
 #include <algorithm>
 
 #include "batch/row_selector.h"
@@ -12,135 +12,164 @@ using form::Kind;
 
 namespace {
 
-constexpr uint32_t kWordBytes = sizeof(uint32_t);
-
-bool isInRows(uint32_t bytes) {
-  return bytes != 0 && bytes % kWordBytes == 0 && bytes <= RowProgram::kMaxBlockBytes;
+// How many elements an index can name in a part of so many bytes.
+uint32_t elementCount(const form::Operation& read, uint32_t bytes) {
+  const bool byBlock = read.size == 0 && read.steps == nullptr;
+  return byBlock ? bytes / read.stride : read.count;
 }
+
+// How often the stride fits behind what ends there.
+uint32_t placesFor(uint32_t stride, uint64_t end, uint32_t bytes) {
+  return static_cast<uint32_t>((bytes - end) / stride) + 1;
+}
+
+// Behind the last byte that can be read, but for the indices of the steps.
+uint64_t endOfRead(const form::Operation& read, uint32_t bytes) {
+  if (read.kind == Kind::ShareView)
+    return uint64_t{read.first} + (read.size == 0 ? bytes : read.size);
+  const uint64_t end = uint64_t{read.first} + read.words * kRowWordBytes;
+  if (read.kind == Kind::ReadMember) return end;
+  const uint64_t element = read.kind == Kind::CheckIndex ? uint64_t{read.first} + read.stride : end;
+  return element + (uint64_t{elementCount(read, bytes)} - 1) * read.stride;
+}
+
+bool isWholeRows(uint32_t bytes) { return bytes != 0 && bytes % kRowWordBytes == 0; }
 
 }  // namespace
 
 // What is known -----------------------------------------------------------------------------------
 
-void RowSelector::addAggregate(Place place, uint32_t bytes) {
-  if (isInRows(bytes)) aggregates_[place].bytes = bytes;
+// Whether all that is read lies in a part of so many bytes.
+bool RowSelector::isReadable(const Operation& read, uint32_t bytes) {
+  if (read.first % kRowWordBytes != 0 || read.size > bytes) return false;
+  const bool indexes = read.kind == Kind::ReadElement || read.kind == Kind::CheckIndex;
+  if (indexes && (!isWholeRows(read.stride) || elementCount(read, bytes) == 0)) return false;
+  if (read.steps != nullptr && !isWholeRows(read.steps->stride)) return false;
+  return endOfRead(read, bytes) <= bytes;
 }
 
-// The variables: globals, and locals. Inlined functions with aggregates of their own are left to
-// the machine: see isKnownAggregate().
-void RowSelector::findAggregates() {
-  for (uint32_t g = 0; g < shader_.globalCount; ++g) {
-    if (!isBasicVar(shader_.globals[g])) addAggregate(g, shader_.globals[g].byteSize);
+// A store into an element needs more of the block the further the first index leads.
+uint32_t RowSelector::storeBound(const Operation& store, uint32_t step, uint32_t bytes) {
+  const uint32_t bound = store.steps[step].bound;
+  const bool isLimited = step == 0 && store.kind == Kind::StorePart && store.stride != 0;
+  return isLimited ? std::min(bound, placesFor(store.stride, store.size, bytes)) : bound;
+}
+
+bool RowSelector::isStorable(const Operation& store, uint32_t bytes) {
+  if (store.first % kRowWordBytes != 0 || store.size > bytes) return false;
+  uint64_t end = uint64_t{store.first} + store.n * kRowWordBytes;
+  for (uint32_t k = 0; k < store.count; ++k) {
+    if (!isWholeRows(store.steps[k].stride)) return false;
+    end += (uint64_t{storeBound(store, k, bytes)} - 1) * store.steps[k].stride;
   }
-  for (uint32_t i = 0; i < form_.operations.size(); ++i) {
-    const Operation& init = form_.operations[i];
-    if (init.kind != Kind::InitLocals) continue;
-    const VarInfo* const locals = shader_.functions[init.site->call->function]->locals;
-    for (uint32_t k = 0; k < init.count; ++k) {
-      const VarInfo& info = locals[init.first + k];
-      if (!isBasicVar(info)) addAggregate(init.place + k, info.byteSize);
-    }
-  }
-  for (uint32_t p = 0; p < VM_STACK_CAPACITY; ++p) {
-    aggregates_[p].row = rowCount_;
-    aggregates_[p].block = kNone;
-    aggregates_[p].store = kNone;
-    rowCount_ += aggregates_[p].bytes / kWordBytes;
-  }
-}
-
-bool RowSelector::isKnownAggregate(const Operation& operation) const {
-  if (operation.steps != nullptr) return false;
-  const auto bytesOf = [this](Place place) {
-    return place < VM_STACK_CAPACITY ? aggregates_[place].bytes : 0;
-  };
-  switch (operation.kind) {
-    case Kind::ReadMember:
-    case Kind::ReadElement:
-      return isReadable(operation);
-    case Kind::InitLocals: {
-      const VarInfo* const locals = shader_.functions[operation.site->call->function]->locals;
-      for (uint32_t k = 0; k < operation.count; ++k) {
-        const bool isBasic = isBasicVar(locals[operation.first + k]);
-        if (!isBasic && bytesOf(operation.place + k) == 0) return false;
-      }
-      return operation.site->call->caller == nullptr;
-    }
-    case Kind::CopyBlock:
-      return bytesOf(operation.place) != 0 && bytesOf(operation.place) == bytesOf(operation.other);
-    case Kind::StoreBlock:
-      return bytesOf(operation.place) != 0;
-    case Kind::HostAggregate:
-      return bytesOf(operation.first) != 0;
-    case Kind::ClearSlot:
-    case Kind::ReleaseSlot:
-      return true;
-    default:
-      return false;
-  }
-}
-
-// How many elements an index can name.
-uint32_t RowSelector::elementCount(const Operation& read) const {
-  return read.size == 0 ? aggregates_[read.place].bytes / read.stride : read.count;
-}
-
-// Whether all that is read lies in the variable.
-bool RowSelector::isReadable(const Operation& read) const {
-  if (read.place >= VM_STACK_CAPACITY) return false;
-  const uint64_t bytes = aggregates_[read.place].bytes;
-  const uint64_t end = uint64_t{read.first} + read.words * kWordBytes;
-  if (read.first % kWordBytes != 0 || read.size > bytes || end > bytes) return false;
-  if (read.kind == Kind::ReadMember) return true;
-  if (read.stride % kWordBytes != 0 || read.stride == 0) return false;
-  const uint64_t count = elementCount(read);
-  return count != 0 && end + (count - 1) * read.stride <= bytes;
-}
-
-bool RowSelector::isConstructor(Opcode opcode) const {
-  return opcode == Opcode::CTOR_STRUCT || opcode == Opcode::CTOR_ARRAY;
-}
-
-uint32_t RowSelector::operandWord(const Operation& plain, uint32_t at) const {
-  const ShaderFunction& function = *shader_.functions[plain.site->call->function];
-  const uint8_t* const code = shader_.code + function.codeOffset + plain.site->pc + at;
-  return code[0] | uint32_t{code[1]} << 8;
-}
-
-uint32_t RowSelector::constructorOperands(const Operation& plain) const {
-  if (plain.opcode == Opcode::CTOR_ARRAY) return operandWord(plain, sizeof(uint16_t));
-  const auto type = static_cast<int16_t>(operandWord(plain, 0));
-  const StructInfo* const info = type < 0 ? nullptr : structType(machine_, type);
-  return info == nullptr ? 0 : info->memberCount;
+  return end <= bytes;
 }
 
 // Where words are ---------------------------------------------------------------------------------
 
+// The first of the slots whose words an instruction on references reads or writes; they end with
+// the top one.
+form::Place RowSelector::firstWordSlot(const Operation& plain) const {
+  const auto behind = static_cast<Place>(plain.site->topSlot() + 1);
+  switch (plain.opcode) {
+    case Opcode::CTOR_STRUCT:
+    case Opcode::CTOR_ARRAY:
+      return behind - slotsOf(plain);
+    case Opcode::STRUCT_FIELD:
+    case Opcode::ARRAY_ELEMENT:
+      return behind - 1;
+    case Opcode::SWAP:
+    case Opcode::EQ_AGG:
+    case Opcode::NE_AGG:
+      return behind - 2;
+    default:
+      return storesPart(plain.opcode) ? behind - slotsOf(plain) : behind;
+  }
+}
+
+uint32_t RowSelector::rowOf(const Reference& reference) const {
+  return aggregates_[reference.aggregate].row + reference.first / kRowWordBytes;
+}
+
+void RowSelector::changeAggregate(uint32_t i, uint32_t k) {
+  const Reference& reference = referenceOf(i, k);
+  if (reference.aggregate == kNone) return;
+  aggregates_[reference.aggregate].block = block_;
+  aggregates_[reference.aggregate].store = i;
+}
+
 void RowSelector::lookBackAtAggregates(uint32_t i) {
   const Operation& operation = form_.operations[i];
-  const auto stores = [&](Place place) {
-    aggregates_[place].block = block_;
-    aggregates_[place].store = i;
-    aggregates_[place].isStored = true;
-  };
   switch (operation.kind) {
     case Kind::ReadMember:
     case Kind::ReadElement: {
-      const Aggregate& aggregate = aggregates_[operation.place];
+      const Aggregate& aggregate = aggregates_[referenceOf(i).aggregate];
       info_[i].nextStore = aggregate.block == block_ ? aggregate.store : kNone;
       return;
     }
+    case Kind::StorePart:
     case Kind::CopyBlock:
     case Kind::StoreBlock:
-      return stores(operation.place);
     case Kind::HostAggregate:
-      return stores(operation.first);
+      return changeAggregate(i, 0);
+    case Kind::ShareView:
+      if (operation.steps != nullptr) changeAggregate(i, 1);
+      return;
     case Kind::InitLocals:
-      for (Place p = operation.place; p < operation.place + operation.count; ++p) stores(p);
+      for (uint32_t k = 0; k < operation.count; ++k) changeAggregate(i, k);
+      return;
+    case Kind::Plain:
+      if (operation.opcode == Opcode::MAKE_UNIQUE || operation.opcode == Opcode::ARRAY_ELEMENT) {
+        changeAggregate(i, 1);
+      } else if (operation.opcode == Opcode::CTOR_STRUCT ||
+                 operation.opcode == Opcode::CTOR_ARRAY) {
+        changeAggregate(i, 0);
+      } else if (storesPart(operation.opcode) && instructionOf(operation).operands[1] != 0) {
+        changeAggregate(i, 0);
+      }
       return;
     default:
       return;
   }
+}
+
+// Constant indices lead to other rows; those that are outside are left to the record.
+void RowSelector::addStep(Path& path, Operand index, uint32_t stride, uint32_t bound) const {
+  const Operand word = root(index);
+  const Operation& made = form_.operations[word.value];
+  const uint32_t rows = stride / kRowWordBytes;
+  if (made.kind == Kind::Constant && *form_.constantWords(made, word.first) < bound) {
+    path.row += *form_.constantWords(made, word.first) * rows;
+    return;
+  }
+  path.in[path.limits.count] = index;
+  path.limits.steps[path.limits.count++] = {rows, bound};
+}
+
+// What an earlier CheckIndex has checked is below the bound that the part's size gives.
+RowSelector::Path RowSelector::readPath(uint32_t i) const {
+  const Operation& read = form_.operations[i];
+  const Reference& whole = referenceOf(i);
+  Path path = {rowOf(whole) + read.first / kRowWordBytes, {}, {}};
+  if (read.kind == Kind::ReadElement) {
+    addStep(path, read.in[0], read.stride, elementCount(read, whole.bytes));
+    path.limits.checked = path.limits.count;
+  }
+  if (read.steps != nullptr) {
+    const uint32_t stride = read.steps->stride;
+    addStep(path, read.in[form::operandCount(read) - 1], stride,
+            placesFor(stride, endOfRead(read, whole.bytes), whole.bytes));
+  }
+  return path;
+}
+
+RowSelector::Path RowSelector::storePath(uint32_t i, uint32_t row, uint32_t bytes) const {
+  const Operation& store = form_.operations[i];
+  Path path = {row + store.first / kRowWordBytes, {}, {}};
+  for (uint32_t k = 0; k < store.count; ++k) {
+    addStep(path, store.in[1 + k], store.steps[k].stride, storeBound(store, k, bytes));
+  }
+  return path;
 }
 
 // Members, and elements at constant indices, are the variable's rows when nobody changes these
@@ -148,127 +177,236 @@ void RowSelector::lookBackAtAggregates(uint32_t i) {
 void RowSelector::placeRead(uint32_t i) {
   const Operation& read = form_.operations[i];
   if (info_[i].lastUse == kNone || info_[i].lastUse > info_[i].nextStore) return;
-  uint32_t first = read.first / kWordBytes;
-  if (read.kind == Kind::ReadElement) {
-    const Operand index = root(read.in[0]);
-    const Operation& made = form_.operations[index.value];
-    if (made.kind != Kind::Constant) return;
-    const uint32_t element = *form_.constantWords(made, index.first);
-    if (element >= elementCount(read)) return;
-    first += element * read.stride / kWordBytes;
-  }
-  for (uint32_t w = 0; w < read.words; ++w) {
-    rows_[info_[i].rows + w] = aggregates_[read.place].row + first + w;
-  }
+  const Path path = readPath(i);
+  if (path.limits.count != 0) return;
+  for (uint32_t w = 0; w < read.words; ++w) rows_[info_[i].rows + w] = path.row + w;
 }
 
 // Records -----------------------------------------------------------------------------------------
 
-void RowSelector::copyAggregate(uint32_t to, uint32_t from, uint32_t bytes) {
-  for (uint32_t w = 0; w < bytes / kWordBytes; ++w) copy(to + w, from + w);
+void RowSelector::copyRows(uint32_t to, uint32_t from, uint32_t bytes) {
+  for (uint32_t w = 0; w < bytes / kRowWordBytes; ++w) copy(to + w, from + w);
+}
+
+void RowSelector::namePath(Draft& made, const Path& path) {
+  made.path = paths_.size();
+  paths_.append(path.limits);
+  uint32_t indices[RowPath::kMost];
+  for (uint32_t k = 0; k < path.limits.count; ++k) indices[k] = rowOf(path.in[k]);
+  made.in[1] = operands_.size();
+  for (uint32_t k = 0; k < path.limits.count; ++k) operands_.append(indices[k]);
+}
+
+// Into rows of a slot or an aggregate, one after another.
+void RowSelector::appendRead(const Path& path, uint32_t to, uint32_t words) {
+  if (path.limits.count == 0) return copyRows(to, path.row, words * kRowWordBytes);
+  for (uint32_t at = 0; at < words; at += VM_COMPONENT_COUNT) {
+    flushCopies();
+    Draft made = draft(functions_.readPart.masked);
+    made.n = std::min<uint32_t>(words - at, VM_COMPONENT_COUNT);
+    namePath(made, path);
+    made.in[0] = operands_.size();
+    operands_.append(path.row + at);
+    made.result = operands_.size();
+    for (uint32_t w = 0; w < made.n; ++w) operands_.append(to + at + w);
+    append(made);
+  }
 }
 
 void RowSelector::selectAggregate(uint32_t i) {
   const Operation& operation = form_.operations[i];
   switch (operation.kind) {
     case Kind::ReadMember:
-      if (info_[i].lastUse == kNone || rows_[info_[i].rows] != kNone) return;
-      takeRows(i);
-      for (uint32_t w = 0; w < operation.words; ++w) {
-        copy(rows_[info_[i].rows + w],
-             aggregates_[operation.place].row + operation.first / kWordBytes + w);
-      }
-      return;
     case Kind::ReadElement:
-      return selectElement(i);
+      return selectRead(i);
+    case Kind::CheckIndex:
+      return selectCheck(i);
+    case Kind::StorePart:
+      return selectPartStore(i, storePath(i, rowOf(referenceOf(i)), referenceOf(i).bytes));
+    case Kind::StoreIndexed:
+      return selectPartStore(i, storePath(i, slotRows(operation.place), kSlotBytes));
     case Kind::InitLocals:
-      return selectInitLocals(operation);
-    case Kind::CopyBlock: {
-      const Aggregate& target = aggregates_[operation.place];
-      return copyAggregate(target.row, aggregates_[operation.other].row, target.bytes);
-    }
-    case Kind::StoreBlock: {
-      const Aggregate& target = aggregates_[operation.place];
-      const Aggregate& source = aggregates_[operation.other];
-      // What a temporary is, is known in the block that makes it only.
-      if (source.block != block_ || source.bytes != target.bytes) isUnknown_ = true;
-      return copyAggregate(target.row, source.row, isUnknown_ ? 0 : target.bytes);
-    }
+      return selectInitLocals(i);
+    case Kind::ShareView:
+      if (operation.steps == nullptr) return;
+      return appendRead(readPath(i), rowOf(referenceOf(i, 1)),
+                        referenceOf(i, 1).bytes / kRowWordBytes);
+    case Kind::CopyBlock:
+    case Kind::StoreBlock:
+      return copyRows(rowOf(referenceOf(i)), rowOf(referenceOf(i, 1)), referenceOf(i).bytes);
     case Kind::HostAggregate:
-      return selectAnswerInBlock(operation);
+      return selectAnswerInBlock(i);
     default:
       return;
   }
 }
 
-void RowSelector::selectInitLocals(const Operation& init) {
+void RowSelector::selectInitLocals(uint32_t i) {
+  const Operation& init = form_.operations[i];
   const uint32_t zero = constantRow(0);
-  for (Place p = init.place; p < init.place + init.count; ++p) {
-    for (uint32_t w = 0; w < aggregates_[p].bytes / kWordBytes; ++w) {
-      copy(aggregates_[p].row + w, zero);
-    }
-    for (uint32_t w = 0; w < form::kPlaceWords; ++w) {
-      if (placeWord(p, w).isLoaded) copy(placeRow(p, w), zero);
+  for (uint32_t k = 0; k < init.count; ++k) {
+    const Reference& local = referenceOf(i, k);
+    for (uint32_t w = 0; w < local.bytes / kRowWordBytes; ++w) copy(rowOf(local) + w, zero);
+    for (uint32_t w = 0; local.bytes == 0 && w < form::kPlaceWords; ++w) {
+      if (placeWord(init.place + k, w).isLoaded) copy(placeRow(init.place + k, w), zero);
     }
   }
 }
 
-void RowSelector::selectElement(uint32_t i) {
+void RowSelector::selectRead(uint32_t i) {
   const Operation& read = form_.operations[i];
-  if (rows_[info_[i].rows] != kNone) return;
-  flushCopies();
+  const bool isUnused = info_[i].lastUse == kNone && read.kind == Kind::ReadMember;
+  if (isUnused || rows_[info_[i].rows] != kNone) return;
+  const Path path = readPath(i);
   takeRows(i);
-  Draft made = draft(functions_.arrayElement);
+  if (path.limits.count == 0) {
+    for (uint32_t w = 0; w < read.words; ++w) copy(rows_[info_[i].rows + w], path.row + w);
+    return;
+  }
+  flushCopies();
+  Draft made = draft(functions_.readPart.plain);
   made.n = read.words;
-  made.count = elementCount(read);
-  made.stride = read.stride / kWordBytes;
   made.result = listResult(i);
+  namePath(made, path);
   made.in[0] = operands_.size();
-  operands_.append(aggregates_[read.place].row + read.first / kWordBytes);
-  made.in[1] = listOperand(read.in[0], 1);
+  operands_.append(path.row);
   append(made);
 }
 
-// A temporary of rows of its own, in the slot of the first operand.
-void RowSelector::selectConstructor(const Operation& plain) {
-  const uint32_t count = constructorOperands(plain);
-  const auto type = static_cast<int16_t>(operandWord(plain, 0));
-  const bool isArray = plain.opcode == Opcode::CTOR_ARRAY;
-  const StructInfo* const info = type < 0 ? nullptr : structType(machine_, type);
-  if (count == 0 || (isArray ? type >= 0 : info == nullptr || info->members == nullptr)) {
-    isUnknown_ = true;
-    return;
-  }
-  const Place slot = static_cast<Place>(plain.site->topSlot() + 1) - count;
-  const uint32_t bytes = isArray ? uint32_t{typeByteSize(type)} * count : info->size;
-  if (!isInRows(bytes)) {
-    isUnknown_ = true;
-    return;
-  }
-  const uint32_t row = rowCount_;
-  rowCount_ += bytes / kWordBytes;
-  uint32_t at = 0;
-  for (uint32_t k = 0; k < count && !isUnknown_; ++k) {
-    const uint32_t size = isArray ? typeByteSize(type) : info->members[k].byteSize;
-    const bool isBasic = isArray || isBasicVar(info->members[k]);
-    const bool fits = size % kWordBytes == 0 && at + uint64_t{size} <= bytes &&
-                      size <= form::kPlaceWords * kWordBytes;
-    if (!isBasic || !fits) isUnknown_ = true;
-    for (uint32_t w = 0; !isUnknown_ && w < size / kWordBytes; ++w) {
-      copy(row + at / kWordBytes + w, placeRow(slot + k, w));
+void RowSelector::selectCheck(uint32_t i) {
+  const Operation& check = form_.operations[i];
+  const uint32_t count = elementCount(check, referenceOf(i).bytes);
+  Path path = {};
+  addStep(path, check.in[0], check.stride, count);
+  if (path.limits.count == 0) return;
+  flushCopies();
+  Draft made = draft(functions_.checkIndex);
+  made.n = count;
+  made.in[0] = listOperand(check.in[0], 1);
+  append(made);
+}
+
+void RowSelector::selectPartStore(uint32_t i, const Path& path) {
+  const Operation& store = form_.operations[i];
+  if (path.limits.count == 0) {
+    uint32_t to[form::kPlaceWords];
+    uint32_t from[form::kPlaceWords];
+    for (uint32_t w = 0; w < store.n; ++w) {
+      to[w] = path.row + w;
+      from[w] = rowOf({store.in[0].value, store.in[0].first + w});
     }
-    at += size;
+    return copyParallel(to, from, store.n);
   }
-  aggregates_[slot] = {row, bytes, block_, kNone, false};
+  flushCopies();
+  Draft made = draft(functions_.storePart);
+  made.n = store.n;
+  made.in[0] = listOperand(store.in[0], store.n);
+  namePath(made, path);
+  made.result = operands_.size();
+  operands_.append(path.row);
+  append(made);
+}
+
+// Instructions on references in slots -------------------------------------------------------------
+
+void RowSelector::selectOnReferences(uint32_t i) {
+  const Operation& plain = form_.operations[i];
+  switch (plain.opcode) {
+    case Opcode::CTOR_STRUCT:
+    case Opcode::CTOR_ARRAY:
+      return selectConstructor(i);
+    case Opcode::MAKE_UNIQUE:
+      return copyRows(rowOf(referenceOf(i, 1)), rowOf(referenceOf(i)), referenceOf(i).bytes);
+    case Opcode::ARRAY_ELEMENT:
+      return selectElement(i);
+    case Opcode::STRUCT_FIELD: {
+      const Place top = static_cast<Place>(plain.site->topSlot());
+      const bool isInline = referenceOf(i, 1).aggregate == kNone;
+      if (isInline) copyRows(slotRows(top), rowOf(referenceOf(i)), referenceOf(i).bytes);
+      return;
+    }
+    case Opcode::SWAP:
+      return swapWords(static_cast<Place>(plain.site->topSlot()));
+    case Opcode::EQ_AGG:
+    case Opcode::NE_AGG:
+      return selectComparison(i);
+    default:
+      if (storesPart(plain.opcode)) selectStoredPart(i);
+      return;
+  }
+}
+
+void RowSelector::swapWords(Place top) {
+  uint32_t to[2 * form::kPlaceWords];
+  uint32_t from[2 * form::kPlaceWords];
+  for (uint32_t w = 0; w < form::kPlaceWords; ++w) {
+    to[w] = from[form::kPlaceWords + w] = placeRow(top, w);
+    from[w] = to[form::kPlaceWords + w] = placeRow(top - 1, w);
+  }
+  copyParallel(to, from, 2 * form::kPlaceWords);
+}
+
+void RowSelector::selectComparison(uint32_t i) {
+  const Operation& plain = form_.operations[i];
+  const auto slot = static_cast<Place>(plain.site->topSlot() - 1);
+  const Opcode byWords = plain.opcode == Opcode::EQ_AGG ? Opcode::EQ_I : Opcode::NE_I;
+  flushCopies();
+  Draft made = draft(functions_.byOpcode[static_cast<unsigned>(byWords)].masked);
+  made.n = referenceOf(i).bytes / kRowWordBytes;
+  for (uint32_t k = 0; k < 2; ++k) {
+    made.in[k] = operands_.size();
+    for (uint32_t w = 0; w < made.n; ++w) operands_.append(rowOf(referenceOf(i, k)) + w);
+  }
+  made.result = operands_.size();
+  operands_.append(placeRow(slot, 0));
+  append(made);
+  copy(placeRow(slot, 1), constantRow(0));
+}
+
+void RowSelector::selectConstructor(uint32_t i) {
+  const Operation& plain = form_.operations[i];
+  const Place slot = firstWordSlot(plain);
+  uint32_t row = rowOf(referenceOf(i));
+  for (uint32_t k = 0; k < slotsOf(plain); ++k) {
+    const Reference& operand = referenceOf(i, 1 + k);
+    const bool isInline = operand.aggregate == kNone;
+    copyRows(row, isInline ? slotRows(slot + k) : rowOf(operand), operand.bytes);
+    row += operand.bytes / kRowWordBytes;
+  }
+}
+
+// At the index on top of the index stack.
+void RowSelector::selectElement(uint32_t i) {
+  const Operation& plain = form_.operations[i];
+  const Reference& whole = referenceOf(i);
+  const Reference& element = referenceOf(i, 1);
+  const bool isInline = element.aggregate == kNone;
+  const uint32_t words = element.bytes / kRowWordBytes;
+  const uint32_t to =
+      isInline ? slotRows(static_cast<Place>(plain.site->topSlot())) : rowOf(element);
+  for (uint32_t at = 0; at < words; at += VM_COMPONENT_COUNT) {
+    flushCopies();
+    Draft made = draft(functions_.readPart.masked);
+    made.n = std::min<uint32_t>(words - at, VM_COMPONENT_COUNT);
+    made.path = paths_.size();
+    paths_.append({1, 1, {{words, whole.bytes / element.bytes}}});
+    made.in[1] = operands_.size();
+    operands_.append(indexRow(plain));
+    made.in[0] = operands_.size();
+    operands_.append(rowOf(whole) + at);
+    made.result = operands_.size();
+    for (uint32_t w = 0; w < made.n; ++w) operands_.append(to + at + w);
+    append(made);
+  }
 }
 
 // The host fills blocks one by one.
-void RowSelector::selectAnswerInBlock(const Operation& ask) {
+void RowSelector::selectAnswerInBlock(uint32_t i) {
+  const Operation& ask = form_.operations[i];
   flushCopies();
-  const Aggregate& aggregate = aggregates_[ask.first];
-  RequestRows rows = {{}, aggregate.row, kNone, kNone, indexRow(ask)};
+  RequestRows rows = {{}, rowOf(referenceOf(i)), kNone, kNone, indexRow(ask)};
   rows.request.number = ask.first;
-  rows.request.words = aggregate.bytes / kWordBytes;
+  rows.request.words = referenceOf(i).bytes / kRowWordBytes;
   appendRequest(&askForBlock, rows);
 }
 

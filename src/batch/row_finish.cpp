@@ -1,4 +1,5 @@
 // The selector's drafts become records, and its rows memory.
+#include <algorithm>
 #include <memory>
 
 #include "batch/row_selector.h"
@@ -20,12 +21,12 @@ bool RowSelector::makeRows() {
 }
 
 bool RowSelector::finish() {
-  const bool hasFailed = rows_.failed() || operands_.failed() || spareRows_.failed() ||
-                         constants_.failed() || constantRows_.failed() || runWords_.failed() ||
-                         runWordRows_.failed() || copiesTo_.failed() || copiesFrom_.failed() ||
-                         drafts_.failed() || requests_.failed();
+  const bool hasFailed =
+      rows_.failed() || operands_.failed() || spareRows_.failed() || constants_.failed() ||
+      constantRows_.failed() || runWords_.failed() || runWordRows_.failed() || copiesTo_.failed() ||
+      copiesFrom_.failed() || drafts_.failed() || requests_.failed() || paths_.failed() ||
+      parts_.failed() || aggregates_.failed() || references_.failed() || trackedSlots_.failed();
   if (hasFailed) return false;
-  if (isUnknown_) return true;
   return makeRows() && finishRows() && finishRecords();
 }
 
@@ -36,8 +37,8 @@ bool RowSelector::finishRows() {
   }
   const size_t globalWords = size_t{shader_.globalCount} * form::kPlaceWords;
   size_t clearedRows = globalWords;
-  for (uint32_t g = 0; g < shader_.globalCount; ++g) {
-    if (aggregates_[g].isStored) clearedRows += aggregates_[g].bytes / sizeof(uint32_t);
+  for (uint32_t a = 0; a < aggregates_.size(); ++a) {
+    if (isChangedGlobal(aggregates_[a])) clearedRows += aggregates_[a].bytes / kRowWordBytes;
   }
   auto** cleared = arena.allocate<uint32_t*>(clearedRows);
   auto* runWords = arena.allocate<RowProgram::RunWord>(runWords_.size());
@@ -46,10 +47,10 @@ bool RowSelector::finishRows() {
     const PlaceWord& word = placeWords_[w];
     if (word.row != kNone && word.isStored) cleared[program_.clearedCount++] = rowAt(word.row);
   }
-  for (uint32_t g = 0; g < shader_.globalCount; ++g) {
-    const Aggregate& aggregate = aggregates_[g];
-    for (uint32_t w = 0; aggregate.isStored && w < aggregate.bytes / sizeof(uint32_t); ++w) {
-      cleared[program_.clearedCount++] = rowAt(aggregate.row + w);
+  for (uint32_t a = 0; a < aggregates_.size(); ++a) {
+    const uint32_t words = aggregates_[a].bytes / kRowWordBytes;
+    for (uint32_t w = 0; isChangedGlobal(aggregates_[a]) && w < words; ++w) {
+      cleared[program_.clearedCount++] = rowAt(aggregates_[a].row + w);
     }
   }
   for (uint32_t i = 0; i < runWords_.size(); ++i) {
@@ -66,17 +67,28 @@ bool RowSelector::finishRows() {
   return true;
 }
 
+uint32_t RowSelector::largestAnswer() const {
+  uint32_t words = 0;
+  for (uint32_t i = 0; i < requests_.size(); ++i) {
+    words = std::max(words, requests_[i].request.words);
+  }
+  return words;
+}
+
 bool RowSelector::finishRecords() {
   form::Arena& arena = program_.arena;
   auto** operands = arena.allocate<uint32_t*>(operands_.size());
   auto* records = arena.allocate<RowRecord>(drafts_.size());
   auto* requests = arena.allocate<HostRequest>(requests_.size());
   auto** joins = arena.allocate<const RowRecord*>(joinCount_);
+  auto* paths = arena.allocate<RowPath>(paths_.size());
   const size_t joinWords = (joinCount_ + 63) / 64 + 1;
   program_.waiting = arena.allocate<uint64_t>(joinCount_);
   program_.joinBits = arena.allocate<uint64_t>(joinWords);
   if (arena.failed()) return false;
   for (uint32_t i = 0; i < operands_.size(); ++i) operands[i] = rowAt(operands_[i]);
+  for (uint32_t*& block : program_.blocks) block = arena.allocate<uint32_t>(largestAnswer());
+  if (arena.failed()) return false;
   for (uint32_t i = 0; i < requests_.size(); ++i) {
     const RequestRows& rows = requests_[i];
     requests[i] = rows.request;
@@ -85,6 +97,7 @@ bool RowSelector::finishRecords() {
     requests[i].extra = rowAt(rows.extra);
     requests[i].index = rowAt(rows.index);
   }
+  for (uint32_t i = 0; i < paths_.size(); ++i) paths[i] = paths_[i];
   for (uint32_t i = 0; i < drafts_.size(); ++i) {
     const Draft& draft = drafts_[i];
     RowRecord& record = records[i];
@@ -95,7 +108,7 @@ bool RowSelector::finishRecords() {
     }
     if (draft.target != kNone) record.target = &records[blockJoins_[draft.target]];
     if (draft.request != kNone) record.request = &requests[draft.request];
-    if (draft.count != kNone) record.elements = {draft.count, draft.stride};
+    if (draft.path != kNone) record.path = &paths[draft.path];
     record.n = draft.n;
     record.join = draft.join;
     if (draft.join != kNone) joins[draft.join] = &record;

@@ -286,38 +286,100 @@ inline RowWords gatherWords(const uint32_t* row, RowWords offsets) {
 #endif
 }
 
-inline const RowRecord* arrayElementRows(const RowRecord* record, RowState& state) {
-  const uint32_t* const indices = record->in[1][0];
-  const uint32_t* const base = record->in[0][0];
-  const uint32_t count = record->elements.count;
-  const uint32_t stride = record->elements.stride;
-  const uint64_t outside =
-      findInvocations(state, [&](uint32_t at) { return loadRow(indices, at) >= count; });
-  const uint32_t first = indices[std::countr_zero(state.active)];
-  const uint64_t others =
-      findInvocations(state, [&](uint32_t at) { return loadRow(indices, at) != first; });
-  if (others == 0 && outside == 0) {
-    for (uint32_t w = 0; w < record->n; ++w) {
-      const uint32_t* const row = base + size_t{first * stride + w} * kRowWords;
-      RowRange(state).forEach(
-          [&](uint32_t at) { storeRow(record->result[w], at, loadRow(row, at)); });
+// Where the indices of a record's path lead.
+struct PartRows {
+  PartRows(const RowRecord* record, const RowState& state)
+      : indices(record->in[1]), path(*record->path) {
+    const auto someone = static_cast<uint32_t>(std::countr_zero(state.active));
+    for (uint32_t k = 0; k < path.count; ++k) {
+      const uint32_t* const row = indices[k];
+      const uint32_t bound = path.steps[k].bound;
+      const uint32_t first = row[someone];
+      const uint64_t beyond =
+          findInvocations(state, [&](uint32_t at) { return loadRow(row, at) >= bound; });
+      outside |= beyond;
+      if (k < path.checked) ended |= beyond;
+      others |= findInvocations(state, [&](uint32_t at) { return loadRow(row, at) != first; });
+      offset += size_t{first} * path.steps[k].stride;
     }
+  }
+  // They lead all that run to the same rows.
+  bool isSame() const { return (others | outside) == 0; }
+  size_t sameWord() const { return offset * kRowWords; }
+  size_t wordOf(uint32_t i) const {
+    size_t rows = 0;
+    for (uint32_t k = 0; k < path.count; ++k) rows += size_t{indices[k][i]} * path.steps[k].stride;
+    return rows * kRowWords + i;
+  }
+  // Those outside, and those that do not run, get some word of the part.
+  RowWords wordsOf(uint32_t at) const {
+    RowWords words;
+    for (uint32_t i = 0; i < kRowLanes; ++i) words[i] = at + i;
+    for (uint32_t k = 0; k < path.count; ++k) {
+      const RowWords index = loadRow(indices[k], at);
+      const RowWords inside = index < path.steps[k].bound ? index : RowWords{};
+      words += inside * (path.steps[k].stride * kRowWords);
+    }
+    return words;
+  }
+  const uint32_t* const* indices;
+  const RowPath& path;
+  uint64_t outside = 0;
+  uint64_t ended = 0;
+  uint64_t others = 0;
+  size_t offset = 0;
+};
+
+template <bool masked>
+const RowRecord* readPart(const RowRecord* record, RowState& state) {
+  const PartRows part(record, state);
+  const uint32_t* const base = record->in[0][0];
+  const RowStore<masked> store(state);
+  RowRange(state).forEach([&](uint32_t at) {
+    RowWords words[VM_COMPONENT_COUNT];
+    if (part.isSame()) {
+      const uint32_t* const rows = base + part.sameWord();
+      for (uint32_t w = 0; w < record->n; ++w) words[w] = loadRow(rows + size_t{w} * kRowWords, at);
+    } else {
+      const RowWords offsets = part.wordsOf(at);
+      for (uint32_t w = 0; w < record->n; ++w) {
+        words[w] = gatherWords(base + size_t{w} * kRowWords, offsets);
+      }
+    }
+    for (uint32_t w = 0; w < record->n; ++w) store(record->result[w], at, words[w]);
+  });
+  return endOutside(record, state, part.ended);
+}
+
+// What is stored can be rows of the part itself: all of them are read first.
+inline const RowRecord* storePart(const RowRecord* record, RowState& state) {
+  const PartRows part(record, state);
+  uint32_t* const base = record->result[0];
+  if (part.isSame()) {
+    const RowStore<true> store(state);
+    uint32_t* const rows = base + part.sameWord();
+    RowRange(state).forEach([&](uint32_t at) {
+      RowWords words[VM_COMPONENT_COUNT];
+      for (uint32_t w = 0; w < record->n; ++w) words[w] = loadRow(record->in[0][w], at);
+      for (uint32_t w = 0; w < record->n; ++w) store(rows + size_t{w} * kRowWords, at, words[w]);
+    });
     return record + 1;
   }
-  RowWords lanes;
-  for (uint32_t i = 0; i < kRowLanes; ++i) lanes[i] = i;
-  RowRange(state).forEach([&](uint32_t at) {
-    const RowWords index = loadRow(indices, at);
-    // Those that do not take part, or are outside, read somewhere.
-    const RowWords inside = index < count ? index : RowWords{};
-    const RowWords offsets = inside * (stride * kRowWords) + lanes + at;
-    RowWords words[VM_COMPONENT_COUNT];
-    for (uint32_t w = 0; w < record->n; ++w) {
-      words[w] = gatherWords(base + size_t{w} * kRowWords, offsets);
-    }
-    for (uint32_t w = 0; w < record->n; ++w) storeRow(record->result[w], at, words[w]);
-  });
-  return endOutside(record, state, outside);
+  for (uint64_t left = state.active & ~part.outside; left != 0; left &= left - 1) {
+    const auto i = static_cast<uint32_t>(std::countr_zero(left));
+    uint32_t* const rows = base + part.wordOf(i);
+    uint32_t words[VM_COMPONENT_COUNT];
+    for (uint32_t w = 0; w < record->n; ++w) words[w] = record->in[0][w][i];
+    for (uint32_t w = 0; w < record->n; ++w) rows[size_t{w} * kRowWords] = words[w];
+  }
+  return record + 1;
+}
+
+inline const RowRecord* checkIndex(const RowRecord* record, RowState& state) {
+  const uint32_t* const index = record->in[0][0];
+  return endOutside(record, state, findInvocations(state, [&](uint32_t at) {
+                      return loadRow(index, at) >= record->n;
+                    }));
 }
 
 }  // namespace SHADERMACHINE_TARGET

@@ -402,8 +402,10 @@ constexpr RowFunctions kRowFunctions = {
 #undef HANDLER
     .copy = {&copyRows<false>, &copyRows<true>},
     .element = {&elementRows<false>, &elementRows<true>},
-    .arrayElement = &arrayElementRows,
     .column = {&columnRows<false>, &columnRows<true>},
+    .readPart = {&readPart<false>, &readPart<true>},
+    .storePart = &storePart,
+    .checkIndex = &checkIndex,
     .divideByConstant = {&divideByConstant<false>, &divideByConstant<true>},
     .branch = &branchOnRow,
     .loopBranch = &loopBranch,

@@ -47,8 +47,6 @@ void forEachInvocation(const RowState& state, Function function) {
   }
 }
 
-constexpr uint32_t kBlockWords = RowProgram::kMaxBlockBytes / sizeof(uint32_t);
-
 struct Column {
   uint32_t words[VM_COMPONENT_COUNT];
 };
@@ -155,14 +153,14 @@ const RowRecord* askForBlock(const RowRecord* record, RowState& state) {
   if (callback == nullptr) return proceed(record, state);
   const VarInfo& info = batch.shader->globals[request.number];
   const auto first = static_cast<uint32_t>(std::countr_zero(state.active));
-  alignas(16) uint32_t words[2][kBlockWords];
+  uint32_t* const* const words = batch.rowProgram->blocks;
   // A block that is the same for all is read from its rows once.
   bool wasSame = true;
   for (uint32_t w = 0; wasSame && w < request.words; ++w) {
     const uint32_t* const row = request.answer + w * kRowWords;
     wasSame = std::memcmp(row, row + 1, (kRowWords - 1) * sizeof(uint32_t)) == 0;
   }
-  uint32_t before[kBlockWords];
+  uint32_t* const before = words[2];
   for (uint32_t w = 0; w < request.words; ++w) before[w] = request.answer[w * kRowWords + first];
   bool isSame = true;
   uint64_t unwritten = 0;  // those whose rows are to be filled with words[0]

@@ -25,7 +25,9 @@ struct RowProgram {
   RowProgram& operator=(const RowProgram&) = delete;
   ~RowProgram() { std::free(rowMemory); }
   static constexpr size_t kMaxBytes = size_t{64} << 20;
-  static constexpr uint32_t kMaxBlockBytes = 4096;  // of structures and arrays in rows
+  // Of a structure or array in rows, which take 64 times as much: 1 MiB, what a processor keeps
+  // close by. One by one a block stays there whatever its size.
+  static constexpr uint32_t kMaxBlockBytes = 16384;
 
   struct RunWord {
     uint32_t* row;
@@ -46,6 +48,7 @@ struct RowProgram {
   uint32_t clearedCount = 0;
   const RunWord* runWords = nullptr;
   uint32_t runWordCount = 0;
+  uint32_t* blocks[3] = {};  // for the host's answers: the words of the largest block
   uint32_t* outputRows[2] = {nullptr, nullptr};  // null for an output that does not exist
   uint32_t joinCount = 0;
   uint64_t* waiting = nullptr;

@@ -41,8 +41,26 @@ void RowSelector::expire(uint32_t i) {
 
 // Copies are carried out in order, those between two other records in one.
 void RowSelector::copy(uint32_t to, uint32_t from) {
+  if (to == from) return;
   copiesTo_.append(to);
   copiesFrom_.append(from);
+}
+
+// As if all were read before any is written.
+void RowSelector::copyParallel(uint32_t* to, uint32_t* from, uint32_t count) {
+  bool overwrites = false;  // a row that a later one comes from
+  for (uint32_t w = 0; w < count; ++w) {
+    overwrites = overwrites || std::find(to, to + w, from[w]) != to + w;
+  }
+  for (uint32_t w = 0; overwrites && w < count; ++w) {
+    const uint32_t row = takeRow();
+    copy(row, from[w]);
+    from[w] = row;
+  }
+  for (uint32_t w = 0; w < count; ++w) {
+    copy(to[w], from[w]);
+    if (overwrites) spareRows_.append(from[w]);
+  }
 }
 
 void RowSelector::flushCopies() {
@@ -82,7 +100,7 @@ RowStep RowSelector::stepFor(StepForms forms, uint32_t i) const {
 // Records -----------------------------------------------------------------------------------------
 
 RowSelector::Draft RowSelector::draft(RowStep run) const {
-  return {run, kNone, {kNone, kNone, kNone}, kNone, kNone, 0, kNone, kNone, 0, now_};
+  return {run, kNone, {kNone, kNone, kNone}, kNone, kNone, 0, kNone, kNone, now_};
 }
 
 void RowSelector::append(const Draft& made, uint32_t value) {
@@ -163,21 +181,11 @@ void RowSelector::selectStore(uint32_t i) {
   const Operation& store = form_.operations[i];
   uint32_t to[form::kPlaceWords];
   uint32_t from[form::kPlaceWords];
-  bool overwrites = false;  // a row that a later word comes from
   for (uint32_t w = 0; w < store.n; ++w) {
     to[w] = placeRow(store.place, store.first + w);
     from[w] = rowOf({store.in[0].value, store.in[0].first + w});
-    for (uint32_t k = 0; k < w; ++k) overwrites = overwrites || from[w] == to[k];
   }
-  for (uint32_t w = 0; overwrites && w < store.n; ++w) {
-    const uint32_t row = takeRow();
-    copy(row, from[w]);
-    from[w] = row;
-  }
-  for (uint32_t w = 0; w < store.n; ++w) {
-    if (from[w] != to[w]) copy(to[w], from[w]);
-    if (overwrites) spareRows_.append(from[w]);
-  }
+  copyParallel(to, from, store.n);
 }
 
 bool RowSelector::isConstant(Operand value, uint32_t words) const {
@@ -253,7 +261,6 @@ void RowSelector::selectBranch(uint32_t i) {
   const Operand condition = root(branch.in[0]);
   const Operation& made = form_.operations[condition.value];
   const uint32_t target = form_.order[branch.block];
-  if (target <= block_) isUnknown_ = true;
   const bool follows = lastMade_ == condition.value && made.kind == Kind::Operate;
   const RowStep fused = follows ? functions_.branches[static_cast<unsigned>(made.opcode)] : nullptr;
   if (fused != nullptr && made.n == 1 && info_[condition.value].ownsRows == 1 &&
@@ -274,7 +281,6 @@ void RowSelector::selectJump(uint32_t i) {
   const uint32_t target = form_.order[jump.block];
   flushCopies();
   const bool leadsBack = target <= block_;
-  if (leadsBack && jump.kind == Kind::Jump) isUnknown_ = true;
   if (!leadsBack && target == block_ + 1) return;
   Draft record = draft(leadsBack ? functions_.jumpBack : functions_.jump);
   record.target = target;
@@ -327,7 +333,7 @@ void RowSelector::selectOnSlots(const Operation& plain) {
   const uint32_t pops = static_cast<uint8_t>(opcodeInfo(plain.opcode).pops);
   const Place first = static_cast<Place>(plain.site->topSlot()) + 1 - pops;
   Draft made = draft(functions_.byOpcode[static_cast<unsigned>(plain.opcode)].masked);
-  made.n = operandByte(plain);
+  made.n = instructionOf(plain).operands[0];
   for (uint32_t k = 0; k < pops; ++k) {
     made.in[k] = operands_.size();
     for (uint32_t w = 0; w < form::kPlaceWords; ++w) operands_.append(placeRow(first + k, w));
@@ -339,9 +345,9 @@ void RowSelector::selectOnSlots(const Operation& plain) {
 void RowSelector::selectPlain(uint32_t i) {
   const Operation& plain = form_.operations[i];
   const auto top = static_cast<Place>(plain.site->topSlot());
-  if (isConstructor(plain.opcode)) return selectConstructor(plain);
+  if (isOnReferences(plain.opcode)) return selectOnReferences(i);
   flushCopies();
-  if (plain.opcode >= Opcode::RETURN && plain.opcode <= Opcode::RETURN_VALUE_2) {
+  if (isReturn(plain.opcode)) {
     Draft end = draft(functions_.finish);
     end.n = VM_OK;
     return append(end);
@@ -356,7 +362,7 @@ void RowSelector::selectPlain(uint32_t i) {
     rows.answer = slotRows(top);
     return appendRequest(&askForUnary, rows);
   }
-  rows.request.form = operandByte(plain);
+  rows.request.form = instructionOf(plain).operands[0];
   const uint32_t arguments = (rows.request.form >> 5) & 3;
   if (arguments < 2) return;
   rows.answer = slotRows(top - (arguments - 1));

@@ -10,77 +10,52 @@ using form::Kind;
 
 // What is known -----------------------------------------------------------------------------------
 
+namespace {
+
+// Words of whole slots.
+bool writesSlots(Kind kind) {
+  return form::isSeen(kind) || kind == Kind::InitLocals || kind == Kind::StoreIndexed;
+}
+
+}  // namespace
+
 bool asksHost(Opcode opcode) {
   using enum Opcode;
   return opcode == HOST_UNARY_1 || opcode == HOST_UNARY_2 || opcode == HOST_UNARY_3 ||
          opcode == HOST_LOOKUP_1 || opcode == HOST_LOOKUP_2;
 }
 
-// Of an instruction that is left to its plain handler.
-uint32_t RowSelector::operandByte(const Operation& plain) const {
-  const ShaderFunction& function = *shader_.functions[plain.site->call->function];
-  return shader_.code[function.codeOffset + plain.site->pc];
-}
-
 // The instructions on slots that a row function can do: on up to four components as a rule.
 bool RowSelector::isKnownPlain(const Operation& plain) const {
-  if (asksHost(plain.opcode) || isConstructor(plain.opcode)) return true;
+  if (asksHost(plain.opcode) || isOnReferences(plain.opcode)) return true;
   // The entry function's: those of inlined calls are operations.
-  if (plain.opcode >= Opcode::RETURN && plain.opcode <= Opcode::RETURN_VALUE_2) return true;
+  if (isReturn(plain.opcode)) return true;
   if (functions_.byOpcode[static_cast<unsigned>(plain.opcode)].plain == nullptr) return false;
   const bool countsAll = plain.opcode == Opcode::ANY_B || plain.opcode == Opcode::ALL_B;
-  const uint32_t n = operandByte(plain);
+  const uint32_t n = instructionOf(plain).operands[0];
   return opcodeInfo(plain.opcode).operands[0] == OperandKind::Count && n > 0 &&
          n <= (countsAll ? form::kPlaceWords : 4u);
 }
 
 bool RowSelector::isKnown(const Operation& operation) const {
   switch (operation.kind) {
-    case Kind::Nothing:
-    case Kind::Constant:
-    case Kind::RunWord:
-    case Kind::Load:
-    case Kind::Store:
-    case Kind::Compose:
-    case Kind::Element:
-    case Kind::Column:
-    case Kind::HostVariable:
-    case Kind::HostBuiltin:
-    case Kind::Clock:
-    case Kind::Branch:
-    case Kind::Jump:
-    case Kind::JumpBack:
-    case Kind::Finish:
-    case Kind::Stop:
-      return true;
     case Kind::Operate:
       return functions_.byOpcode[static_cast<unsigned>(operation.opcode)].plain != nullptr;
     case Kind::Plain:
       return isKnownPlain(operation);
+    case Kind::PlainCall:
+      return false;
     default:
-      return isKnownAggregate(operation);
+      return true;
   }
 }
 
-bool RowSelector::isKnownForm() const {
+bool RowSelector::hasKnownOutputs() const {
   for (const int32_t global : form_.outputs) {
     const auto number = static_cast<uint32_t>(global);
     if (number < shader_.globalCount && !isBasicVar(shader_.globals[number])) return false;
   }
-  // A run that has no memory for its variables ends.
-  for (uint32_t g = 0; g < shader_.globalCount; ++g) {
-    if (!isBasicVar(shader_.globals[g]) && aggregates_[g].bytes == 0) return false;
-  }
-  for (uint32_t i = 0; i < form_.operations.size(); ++i) {
-    if (!isKnown(form_.operations[i])) return false;
-  }
   return true;
-}
-
-uint32_t RowSelector::firstUnknown() const {
-  uint32_t i = 0;
-  while (i < form_.operations.size() && isKnown(form_.operations[i])) ++i;
-  return i;
 }
 
 bool RowSelector::leads(const RowRecord& record) const {
@@ -89,11 +64,13 @@ bool RowSelector::leads(const RowRecord& record) const {
 
 bool RowSelector::isPlaceRow(const uint32_t* row, Place& place, uint32_t& word) const {
   const auto number = static_cast<uint32_t>((row - program_.rows) / kRowWords);
-  for (place = 0; place < VM_STACK_CAPACITY; ++place) {
-    const Aggregate& aggregate = aggregates_[place];
+  for (uint32_t a = 0; a < aggregates_.size(); ++a) {
+    const Aggregate& aggregate = aggregates_[a];
+    place = aggregate.place;
     word = number - aggregate.row;
-    if (number >= aggregate.row && word < aggregate.bytes / sizeof(uint32_t)) return true;
-    if (place >= form_.slotCount) continue;
+    if (number >= aggregate.row && word < aggregate.bytes / kRowWordBytes) return true;
+  }
+  for (place = 0; place < form_.slotCount; ++place) {
     for (word = 0; word < form::kPlaceWords; ++word) {
       if (placeWords_[place * form::kPlaceWords + word].row == number) return true;
     }
@@ -103,7 +80,9 @@ bool RowSelector::isPlaceRow(const uint32_t* row, Place& place, uint32_t& word) 
 
 bool RowSelector::select() {
   if (!prepare()) return false;
-  if (!isKnownForm()) return true;
+  const bool isKnown = hasKnownOutputs() && resolveReferences();
+  firstUnknown_ = isKnown ? form_.operations.size() : now_;
+  if (!isKnown) return !working_.failed();
   for (uint32_t b = 0; b < form_.blocks.size(); ++b) {
     lookBack(b);
     placeWords(b);
@@ -118,14 +97,12 @@ bool RowSelector::prepare() {
   info_ = working_.allocate<Info>(count);
   placeWords_ = working_.allocate<PlaceWord>(words);
   blockJoins_ = working_.allocate<uint32_t>(form_.blocks.size());
-  aggregates_ = working_.allocate<Aggregate>(VM_STACK_CAPACITY);
   if (working_.failed()) return false;
-  findAggregates();
   for (size_t w = 0; w < words; ++w) placeWords_[w] = {kNone, kNone, kNone, 0, false, false};
   for (uint32_t b = 0; b < form_.blocks.size(); ++b) blockJoins_[b] = kNone;
   for (uint32_t i = 0; i < count; ++i) {
     const Operation& operation = form_.operations[i];
-    info_[i] = {kNone, kNone, rows_.size(), kNone, kNone, 0};
+    info_[i] = {kNone, kNone, rows_.size(), kNone, kNone, 0, 0};
     for (uint32_t w = 0; w < operation.words; ++w) rows_.append(kNone);
     notePlaces(operation);
   }
@@ -136,6 +113,13 @@ bool RowSelector::prepare() {
   return !rows_.failed();
 }
 
+template <class Function>
+void RowSelector::forEachSlot(const Operation& operation, Function function) const {
+  for (Place slot = firstSlot(operation); slot < endSlot(operation); ++slot) function(slot);
+  const Place variable = basicTarget(operation);
+  if (variable != kNone) function(variable);
+}
+
 // What is loaded, and where control comes from elsewhere.
 void RowSelector::notePlaces(const Operation& operation) {
   if (operation.kind == Kind::Load) {
@@ -143,11 +127,12 @@ void RowSelector::notePlaces(const Operation& operation) {
       placeWord(operation.place, operation.first + w).isLoaded = true;
     }
   } else if (operation.kind == Kind::Plain) {
-    const auto end = static_cast<Place>(operation.site->topSlot() + 1);
-    for (Place slot = firstSlot(operation); slot < end; ++slot) {
+    forEachSlot(operation, [this](Place slot) {
       for (uint32_t w = 0; w < form::kPlaceWords; ++w) placeWord(slot, w).isLoaded = true;
       slotRows(slot);
-    }
+    });
+  } else if (operation.kind == Kind::StoreIndexed) {
+    slotRows(operation.place);
   } else if (operation.kind == Kind::Branch || operation.kind == Kind::Jump ||
              operation.kind == Kind::JumpBack) {
     blockJoins_[form_.order[operation.block]] = 0;
@@ -168,13 +153,12 @@ uint32_t RowSelector::knownRowOf(Operand value) const {
   return rows_[info_[found.value].rows + found.first];
 }
 
-// The slots that an operation reads or writes whole.
+// Of the slots that an operation reads or writes whole.
 form::Place RowSelector::firstSlot(const Operation& operation) const {
   if (operation.kind != Kind::Plain) return operation.place;
-  const int32_t top = operation.site->topSlot();
-  const auto operands =
-      isConstructor(operation.opcode) ? static_cast<int32_t>(constructorOperands(operation)) : 3;
-  return static_cast<Place>(std::max(0, top + 1 - operands));
+  if (isOnReferences(operation.opcode)) return firstWordSlot(operation);
+  if (isReturn(operation.opcode)) return endSlot(operation);
+  return static_cast<Place>(std::max(0, operation.site->topSlot() - 2));
 }
 
 form::Place RowSelector::endSlot(const Operation& operation) const {
@@ -250,10 +234,10 @@ void RowSelector::lookBack(uint32_t block) {
         info_[i].nextStore = std::min(info_[i].nextStore, word.store);
         if (stores) word.store = i;
       }
-    } else if (form::isSeen(operation.kind) || operation.kind == Kind::InitLocals) {
-      for (Place slot = firstSlot(operation); slot < endSlot(operation); ++slot) {
+    } else if (writesSlots(operation.kind)) {
+      forEachSlot(operation, [this, i](Place slot) {
         for (uint32_t w = 0; w < form::kPlaceWords; ++w) wordInBlock(slot, w).store = i;
-      }
+      });
     }
     lookBackAtAggregates(i);
     useOperands(i);
@@ -281,7 +265,7 @@ void RowSelector::placeWords(uint32_t block) {
       placeLoad(i);
     } else if (operation.kind == Kind::Branch) {
       barrier_ = i + 1;
-    } else if (form::isSeen(operation.kind) || operation.kind == Kind::InitLocals) {
+    } else if (writesSlots(operation.kind)) {
       placeAnswer(i);
     } else if (operation.kind == Kind::ReadMember || operation.kind == Kind::ReadElement) {
       placeRead(i);
@@ -303,19 +287,19 @@ void RowSelector::placeLoad(uint32_t i) {
 // The host reads the current index; its answer goes to a place too when somebody loads that.
 void RowSelector::placeAnswer(uint32_t i) {
   const Operation& ask = form_.operations[i];
-  if (ask.site->indexTop >= 0) {
+  if (ask.site != nullptr && ask.site->indexTop >= 0) {
     const Place index = form::kFirstIndexPlace + static_cast<Place>(ask.site->indexTop);
     placeRow(index, 0);
     wordInBlock(index, 0).busy = i;
   }
   if (ask.kind == Kind::Plain) barrier_ = i + 1;
-  for (Place slot = firstSlot(ask); slot < endSlot(ask); ++slot) {
+  forEachSlot(ask, [this, i](Place slot) {
     for (uint32_t w = 0; w < form::kPlaceWords; ++w) {
       PlaceWord& word = wordInBlock(slot, w);
       word.busy = i;
       word.isStored = true;
     }
-  }
+  });
 }
 
 void RowSelector::placeStore(uint32_t i) {

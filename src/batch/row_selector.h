@@ -14,9 +14,13 @@
 
 #include "batch/row_program.h"
 #include "form/form.h"
+#include "instructions/access_path.h"
+#include "instructions/decoded_instruction.h"
 #include "machine/machine.h"
 
 namespace shadermachine::batch {
+
+inline constexpr uint32_t kRowWordBytes = sizeof(uint32_t);  // of one invocation
 
 class RowSelector {
  public:
@@ -38,7 +42,7 @@ class RowSelector {
   // For listings. Of a program's record: the operation that it was made for.
   uint32_t operationOf(uint32_t record) const { return drafts_[record].origin; }
   // The first operation that rows do not know; operations.size() when they know all.
-  uint32_t firstUnknown() const;
+  uint32_t firstUnknown() const { return firstUnknown_; }
   // Whether it may go on at its target.
   bool leads(const RowRecord& record) const;
   // Which word of which place a row is; false for rows of values and constants.
@@ -50,6 +54,7 @@ class RowSelector {
   using Place = form::Place;
   static constexpr uint32_t kNone = UINT32_MAX;
   static constexpr uint32_t kMaxRows = 16384;
+  static constexpr uint32_t kSlotBytes = form::kPlaceWords * sizeof(uint32_t);
 
   // About an operation.
   struct Info {
@@ -59,6 +64,7 @@ class RowSelector {
     uint32_t expiring;      // first value whose last use this is
     uint32_t alsoExpiring;  // another with the same last use
     uint32_t ownsRows;      // a bit per word: a temporary row, given back after the last use
+    uint32_t references;    // where those that it names begin in references_
   };
   // About a word of a place, in the current block.
   struct PlaceWord {
@@ -74,13 +80,36 @@ class RowSelector {
     HostRequest request;
     uint32_t answer, coords, extra, index;
   };
-  // Rows of a structure or array, one after another; bytes is 0 where there are none.
+  // Rows of a structure or array, one after another.
   struct Aggregate {
     uint32_t row;
     uint32_t bytes;
-    uint32_t block;  // of a temporary: where it was made
-    uint32_t store;  // next operation in the current block that changes it
-    bool isStored;
+    Place place;      // where a reference to it is first
+    uint32_t copied;  // aggregate that it is a copy of part of, or kNone
+    uint32_t block;   // whose `store` this is
+    uint32_t store;   // next operation that changes it
+    bool isStored;    // by any operation, of any block
+  };
+  // Part of an aggregate, in bytes; or an inline value, without one.
+  struct Reference {
+    uint32_t aggregate = kNone;
+    uint32_t first = 0;
+    uint32_t bytes = 0;
+    bool operator==(const Reference&) const = default;
+  };
+  // Rows, from the first of which run-time indices count.
+  struct Path {
+    uint32_t row;
+    Operand in[form::kMaxStoreIndices];
+    RowPath limits;
+  };
+  // What a plain handler stores into: `bytes` from `first`, further by indices in slots.
+  struct StoredPart {
+    uint32_t first;
+    uint32_t bytes;
+    bool isInline;  // so is the value then
+    RowPath limits;
+    Place slots[RowPath::kMost];
   };
   struct Draft {
     RowStep run;
@@ -90,16 +119,14 @@ class RowSelector {
     uint32_t request;  // kNone for none
     uint32_t n;
     uint32_t join;
-    uint32_t count;  // of an array's elements; kNone: no array
-    uint32_t stride;
+    uint32_t path;    // kNone for none
     uint32_t origin;  // operation
   };
 
   // row_selector.cpp: what is known, and where words are
   bool isKnown(const Operation& operation) const;
   bool isKnownPlain(const Operation& plain) const;
-  uint32_t operandByte(const Operation& plain) const;
-  bool isKnownForm() const;
+  bool hasKnownOutputs() const;
   bool prepare();
   void notePlaces(const Operation& operation);
   void lookBack(uint32_t block);
@@ -116,6 +143,8 @@ class RowSelector {
   PlaceWord& wordInBlock(Place place, uint32_t word);
   Place firstSlot(const Operation& operation) const;
   Place endSlot(const Operation& operation) const;
+  template <class Function>
+  void forEachSlot(const Operation& operation, Function function) const;
   Operand root(Operand value) const;
   uint32_t rowOf(Operand value);
   uint32_t knownRowOf(Operand value) const;
@@ -124,23 +153,74 @@ class RowSelector {
   uint32_t constantRow(uint32_t word);
   uint32_t runWordRow(uint32_t offset);
 
+  // row_references.cpp: which aggregates the operations name
+  DecodedInstruction instructionOf(const Operation& plain) const;
+  const StructInfo* structOf(uint32_t operand) const;
+  uint32_t slotsOf(const Operation& plain) const;
+  bool trackSlots();
+  Reference held(Place slot) const;
+  void hold(Place slot, const Reference& reference);
+  Reference addAggregate(Place place, uint64_t bytes);
+  Reference addCopy(Place place, uint32_t bytes, const Reference& of);
+  bool isShared(uint32_t aggregate, Place slot, int32_t top) const;
+  bool isCopyHeld(uint32_t aggregate) const;
+  bool arriveAt(uint32_t block);
+  bool bringsBack(const Operation& jump) const;
+  bool resolveFlow(const Operation& operation);
+  bool resolveReferences();
+  bool resolveBlock(const form::Block& block);
+  bool resolve(const Operation& operation);
+  bool name(const Reference& reference);
+  bool changesPart(const Reference& reference);
+  bool resolveLocals(const Operation& init);
+  bool resolveView(const Operation& share);
+  bool resolveWholeStore(const Operation& store);
+  bool resolvePlain(const Operation& plain);
+  bool resolveConstructor(const Operation& plain);
+  bool resolveMember(const Operation& plain);
+  bool resolveElement(const Operation& plain);
+
+  // row_part_stores.cpp: stores into parts by their plain handlers
+  Place basicTarget(const Operation& plain) const;
+  static Place variableOf(const Operation& plain, const DecodedInstruction& item);
+  Operand storedIn(Place slot, uint32_t i) const;
+  bool isMasked(Operand index) const;
+  bool walkStep(StoredPart& part, PartType& type, Operand index, Place slot) const;
+  bool walkTo(StoredPart& part, PartType& type, uint32_t number, Place slot) const;
+  bool findPart(const Operation& plain, uint32_t i, StoredPart& part) const;
+  bool resolvePartStore(const Operation& plain);
+  void selectStoredPart(uint32_t i);
+
   // row_aggregates.cpp: structures and arrays
-  bool isKnownAggregate(const Operation& operation) const;
-  bool isReadable(const Operation& read) const;
-  uint32_t elementCount(const Operation& read) const;
-  bool isConstructor(Opcode opcode) const;
-  uint32_t constructorOperands(const Operation& plain) const;
-  void findAggregates();
-  void addAggregate(Place place, uint32_t bytes);
+  static bool isReadable(const Operation& read, uint32_t bytes);
+  static bool isStorable(const Operation& store, uint32_t bytes);
+  static uint32_t storeBound(const Operation& store, uint32_t step, uint32_t bytes);
+  Place firstWordSlot(const Operation& plain) const;
+  const Reference& referenceOf(uint32_t i, uint32_t k = 0) const {
+    return references_[info_[i].references + k];
+  }
+  uint32_t rowOf(const Reference& reference) const;
   void lookBackAtAggregates(uint32_t i);
+  void changeAggregate(uint32_t i, uint32_t k);
+  void addStep(Path& path, Operand index, uint32_t stride, uint32_t bound) const;
+  Path readPath(uint32_t i) const;
+  Path storePath(uint32_t i, uint32_t row, uint32_t bytes) const;
   void placeRead(uint32_t i);
   void selectAggregate(uint32_t i);
-  void selectInitLocals(const Operation& init);
+  void selectInitLocals(uint32_t i);
+  void selectRead(uint32_t i);
+  void selectCheck(uint32_t i);
+  void selectPartStore(uint32_t i, const Path& path);
+  void selectOnReferences(uint32_t i);
+  void selectComparison(uint32_t i);
+  void selectConstructor(uint32_t i);
   void selectElement(uint32_t i);
-  void selectConstructor(const Operation& plain);
-  void selectAnswerInBlock(const Operation& ask);
-  void copyAggregate(uint32_t to, uint32_t from, uint32_t bytes);
-  uint32_t operandWord(const Operation& plain, uint32_t at) const;
+  void swapWords(Place top);
+  void selectAnswerInBlock(uint32_t i);
+  void copyRows(uint32_t to, uint32_t from, uint32_t bytes);
+  void copyParallel(uint32_t* to, uint32_t* from, uint32_t count);
+  void namePath(Draft& made, const Path& path);
+  void appendRead(const Path& path, uint32_t to, uint32_t words);
 
   // row_records.cpp: the records
   void selectBlock(uint32_t block);
@@ -175,8 +255,12 @@ class RowSelector {
   bool finish();
   bool makeRows();
   uint32_t* rowAt(uint32_t row) const;
+  uint32_t largestAnswer() const;
   bool finishRecords();
   bool finishRows();
+  bool isChangedGlobal(const Aggregate& aggregate) const {
+    return aggregate.isStored && aggregate.place < shader_.globalCount;
+  }
 
   const form::Form& form_;
   const Machine& machine_;
@@ -186,7 +270,12 @@ class RowSelector {
   form::Arena working_;
   Info* info_ = nullptr;
   PlaceWord* placeWords_ = nullptr;
-  Aggregate* aggregates_ = nullptr;  // by slot
+  form::Array<Aggregate> aggregates_;
+  form::Array<Reference> references_;  // that operations name, in their order
+  uint32_t* tracked_ = nullptr;        // by slot: the number of one that can hold a reference
+  form::Array<Place> trackedSlots_;    // by number
+  Reference* held_ = nullptr;          // by number
+  Reference** entries_ = nullptr;      // by block: what slots hold at its beginning
   uint32_t* blockJoins_ =
       nullptr;                  // join at the beginning of each block; kNone: nobody jumps there
   form::Array<uint32_t> rows_;  // of values' words; kNone: not decided
@@ -200,18 +289,22 @@ class RowSelector {
   form::Array<uint32_t> copiesFrom_;
   form::Array<Draft> drafts_;
   form::Array<RequestRows> requests_;
+  form::Array<RowPath> paths_;
+  form::Array<StoredPart> parts_;
   uint32_t rowCount_ = 0;
   uint32_t joinCount_ = 0;
   uint32_t block_ = 0;
   uint32_t now_ = 0;           // operation
   uint32_t barrier_ = 0;       // the last operation at which invocations can leave the block, + 1
   uint32_t lastMade_ = kNone;  // value of the record before
-  bool isUnknown_ = false;     // rows do not know this form after all
+  uint32_t firstUnknown_ = 0;
 };
 
 // Instructions left to plain handlers whose steps ask the host.
 bool asksHost(Opcode opcode);
-
+// And those that make, move or drop references, or read through them.
+bool isOnReferences(Opcode opcode);
+bool storesPart(Opcode opcode);
 // Steps that ask the host.
 const RowRecord* askForVariable(const RowRecord* record, RowState& state);
 const RowRecord* askForBlock(const RowRecord* record, RowState& state);

@@ -30,9 +30,15 @@ using RowStep = const RowRecord* (*)(const RowRecord* record, RowState& state);
 
 struct HostRequest;
 
-struct RowElements {
+// Indices that say how many rows further a part begins.
+struct RowPath {
+  static constexpr uint32_t kMost = 3;
   uint32_t count;
-  uint32_t stride;  // rows from one to the next
+  uint32_t checked;  // reads: invocations where one of so many reaches its bound end
+  struct {
+    uint32_t stride;
+    uint32_t bound;
+  } steps[kMost];
 };
 
 // What a step makes of the fields, if not this, is told where it is declared.
@@ -43,7 +49,7 @@ struct RowRecord {
   union {
     const RowRecord* target;  // the join that a jump leads to
     const HostRequest* request;
-    RowElements elements;  // of an array
+    const RowPath* path;
   };
   uint32_t n;     // components, as the instruction says; dimension of matrices; an error
   uint32_t join;  // number of a join
@@ -85,9 +91,11 @@ struct RowFunctions {
   RowStep branches[256];
   StepForms copy;     // n rows of in[0]
   StepForms element;  // component in[1] of the n of in[0]; ends those outside
-  // n rows of the element in[1] of the array whose first element begins at row in[0]; likewise.
-  RowStep arrayElement;
-  StepForms column;            // column in[1] of the n times n matrix in[0]; likewise
+  StepForms column;   // column in[1] of the n times n matrix in[0]; likewise
+  // n rows from row in[0] on, so much further as the path's indices in[1] say; likewise.
+  StepForms readPart;
+  RowStep storePart;   // the rows in[0] into those; nothing where an index reaches its bound
+  RowStep checkIndex;  // ends invocations where in[0] reaches n
   StepForms divideByConstant;  // DIV_I whose second operand is the same for all
   RowStep branch;              // to the target, further on, where in[0] is 0
   RowStep loopBranch;          // to the target, further back, where in[0] is 0; a join follows
