@@ -155,6 +155,7 @@ TEST_F(Cli, ExitCodesAndMessages) {
        "3, "
        "VEC_ELEMENT); 6 of 6 fragments failed\n  VEC_ELEMENT 4\n  ^\n"},
       {"run failing.sasm", 3, "Array index out of bounds. (function main, offset 3, VEC_ELEMENT)"},
+      {"debug endless.sasm --timeout 20 < /dev/null", 0, "at endless.sasm:8"},
       {"render endless.sasm --timeout 20", 3,
        "Shader execution timed out. (function main, offset 0, JUMP)"},
   };

@@ -103,7 +103,7 @@ class Session {
     const Pixel pixel = choosePixel(options.pixel, frame);
     const HostInputs& inputs = project_.inputsOf(frame, options.input);
     run_ = std::make_unique<FragmentRun>(project_.pictureShader().view(), inputs, frame, pixel.x,
-                                         pixel.y);
+                                         pixel.y, options.input.timeout);
   }
   FragmentRun& run() { return *run_; }
 

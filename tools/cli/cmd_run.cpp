@@ -88,7 +88,7 @@ int runOnce(const RunOptions& options) {
   const HostInputs& inputs = project.inputsOf(frame, options.input);
 
   if (options.trace == "source") {
-    FragmentRun run(view, inputs, frame, pixel.x, pixel.y);
+    FragmentRun run(view, inputs, frame, pixel.x, pixel.y, options.input.timeout);
     Debugger debugger(run, options.input.timeout);
     traceSource(debugger, [](const std::string& line) { std::fputs(line.c_str(), stdout); });
   }

@@ -56,7 +56,8 @@ class ProjectScene final : public Scene {
   }
 
   void trace(const FrameInputs& frame, uint32_t x, uint32_t y) override {
-    FragmentRun run(project_.pictureShader().view(), passes().picture().inputs(), frame, x, y);
+    FragmentRun run(project_.pictureShader().view(), passes().picture().inputs(), frame, x, y,
+                    options_.timeout);
     Debugger debugger(run, options_.timeout);
     traceSource(debugger, [](const std::string& line) { std::fputs(line.c_str(), stdout); });
     std::fflush(stdout);

@@ -15,6 +15,10 @@ uint64_t now() {
   return static_cast<uint64_t>(std::chrono::duration_cast<std::chrono::milliseconds>(time).count());
 }
 
+std::string inLine(const SourcePosition& position) {
+  return position.isKnown() ? ", in line " + std::to_string(position.line) : "";
+}
+
 }  // namespace
 
 Debugger::Debugger(FragmentRun& run, uint32_t timeoutMilliseconds)
@@ -59,37 +63,79 @@ Stop Debugger::forward(const Wanted& wanted) {
     if (auto stop = stepChecked()) return *stop;
     if (auto stop = afterEnd()) return *stop;
     if (!marks_.empty() || hasWatches_) {
-      if (auto stop = hit(true)) return *stop;
+      if (auto stop = hit(true)) {
+        forgetTemporary(*stop);
+        return *stop;
+      }
     }
     if (wanted && wanted()) return {Stop::Reason::Step, "", 0};
     if (!hasTime(done)) return {Stop::Reason::Paused, "still running; continue goes on", 0};
   }
 }
 
-// Runs from the start to here and goes to the last place that would have stopped.
+// Goes to the last place before this one that would have stopped, looked for in stretches of the
+// run that are longer the further back they lie.
 Stop Debugger::backward(const Wanted& wanted) {
+  constexpr uint64_t kFirstStretch = 4096;
   isPaused_ = false;
   deadline_ = now() + timeout_;
   const uint64_t end = run_.steps();
-  Stop found{Stop::Reason::Started, "the beginning of the run", 0};
-  uint64_t place = 0;
-  run_.restart();
-  for (auto& [id, breakpoint] : breakpoints_) breakpoint.last.reset();
-  while (run_.steps() < end) {
-    auto stop = !marks_.empty() || hasWatches_ ? hit(false) : std::nullopt;
-    if (!stop && wanted && wanted()) stop = Stop{Stop::Reason::Step, "", 0};
-    if (stop) {
-      found = *stop;
-      place = run_.steps();
-    }
-    run_.step();
-    if (!hasTime(run_.steps())) {
+  Found found;
+  uint64_t start = end;
+  for (uint64_t length = kFirstStretch; !found.stop && start > 0; length *= 4) {
+    // What a watchpoint saw last is not known at the beginning of a stretch.
+    const uint64_t until = hasWatches_ ? end : start;
+    start = end - std::min(end, length);
+    if (!search(start, until, wanted, found)) {
       run_.seek(end);
       return {Stop::Reason::Paused, "going back takes too long", 0};
     }
   }
-  run_.seek(place);
-  return found;
+  run_.seek(found.place);
+  lookAtWatched();
+  if (!found.stop) return {Stop::Reason::Started, "the beginning of the run", 0};
+  forgetTemporary(*found.stop);
+  return *found.stop;
+}
+
+// The last place of a stretch where the run would have stopped. False when the time is up.
+bool Debugger::search(uint64_t start, uint64_t end, const Wanted& wanted, Found& found) {
+  run_.approach(start);
+  while (run_.steps() < start) {
+    run_.step();
+    if (!hasTime(run_.steps())) return false;
+  }
+  for (auto& [id, breakpoint] : breakpoints_) breakpoint.last.reset();
+  while (run_.steps() < end) {
+    // Another stretch finds what this one cannot be sure of.
+    const bool isSure = start == 0 || knowsWatched();
+    auto stop = !marks_.empty() || hasWatches_ ? hit(false) : std::nullopt;
+    if (!stop && wanted && wanted()) stop = Stop{Stop::Reason::Step, "", 0};
+    if (stop && isSure) found = {stop, run_.steps()};
+    stop = stepChecked();
+    if (stop && run_.steps() < end) found = {stop, run_.steps()};
+    if (!hasTime(run_.steps())) return false;
+  }
+  return true;
+}
+
+bool Debugger::knowsWatched() const {
+  return !hasWatches_ || std::ranges::all_of(breakpoints_, [](const auto& entry) {
+    return entry.second.kind != Breakpoint::Kind::Watch || entry.second.last;
+  });
+}
+
+// Changes count from here on.
+void Debugger::lookAtWatched() {
+  before_ = place();
+  for (auto& [id, breakpoint] : breakpoints_) {
+    if (breakpoint.kind == Breakpoint::Kind::Watch) breakpoint.last = tryEvaluate(breakpoint.what);
+  }
+}
+
+void Debugger::forgetTemporary(const Stop& stop) {
+  const auto found = breakpoints_.find(stop.breakpoint);
+  if (found != breakpoints_.end() && found->second.isTemporary) remove(stop.breakpoint);
 }
 
 Stop Debugger::proceed(Direction direction) {
@@ -97,7 +143,10 @@ Stop Debugger::proceed(Direction direction) {
 }
 
 Stop Debugger::proceedFromHere() {
-  if (const auto stop = hit(true)) return *stop;
+  if (const auto stop = hit(true)) {
+    forgetTemporary(*stop);
+    return *stop;
+  }
   return proceed(Direction::Forward);
 }
 
@@ -106,6 +155,7 @@ Stop Debugger::step(StepKind kind, Direction direction) {
   if (direction == Direction::Forward) return forward(here);
   if (kind == StepKind::Instruction && run_.steps() > 0) {
     run_.seek(run_.steps() - 1);
+    lookAtWatched();
     return {Stop::Reason::Step, "", 0};
   }
   return backward(here);
@@ -141,9 +191,7 @@ std::optional<Stop> Debugger::hit(bool isForward) {
   for (auto& [id, breakpoint] : breakpoints_) {
     if (std::ranges::find(breakpoint.codes, code) == breakpoint.codes.end()) continue;
     if (!counts(breakpoint, isForward)) continue;
-    const int number = id;
-    if (breakpoint.isTemporary) remove(number);
-    return Stop{Stop::Reason::Breakpoint, "breakpoint " + std::to_string(number), number};
+    return Stop{Stop::Reason::Breakpoint, "breakpoint " + std::to_string(id), id};
   }
   return std::nullopt;
 }
@@ -202,10 +250,8 @@ std::optional<Stop> Debugger::watched() {
     if (!value) continue;
     const std::optional<DebugValue> last = std::exchange(breakpoint.last, value);
     if (!last || *last == *value) continue;
-    std::string text = breakpoint.what + ": " + format(*last) + " -> " + format(*value);
-    if (changedAt.position.isKnown()) {
-      text += ", in line " + std::to_string(changedAt.position.line);
-    }
+    const std::string text = breakpoint.what + ": " + format(*last) + " -> " + format(*value) +
+                             inLine(changedAt.position);
     return Stop{Stop::Reason::Watch, text, id};
   }
   return std::nullopt;
@@ -258,7 +304,9 @@ std::optional<Stop> Debugger::stepChecked() {
               : globalValue(index, "");
   if (after == before->value || !isNonFinite(view_, after)) return std::nullopt;
   return Stop{Stop::Reason::NonFinite,
-              "a NaN or infinity was stored: " + before->name + " = " + format(after), 0};
+              "a NaN or infinity was stored: " + before->name + " = " + format(after) +
+                  inLine(where.position),
+              0};
 }
 
 }  // namespace shadermachine::tools

@@ -112,6 +112,10 @@ class Debugger {
 
  private:
   using Wanted = std::function<bool()>;
+  struct Found {
+    std::optional<Stop> stop;
+    uint64_t place = 0;  // steps
+  };
 
   const CallFrame& frame(size_t index) const;
   uint32_t functionOf(const CallFrame& frame) const;
@@ -125,6 +129,10 @@ class Debugger {
   Wanted wanted(StepKind kind) const;
   Stop forward(const Wanted& wanted);
   Stop backward(const Wanted& wanted);
+  bool search(uint64_t start, uint64_t end, const Wanted& wanted, Found& found);
+  bool knowsWatched() const;
+  void lookAtWatched();
+  void forgetTemporary(const Stop& stop);
   std::optional<Stop> afterEnd() const;
   bool hasTime(uint64_t done);
   std::optional<Stop> hit(bool isForward);

@@ -27,6 +27,12 @@ class DerivativeRecord {
   void turn();
   // A run of a fragment begins; bit 0 of its number is its column, bit 1 its row.
   void startFragment(unsigned fragment);
+  // How often the run has asked so far, and back to where it had asked so often: what the same run
+  // has passed since stays noted, which is what it will pass again.
+  size_t asked() const { return isUsed_ ? (*noted_)[fragment_].count : 0; }
+  void resume(size_t asked) {
+    if (isUsed_) (*noted_)[fragment_].count = asked;
+  }
 
   // A fragment's run has reached HOST_UNARY. A call is known by its place in the code and by how
   // often the run has come there before. Neighbours that have not come there, or that nothing is

@@ -46,6 +46,12 @@ class QuadRunner {
     return startup_;
   }
   void startOne(uint32_t column, uint32_t row) { host_.startFragment(column, row); }
+  // Goes on with it in the middle, where it had asked for so many derivatives.
+  void resumeOne(uint32_t column, uint32_t row, size_t derivatives) {
+    startOne(column, row);
+    derivatives_.resume(derivatives);
+  }
+  size_t derivativesAsked() const { return derivatives_.asked(); }
   const FragmentHost& host() const { return host_; }
 
  private:
