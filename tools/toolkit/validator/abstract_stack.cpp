@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <utility>
 
-#include "types.h"
-
 namespace shadermachine::tools {
 namespace {
 
@@ -70,9 +68,9 @@ Slot unknownSlot() {
   return slot;
 }
 
-std::string describe(const Slot& slot) {
+std::string describe(const Types& types, const Slot& slot) {
   if (!slot.isView()) return "an inline value";
-  return "a view of " + describeAggregate(slot.type, slot.count);
+  return "a view of " + types.describe(slot.type, slot.count);
 }
 
 void AbstractStack::push(Slot slot) {

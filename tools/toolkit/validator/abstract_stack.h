@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "types.h"
+
 namespace shadermachine::tools {
 
 enum class SlotKind : uint8_t {
@@ -36,8 +38,8 @@ Slot constantSlot(int32_t value);
 Slot viewSlot(TypeCode type, uint32_t count);
 Slot unknownSlot();
 
-// "an inline value", "a view of structure 2"
-std::string describe(const Slot& slot);
+// "an inline value", "a view of structure light"
+std::string describe(const Types& types, const Slot& slot);
 
 // Position 0 lies just above the locals. Views hold one reference each; twins made by DUP share
 // one, which their equal `reference` tells.

@@ -34,9 +34,10 @@ bool AccessPath::step(std::optional<int32_t> index) {
 bool AccessPath::stepIntoStructure(std::optional<int32_t> index) {
   const StructInfo& info = *types_.structure(type_);
   if (!index) {
-    problem_ = text("the member of structure ", type_, " is computed, it must be constant");
+    problem_ =
+        text("the member of ", types_.describe(type_, 0), " is computed, it must be constant");
   } else if (static_cast<uint32_t>(*index) >= info.memberCount) {
-    problem_ = text("structure ", type_, " has no member ", *index);
+    problem_ = text(types_.describe(type_, 0), " has no member ", *index);
   } else {
     const VarInfo& member = info.members[*index];
     type_ = member.type;

@@ -25,7 +25,8 @@ void constructStruct(Step& step) {
   const uint32_t type = step.operand(0);
   const StructInfo* info = step.program.types.structure(static_cast<TypeCode>(type));
   if (info == nullptr || info->memberCount == 0) {
-    step.error("structure ", type, info == nullptr ? " has no type code" : " has no members");
+    step.error(step.program.types.structureName(type),
+               info == nullptr ? " has no type code" : " has no members");
     return step.end();
   }
   const uint32_t n = info->memberCount;
@@ -57,7 +58,8 @@ void equalAggregates(Step& step) {
   const Slot& a = step.stack.below(1);
   const Slot& b = step.stack.below(0);
   if (a.isView() && b.isView() && (a.type != b.type || a.count != b.count)) {
-    step.warning("compares ", describe(a), " with ", describe(b));
+    step.warning("compares ", describe(step.program.types, a), " with ",
+                 describe(step.program.types, b));
   }
   step.stack.drop(1);
   step.stack.set(0, inlineSlot(1));
@@ -70,7 +72,7 @@ void structField(Step& step) {
   const uint32_t number = step.operand(1);
   const StructInfo* info = step.program.types.structure(static_cast<int32_t>(type));
   if (info == nullptr || number >= info->memberCount) {
-    step.error("structure ", type, " has no member ", number);
+    step.error(step.program.types.structureName(type), " has no member ", number);
     return step.stack.set(0, unknownSlot());
   }
   step.needView(0, static_cast<TypeCode>(type), 0);
@@ -87,8 +89,8 @@ void arrayElement(Step& step) {
     return step.stack.set(0, unknownSlot());
   }
   if (slot.isKnown() && (!slot.isView() || slot.count == 0 || slot.type != type)) {
-    step.error("S0 is ", describe(slot), ", a view of an array of ", describeAggregate(type, 0),
-               " is needed");
+    step.error("S0 is ", describe(step.program.types, slot), ", a view of an array of ",
+               step.program.types.describe(type, 0), " is needed");
   }
   step.needSole(0);
   step.stack.set(0, step.slotOf(element(type, bytes)));

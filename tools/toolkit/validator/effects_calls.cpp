@@ -15,7 +15,8 @@ void needNothingOwned(Step& step, uint32_t firstLeft) {
   for (uint32_t k = firstLeft; k < step.stack.size(); ++k) {
     const Slot& slot = step.stack.below(k);
     if (slot.isView()) {
-      step.error("S", k, " is ", describe(slot), " and is left without release at the return");
+      step.error("S", k, " is ", describe(step.program.types, slot),
+                 " and is left without release at the return");
     }
   }
 }
@@ -30,7 +31,8 @@ ReturnSummary inlineSummary(uint32_t words) {
 void finishReturn(Step& step, const ReturnSummary& summary) {
   const ReturnSummary& known = step.program.returns[step.functionIndex];
   if (known.isMixed && known.disagreesWith(summary)) {
-    step.error("returns ", describe(summary), ", another return of the function ", describe(known));
+    step.error("returns ", describe(step.program.types, summary),
+               ", another return of the function ", describe(step.program.types, known));
   }
   step.returned = summary;
   step.end();
@@ -72,7 +74,8 @@ ReturnSummary returnTop(Step& step) {
   if (!slot.isView()) return inlineSummary(slot.isKnown() ? slot.words : kAllWords);
   step.needSole(0);
   if (step.isEntry()) {
-    step.error("the entry function returns ", describe(slot), ", which nobody releases");
+    step.error("the entry function returns ", describe(step.program.types, slot),
+               ", which nobody releases");
   }
   return {ReturnKind::Aggregate, false, 0, slot.type, slot.count};
 }
@@ -208,7 +211,7 @@ class Call {
     if (!step_.needDepth(k + 1)) return false;
     const Slot& slot = step_.stack.below(k);
     if (slot.isView()) {
-      step_.error("S", k, " receives the result but is ", describe(slot));
+      step_.error("S", k, " receives the result but is ", describe(step_.program.types, slot));
     }
     Slot result = inlineSlot(summary.words);
     if (summary.kind == ReturnKind::Aggregate) result = viewSlot(summary.type, summary.count);

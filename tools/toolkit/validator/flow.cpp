@@ -117,8 +117,8 @@ void FunctionFlow::reportJoin(Block& block, const AbstractStack& stack, const In
   }
   for (uint32_t k = 0; k < stack.size(); ++k) {
     if (block.stack.below(k).kind != SlotKind::Conflict || !stack.below(k).isKnown()) continue;
-    error(text("reaches offset ", targetOffset, " with S", k, " as ", describe(stack.below(k)),
-               ", another path with something else"));
+    error(text("reaches offset ", targetOffset, " with S", k, " as ",
+               describe(program_.types, stack.below(k)), ", another path with something else"));
     block.stack.set(k, unknownSlot());  // once is enough
   }
 }

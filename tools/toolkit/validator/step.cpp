@@ -25,12 +25,12 @@ bool ReturnSummary::mergeWith(const ReturnSummary& other) {
   return true;
 }
 
-std::string describe(const ReturnSummary& summary) {
+std::string describe(const Types& types, const ReturnSummary& summary) {
   switch (summary.kind) {
     case ReturnKind::Inline:
       return "an inline value";
     case ReturnKind::Aggregate:
-      return "a view of " + describeAggregate(summary.type, summary.count);
+      return "a view of " + types.describe(summary.type, summary.count);
     default:
       return "nothing";
   }
@@ -39,7 +39,7 @@ std::string describe(const ReturnSummary& summary) {
 void Step::needWords(uint32_t k, uint32_t words) {
   const Slot& slot = stack.below(k);
   if (slot.isView()) {
-    error("S", k, " is ", describe(slot), ", an inline value is needed");
+    error("S", k, " is ", describe(program.types, slot), ", an inline value is needed");
   } else if (slot.isInline() && slot.words < words) {
     error("S", k, " has ", counted(slot.words, "defined word"), ", ", words, " needed");
   }
@@ -52,8 +52,8 @@ void Step::needView(uint32_t k) {
 void Step::needView(uint32_t k, TypeCode type, uint32_t count) {
   const Slot& slot = stack.below(k);
   if (!slot.isKnown() || (slot.isView() && slot.type == type && slot.count == count)) return;
-  error("S", k, " is ", describe(slot), ", a view of ", describeAggregate(type, count),
-        " is needed");
+  error("S", k, " is ", describe(program.types, slot), ", a view of ",
+        program.types.describe(type, count), " is needed");
 }
 
 void Step::needSole(uint32_t k) {
@@ -95,7 +95,7 @@ void Step::push(const Slot& slot) {
 void Step::drop(uint32_t n) {
   for (uint32_t k = 0; k < n; ++k) {
     if (stack.below(0).isView() && !stack.hasTwin(0)) {
-      error("S", k, " is ", describe(stack.below(0)), " and leaves without release");
+      error("S", k, " is ", describe(program.types, stack.below(0)), " and leaves without release");
     }
     stack.drop(1);
   }

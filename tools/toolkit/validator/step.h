@@ -22,7 +22,7 @@ struct ReturnSummary {
   bool disagreesWith(const ReturnSummary& other) const;
 };
 
-std::string describe(const ReturnSummary& summary);
+std::string describe(const Types& types, const ReturnSummary& summary);
 
 struct Program {
   explicit Program(const ShaderView& shaderView)

@@ -66,7 +66,7 @@ class TableChecks {
 
   void checkStructure(uint32_t index) {
     const StructInfo* info = shader_.structTypes[index];
-    const std::string name = text("structure ", index);
+    const std::string name = types_.structureName(index);
     if (info == nullptr) return error(name, " is null");
     if (info->size == 0 || info->size % kWordBytes != 0) {
       error(name, ": its size is ", info->size, ", not a number of words");
@@ -77,7 +77,7 @@ class TableChecks {
     uint64_t offset = 0;
     for (uint32_t i = 0; i < info->memberCount; ++i) {
       const VarInfo& member = info->members[i];
-      const auto memberName = [&] { return text("structure ", index, ", member ", i); };
+      const auto memberName = [&] { return text(name, ", member ", i); };
       checkVariable(member, memberName);
       if (member.memberOffset != offset) {
         error(memberName(), ": memberOffset is ", member.memberOffset,
@@ -112,7 +112,7 @@ class TableChecks {
       }
     }
     for (uint32_t i = 0; i < view_.structCount; ++i) {
-      if (!finite[i]) error("structure ", i, " contains itself or a structure that does");
+      if (!finite[i]) error(types_.structureName(i), " contains itself or a structure that does");
     }
   }
 

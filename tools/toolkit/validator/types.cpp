@@ -36,10 +36,17 @@ int32_t backingGlobal(const CompiledShader& shader, uint32_t builtinId) {
   return index;
 }
 
-std::string describeAggregate(TypeCode type, uint32_t count) {
+std::string Types::structureName(uint32_t type) const {
+  const bool isKnown = view_.structNames != nullptr && type < view_.structCount;
+  const char* name = isKnown ? view_.structNames[type] : nullptr;
+  return name == nullptr || *name == '\0' ? text("structure ", type) : text("structure ", name);
+}
+
+std::string Types::describe(TypeCode type, uint32_t count) const {
   const char* basic = type < 0 ? assembly::basicTypeName(type) : nullptr;
   if (basic != nullptr) return count == 0 ? basic : text(basic, "[", count, "]");
-  const std::string element = type >= 0 ? text("structure ", type) : text("type ", type);
+  const std::string element =
+      type >= 0 ? structureName(static_cast<uint32_t>(type)) : text("type ", type);
   return count == 0 ? element : text("array of ", count, " of ", element);
 }
 

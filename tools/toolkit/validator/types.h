@@ -23,6 +23,10 @@ class Types {
   uint32_t elementBytes(TypeCode type) const;
   // Of a variable; 0 when there is no such type, and never truncated.
   uint64_t variableBytes(TypeCode type, uint32_t count) const;
+  // "structure light", or "structure 3" when nothing is known of its name.
+  std::string structureName(uint32_t type) const;
+  // "structure light", "float[4]", "array of 4 of structure light"
+  std::string describe(TypeCode type, uint32_t count) const;
 
  private:
   ShaderView view_;
@@ -30,8 +34,5 @@ class Types {
 
 // The global behind a built-in variable; -1 when it has none.
 int32_t backingGlobal(const CompiledShader& shader, uint32_t builtinId);
-
-// "structure 3", "array of 4 of type -98"
-std::string describeAggregate(TypeCode type, uint32_t count);
 
 }  // namespace shadermachine::tools
