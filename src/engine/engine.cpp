@@ -37,8 +37,7 @@ Outcome makeRecords(Machine& machine, form::Decoder& decoder, form::Arena& worki
 }
 
 // The snapshot comes with a translation that has no records too: that is remembered like another.
-bool takeSnapshot(const CompiledShader& shader, const form::Decoder& decoder,
-                  Translation& translation) {
+bool takeSnapshot(const CompiledShader& shader, form::Decoder& decoder, Translation& translation) {
   if (!translation.arena.failed() &&
       translation.snapshot.take(shader, decoder, translation.arena)) {
     return true;

@@ -8,9 +8,7 @@ namespace shadermachine::engine {
 
 using form::Arena;
 using form::Array;
-using form::DecodedFunction;
 using form::Decoder;
-using form::Instruction;
 
 namespace {
 
@@ -111,30 +109,14 @@ void sortOut(Array<uint32_t>& numbers) {
   while (numbers.size() > static_cast<uint32_t>(count)) numbers.removeLast();
 }
 
-// The structure types that the function's instructions name.
-void addStructs(Array<uint32_t>& structs, const DecodedFunction& function) {
-  for (uint32_t i = 0; i < function.count; ++i) {
-    const Instruction& item = function.instructions[i];
-    const bool names = item.opcode == Opcode::STRUCT_FIELD ||
-                       item.opcode == Opcode::ARRAY_ELEMENT || item.opcode == Opcode::CTOR_STRUCT ||
-                       item.opcode == Opcode::CTOR_ARRAY;
-    if (!names) continue;
-    const uint32_t number = item.operands[0];
-    const bool basic = item.opcode != Opcode::STRUCT_FIELD && static_cast<int16_t>(number) < 0;
-    if (!basic) structs.append(number);
-  }
-}
-
 }  // namespace
 
-bool Snapshot::take(const CompiledShader& shader, const Decoder& decoder, Arena& arena) {
+bool Snapshot::take(const CompiledShader& shader, Decoder& decoder, Arena& arena) {
   Array<uint32_t> numbers;  // of the functions but the entry function
-  Array<uint32_t> structNumbers;
   for (uint32_t f = 0; f < shader.functionCount; ++f) {
-    if (!decoder.consulted(f)) continue;
-    if (f != shader.entryIndex) numbers.append(f);
-    if (decoder.function(f) != nullptr) addStructs(structNumbers, *decoder.function(f));
+    if (decoder.consulted(f) && f != shader.entryIndex) numbers.append(f);
   }
+  Array<uint32_t>& structNumbers = decoder.consultedStructs();
   sortOut(structNumbers);
   auto* functions = arena.allocate<Function>(numbers.size());
   auto* structs = arena.allocate<Struct>(structNumbers.size());

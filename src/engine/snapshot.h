@@ -14,7 +14,7 @@ namespace shadermachine::engine {
 class Snapshot {
  public:
   // Copies all of the shader that the decoder has looked at. False when memory is short.
-  bool take(const CompiledShader& shader, const form::Decoder& decoder, form::Arena& arena);
+  bool take(const CompiledShader& shader, form::Decoder& decoder, form::Arena& arena);
 
   bool matches(const CompiledShader& shader) const;
 

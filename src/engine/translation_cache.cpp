@@ -76,7 +76,10 @@ void TranslationCache::use(Translation* translation) {
 }
 
 uint32_t TranslationCache::bucketOf(uint64_t number) {
-  return static_cast<uint32_t>(number * kSpread >> 32) % kBuckets;
+  // Addresses differ in a few bits, often by the same number.
+  number *= kSpread;
+  number = (number ^ number >> 32) * kSpread;
+  return static_cast<uint32_t>(number >> 32) % kBuckets;
 }
 
 const Translation* TranslationCache::find(const CompiledShader& shader) {
@@ -132,8 +135,8 @@ bool TranslationCache::isWorthTranslating(const CompiledShader* shader, bool atO
   }
   // Shaders that share a bucket and take turns would never be met again: after a while others share
   // one. Until then some thousands of shaders can take turns twice.
-  const uint64_t way = 2 * (asked_++ / (8 * kBuckets)) + 1;
-  const CompiledShader*& met = met_[bucketOf(reinterpret_cast<uintptr_t>(shader) * way)];
+  const uint64_t turn = asked_++ / (4 * kBuckets);
+  const CompiledShader*& met = met_[bucketOf(reinterpret_cast<uintptr_t>(shader) + turn)];
   if (atOnce || met == shader) return true;
   met = shader;
   return false;

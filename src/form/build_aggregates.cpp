@@ -55,7 +55,7 @@ const VarInfo* Builder::memberReadNext(const Instance& instance, const StructInf
   const Instruction& next = instance.function->instructions[instance.current + 1];
   if (next.isTarget || next.opcode != Opcode::STRUCT_FIELD) return nullptr;
   const VarInfo* member =
-      memberOf(structType(machine_, static_cast<int32_t>(next.operands[0])), next.operands[1]);
+      memberOf(decoder_.consultStruct(static_cast<int32_t>(next.operands[0])), next.operands[1]);
   if (member == nullptr || !isBasicVar(*member) || !isReadable(member->byteSize)) return nullptr;
   const bool inside = uint64_t{member->memberOffset} + member->byteSize <= element.size;
   return inside ? member : nullptr;
@@ -88,7 +88,7 @@ bool Builder::buildArrayElement(Instance& instance, const Instruction& item) {
     readElement(item, view, bytes, 0, bytes);
     return true;
   }
-  const StructInfo* info = structType(machine_, type);
+  const StructInfo* info = decoder_.consultStruct(type);
   if (info == nullptr || info->size == 0) return false;
   const VarInfo* member = memberReadNext(instance, *info);
   if (member == nullptr) return enterElement(item, info->size);
@@ -101,7 +101,7 @@ bool Builder::buildMember(Instance&, const Instruction& item) {
   const Slot view = topSlot();
   if (view.content != Content::View) return false;
   const VarInfo* found =
-      memberOf(structType(machine_, static_cast<int32_t>(item.operands[0])), item.operands[1]);
+      memberOf(decoder_.consultStruct(static_cast<int32_t>(item.operands[0])), item.operands[1]);
   if (found == nullptr) return false;
   const VarInfo& member = *found;
   const uint64_t end = uint64_t{member.memberOffset} + member.byteSize;

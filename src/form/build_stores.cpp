@@ -31,6 +31,7 @@ bool Builder::walkStep(Operand index, StorePath& path, uint64_t limit) {
   uint32_t number = 0;
   const bool known = constantOf(index, number);
   if (!known && (path.indices == kMaxStoreIndices || !isNeverNegative(index))) return false;
+  if (path.part.type >= 0) decoder_.consultStruct(path.part.type);
   PathStep step;
   if (!hasParts(path.part) || !pickPart(machine_, path.part, number, step)) return false;
   if (!known && step.stride == 0) return false;

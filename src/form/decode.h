@@ -55,6 +55,14 @@ class Decoder {
   // True when anything of the function's record has been looked at.
   bool consulted(uint32_t number) const { return functions_[number].visit != Visit::None; }
 
+  // A structure type whose table decides what is built; null when the shader lacks it.
+  const StructInfo* consultStruct(int32_t type) {
+    structs_.append(static_cast<uint32_t>(type));
+    return structType(machine_, type);
+  }
+  // All of them, some more than once.
+  Array<uint32_t>& consultedStructs() { return structs_; }
+
   // The index of the instruction at a pc that a jump leads to.
   static uint32_t indexOf(const DecodedFunction& function, uint32_t pc);
 
@@ -76,6 +84,7 @@ class Decoder {
   const Machine& machine_;
   Arena& arena_;
   Entry* functions_;
+  Array<uint32_t> structs_;
   bool foundCalls_ = false;
   bool failed_ = false;
   bool isOutOfTime_ = false;
