@@ -14,6 +14,7 @@ void jumpBy(Machine& machine, uint32_t offset) {
   if (static_cast<int32_t>(offset) < 0 && target > frame.pc) {
     return stopRun(machine, VM_ERR_INVALID_SHADER);
   }
+  // Only what goes back can go on for ever; forward code ends at the function's last byte.
   const bool backward = target <= frame.pc;
   frame.pc = target;
   if (backward && tickTimeLimit(machine.timeLimit)) stopRun(machine, VM_ERR_TIMEOUT);
@@ -87,6 +88,7 @@ bool callHost(Machine& machine, uint32_t function) {
 bool growFrames(Machine& machine) {
   constexpr uint64_t kBytes = VM_FRAME_INCREMENT * sizeof(CallFrame);
   const int32_t capacity = machine.frameCapacity + VM_FRAME_INCREMENT;
+  // Counted before it is there: what does not fit into the limit is never asked of the system.
   if (!reserveMemory(machine, kBytes)) return false;
   void* grown = std::realloc(machine.frames, static_cast<size_t>(capacity) * sizeof(CallFrame));
   if (grown == nullptr) {
@@ -99,6 +101,7 @@ bool growFrames(Machine& machine) {
 }
 
 void enterFunction(Machine& machine, const ShaderFunction& function) {
+  // The arguments become the callee's first locals where they are.
   if (!checkStackDepth(machine, function.paramCount)) return;
   const CallFrame& caller = currentFrame(machine);
   ValueSlot* const locals = caller.locals + caller.top + 1 - function.paramCount;
@@ -109,6 +112,8 @@ void enterFunction(Machine& machine, const ShaderFunction& function) {
   if (machine.frameIndex + 1 >= machine.frameCapacity && !growFrames(machine)) {
     return stopWithoutBlock(machine);
   }
+  // Entered before the locals are made: when one of them ends the run, the sweep finds them all
+  // below this frame's top.
   ++machine.frameIndex;
   currentFrame(machine) = {&function, machine.shader->code + function.codeOffset, locals, 0,
                            function.localCount - 1};
@@ -168,6 +173,8 @@ void returnValue(Machine& machine) {
   if (machine.frameIndex != 0) {
     ValueSlot* const locals = currentFrame(machine).locals;
     if (locals == machine.stack) return stopRun(machine, VM_ERR_INVALID_SHADER);
+    // Below the arguments, where the caller has left room. Moved, not copied: the reference is the
+    // result's before the frame's own are released.
     locals[-1] = topSlot(machine);
     topSlot(machine).view.data = nullptr;
   }

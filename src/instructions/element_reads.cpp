@@ -12,6 +12,8 @@ constexpr uint32_t kInlineBytes = VM_COMPONENT_COUNT * sizeof(uint32_t);
 
 // Replaces T by `size` bytes at `offset` of the viewed block, as an inline value.
 void takeInlinePart(ValueSlot& slot, BlockView view, uint32_t offset, uint32_t size) {
+  // The slot's words lie over its view, and the release may free the block: copied from the view
+  // before, which the caller has taken out of the slot.
   std::memcpy(slot.value.words, view.data + offset, size);
   slot.value.block = nullptr;
   blockRelease(&view);
@@ -19,6 +21,7 @@ void takeInlinePart(ValueSlot& slot, BlockView view, uint32_t offset, uint32_t s
 
 // Replaces T by a view of a part of its block.
 void takeSubView(ValueSlot& slot, BlockView view, uint32_t offset, uint32_t size) {
+  // Held before the whole is released, whose reference may be the last.
   blockSubView(&slot.view, &view, size, offset);
   blockRelease(&view);
 }

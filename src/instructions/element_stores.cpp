@@ -104,6 +104,7 @@ void storeByStack(Machine& machine, ValueSlot& slot, const VarInfo& info) {
   for (int32_t k = 0; k < n; ++k) {
     walk.step(static_cast<int32_t>(topSlot(machine, k).value.words[0]));
   }
+  // Written before anything is popped: the value may be a view of the variable's own block.
   walk.write(topSlot(machine, n));
   popSlots(machine, static_cast<uint32_t>(n));
   popValue(machine);

@@ -37,6 +37,8 @@ bool moveBytes(Machine& machine, void* to, const void* from, uint32_t size) {
   }
   auto* target = static_cast<uint8_t*>(to);
   auto* source = static_cast<const uint8_t*>(from);
+  // Both can be parts of one block: pieces go in the order that leaves no byte of the source
+  // written before it is read.
   const bool fromEnd = target > source;
   return inPieces(machine, size, [&](uint32_t offset, uint32_t piece) {
     const uint32_t at = fromEnd ? size - offset - piece : offset;
@@ -62,6 +64,7 @@ bool blockAlloc(Machine& machine, BlockView* view, uint32_t size, const void* in
   BlockHead* const head = allocateBlock(machine, size, init == nullptr);
   if (head == nullptr) return false;
   *view = {reinterpret_cast<uint8_t*>(head + 1), size, 0};
+  // A block that is copied half when the time ends is nobody's.
   if (init == nullptr || moveBytes(machine, view->data, init, size)) return true;
   blockRelease(view);
   return false;
@@ -88,7 +91,10 @@ bool blockCopyInto(Machine& machine, BlockView* variable, const BlockView* sourc
 bool blockStore(Machine& machine, BlockView* variable, const BlockView* source) {
   const bool same = variable->data != nullptr && source->data != nullptr &&
                     blockOf(*variable) == blockOf(*source);
+  // The source's other holders must not see later writes to the variable.
   if (!same && blockRefCount(source) > 1) return blockCopyInto(machine, variable, source);
+  // Released first, so that of a value that was loaded from the variable the source is the only
+  // holder left.
   blockRelease(variable);
   return blockRefCount(source) == 1 ? blockShare(variable, source)
                                     : blockClone(machine, variable, source);

@@ -28,6 +28,7 @@ Machine* createMachine(const HostCallbacks* callbacks) {
 }
 
 void destroyMachine(Machine* machine) {
+  // Blocks of globals become spare blocks, so these are freed after them.
   if (machine->stack != nullptr) releaseGlobals(*machine);
   freeSpareBlocks(*machine);
   engine::release(*machine);

@@ -24,6 +24,7 @@ bool freePiece(Machine& machine) {
   uint64_t freed = bytesOf(*head);
   BlockHead* rest = nullptr;
   if (head->size > kFreedAtOnce) {
+    // Where nothing can be cut off the whole block goes, whatever time that takes.
     rest = static_cast<BlockHead*>(std::realloc(head, freed - kFreedAtOnce));
     freed = rest == nullptr ? freed : kFreedAtOnce;
   }
@@ -57,6 +58,7 @@ BlockHead* newBlock(Machine& machine, uint32_t size, bool zeroed) {
   // libraries keep memory for the next malloc() that calloc() does not look at.
   const bool isSmall = size < kSmallestSpare;
   void* memory;
+  // The system may have less than the limit allows: spare blocks go back to it first.
   do {
     memory = zeroed && !isSmall ? std::calloc(1, bytes) : std::malloc(bytes);
   } while (memory == nullptr && freePiece(machine));
@@ -95,6 +97,7 @@ BlockHead* allocateBlock(Machine& machine, uint32_t size, bool zeroed) {
   head->size = size;
   head->counted.referenceCount = 1;
   if (isSpare && zeroed && !clearBytes(machine, head + 1, size)) {
+    // Spare again, with its old content: the next one to take it clears it.
     freeBlock(&head->counted);
     return nullptr;
   }

@@ -96,6 +96,7 @@ void initGlobals(Machine& machine, const CompiledShader& shader) {
 [[gnu::always_inline]] inline VmError prepareRun(Machine& machine, const CompiledShader& shader,
                                                  const StartupInfo& startup) {
   const uint32_t same = machine.shader == &shader ? 1 : 0;
+  // The other shader's globals lie where this one's slots will be.
   if (same == 0 && machine.heldGlobalCount != 0) releaseGlobals(machine);
   machine.frameIndex = 0;
   machine.shader = &shader;
@@ -103,6 +104,7 @@ void initGlobals(Machine& machine, const CompiledShader& shader) {
 
   const ShaderFunction* entry = shader.functions[shader.entryIndex];
   if (entry == nullptr) return refuseRun(machine, VM_ERR_INVALID_ENTRY);
+  // Before anything is written to the stack: translated code relies on it and checks no more.
   if (shader.globalCount + entry->localCount > machine.stackCapacity) {
     return refuseRun(machine, VM_ERR_STACK_OVERFLOW);
   }
@@ -139,9 +141,12 @@ void stepInstruction(Machine& machine) {
 
 VmError endRun(Machine& machine) {
   const VmError error = machine.error;
+  // Idle before the outputs are delivered, as hosts see it there; isDelivering keeps the machine
+  // from being run or destroyed meanwhile.
   machine.runState = VM_RUN_IDLE;
   if (error == VM_OK || error == VM_ERR_HALTED) deliverOutputs(machine);
   if (error != VM_OK) {
+    // Behind the outputs, which are read from the globals' slots.
     sweepStack(machine);
     machine.heldGlobalCount = 0;
     machine.shader = nullptr;
@@ -187,6 +192,7 @@ VmError runShaderAnew(Machine& machine, const CompiledShader& shader, const Star
   releaseGlobals(machine);
   beginState(machine, startup, 0);
   initGlobals(machine, shader);
+  // A global without its block has ended the run: the plain program does nothing then.
   const bool stopped = machine.runState == VM_RUN_STOPPING;
   engine::runRecords(stopped ? engine::selectProgram(machine) : machine.heldProgram, machine);
   return endRun(machine);

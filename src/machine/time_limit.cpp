@@ -27,6 +27,7 @@ void beginTimeLimit(TimeLimit& limit, uint32_t milliseconds) {
     limit = {UINT32_MAX, UINT32_MAX, 0, 0};
     return;
   }
+  // Runs of one shader are alike: the interval that suited the last one is tried again.
   const uint32_t before = limit.deadline == 0 ? 0 : limit.interval;
   limit.ticksLeft = limit.interval = std::clamp(before, kShortestFirst, kLongestFirst);
   limit.lastRead = steadyNanoseconds();
@@ -45,6 +46,8 @@ bool readTimeLimit(TimeLimit& limit) {
   const uint64_t gap = now - limit.lastRead;
   limit.lastRead = now;
   if (gap > kTargetGap) {
+    // Shorter at once, longer step by step: one slow host call late is a limit missed, one look too
+    // many is some nanoseconds.
     limit.interval = limit.interval > 16 ? limit.interval / 16 : 1;
   } else if (gap < kTargetGap / 4 && limit.interval < kLongestInterval) {
     limit.interval *= 2;
