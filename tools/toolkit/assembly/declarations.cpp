@@ -22,6 +22,7 @@ bool fits(Scope& scope, const std::vector<Entry>& entries, size_t limit, const c
   return false;
 }
 
+// Before anything is declared: the builder throws where a table is full, and numbers have 16 bits.
 bool tablesFit(Scope& scope, const ShaderSyntax& syntax) {
   bool good = fits(scope, syntax.structs, kMaxStructs, "structures") &&
               fits(scope, syntax.globals, kMaxEntries, "globals") &&
@@ -34,6 +35,7 @@ bool tablesFit(Scope& scope, const ShaderSyntax& syntax) {
     good = good && fits(scope, structure.members, kMaxEntries, "members");
   }
   for (const FunctionSyntax& function : syntax.functions) {
+    // The room for locals is what parameters leave; it is computed only where these fit.
     good = good && fits(scope, function.params, kMaxEntries, "parameters") &&
            fits(scope, function.locals, kMaxEntries - function.params.size(), "locals");
   }
@@ -49,6 +51,7 @@ struct Layout {
 Layout layOut(Scope& scope, const VariableSyntax& syntax) {
   const TypeCode type = resolveType(scope, syntax.type).value_or(TypeCode{VM_TYPE_FLOAT});
   if (syntax.size) return {type, *syntax.size};
+  // Of one element, which the builder knows without throwing: a record has room for its size.
   const uint64_t size = uint64_t{scope.builder.sizeOf(type)} * std::max(syntax.count, 1u);
   if (size <= UINT32_MAX) return {type, static_cast<uint32_t>(size)};
   scope.error(syntax.name, quoted(syntax.name.text) + " is larger than 4 GiB");
@@ -135,6 +138,8 @@ bool declareFunctions(Scope& scope, const ShaderSyntax& syntax) {
   }
   std::vector<bool> isDefined(syntax.declarations.size());
   for (const FunctionSyntax& function : syntax.functions) {
+    // A second body of a declared name goes on below, where add() reports it: every FunctionSyntax
+    // needs an id.
     const auto number = scope.functions.find(function.name.text);
     if (number && *number < isDefined.size() && !isDefined[*number]) {
       isDefined[*number] = true;
@@ -182,6 +187,8 @@ std::optional<TypeCode> resolveType(Scope& scope, const Token& token) {
 
 bool declareAll(Scope& scope, const ShaderSyntax& syntax) {
   if (!tablesFit(scope, syntax)) return false;
+  // In the order in which they name each other. Settings name all the rest, and .file is one:
+  // bodies, which come after, refer to its numbers.
   for (const StructSyntax& structure : syntax.structs) declareStruct(scope, structure);
   for (const VariableSyntax& global : syntax.globals) declareGlobal(scope, global);
   if (!declareFunctions(scope, syntax)) return false;

@@ -24,6 +24,7 @@ std::optional<Opcode> findOpcode(std::string_view mnemonic) {
     }
     return opcodes;
   }();
+  // No mnemonic is as long; a word of the text can be of any length.
   std::string upper(mnemonic.substr(0, 64));
   for (char& c : upper) c = c >= 'a' && c <= 'z' ? static_cast<char>(c & ~0x20) : c;
   const auto place = kOpcodes.find(upper);
@@ -75,6 +76,8 @@ class FunctionAssembler {
   void run() {
     for (const VariableSyntax& param : syntax_.params) locals_.add(param.name, scope_.diagnostics);
     for (const VariableSyntax& local : syntax_.locals) locals_.add(local.name, scope_.diagnostics);
+    // Labels before the rest: jumps lead forward, too. They are bound by their place in this order
+    // and not by name, since after an error two may have the same.
     for (const StatementSyntax& statement : syntax_.body) {
       if (statement.kind != StatementSyntax::Kind::Label) continue;
       labelNames_.add(statement.head, scope_.diagnostics);

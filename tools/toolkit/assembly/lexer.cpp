@@ -23,6 +23,8 @@ class Lexer {
   }
 
  private:
+  // Past the end a NUL, at which names and numbers stop by themselves. Strings and stray characters
+  // may hold one and look at the size.
   char peek(size_t distance = 0) const {
     const size_t at = position_ + distance;
     return at < source_.size() ? source_[at] : '\0';
@@ -86,6 +88,7 @@ class Lexer {
     const size_t length = numberLength();
     const std::string_view text = source_.substr(position_, length);
     const Number number = parseNumber(text);
+    // A malformed number is a token all the same: its line has its error and is parsed on.
     if (number.error) diagnostics_.error(text, number.error + (" " + quoted(text)));
     push(number.isFloat ? TokenKind::Float : TokenKind::Integer, length, number.value);
   }
@@ -93,6 +96,7 @@ class Lexer {
   void scanString() {
     size_t length = 1;
     while (peek(length) != '"') {
+      // A quote behind a backslash closes nothing; a line end closes the line even there.
       if (peek(length) == '\\' && peek(length + 1) != '\n') ++length;
       if (position_ + length >= source_.size() || peek(length) == '\n') {
         diagnostics_.error(source_.substr(position_, 1), "string without closing quote");
@@ -109,6 +113,7 @@ class Lexer {
     const size_t start = position_;
     const auto byte = static_cast<unsigned char>(peek());
     while (position_ < source_.size() && isStray(peek())) ++position_;
+    // A printable character that begins no token is no stray, but has to be passed.
     if (position_ == start) ++position_;
     std::string what = "unexpected character";
     if (byte < ' ' || byte >= 127) what += " with code " + std::to_string(byte);

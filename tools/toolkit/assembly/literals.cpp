@@ -30,6 +30,7 @@ Number parseInteger(std::string_view digits, bool isNegative, int base) {
       std::from_chars(digits.data(), digits.data() + digits.size(), magnitude, base);
   const bool isWhole = end == digits.data() + digits.size() && !digits.empty();
   if (error == std::errc::invalid_argument || !isWhole) return numberError("malformed number");
+  // A word is written as it is meant, signed or unsigned.
   const uint64_t limit = isNegative ? uint64_t{1} << 31 : UINT32_MAX;
   if (error != std::errc() || magnitude > limit) {
     return numberError("number does not fit in 32 bits:");
@@ -101,6 +102,7 @@ std::string formatWord(uint32_t word) {
   const auto value = std::bit_cast<float>(word);
   const float magnitude = std::fabs(value);
   if (!(magnitude == 0 || (magnitude > 1e-9f && magnitude < 1e12f))) return "0x" + hex(word, 8);
+  // The shortest digits that read back as the same word.
   std::array<char, 32> buffer;
   const auto end = std::to_chars(buffer.data(), buffer.data() + buffer.size(), value).ptr;
   std::string text(buffer.data(), end);

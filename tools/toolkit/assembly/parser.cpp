@@ -21,6 +21,7 @@ class Parser {
 
   ShaderSyntax run() {
     while (!next_->is(TokenKind::EndOfFile) && !diagnostics_.isFull()) {
+      // Each turn passes at least a line end, whatever the rules made of the line.
       if (!next_->endsLine()) finishLine(parseTopLevel());
       skipEndOfLine();
     }
@@ -38,7 +39,6 @@ class Parser {
   static constexpr std::string_view kInnerDirectives[] = {".local", ".member", ".end"};
 
   bool fail(const Token& at, std::string message) {
-    // An empty token is the end of the text; the caret needs something to point at.
     diagnostics_.error(at.text, std::move(message));
     return false;
   }
@@ -213,6 +213,7 @@ class Parser {
       structure.isNull = true;
     } else {
       if (acceptWord("size") && !parseOptional("a size", structure.size)) return false;
+      // The members' lines follow, so the head's own line must be over.
       finishLine(true);
       parseMembers(directive, structure);
     }
@@ -241,6 +242,8 @@ class Parser {
   bool enterLine(const Token& directive) {
     while (next_->is(TokenKind::EndOfLine)) ++next_;
     if (diagnostics_.isFull()) return false;
+    // Blocks do not nest, so one that begins says where .end is missing. Only .byte stands both
+    // inside and outside.
     const bool isNewBlock =
         next_->is(TokenKind::DotWord) && next_->text != ".byte" &&
         std::any_of(std::begin(kDirectives), std::end(kDirectives),
@@ -259,6 +262,7 @@ class Parser {
     if (acceptWord("null")) {
       function.isNull = true;
     } else {
+      // A body is read behind a wrong head, too: reported once, at the head, and not at every line.
       finishLine(parseFunctionHead(function));
       parseFunctionBody(directive, function);
     }
@@ -291,6 +295,7 @@ class Parser {
         return;
       }
       // A label may share its line with an instruction.
+      // A word is never the last token, so there is one behind it.
       while (next_->is(TokenKind::Word) && next_[1].is(':')) {
         function.body.push_back({StatementSyntax::Kind::Label, *next_, {}, {}});
         next_ += 2;

@@ -1,4 +1,5 @@
-// Follows an access path through the types it passes, to give its steps names.
+// Follows an access path through the types it passes, to give its steps names. Assembler and
+// disassembler walk alike, so that a name that one writes is the member that the other finds.
 #pragma once
 
 #include <shadermachine/shadermachine.h>
@@ -28,6 +29,7 @@ class PathWalk {
   }
 
   void step(int64_t index) {
+    // A negative step selects components: the part stays the same.
     if (!isKnown_ || index < 0) return;
     if (count_ > 0) {
       count_ = 0;

@@ -44,6 +44,8 @@ void setBuiltinGlobal(Scope& scope, const std::vector<Token>& arguments) {
     scope.error(arguments[0], "no global stands behind built-in variable " + std::to_string(id));
     return;
   }
+  // The table of built-in variables knows the field by its offset: the machine reads it the same
+  // way.
   char* const record = reinterpret_cast<char*>(&scope.builder.record());
   const int32_t global = resolveReference(scope, scope.globals, arguments[1]);
   std::copy_n(reinterpret_cast<const char*>(&global), sizeof(global),
@@ -68,6 +70,7 @@ constexpr Setting kSettings[] = {
        if (function < 0 || function > UINT16_MAX) {
          scope.error(arguments[0], "the entry function is a name or a number from 0 to 65535");
        }
+       // After an error the value is of no use to anyone; the cast only has to be defined.
        scope.builder.record().entryIndex = static_cast<uint16_t>(function);
      }},
     {".file", kAnyCount, addSourceFile},

@@ -23,6 +23,7 @@ class Arguments {
     const Token* token = take(what);
     if (token == nullptr) return 0;
     const bool isNumber = token->is(TokenKind::Integer) || token->is(TokenKind::Float);
+    // Negative numbers are words of constants; a float's number is its bits.
     if (isNumber && token->number >= INT32_MIN && token->number <= limit) {
       return static_cast<uint32_t>(token->number);
     }
@@ -66,6 +67,7 @@ class Arguments {
  private:
   const Token* take(const char* what) {
     if (!atEnd()) return &tokens_[next_++];
+    // Of several missing arguments the first is reported.
     if (isGood_) fail(std::string("expected ") + what + " before the end of the line");
     return nullptr;
   }
@@ -152,6 +154,7 @@ void endVariable(Context& context) {
   const std::string name = context.arguments.text("the variable's name");
   if (!context.arguments.finish()) return;
   std::vector<SourceVariable>& variables = context.function.source().variables;
+  // Backwards: of nested scopes the inner one's variable ends first.
   const auto found =
       std::find_if(variables.rbegin(), variables.rend(), [&](const SourceVariable& variable) {
         return variable.name == name && variable.end == UINT32_MAX;

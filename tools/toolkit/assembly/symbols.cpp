@@ -6,6 +6,8 @@
 namespace shadermachine::tools::assembly {
 namespace {
 
+// What a hint may cost: candidates are compared in time of their length times the name's, for each
+// of up to kMaxErrors errors.
 constexpr size_t kMaxComparedLength = 40;
 constexpr size_t kMaxCandidates = 2000;
 
@@ -16,6 +18,8 @@ size_t editDistance(std::string_view a, std::string_view b) {
   std::vector<size_t> row(b.size() + 1);
   std::iota(row.begin(), row.end(), size_t{0});
   for (size_t i = 0; i < a.size(); ++i) {
+    // One row of the table of distances, overwritten by the next; `diagonal` is the entry of the
+    // row before that was overwritten last.
     size_t diagonal = row[0];
     row[0] = i + 1;
     for (size_t j = 0; j < b.size(); ++j) {
@@ -60,6 +64,7 @@ std::string suggestion(std::string_view name, const std::vector<std::string_view
   for (size_t i = 0; i < std::min(candidates.size(), kMaxCandidates); ++i) {
     const std::string_view candidate = candidates[i];
     const auto [shorter, longer] = std::minmax({name.size(), candidate.size()});
+    // The lengths alone are too far apart. Also keeps candidates of any length cheap.
     if (longer - shorter >= best) continue;
     const size_t distance = editDistance(name, candidate);
     if (distance < best) {

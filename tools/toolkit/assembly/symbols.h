@@ -1,4 +1,7 @@
 // Names of one kind and their numbers.
+//
+// Invariant: numbers count the calls of add(), whatever the names were, and so agree with those
+// that the builder gives to entries added alongside.
 #pragma once
 
 #include <cstdint>

@@ -16,6 +16,7 @@ class ByteWriter {
   template <class T>
   void number(T value) {
     char bytes[sizeof value];
+    // The format's order of bytes is the machine's own, which it insists on (machine.h).
     std::memcpy(bytes, &value, sizeof value);
     text_.append(bytes, sizeof value);
   }

@@ -34,6 +34,7 @@ class Reader {
     for (uint32_t i = 0; i < count && bytes.isGood(); ++i) {
       StructTable& table = tables_->structs.emplace_back();
       table.name = name(bytes);
+      // A null entry keeps its name: the view has names for the whole table.
       table.isNull = !bytes.flag();
       if (table.isNull) continue;
       table.info.size = bytes.number<uint32_t>();
@@ -61,6 +62,7 @@ class Reader {
 
   void readValues(ByteReader& bytes) {
     const auto count = bytes.number<uint32_t>();
+    // Each turn takes bytes or spoils them: what claims more than there is ends with the section.
     for (uint32_t i = 0; i < count && bytes.isGood(); ++i) {
       NamedValue& value = values_.emplace_back();
       value.name = bytes.text().value_or("");
@@ -95,6 +97,7 @@ class Reader {
     return bytes.isAtEnd() ? "" : "section " + name + " is longer than what it holds";
   }
 
+  // What the tables say of each other is the validator's business; here they only have to exist.
   BinaryResult finish() && {
     tables_->connect();
     return {BuiltShader(std::move(tables_)), std::move(values_), ""};

@@ -22,6 +22,7 @@ void addVariables(ByteWriter& bytes, std::span<const VarInfo> variables) {
   }
 }
 
+// In the order of Reader::readRecord().
 ByteWriter recordFields(const CompiledShader& shader) {
   ByteWriter bytes;
   bytes.number(shader.version);

@@ -36,6 +36,7 @@ void FunctionBuilder::bind(Label label) { labels_.at(label.index) = size(); }
 
 void FunctionBuilder::emitJump(VmOpcode opcode, Label target) {
   emit(opcode, {0});
+  // The offset is the only operand of a jump, and so the last four bytes.
   fixups_.push_back({size() - 4, target});
 }
 
@@ -46,6 +47,7 @@ void FunctionBuilder::appendValue(int64_t value, unsigned width) {
 }
 
 void FunctionBuilder::noteRow() {
+  // Every caller appends at least a byte behind it, so that no two rows get the same offset.
   std::vector<SourceRow>& rows = source_.rows;
   const SourcePosition before = rows.empty() ? SourcePosition() : rows.back().position;
   if (before == position_ && !beginsStatement_) return;
@@ -84,6 +86,7 @@ void FunctionBuilder::emitBytes(std::span<const uint8_t> bytes) {
 }
 
 void FunctionBuilder::pushFloat(float value) {
+  // By bits: -0 equals 0 and is another word.
   const auto word = std::bit_cast<uint32_t>(value);
   if (word == std::bit_cast<uint32_t>(0.0f)) {
     emit(VM_OP_PUSH_0_F);
@@ -127,11 +130,13 @@ void FunctionBuilder::resolveJumps() {
   for (const Fixup& fixup : fixups_) {
     const uint32_t target = labels_.at(fixup.target.index);
     if (target == kUnbound) throw std::logic_error("unbound label in function " + name_);
+    // Modulo 2^32, which is how a jump goes back.
     const uint32_t offset = target - (fixup.position + 4);
     for (unsigned byte = 0; byte < 4; ++byte) {
       code_[fixup.position + byte] = static_cast<uint8_t>(offset >> 8 * byte);
     }
   }
+  // Code may be placed more than once.
   fixups_.clear();
 }
 

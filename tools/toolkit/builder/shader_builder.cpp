@@ -131,6 +131,7 @@ uint32_t ShaderBuilder::sizeOf(TypeCode type, uint32_t count) const {
 }
 
 void ShaderBuilder::layOutCode() {
+  // Behind what was placed by request, which is in chunks_ already.
   for (FunctionBuilder& function : functions_) {
     if (!function.isPlaced_) placeCode(function.id_);
   }

@@ -36,6 +36,7 @@ uint32_t sizeInRecord(uint64_t size) {
 }
 
 void ShaderTables::connect() {
+  // Takes addresses of elements, so nothing may be added to any table from here on.
   for (StructTable& table : structs) {
     table.info.memberCount = static_cast<uint16_t>(table.members.size());
     table.info.members = dataOrNull(table.members);

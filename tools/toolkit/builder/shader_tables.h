@@ -1,4 +1,8 @@
-// Everything a shader record points to, owned in one place. Nothing in it moves once it is built.
+// Everything a shader record points to, owned in one place.
+//
+// Invariants: names stay where they are from the start, so entries may point to them while tables
+// grow. connect() is called once, when no table changes any more; from then on nothing moves, and
+// the record is valid as long as this object is.
 #pragma once
 
 #include <shadermachine-tools/shader_view.h>

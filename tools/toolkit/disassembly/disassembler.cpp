@@ -36,6 +36,8 @@ class Disassembler {
       : record_(view), handles_(record_), source_(view.sources, handles_), options_(options) {}
 
   std::string run() {
+    // A name must be declared before the text uses it as a type; `structLimit` of the members says
+    // which are.
     for (size_t i = 0; i < record_.structCount(); ++i) writeStruct(i);
     for (size_t i = 0; i < record_.globals().size(); ++i) {
       text_ += ".global ";
@@ -58,6 +60,7 @@ class Disassembler {
       return;
     }
     const std::span<const VarInfo> members = record_.members(index);
+    // The assembler packs members in order: what differs from that is written.
     const uint64_t sum = std::accumulate(
         members.begin(), members.end(), uint64_t{0},
         [](uint64_t total, const VarInfo& member) { return total + member.byteSize; });
@@ -160,6 +163,8 @@ class Disassembler {
     std::sort(order.begin(), order.end(), [this](size_t a, size_t b) {
       const ShaderFunction& first = *record_.function(a);
       const ShaderFunction& second = *record_.function(b);
+      // By length, too: an empty function stands before the one whose code begins where its own
+      // would.
       return std::tuple(first.codeOffset, first.codeLength, a) <
              std::tuple(second.codeOffset, second.codeLength, b);
     });
@@ -179,6 +184,8 @@ class Disassembler {
     for (size_t index : placed) isPlaced[index] = true;
     std::vector<size_t> order(record_.functionCount());
     std::iota(order.begin(), order.end(), size_t{0});
+    // The text's order is the order of the code. Where it is not that of the numbers, .declare
+    // gives these; functions that have no place in the code follow in any order.
     if (!std::is_sorted(placed.begin(), placed.end())) {
       writeDeclarations();
       std::stable_partition(order.begin(), order.end(),
@@ -190,6 +197,7 @@ class Disassembler {
       text_ += '\n';
       writeFunction(index, isPlaced[index], position);
     }
+    // What no function of the text covers, between them and behind the last, is in the record too.
     writeLooseBytes(record_.code().subspan(position));
   }
 
@@ -273,6 +281,8 @@ class Disassembler {
       const auto source = sourceLines.find(offset);
       if (source != sourceLines.end()) text_ += source->second;
       const size_t lineStart = text_.size();
+      // A byte that begins no instruction is written by itself, here as in findLabels(), so that
+      // both agree on where instructions start.
       const uint32_t length = instructionLength(code.data() + offset, size - offset);
       const std::span<const uint8_t> bytes = code.subspan(offset, std::max(length, 1u));
       text_ += "  ";
@@ -316,6 +326,7 @@ class Disassembler {
       if (length != 0 && isJump(code[offset])) targets.push_back(jumpTarget(code, offset));
       offset += std::max(length, 1u);
     }
+    // Ascending as they are found; the targets are sorted so that labels count up in the text.
     starts.push_back(size);
     std::sort(targets.begin(), targets.end());
     LabelMap labels;

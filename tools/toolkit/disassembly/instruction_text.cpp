@@ -8,6 +8,7 @@
 namespace shadermachine::tools::disassembly {
 namespace {
 
+// Opcode and offset.
 constexpr uint32_t kJumpLength = 5;
 
 uint32_t readBytes(std::span<const uint8_t> code, uint32_t offset, unsigned width) {
@@ -105,6 +106,8 @@ class InstructionWriter {
   }
 
   std::string jumpText(uint32_t offset) const {
+    // The offset is the last operand, so `position_` is the following instruction, where it counts
+    // from; both wrap as the machine's do.
     const auto label = context_.labels.find(position_ + offset);
     if (label != context_.labels.end()) return label->second;
     const auto distance = static_cast<int32_t>(offset);
@@ -116,12 +119,14 @@ class InstructionWriter {
     const uint32_t mask = fetch(1);
     const std::string swizzle = assembly::formatSwizzle({count, mask});
     if (!swizzle.empty()) return put(swizzle);
+    // Only a swizzle may follow an unused byte that is left out; a number would be taken for it.
     if (skipped_ == 0) putNumber(0);
     putNumber(count);
     putNumber(mask);
   }
 
   void writeLookupForm(uint32_t form) {
+    // The bits that argument count and kind do not say.
     constexpr uint32_t kOtherBits = 0x83;
     if ((form & kOtherBits) != 0) return putNumber(form);
     putNumber(form >> 5);

@@ -27,6 +27,7 @@ Handles variableHandles(const char* prefix, std::span<const VarInfo> variables) 
 
 RecordHandles::RecordHandles(const Record& record)
     : globals(variableHandles("global", record.globals())) {
+  // A structure of such a name would be taken for the basic type.
   for (const char* name : assembly::basicTypeNames()) structs.reserve(name);
   for (size_t i = 0; i < record.structCount(); ++i) {
     structs.add(record.structName(i));

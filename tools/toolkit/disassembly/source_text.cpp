@@ -15,6 +15,7 @@ using assembly::formatString;
 SourceText::SourceText(const SourceMap* map, const RecordHandles& handles)
     : map_(map), handles_(handles) {
   if (map_ == nullptr) return;
+  // 0 is the new text itself.
   uint32_t next = 1;
   for (const SourceFile& file : map_->files) numbers_.push_back(file.isListing ? 0 : next++);
 }

@@ -26,6 +26,7 @@ std::map<uint32_t, int64_t> stackDepths(const Record& record, const ShaderFuncti
   const auto size = static_cast<uint32_t>(code.size());
   DecodedInstruction instruction = {};
   for (; decodeInstruction(code.data(), instruction.end, size, instruction);) {
+    // One pass in code order: a place that only a jump from further below reaches stays unknown.
     const auto known = depths.find(instruction.pc);
     if (known == depths.end() || !namesExist(record, function, instruction)) continue;
     const StackEffect effect = stackEffect(instruction, record.shader(), function);

@@ -16,6 +16,7 @@ const SourceRow* SourceMap::row(uint32_t function, uint32_t offset) const {
 
 SourcePosition SourceMap::position(uint32_t function, uint32_t offset) const {
   const SourceRow* found = row(function, offset);
+  // Builders take any position; only the reader of files checks them.
   return found != nullptr && found->position.file < files.size() ? found->position
                                                                  : SourcePosition();
 }

@@ -145,7 +145,8 @@ class FunctionBuilder {
   // range and counts are set by build(), unless setCodeRange() was called.
   VarInfo& info(LocalId variable) { return locals_.at(variable.index); }
   void setParamCount(uint16_t count) { paramCount_ = count; }
-  // Takes the code range as given instead of appending this function's own code.
+  // Says this range whatever lies there. Code of its own is laid out all the same, and belongs to
+  // those whose range it is in.
   void setCodeRange(uint32_t offset, uint32_t length);
   // Makes the entry in the function table null.
   void setNull() { isNull_ = true; }
@@ -165,6 +166,7 @@ class FunctionBuilder {
   void storeElement(VmOpcode opcode, uint16_t variable, std::initializer_list<int64_t> path);
   void resolveJumps();
 
+  // Of the ShaderBuilder, which owns this object too: neither moves when that one does.
   ShaderTables* tables_;
   FunctionId id_;
   std::string name_;
@@ -172,7 +174,7 @@ class FunctionBuilder {
   uint16_t paramCount_ = 0;
   std::vector<uint8_t> code_;
   std::vector<uint32_t> labels_;  // position of each label
-  std::vector<Fixup> fixups_;
+  std::vector<Fixup> fixups_;     // offsets in code_ that are still zeros
   SourceFunction source_;
   SourcePosition position_;
   bool beginsStatement_ = false;
