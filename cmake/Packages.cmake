@@ -53,8 +53,11 @@ execute_process(COMMAND date --utc --rfc-email --date=${release_date}
   OUTPUT_VARIABLE release_date OUTPUT_STRIP_TRAILING_WHITESPACE)
 configure_file(cmake/changelog.in ${package_files}/changelog @ONLY)
 file(WRITE ${package_files}/triggers "activate-noawait ldconfig\n")
-set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA ${package_files}/triggers)
-set(CPACK_DEBIAN_BATCH_PACKAGE_CONTROL_EXTRA ${package_files}/triggers)
+# CPack adds scripts that do the trigger's work once more, unless it is told of others. There are none:
+# it warns that it leaves them out.
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA
+  ${package_files}/triggers ${package_files}/postinst ${package_files}/postrm)
+set(CPACK_DEBIAN_BATCH_PACKAGE_CONTROL_EXTRA ${CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA})
 execute_process(COMMAND gzip --best --no-name --force ${package_files}/changelog)
 foreach(component runtime batch dev tools)
   string(TOUPPER ${component} key)
