@@ -53,6 +53,8 @@ bool Selector::joins(const Operation& user, uint32_t i, Value value) const {
   if (isSplat(inner)) return user.n > 1 && inner.words == user.n && isProduct(user);
   if (inner.kind != Kind::Operate) return false;
   if (inner.opcode == Opcode::DOT) return user.opcode == Opcode::MAX && user.n == 1 && i == 0;
+  // A splat that the inner operation has taken along makes it a scaling; there is no record for
+  // four operations.
   auto first = static_cast<unsigned>(inner.opcode);
   const uint32_t operands = operandCount(inner);
   for (uint32_t k = 0; k < operands; ++k) {
@@ -83,6 +85,8 @@ bool Selector::selectJoined(const Operation& operation) {
 
 // Fills in a and b of a product of a vector and a splatted scalar, operand `splat`.
 unsigned Selector::scaleOperands(const Operation& operation, uint32_t splat, Record& record) {
+  // Addresses and registers can be asked for in any order: memory() lets a record store what it
+  // leaves in a register, and empties none.
   const Operand vector = operation.in[1 - splat];
   const Operand scalar = this->operation(operation.in[splat].value).in[0];
   unsigned form = 0;
@@ -109,6 +113,7 @@ void Selector::selectScale(const Operation& operation, uint32_t splat) {
 void Selector::selectDotMax(const Operation& operation) {
   const Operation& product = this->operation(operation.in[0].value);
   Record record = {};
+  // The record has the product's operands and this one; the product itself is never anywhere.
   record.c = memory(operation.in[1]);
   const unsigned form = vectorOperands(product, record);
   produce(record, dotMaxSteps(product.n, form), Register::Scalar);
@@ -164,6 +169,8 @@ void Selector::selectKernel(const Operation& operation) {
   const uint32_t** addresses[3] = {&record.a, &record.b, &record.c};
   unsigned form = 0;
   for (uint32_t i = 0; i < operands; ++i) {
+    // Of three operands at most one comes from a register: forms for more would be many and hardly
+    // used.
     const bool scalar = n == 1 || ((forms.scalarOperands >> i) & 1) != 0;
     const Register where = scalar ? forms.argument : Register::Vector;
     if (forms.hasAllForms && (operands < 3 || form == 0) &&
@@ -180,6 +187,7 @@ void Selector::selectKernel(const Operation& operation) {
                                            : Register::Vector;
   const RecordHandler* steps = forms.steps[n - 1][form];
   produce(record, {steps[0], steps[1]}, result);
+  // A branch that follows at once, on nothing but this, turns the record into its own.
   if (n == 1 && forms.branches[form] != nullptr) {
     comparison_ = records_.size() - 1;
     branchForm_ = forms.branches[form];
@@ -222,6 +230,7 @@ void Selector::selectProduct(const Operation& operation) {
     record.run = &matrixMatrixStep;
     return produceInMemory(record);
   }
+  // A matrix is wider than any register, so only the vector is looked for in one.
   const bool matrixFirst = operation.opcode == Opcode::MUL_MAT_VEC;
   const uint32_t vector = matrixFirst ? 1 : 0;
   const bool held = inRegister(operation.in[vector], Register::Vector, n);
@@ -261,6 +270,8 @@ void Selector::selectCompose(const Operation& operation) {
     mask |= (word.first & 3) << (2 * i);
     if (i + 1 < n) leading = leading && word.value == first.value && word.first == i;
   }
+  // From the cheapest record to the one that always fits: a shuffle of the register, the register
+  // with one word more, words from anywhere.
   const Operand whole = {first.value, 0};
   if (one && inRegister(whole, Register::Vector, 1)) {
     const uint32_t width = registers_[static_cast<unsigned>(Register::Vector)].width;
@@ -280,6 +291,7 @@ void Selector::selectCompose(const Operation& operation) {
 void Selector::selectGather(const Operation& operation) {
   const uint32_t n = operation.words;
   Record record = {};
+  // e shares its place with the site: a gather can stop nothing and has none.
   const uint32_t** addresses[4] = {&record.a, &record.b, &record.c, &record.e};
   uint32_t inScalar = n;
   for (uint32_t i = 0; i < n; ++i) {
