@@ -7,6 +7,7 @@
 #include <bit>
 #include <cstring>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "render/host_callbacks.h"
@@ -30,6 +31,7 @@ void Host::answer(unsigned, const HostVariableRequest& request) {
   const std::string_view name = request.varInfo->name;
   const uint32_t word = name == "three"           ? 3
                         : name == "yes"           ? 1
+                        : name == "iResolution"   ? std::bit_cast<uint32_t>(64.0f)
                         : name.starts_with("two") ? std::bit_cast<uint32_t>(2.0f)
                                                   : 0;
   const std::vector<uint32_t> words(request.varInfo->byteSize / 4, word);
@@ -101,11 +103,14 @@ Fragment runGlsl(const std::string& source, const tools::GlslOptions& options) {
   StartupInfo startup = {};
   startup.userData = reinterpret_cast<uint64_t>(&host);
   startup.timeout = 60000;
+  // Twice, since a run must not depend on what the one before left.
+  Fragment first = {};
   for (int run = 0; run < 2; ++run) {
-    host.result = {};
+    first = std::exchange(host.result, {});
     host.result.code =
         vmShaderMachineExecuteShader(machine.get(), compiled.shader->record(), &startup);
   }
+  EXPECT_EQ(std::memcmp(&first.colour, &host.result.colour, sizeof first.colour), 0) << source;
   return host.result;
 }
 

@@ -243,6 +243,9 @@ TEST(GlslErrors, monstersAreRefused) {
   EXPECT_TRUE(glslErrors(nested + "void main() { S8999 s; gl_FragColor = vec4(s == s); }")
                   .find("structures nested too deeply") != std::string::npos);
   EXPECT_EQ(glslErrors(chain(600000)), "a.frag: error: the source is longer than 1 MiB\n");
+  EXPECT_EQ(glslErrors("uniform float x; // = " + repeated("1", 300000) +
+                       "\nvec4 transition(vec2 p) { return vec4(x); }"),
+            "");
   std::string many = "void main() {";
   for (int i = 0; i < 500; ++i) many += "x" + std::to_string(i) + ";";
   const auto messages = tools::compileGlsl(many + "}").messages;

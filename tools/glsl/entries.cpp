@@ -96,11 +96,20 @@ std::vector<NamedValue> valuesInComments(const std::string& text) {
   static const std::regex kUniform(
       R"(uniform[ \t]+\w+[ \t]+(\w+)[ \t]*;?[ \t]*/[/*][ \t]*=[ \t]*([^;\n*]+))");
   static const std::regex kNumber(R"([-+]?(\d+\.?\d*|\.\d+)([eE][-+]?\d+)?)");
+  // std::regex recurses with every character that it matches: it gets no more than people write.
+  constexpr long kMostCharacters = 1000;
   std::vector<NamedValue> values;
-  for (auto match = std::sregex_iterator(text.begin(), text.end(), kUniform);
-       match != std::sregex_iterator(); ++match) {
-    NamedValue value{(*match)[1], {}};
-    std::string numbers = (*match)[2];
+  for (size_t at = text.find("uniform"); at != std::string::npos; at = text.find("uniform", at)) {
+    const auto first = text.begin() + static_cast<long>(at);
+    const auto last = first + std::min(text.end() - first, kMostCharacters);
+    std::smatch match;
+    if (!std::regex_search(first, last, match, kUniform, std::regex_constants::match_continuous)) {
+      ++at;
+      continue;
+    }
+    at += static_cast<size_t>(match.length());
+    NamedValue value{match[1], {}};
+    std::string numbers = match[2];
     numbers.erase(0, numbers.find('(') == std::string::npos ? 0 : numbers.find('('));
     if (numbers.starts_with("true")) value.components.push_back(1);
     if (numbers.starts_with("false")) value.components.push_back(0);

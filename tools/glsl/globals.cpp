@@ -319,20 +319,26 @@ void Module::generatePrologue(FunctionGenerator& generator) {
   numberOutputs();
   declareGlobals();
   const auto isMoved = [this](const Global& global) {
-    return global.host->kind == Place::Kind::Builtin && global.host->index == kFragmentPosition &&
-           program_.movesOrigin();
+    return global.host && global.host->kind == Place::Kind::Builtin &&
+           global.host->index == kFragmentPosition && program_.movesOrigin();
   };
   const FunctionInfo& main = program_.function(kMainFunction);
   for (const auto& [key, global] : globals_) {
     const bool isWritten = main.written.contains(key.symbol) && !initialized_.contains(key.symbol);
-    if (global.host) {
+    if (global.host && !isMoved(global)) {
       generator.load(*global.host);
-      if (isMoved(global)) moveOrigin(generator);
       generator.store(global.place);
-    } else if (isWritten && !isFirstWritten(key.symbol)) {
+    } else if (!global.host && isWritten && !isFirstWritten(key.symbol)) {
       generator.pushZero(global.place.type);
       generator.store(global.place);
     }
+  }
+  // Only now: the height that it is counted from may be one of the copies.
+  for (const auto& [key, global] : globals_) {
+    if (!isMoved(global)) continue;
+    generator.load(*global.host);
+    moveOrigin(generator);
+    generator.store(global.place);
   }
   for (const TIntermNode* initializer : program_.initializers()) {
     generateInitializer(generator, *initializer);
