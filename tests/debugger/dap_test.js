@@ -15,7 +15,7 @@ try {
 }
 
 const [program, shader] = process.argv.slice(2);
-const patience = 120000;  // milliseconds until an answer must have come
+const patience = 1120000;  // milliseconds until an answer must have come
 const launch = {program: shader, pixel: [20, 20], size: '41x41'};
 
 const tests = {
@@ -108,7 +108,12 @@ const tests = {
     await assert.rejects(client.send('noSuchRequest'), /not supported/);
     await assert.rejects(client.stackTraceRequest({threadId: 1}), /nothing has been launched/);
     await assert.rejects(client.launchRequest({program: 'missing.frag'}), /missing.frag/);
-    await assert.rejects(client.launchRequest({program: 7}), /type/);
+    await assert.rejects(client.launchRequest({program: 7}), /^Error: "program": type/);
+    await assert.rejects(client.launchRequest({...launch, set: [1]}), /"set"/);
+    await client.launchRequest(launch);
+    const many = await client.setBreakpointsRequest(
+      {source: {path: shader}, breakpoints: Array(2000).fill({line: 10})});
+    assert.strictEqual(many.body.breakpoints.findIndex((b) => !b.verified), 1000);
   },
 };
 
@@ -127,6 +132,7 @@ const broken = [
   [message('{"type": "request", "command": 7, "seq": 1}'), 0],
   [message('{"type": "request", "command": "disconnect", "seq": 1}'), 0],
   ['x'.repeat(100000), 1],
+  [message(`{"seq": ${'['.repeat(1e6)}${']'.repeat(1e6)}}`), 1],
 ];
 
 async function main() {

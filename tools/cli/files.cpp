@@ -21,6 +21,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
+constexpr size_t kMaxFileBytes = 1 << 30;
 constexpr std::array kEndingSignals = {SIGHUP, SIGINT, SIGTERM};
 
 // The file that a signal must take along; only one is written at a time. Set while the signals are
@@ -148,6 +149,7 @@ std::string readText(const std::string& path) {
   char buffer[65536];
   while (const size_t count = std::fread(buffer, 1, sizeof buffer, file)) {
     text.append(buffer, count);
+    if (text.size() > kMaxFileBytes) throw InputError(path + ": is larger than 1 GiB");
   }
   if (std::ferror(file) != 0) throw fail();
   return text;

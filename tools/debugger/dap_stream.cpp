@@ -12,6 +12,18 @@ using nlohmann::json;
 constexpr size_t kMaxMessage = 16 << 20;
 constexpr size_t kMaxHeader = 4096;
 constexpr size_t kMaxQueued = 10000;
+constexpr int kMaxNesting = 100;
+
+// No object when the text is none, or nested so deeply that walking it would take too much stack.
+json parsed(const std::string& text) {
+  bool isDeep = false;
+  const auto look = [&isDeep](int depth, json::parse_event_t, json&) {
+    isDeep = isDeep || depth > kMaxNesting;
+    return !isDeep;
+  };
+  json message = json::parse(text, look, false);
+  return isDeep ? json() : message;
+}
 
 }  // namespace
 
@@ -67,7 +79,7 @@ std::optional<std::string> DapStream::readMessage() {
 void DapStream::readAll() {
   while (true) {
     const std::optional<std::string> text = readMessage();
-    json message = text ? json::parse(*text, nullptr, false) : json();
+    json message = text ? parsed(*text) : json();
     const bool isMessage = message.is_object();
     if (isMessage) urgent_(message);
     const std::lock_guard lock(mutex_);

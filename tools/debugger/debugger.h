@@ -82,7 +82,7 @@ class Debugger {
   // From another thread or a signal handler: ends the command that is under way.
   void pause() { isPaused_.store(true, std::memory_order_relaxed); }
 
-  // Both throw ExpressionError when there is no such place.
+  // All throw ExpressionError: there is no such place, no such value, or there are too many.
   Breakpoint& breakAtLine(const std::string& file, uint32_t line);
   Breakpoint& breakAtFunction(const std::string& name);
   Breakpoint& watch(const std::string& expression);
@@ -142,6 +142,7 @@ class Debugger {
   std::string interpolated(const std::string& message) const;
   std::optional<Stop> stepChecked();
   std::optional<DebugVariable> storeTarget() const;
+  void needRoomForBreakpoint() const;
   Breakpoint& add(Breakpoint breakpoint);
   void markPlaces();
 

@@ -169,6 +169,12 @@ std::string Debugger::fileName(const SourcePosition& position) const {
   return position.isKnown() ? view_.sources->files[position.file].name : "";
 }
 
+void Debugger::needRoomForBreakpoint() const {
+  constexpr size_t kMaxBreakpoints = 1000;
+  if (breakpoints_.size() >= kMaxBreakpoints)
+    throw ExpressionError("there are too many breakpoints");
+}
+
 Breakpoint& Debugger::add(Breakpoint breakpoint) {
   breakpoint.id = nextId_++;
   const int id = breakpoint.id;
@@ -191,6 +197,7 @@ void Debugger::markPlaces() {
 
 // The first statement of the line, or of the next line that has one, in each function.
 Breakpoint& Debugger::breakAtLine(const std::string& file, uint32_t line) {
+  needRoomForBreakpoint();
   Breakpoint breakpoint;
   breakpoint.what = file + ":" + std::to_string(line);
   const SourceMap* map = view_.sources;
@@ -222,6 +229,7 @@ Breakpoint& Debugger::breakAtLine(const std::string& file, uint32_t line) {
 }
 
 Breakpoint& Debugger::breakAtFunction(const std::string& name) {
+  needRoomForBreakpoint();
   Breakpoint breakpoint;
   breakpoint.kind = Breakpoint::Kind::Function;
   breakpoint.what = name;
@@ -245,6 +253,7 @@ Breakpoint& Debugger::breakAtFunction(const std::string& name) {
 }
 
 Breakpoint& Debugger::watch(const std::string& expression) {
+  needRoomForBreakpoint();
   Breakpoint breakpoint;
   breakpoint.kind = Breakpoint::Kind::Watch;
   breakpoint.what = expression;
