@@ -55,7 +55,7 @@ bool fillProgram(ShaderBatch& batch, form::Decoder& decoder, form::Arena& workin
   if (result == form::BuildResult::LeftPlain) return true;
   if (result != form::BuildResult::Built) return false;
   engine::improve(form, machine);
-  return RowSelector(form, machine, *batch.rowFunctions, program).select();
+  return RowSelector(form, decoder, machine, *batch.rowFunctions, program).select();
 }
 
 RowProgram* makeProgram(ShaderBatch& batch, const CompiledShader& shader) {

@@ -68,6 +68,7 @@ bool RowSelector::walkStep(StoredPart& part, PartType& type, Operand index, Plac
 
 // `slot` holds the index, or is kNone where `number` is.
 bool RowSelector::walkTo(StoredPart& part, PartType& type, uint32_t number, Place slot) const {
+  if (type.type >= 0) decoder_.consultStruct(type.type);
   PathStep step;
   if (static_cast<int32_t>(number) < 0 || !hasParts(type)) return false;
   if (!pickPart(machine_, type, number, step) || step.offset + step.size > part.bytes) return false;

@@ -49,9 +49,9 @@ DecodedInstruction RowSelector::instructionOf(const Operation& plain) const {
   return instruction;
 }
 
-const StructInfo* RowSelector::structOf(uint32_t operand) const {
+const StructInfo* RowSelector::structOf(uint32_t operand) {
   const auto type = static_cast<int16_t>(operand);
-  return type < 0 ? nullptr : structType(machine_, type);
+  return type < 0 ? nullptr : decoder_.consultStruct(type);
 }
 
 uint32_t RowSelector::slotsOf(const Operation& plain) const {

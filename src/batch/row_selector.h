@@ -13,6 +13,7 @@
 #pragma once
 
 #include "batch/row_program.h"
+#include "form/decode.h"
 #include "form/form.h"
 #include "instructions/access_path.h"
 #include "instructions/decoded_instruction.h"
@@ -24,9 +25,10 @@ inline constexpr uint32_t kRowWordBytes = sizeof(uint32_t);  // of one invocatio
 
 class RowSelector {
  public:
-  RowSelector(const form::Form& form, const Machine& machine, const RowFunctions& functions,
-              RowProgram& program)
+  RowSelector(const form::Form& form, form::Decoder& decoder, const Machine& machine,
+              const RowFunctions& functions, RowProgram& program)
       : form_(form),
+        decoder_(decoder),
         machine_(machine),
         shader_(*machine.shader),
         functions_(functions),
@@ -155,7 +157,7 @@ class RowSelector {
 
   // row_references.cpp: which aggregates the operations name
   DecodedInstruction instructionOf(const Operation& plain) const;
-  const StructInfo* structOf(uint32_t operand) const;
+  const StructInfo* structOf(uint32_t operand);
   uint32_t slotsOf(const Operation& plain) const;
   bool trackSlots();
   Reference held(Place slot) const;
@@ -263,6 +265,7 @@ class RowSelector {
   }
 
   const form::Form& form_;
+  form::Decoder& decoder_;  // is told of the structure types that the program is made from
   const Machine& machine_;
   const CompiledShader& shader_;
   const RowFunctions& functions_;

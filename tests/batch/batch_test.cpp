@@ -139,11 +139,12 @@ class BatchTest : public testing::Test {
 
   // The errors of so many invocations as there are ways.
   std::vector<VmError> run(ShaderBatch* batch, const std::vector<uint64_t>& ways,
-                           uint32_t timeout = 0) {
+                           uint32_t timeout = 0, const CompiledShader* shader = nullptr) {
+    if (shader == nullptr) shader = shader_.record();
     const BatchStartupInfo startup = {
         static_cast<uint32_t>(ways.size()), timeout, ways.data(), 0, 0, 0, 0};
     std::vector<VmError> errors(ways.size(), VM_ERROR_COUNT);
-    EXPECT_EQ(vmShaderBatchExecuteShader(batch, shader_.record(), &startup, errors.data()), VM_OK);
+    EXPECT_EQ(vmShaderBatchExecuteShader(batch, shader, &startup, errors.data()), VM_OK);
     return errors;
   }
 
@@ -187,6 +188,40 @@ TEST_F(BatchTest, TheTimeLimitIsForAll) {
   EXPECT_EQ(run(batch.get(), std::vector<uint64_t>(100, 4), 5), Errors(100, VM_ERR_TIMEOUT));
   EXPECT_TRUE(host.results.empty());
   EXPECT_EQ(run(batch.get(), {0}), Errors{VM_OK}) << "usable again";
+}
+
+// The same code; the structure decides how much of each value is kept, and what is read.
+tools::BuiltShader structured(const std::string& members) {
+  return assembled((".struct S\n" + members + R"(.end
+.global vec2 result
+.output0 result
+.entry main
+.function main
+  PUSH_U32 1.0
+  PUSH_U32 2.0
+  CTOR_VEC2_A 1, 1
+  PUSH_U32 3.0
+  PUSH_U32 4.0
+  CTOR_VEC2_A 1, 1
+  CTOR_STRUCT S
+  STRUCT_FIELD S, 1
+  STORE_GLOBAL result
+  RETURN
+.end
+)")
+                       .c_str());
+}
+
+TEST_F(BatchTest, ProgramsBelongToTheirStructureTypes) {
+  const BatchPtr batch = makeBatch(&kCallbacks, &kBatchCallbacks);
+  const std::vector<uint64_t> ways(64, 0);
+  const tools::BuiltShader first = structured(".member vec2 a\n.member float b\n");
+  const tools::BuiltShader second = structured(".member float a\n.member vec2 b\n");
+  for (const tools::BuiltShader* shader : {&first, &second}) {
+    host = {};
+    run(batch.get(), ways, 0, shader->record());
+  }
+  EXPECT_EQ(host.results, Results(64, {3.0f, 4.0f}));
 }
 
 ShaderBatch* running = nullptr;

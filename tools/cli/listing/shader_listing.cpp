@@ -70,10 +70,10 @@ std::string rowText(const batch::RowSelector& selector, const batch::RowProgram&
   return "r" + std::to_string((row - program.rows) / batch::kRowWords);
 }
 
-std::string batchText(const form::Form& form, Machine& machine) {
+std::string batchText(const form::Form& form, form::Decoder& decoder, Machine& machine) {
   const batch::RowFunctions& functions = batch::bestRowFunctions();
   batch::RowProgram program(kMostBytes);
-  batch::RowSelector selector(form, machine, functions, program);
+  batch::RowSelector selector(form, decoder, machine, functions, program);
   if (!selector.select()) throw std::bad_alloc();
   if (program.first == nullptr) {
     const uint32_t i = selector.firstUnknown();
@@ -143,7 +143,7 @@ std::string shaderListing(const ShaderView& view, Stage stage) {
   engine::improve(form, machine);
   if (stage == Stage::Form) return text + formText(form);
 #ifdef SHADERMACHINE_HAVE_BATCH
-  if (stage == Stage::Batch) return text + batchText(form, machine);
+  if (stage == Stage::Batch) return text + batchText(form, decoder, machine);
 #endif
   engine::Selector selector(form, memory, machine);
   const engine::Record* records = selector.select();
