@@ -94,6 +94,39 @@ print_errors() {
        END { exit !shown }' "$1"
 }
 
+# unpacked_source PACKAGE VERSION FOLDER: makes the folder, with the source of a Debian package. Takes
+# the system's list of archives, which mostly leaves out those of sources, without changing it.
+unpacked_source() {
+  local list work=$3.part
+  local apt=(apt-get -q -o "Dir::State::Lists=$work/lists" -o "Dir::Etc::SourceParts=$work/sources"
+    -o Dir::Etc::SourceList=/dev/null -o Dir::Cache::pkgcache= -o Dir::Cache::srcpkgcache=)
+  rm -rf "$work"
+  mkdir -p "$work"/{lists/partial,sources,unpacked}
+  for list in /etc/apt/sources.list /etc/apt/sources.list.d/*.{list,sources}; do
+    [ ! -e "$list" ] || sed 's/^Types:.*/Types: deb-src/; s/^deb /deb-src /' "$list" \
+      >"$work/sources/${list##*/}"
+  done
+  "${apt[@]}" update && (cd "$work/unpacked" && "${apt[@]}" source "$1=$2") &&
+    mv "$work"/unpacked/*/ "$3" && rm -rf "$work"
+}
+
+# Prints the options with which CMake finds the headers of glslang that the GLSL compiler reads.
+# Packages from Debian 13 on leave them out: they come from the source of the version installed.
+glslang_options() {
+  local version folder log=build/glslang.log
+  [ ! -e /usr/include/glslang/MachineIndependent/localintermediate.h ] || return 0
+  version=$(dpkg-query -W -f '${source:Version}' glslang-dev 2>/dev/null) || return 0
+  folder=$PWD/build/glslang-$version
+  if [ ! -e "$folder" ]; then
+    echo "Fetching the source of glslang $version, for headers that its package leaves out" >&2
+    if ! unpacked_source glslang "$version" "$folder" >"$log" 2>&1 </dev/null; then
+      echo "apt-get failed; its output is in $log" >&2
+      return 0
+    fi
+  fi
+  echo "-DSHADERMACHINE_GLSLANG_SOURCE=$folder"
+}
+
 # Why the build of a preset has no GLSL compiler; fails where it has one.
 why_no_glsl() {  # PRESET
   sed -n 's/^-- \(.*: no GLSL compiler\)$/\1/p' "build/$1/build.log" | grep .
@@ -102,7 +135,7 @@ why_no_glsl() {  # PRESET
 # build PRESET [CMAKE-BUILD-ARGUMENT...]: configures and builds build/PRESET; silent unless it fails
 # or has something to do.
 build() {
-  local preset=$1 log
+  local preset=$1 log options
   shift
   if [ ! -e "build/$preset/CMakeCache.txt" ] && [ -z "${CMAKE_GENERATOR:-}" ] &&
     command -v ninja >/dev/null; then
@@ -110,10 +143,11 @@ build() {
   fi
   mkdir -p "build/$preset"
   log=build/$preset/build.log
+  mapfile -t options < <(glslang_options)
   [ -e "build/$preset/.built" ] || echo "Building in build/$preset (the first time takes minutes)"
   rm -f "build/$preset/.built"
-  if ! { cmake --preset "$preset" && cmake --build "build/$preset" --parallel "$(nproc)" "$@"; } \
-    >"$log" 2>&1 </dev/null; then
+  if ! { cmake --preset "$preset" "${options[@]}" &&
+    cmake --build "build/$preset" --parallel "$(nproc)" "$@"; } >"$log" 2>&1 </dev/null; then
     print_errors "$log" >&2 || tail -n 40 "$log" >&2
     echo "The build failed; its whole output is in $log" >&2
     exit 1
