@@ -136,6 +136,8 @@ void FunctionGenerator::arithmetic(TOperator compound, const Operand& left, cons
 void FunctionGenerator::floatArithmetic(TOperator op, Operand left, Operand right) {
   const unsigned components = std::max(left.shape.components, right.shape.components);
   if (op == glslang::EOpMul) return multiplyFloat(left, right, components);
+  // A vector made of one scalar stays the scalar, since there are instructions for that; not on
+  // both sides, where nothing would say how many components the result has.
   const Operand plainRight = withoutSplat(right);
   if (plainRight.shape.isScalar() && !left.shape.isScalar()) {
     right = plainRight;
@@ -169,6 +171,8 @@ void FunctionGenerator::splatted(const Operand& operand, unsigned components) {
   code_.emit(splatOpcode(dimension > 0 ? dimension : components), {1});
   if (dimension == 0) return;
   for (unsigned column = 1; column < dimension; ++column) code_.emit(VM_OP_DUP);
+  // Arithmetic repeats a scalar in every component of a matrix; its constructor would make a
+  // diagonal.
   const std::vector<int64_t> counts(dimension, dimension);
   code_.emit(matrixOpcode(dimension), counts);
 }
@@ -178,6 +182,8 @@ void FunctionGenerator::integerArithmetic(TOperator op, const Operand& left, con
   const unsigned components = std::max(left.shape.components, right.shape.components);
   const Shape shape{left.shape.scalar, components};
   const auto whole = [&](const Operand& part) {
+    // The node stands for the operand as the source has it: of a scalar that is repeated it would
+    // tell the wrong shape.
     const bool isWhole = part.shape.components == components;
     return Operand{shape, isWhole ? part.node : nullptr,
                    [this, part, components] { splatted(part, components); }};
@@ -199,6 +205,7 @@ bool FunctionGenerator::dividedByConstant(TOperator op, const Operand& left, con
                                           unsigned components) {
   const bool isRemainder = op == glslang::EOpMod;
   if ((op != glslang::EOpDiv && !isRemainder) || right.node == nullptr) return false;
+  // A divisor with its top bit set is negative here, and left to the library.
   const std::optional<int32_t> known = constantInt(*right.node);
   if (!known || *known <= 0 || left.shape.components != components) return false;
   const auto divisor = static_cast<uint32_t>(*known);
@@ -249,12 +256,14 @@ void FunctionGenerator::shift(TOperator op, const Operand& left, const Operand& 
                               const TSourceLoc& where) {
   const Shape shape = left.shape;
   const Operand distance = {{Scalar::Int, shape.components}, right.node, right.emit};
+  // -1 for distances that are not known, which are the library's as those outside the word are.
   const int32_t known = right.node != nullptr ? constantInt(*right.node).value_or(-1) : -1;
   const bool isLeft = op == glslang::EOpLeftShift;
   if (isLeft && known >= 0 && known < 32) {
     left.emit();
     return withInteger(VM_OP_MUL_I, static_cast<int32_t>(1u << known), shape.components);
   }
+  // By 31 there is no positive divisor.
   if (!isLeft && known > 0 && known < 31) return shiftRight(left, known);
   const char* name = isLeft ? "ishl" : shape.scalar == Scalar::Uint ? "ushr" : "ishr";
   const bool isWhole = right.shape.components == shape.components;
@@ -276,6 +285,8 @@ void FunctionGenerator::withInteger(VmOpcode opcode, int32_t constant, unsigned 
 void FunctionGenerator::shiftRight(const Operand& left, int32_t distance) {
   const unsigned components = left.shape.components;
   const int32_t divisor = 1 << distance;
+  // A local is read where it is, as often as needed: nothing that is emitted here changes it. A
+  // variable that stands for a constant has no place.
   const TIntermSymbol* variable = left.node != nullptr && asConstant(*left.node) == nullptr
                                       ? left.node->getAsSymbolNode()
                                       : nullptr;
@@ -308,6 +319,7 @@ void FunctionGenerator::shiftRight(const Operand& left, int32_t distance) {
     if (!isLocal) freeLocals_[number.type].push_back(number);
     return;
   }
+  // 0 or -1: an exclusive or with it complements just the negative ones.
   const Place sign = takeLocal("sign", number.type);
   isNegative();
   emitCounted(VM_OP_NEG_I, components);
@@ -318,6 +330,7 @@ void FunctionGenerator::shiftRight(const Operand& left, int32_t distance) {
   withInteger(VM_OP_DIV_I, divisor, components);
   load(sign);
   emitCounted(VM_OP_BIT_XOR, components);
+  // Both only now, or they could be the same.
   if (!isLocal) freeLocals_[number.type].push_back(number);
   freeLocals_[number.type].push_back(sign);
 }

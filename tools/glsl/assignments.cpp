@@ -12,7 +12,8 @@ unsigned selector(const PathStep& selection, unsigned i) {
   return static_cast<unsigned>(-selection.constant) >> 2 * i & 3;
 }
 
-// The number of components must be known for an index into a selection to be looked up here.
+// One component is chosen by its position, like an element; several by a pattern, which the machine
+// knows by its sign.
 int64_t selectionStep(std::span<const unsigned> selectors) {
   if (selectors.size() == 1) return selectors[0];
   int64_t pattern = static_cast<int64_t>(selectors.size()) << 8;
@@ -54,6 +55,7 @@ void FunctionGenerator::appendStep(Target& target, const TIntermBinary& node) {
   }
   const std::optional<int32_t> position = constantInt(*node.getRight());
   const TIntermTyped& base = *node.getLeft();
+  // A selection of one, so that an index into a swizzle is composed with it.
   if (position && !base.isArray() && !base.isMatrix() && base.isVector()) {
     const auto component = static_cast<unsigned>(*position);
     return appendSelection(target, {&component, 1});
@@ -63,6 +65,7 @@ void FunctionGenerator::appendStep(Target& target, const TIntermBinary& node) {
   } else {
     target.path.push_back({0, node.getRight()});
   }
+  // What is reached is the structure around an inner array (types.h); its only member is the array.
   if (module_.types().isWrapped(base.getType())) target.path.push_back({0});
 }
 
@@ -104,6 +107,7 @@ void FunctionGenerator::storeTarget(const Target& target) {
   const bool isLocal = target.root.kind == Place::Kind::Local;
   bool isConstant = true;
   for (const PathStep& step : target.path) {
+    // Steps among the operands have 16 bits.
     isConstant = isConstant && step.index == nullptr && step.constant <= INT16_MAX;
   }
   std::vector<int64_t> operands{target.root.index};
@@ -111,6 +115,7 @@ void FunctionGenerator::storeTarget(const Target& target) {
     for (const PathStep& step : target.path) operands.push_back(step.constant);
     return code_.emit(isLocal ? VM_OP_STORE_LOCAL_ELEM_IMM : VM_OP_STORE_GLOBAL_ELEM_IMM, operands);
   }
+  // From the last: the machine takes the first step from the top of the stack.
   for (size_t i = target.path.size(); i-- > 0;) {
     const PathStep& step = target.path[i];
     if (step.index != nullptr) {
@@ -137,6 +142,7 @@ bool FunctionGenerator::bindConstant(const TIntermBinary& node) {
   if (symbol->getQualifier().storage != glslang::EvqTemporary || findBinding(*symbol) != nullptr) {
     return false;
   }
+  // One assignment, and a statement of the body itself: it has run before whatever follows it.
   const auto writes = scope().function->writeCounts.find(symbol->getId());
   if (writes == scope().function->writeCounts.end() || writes->second != 1) return false;
   const std::span<TIntermNode* const> statements = children(*scope().function->body);
@@ -151,6 +157,8 @@ bool FunctionGenerator::bindConstant(const TIntermBinary& node) {
 void FunctionGenerator::assign(const TIntermBinary& node, bool wantsValue) {
   if (!wantsValue && bindConstant(node)) return;
   Target destination = target(*node.getLeft());
+  // What the indices write, they write before the right side runs. The others are evaluated by the
+  // store; where the target is used a second time, that must not run or fail anew.
   fixIndices(destination, Fix::Writing);
   if (node.getOp() == glslang::EOpAssign) {
     value(*node.getRight());
@@ -181,6 +189,7 @@ void FunctionGenerator::increment(const TIntermUnary& node, bool wantsValue) {
   fixIndices(destination, Fix::Costly);
   loadTarget(destination);
   if (wantsValue && isPost && shape.isOblong()) {
+    // Two loads and no DUP: its twin would still name the block when the other one is consumed.
     const Place before = newLocal("before", floatType(shape));
     store(before);
     load(before);

@@ -178,6 +178,8 @@ Unsupported FunctionGenerator::unsupportedFunction(const TIntermOperator& node) 
 void FunctionGenerator::builtinCall(const TIntermOperator& node,
                                     std::span<const TIntermTyped* const> arguments) {
   if (node.isTexture()) return textureCall(node, arguments);
+  // From the particular to the general: the table knows neither integers nor matrices, and would
+  // take the integers' min() for that of floats.
   if (oblongCall(node, arguments) || specialCall(node, arguments)) return;
   const Shape first = arguments.empty() ? Shape{} : shapeOf(*arguments[0]);
   const char* name = nullptr;
@@ -210,6 +212,7 @@ bool FunctionGenerator::tableCall(const TIntermOperator& node,
   std::vector<Operand> operands;
   bool isMixed = row->mixed != VM_OP_NOP && components > 1;
   for (size_t i = 0; i < arguments.size(); ++i) {
+    // The mixed form serves only where all arguments that are scalars in it can be.
     const bool mayBeScalar = (row->scalars >> i & 1) != 0;
     operands.push_back(mayBeScalar ? withoutSplat(operand(*arguments[i])) : operand(*arguments[i]));
     if (mayBeScalar) isMixed = isMixed && operands[i].shape.isScalar();
@@ -322,9 +325,11 @@ void FunctionGenerator::interpolateAtOffset(const TIntermTyped& varying,
 bool FunctionGenerator::bitField(TOperator op, std::span<const TIntermTyped* const> arguments) {
   const std::optional<int32_t> first = constantInt(*arguments[arguments.size() - 2]);
   const std::optional<int32_t> bits = constantInt(*arguments.back());
+  // Below the sign, so that signed products and quotients are right.
   if (!first || !bits || *first < 0 || *bits < 1 || *first + *bits > 31) return false;
   const unsigned components = shapeOf(*arguments[0]).components;
   const bool isExtract = op == glslang::EOpBitfieldExtract;
+  // The unit would be 2^31.
   if (isExtract && shapeOf(*arguments[0]).scalar == Scalar::Int && *bits == 1) return false;
   const int32_t mask = static_cast<int32_t>(((1u << *bits) - 1) << *first);
   const auto moved = [&](const TIntermTyped& node, int32_t distance) {

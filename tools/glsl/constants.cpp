@@ -48,6 +48,7 @@ void pushWords(FunctionBuilder& code, TypeCode type, const uint32_t*& words) {
 
 void pushConstant(FunctionBuilder& code, TypeTable& types, const TType& type, int dimension,
                   const uint32_t*& words) {
+  // Nothing is refused here any more: valueType() has seen this type.
   const TSourceLoc nowhere{};
   const int dimensions = type.isArray() ? type.getArraySizes()->getNumDims() : 0;
   if (dimension < dimensions) {

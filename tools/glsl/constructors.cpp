@@ -59,6 +59,7 @@ void FunctionGenerator::constructMatrix(const Shape& shape, std::span<TIntermNod
       return callLibrary("to_mat" + std::to_string(shape.dimension), {&argument, 1}, where);
     }
     value(first);
+    // The instruction takes the upper left block of a larger matrix.
     if (source.dimension > shape.dimension) code_.emit(opcode, {source.components});
     return;
   }

@@ -62,6 +62,7 @@ void FunctionGenerator::statement(const TIntermNode& node) {
     if (const TIntermTyped* typed = node.getAsTyped()) return discardValue(*typed);
     throw Unsupported(node.getLoc(), "this statement is not supported");
   } catch (const Unsupported& error) {
+    // The next statement may have an error of its own. What this one began is never built.
     module_.diagnostics().add(error);
   }
 }
@@ -113,6 +114,7 @@ void FunctionGenerator::loop(const TIntermLoop& node) {
   exits_.push_back({end, next});
   if (node.getBody() != nullptr) statement(*node.getBody());
   exits_.pop_back();
+  // Where continue goes on: with the last part of the head, or with the test behind the body.
   code_.bind(next);
   if (node.getTerminal() != nullptr) discardValue(*node.getTerminal());
   if (!node.testFirst() && !isEndless) {
@@ -146,6 +148,7 @@ void FunctionGenerator::switchStatement(const TIntermSwitch& node) {
     }
   }
   code_.jump(fallback);
+  // A switch ends what breaks; what continues is the loop around it.
   const std::optional<Label> onContinue = exits_.empty() ? std::nullopt : exits_.back().onContinue;
   exits_.push_back({end, onContinue});
   for (const TIntermNode* child : children(*node.getBody())) {
@@ -182,6 +185,7 @@ void FunctionGenerator::returnStatement(const TIntermBranch& node) {
       node.getExpression() != nullptr && node.getExpression()->getBasicType() != glslang::EbtVoid;
   if (hasValue) value(*node.getExpression());
   if (scope().returnTarget) {
+    // At the end of the body its label is bound right behind.
     if (&node != scope().lastStatement) code_.jump(*scope().returnTarget);
     return;
   }

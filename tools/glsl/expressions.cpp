@@ -55,6 +55,7 @@ std::vector<const TIntermTyped*> operandsOf(const TIntermTyped& node) {
 
 void FunctionGenerator::value(const TIntermTyped& node) {
   const At at(*this, node.getLoc());
+  // First of all: what was evaluated beforehand must not run again.
   const auto fixed = fixedValues_.find(&node);
   if (fixed != fixedValues_.end()) return load(fixed->second);
   if (const TIntermSymbol* symbol = node.getAsSymbolNode()) return symbolValue(*symbol);
@@ -65,6 +66,7 @@ void FunctionGenerator::value(const TIntermTyped& node) {
     return selectionValue(*selection);
   }
   if (const TIntermUnary* unary = node.getAsUnaryNode()) return unaryValue(*unary);
+  // Before the operands are looked at: a constant has no effects that could need an order.
   if (const std::optional<float> number = constantFloat(node)) return code_.pushFloat(*number);
   if (const std::optional<int32_t> number = constantInt(node)) return code_.pushInt(*number);
   const std::vector<const TIntermTyped*> operands = operandsOf(node);
@@ -294,6 +296,7 @@ FunctionGenerator::Hoisted FunctionGenerator::hoistEffects(
     std::span<const TIntermTyped* const> operands, bool firstIsTarget) {
   std::vector<const TIntermTyped*> writing;
   bool isNeeded = false;
+  // From the last: what an operand reads matters only if one behind it writes that.
   for (size_t i = operands.size(); i-- > 0;) {
     if (!(i == 0 && firstIsTarget) && writesVariables(*operands[i])) {
       writing.insert(writing.begin(), operands[i]);
@@ -304,6 +307,7 @@ FunctionGenerator::Hoisted FunctionGenerator::hoistEffects(
     }
   }
   Hoisted hoisted;
+  // If one must be made beforehand, all that write are, in their order.
   for (const TIntermTyped* node : writing) {
     if (!isNeeded || node->getBasicType() == glslang::EbtVoid) continue;
     const Place place = newLocal("value", valueType(*node));
@@ -375,6 +379,7 @@ std::optional<float> FunctionGenerator::constantFloat(const TIntermTyped& node) 
     case glslang::EOpMul:
       return *left * *right;
     default:
+      // Left to the machine, whose answer a constant would have to repeat.
       return *right != 0 ? std::optional(*left / *right) : std::nullopt;
   }
 }
@@ -391,6 +396,7 @@ std::optional<int32_t> FunctionGenerator::constantInt(const TIntermTyped& node) 
   const std::optional<int32_t> left = constantInt(*binary->getLeft());
   const std::optional<int32_t> right = left ? constantInt(*binary->getRight()) : std::nullopt;
   if (!right) return std::nullopt;
+  // Without sign, since the machine's integers wrap around.
   const auto a = static_cast<uint32_t>(*left), b = static_cast<uint32_t>(*right);
   switch (binary->getOp()) {
     case glslang::EOpAdd:

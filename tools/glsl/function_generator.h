@@ -273,7 +273,9 @@ class FunctionGenerator {
   std::vector<Scope> scopes_;
   unsigned depth_ = 0;  // of the recursion through trees, which bodies of other functions deepen
   std::vector<Exits> exits_;
+  // Locals that nobody holds: taken by takeLocal(), given back by who took them, once.
   std::map<ValueType, std::vector<Place>> freeLocals_;
+  // Expressions that value() loads instead of evaluating them, until what fixed them forgets them.
   std::map<const TIntermTyped*, Place> fixedValues_;
 };
 

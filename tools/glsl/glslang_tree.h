@@ -1,6 +1,9 @@
+//
 // glslang's tree, its helpers, and what all files of the compiler ask about it.
 //
-// Nodes are told apart with their getAs...() functions only: glslang is built without RTTI.
+// Nodes are told apart with their getAs...() functions only: glslang is built without RTTI. All
+// functions here recurse; Program::parse() has refused trees deeper than kMaxTreeDepth before any
+// other is called, and deeperThan() itself goes no deeper than its limit.
 #pragma once
 
 #include <glslang/Include/intermediate.h>

@@ -107,6 +107,7 @@ void Module::countInitializer(const TIntermNode& node) {
 
 bool Module::shouldInline(const FunctionInfo& info) const {
   if (inlinedBytes_ > kInlineBudget) return false;
+  // Whoever debugs steps into functions of the source, so these stay functions.
   const bool isKept = options_.isForDebugging && info.owner == &program_;
   if (info.size <= kInlineSize) return !isKept;
   if (info.owner != &program_ || isKept) return false;
@@ -126,6 +127,7 @@ const FunctionInfo& Module::libraryFunction(const std::string& name,
                                             const std::vector<Shape>& shapes,
                                             const TSourceLoc& where) {
   if (library_ == nullptr) {
+    // Parsed where a shader needs it, which most do not.
     const std::vector<SourceFile> files = {{"library", kLibrarySource, false}};
     Diagnostics errors(files);
     library_ = Program::parse(kLibrarySource, {}, errors);
@@ -152,12 +154,14 @@ std::string Module::libraryKey(const FunctionInfo& info) {
 }
 
 void Module::generateFunctions() {
+  // The first function, which is what entryIndex says unless told otherwise.
   FunctionBuilder& entry = builder_->addFunction("main");
   if (withConstants_) {
     constantsReady_ = builder_->addGlobal({"constants ready", VM_TYPE_BOOL});
     fillConstants_ = builder_->addFunction("fill constants").id();
   }
   generateEntry(entry);
+  // Bodies add to the list what they call, so by number.
   for (size_t i = 0; i < pending_.size(); ++i) {
     const auto [id, info] = pending_[i];
     FunctionGenerator(*this, builder_->function(id)).generate(*info);
@@ -170,6 +174,7 @@ void Module::generateEntry(FunctionBuilder& entry) {
   FunctionGenerator generator(*this, entry);
   const FunctionInfo& info = program_.function(kMainFunction);
   entry.source().signature = signatureOf(info);
+  // Filling stands behind the body, out of the way of all runs but the first.
   const Label fill = entry.newLabel();
   const Label ready = entry.newLabel();
   if (withConstants_) {

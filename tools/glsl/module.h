@@ -1,4 +1,9 @@
 // One shader under construction: its globals, constants and functions.
+//
+// Invariants: everything that start() clears belongs to the builder that it makes; places and ids
+// of an earlier one mean nothing. Whether constants must be filled at run time is known only once
+// all code has been made, so a shader that has some is made twice, and must become the same both
+// times.
 #pragma once
 
 #include <shadermachine-tools/host_inputs.h>

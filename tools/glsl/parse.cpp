@@ -111,6 +111,8 @@ class Reader {
 
   // Null when the source cannot be read this way; the errors say why.
   std::unique_ptr<glslang::TShader> read(const Attempt& attempt, Diagnostics& errors) {
+    // Twice through glslang: what the source defines is known only once conditions have been
+    // followed, and the texts around it depend on that.
     Texts texts = {std::string(attempt.directive) + "\n", defines(), {}, &source_.text};
     const std::string visible = preprocessed(attempt, texts);
     const Surroundings around =
@@ -122,6 +124,7 @@ class Reader {
     if (kind_ == Entry::Image && options_.include) {
       texts.common = options_.include(kCommonFile, options_.fileName).value_or(GlslInclude{});
     }
+    // Only pointers to these reach glslang, so they live until it has parsed.
     const Strings strings(texts, options_.fileName);
     auto shader = std::make_unique<glslang::TShader>(EShLangFragment);
     shader->setStringsWithLengthsAndNames(strings.texts.data(), strings.lengths.data(),
@@ -202,9 +205,12 @@ std::unique_ptr<Program> Program::parse(std::string_view text, const GlslOptions
   std::optional<Diagnostics> best;
   std::string readAs;
   for (const Attempt& attempt : attemptsFor(source)) {
+    // Every attempt starts from what is known already; errors of those that fail are dropped but
+    // for the best one's.
     Diagnostics errors = diagnostics;
     Reader reader(source, options, sizes);
     if (auto shader = reader.read(attempt, errors)) {
+      // Before anything else looks at the tree, by recursion.
       if (isTooDeep(*shader, diagnostics)) return nullptr;
       std::unique_ptr<Program> program(new Program(std::move(shader)));
       if (program->isTooLarge()) {

@@ -147,6 +147,8 @@ void Program::closeOverCalls() {
   size_t total = 0;
   std::vector<const FunctionInfo*> all;
   for (const auto& [name, info] : functions_) all.push_back(&info);
+  // Callees are complete when a caller takes them over. On circles they are not, but these are
+  // refused before code is made (reachable()).
   for (const FunctionInfo* info : calleesFirst(all, [](const FunctionInfo&) {})) {
     FunctionInfo& caller = functions_.at(info->name);
     for (const std::string& callee : caller.callees) {
@@ -174,6 +176,7 @@ std::vector<const FunctionInfo*> Program::calleesFirst(
   };
   std::vector<const FunctionInfo*> order;
   std::set<const FunctionInfo*> open, done;
+  // With a path of its own: chains of calls are as long as the source likes.
   std::vector<Entered> path;
   const auto enter = [&](const FunctionInfo* info) {
     if (info == nullptr || done.contains(info)) return;

@@ -1,4 +1,8 @@
 // A parsed shader and what is known about its functions before code is made.
+//
+// Invariants: nothing changes once parse() has returned; what a function writes and mentions of the
+// globals includes what its callees do, unless it can call itself; no tree is deeper than
+// kMaxTreeDepth.
 #pragma once
 
 #include <functional>

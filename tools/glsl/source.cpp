@@ -81,6 +81,8 @@ class Expansion {
 
   void count(const std::string& name, std::string text) {
     const size_t before = expanded_;
+    // Macros keep views of their tokens for as long as they are defined: the text must stay, and in
+    // a deque it stays where it is.
     texts_.push_back(withoutComments(std::move(text)));
     countLines(name, texts_.back());
     result_.tokens[name] += expanded_ - before;
@@ -105,6 +107,7 @@ class Expansion {
   void countLines(const std::string& name, std::string_view text) {
     for (size_t start = 0, end = 0; start < text.size(); start = end + 1) {
       end = text.find('\n', start);
+      // A directive goes on in the next line behind a backslash.
       while (end != std::string::npos && end > 0 && text[end - 1] == '\\') {
         end = text.find('\n', end + 1);
       }
@@ -169,6 +172,8 @@ class Expansion {
   void expand(const Tokens& tokens, unsigned depth, const Take& take) {
     if (depth > kMaxNesting) result_.problem = "macros are nested too deeply";
     for (size_t i = 0; i < tokens.size() && result_.problem.empty(); ++i) {
+      // Counts what is looked at, not what comes out: a macro that grows into nothing takes time as
+      // well.
       if (++expanded_ > kMaxExpandedTokens) result_.problem = "macros make the source too long";
       Macro* macro = isWordCharacter(tokens[i][0]) ? find(tokens[i]) : nullptr;
       const bool isCall = i + 1 < tokens.size() && tokens[i + 1] == "(";
@@ -179,6 +184,7 @@ class Expansion {
       std::vector<Tokens> arguments;
       if (macro->isFunction) i = readArguments(tokens, i + 2, depth, arguments);
       const Tokens replaced = replacement(*macro, arguments);
+      // As the language has it, which also ends the recursion of a macro that names itself.
       macro->isActive = true;
       expand(replaced, depth + 1, take);
       macro->isActive = false;
@@ -220,6 +226,7 @@ class Expansion {
       } else {
         result.insert(result.end(), arguments[number].begin(), arguments[number].end());
       }
+      // One macro may repeat a long argument often, before any of it is counted.
       if (result.size() > kMaxExpandedTokens) {
         result_.problem = "macros make the source too long";
         break;

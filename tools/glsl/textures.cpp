@@ -187,6 +187,7 @@ void FunctionGenerator::lookUp(const TextureCall& call, const TSourceLoc& where)
 // gathered one by one, each the last of its four.
 void FunctionGenerator::lookUpRepeatedly(const TextureCall& call) {
   const TIntermTyped* const coordinates = call.arguments[1];
+  // Somebody further out may have made them beforehand, and will forget them.
   const bool isFixed = fixedValues_.contains(coordinates);
   if (!isFixed) {
     const Place place = newLocal("coordinates", valueType(*coordinates));
@@ -280,6 +281,7 @@ void FunctionGenerator::describedLookUp(const TextureCall& call, unsigned corner
   const bool hasCoordinates =
       call.operation != LookupOperation::Size && call.operation != LookupOperation::Levels;
   if (hasCoordinates) textureCoordinates(call);
+  // Sixteen components, column by column as host_contract.h has them.
   column(hasCoordinates ? shapeOf(*call.arguments[1]).components : 0, 4);
   column(gradientOf(call, 0), 3);
   scalar(call.reference);

@@ -8,6 +8,8 @@
 namespace shadermachine::tools::glsl {
 namespace {
 
+// std::regex recurses with every character. Messages are short enough: glslang cuts its own to
+// little more than a thousand characters.
 using Replacements = std::vector<std::pair<std::regex, const char*>>;
 
 std::string replaced(std::string text, const Replacements& replacements) {

@@ -167,8 +167,11 @@ TypeCode TypeTable::baseCode(const TType& type, const TSourceLoc& where) {
 }
 
 TypeCode TypeTable::structCode(const TType& type, const TSourceLoc& where) {
+  // By the list of members, which types of one declaration share; two declarations with the same
+  // members are one structure by content, below.
   const auto known = structs_.find(type.getStruct());
   if (known != structs_.end()) return known->second;
+  // Of this recursion, not of the structures: what is known already ends it.
   const Nesting nesting(structDepth_);
   if (structDepth_ > kMaxStructDepth) throw Unsupported(where, "structures nested too deeply");
   StructKey key{type.getTypeName().c_str(), {}};

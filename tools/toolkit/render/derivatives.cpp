@@ -55,6 +55,8 @@ bool DerivativeRecord::isSettled() const {
 DerivativeRecord::Differences DerivativeRecord::answer(const ShaderMachine& machine,
                                                        const Value& value) {
   Differences result;
+  // Only now: most shaders never ask, and the two records are large. It is the machine that calls,
+  // so nothing may be thrown.
   if (noted_ == nullptr) noted_.reset(new (std::nothrow) Runs);
   if (answering_ == nullptr) answering_.reset(new (std::nothrow) Runs);
   if (noted_ == nullptr || answering_ == nullptr) return result;
@@ -63,6 +65,7 @@ DerivativeRecord::Differences DerivativeRecord::answer(const ShaderMachine& mach
   if (run.count == kMaxCalls) return result;
   const CallFrame& frame = machine.frames[machine.frameIndex];
   Call call = {frame.function, frame.pc, 0, componentsOf(frame), value};
+  // The last call of the same place knows how many there were.
   for (size_t k = run.count; k-- > 0;) {
     if (!run.calls[k].isSameSite(call)) continue;
     call.occurrence = run.calls[k].occurrence + 1;
@@ -73,6 +76,8 @@ DerivativeRecord::Differences DerivativeRecord::answer(const ShaderMachine& mach
   const auto difference = [&](unsigned axis) {
     Value steps = {};
     const unsigned bit = 1u << axis;
+    // Neighbours answer from their last run, whose values are complete; in this one, some have not
+    // come here yet.
     const Value* other = find(fragment_ ^ bit, call, index);
     if (other == nullptr) return steps;
     const float sign = (fragment_ & bit) == 0 ? 1.0f : -1.0f;

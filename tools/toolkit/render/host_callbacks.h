@@ -116,6 +116,8 @@ void placeRequest(void (*&callback)(const Request*)) {
 
 template <class Host, size_t... slot>
 void placeBuiltins(HostCallbacks& callbacks, std::index_sequence<slot...>) {
+  // All slots are pointers of one size in one row (the record's layout is pinned), so the table of
+  // variables gives their numbers.
   const VmBuiltinCallback stubs[] = {HostStubs<Host, slot>::builtin...};
   for (size_t i = 0; i < kHostSlotCount; ++i) {
     const bool isUnary = i - kHostUnary1 < std::size(callbacks.hostUnary);

@@ -167,6 +167,7 @@ HostInputs::HostInputs(const ShaderView& view) : view_(view) {
     if (std::ranges::count(kUnitPositionNames, name) > 0) variable.source = Source::UnitPosition;
     if (isFrameName(name) || isChannelName(name)) variable.source = Source::Frame;
   }
+  // Only now: the sampler may be declared behind the variable that has its size.
   for (Variable& variable : variables_) {
     if (!measuredSampler(variable).empty()) variable.source = Source::Frame;
   }
@@ -247,9 +248,10 @@ std::string HostInputs::descend(Part& part, VarInfo& info, std::string_view& ste
   steps.remove_prefix(step.size());
   if (step[0] == '[') {
     uint32_t index = 0;
-    const char* const end = step.data() + step.size() - 1;
-    const auto [stop, error] = std::from_chars(step.data() + 1, end, index);
-    const bool isIndex = error == std::errc() && stop == end && *end == ']';
+    const std::string_view digits = step.ends_with(']') ? step.substr(1, step.size() - 2) : "";
+    const char* const end = digits.data() + digits.size();
+    const auto [stop, error] = std::from_chars(digits.data(), end, index);
+    const bool isIndex = error == std::errc() && stop == end;
     if (!isIndex || index >= info.count) return "there is no element " + std::string(step);
     info.byteSize /= info.count;
     info.count = 0;

@@ -46,6 +46,8 @@ bool Passes::renderBuffers(const RenderSettings& settings, const Rendered& rende
   for (size_t i = 0; i + 1 < passes_.size(); ++i) {
     connect(passes_[i], buffers);
     RenderResult result = passes_[i].renderer.render(whole);
+    // New buffers are kept aside until all are there, so that a stop leaves those of the frame
+    // before.
     if (settings.stop.stop_requested()) return false;
     if (rendered) rendered(i, result);
     buffers[i] = std::make_shared<FloatImage>(std::move(result.colour));

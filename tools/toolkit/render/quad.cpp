@@ -1,13 +1,6 @@
 #include "render/quad.h"
 
 namespace shadermachine::tools {
-namespace {
-
-// Derivatives of derivatives, and so on, that are followed.
-constexpr unsigned kMaxReplays = 32;
-
-}  // namespace
-
 QuadRunner::QuadRunner(const ShaderView& view, const HostInputs& inputs, ShaderMachine& machine,
                        uint32_t timeout)
     : view_(view), machine_(machine), host_(view, inputs), startup_(host_.startupInfo(timeout)) {
@@ -29,6 +22,8 @@ const QuadRunner::Results& QuadRunner::run(uint32_t blockX, uint32_t blockY, uin
   };
   results_ = {};
   derivatives_.clear();
+  // Neighbours outside of the picture run only for those who ask for derivatives, and then everyone
+  // runs again until no answer would change: each turn settles derivatives one level deeper.
   bool isInTime = runAll(isInside);
   if (isInTime && derivatives_.isUsed()) {
     isInTime = runAll([&](unsigned fragment) { return !isInside(fragment); });
@@ -39,6 +34,7 @@ const QuadRunner::Results& QuadRunner::run(uint32_t blockX, uint32_t blockY, uin
     }
   }
   for (unsigned i = 0; i < DerivativeRecord::kFragments; ++i) {
+    // What ran for its neighbours only has no pixel.
     results_[i].isComplete = results_[i].isComplete && isInside(i);
   }
   return results_;

@@ -19,6 +19,9 @@ struct FragmentResult {
 class QuadRunner {
  public:
   using Results = std::array<FragmentResult, DerivativeRecord::kFragments>;
+  // Derivatives of derivatives, and so on, that are followed. A TileRunner, which could follow
+  // more, leaves those that may be deeper to this, so that a pixel is the same whoever runs it.
+  static constexpr unsigned kMaxReplays = 32;
 
   QuadRunner(const ShaderView& view, const HostInputs& inputs, ShaderMachine& machine,
              uint32_t timeout);
@@ -41,6 +44,7 @@ class QuadRunner {
   }
   // The same in parts, for those who run the fragment themselves, as often as they like.
   StartupInfo prepareOne(uint32_t column, uint32_t row) {
+    // A picture that just reaches this fragment: those behind it run for their derivatives alone.
     run(column / 2, row / 2, column + 1, row + 1);
     derivatives_.turn();
     return startup_;

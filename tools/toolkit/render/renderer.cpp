@@ -81,7 +81,8 @@ PixelRegion regionOf(const RenderSettings& settings) {
   return settings.region.value_or(wholeOf(settings));
 }
 
-// The picture being rendered, shared by the threads.
+// The picture being rendered, shared by the threads. A pixel belongs to one pair of rows and so to
+// one thread, which writes it without a lock.
 class Job {
  public:
   Job(const ShaderView& view, const HostInputs& inputs, const RenderSettings& settings)
@@ -187,6 +188,7 @@ class Job {
     for (uint32_t i = 0; i < results.size(); ++i) {
       const uint32_t fragment = block * DerivativeRecord::kFragments + i;
       const FragmentHost& host = share.tile->host(fragment);
+      // Not of a failure, whose block would be open: only a QuadRunner can say where it happened.
       results[i].isComplete = true;
       results[i].error = share.tile->error(fragment);
       results[i].colour = host.colour();
@@ -202,6 +204,7 @@ class Job {
       const uint32_t y = whole_.height - 1 - (2 * block.y + (i >> 1));
       if (!isInRegion(x, y)) continue;
       means[i].add(take(share, results[i], x, y));
+      // A picture that ends early shows the samples that there are.
       if (sample + 1 < settings_.samples && !isStopped()) continue;
       const size_t place = size_t{y - region_.y} * region_.width + (x - region_.x);
       std::ranges::copy(means[i].value(), &result_.colour.rgba[4 * place]);
@@ -300,6 +303,7 @@ RenderResult Renderer::render(const RenderSettings& settings) {
   const uint32_t count = threadCount(settings);
   if (batchFunctions_ != settings.batches) batches_.clear();
   batchFunctions_ = settings.batches;
+  // Before any thread starts, since an exception could not leave it.
   while (machines_.size() < count) machines_.push_back(createMachine());
   while (batches_.size() < count) {
     batches_.push_back(batchFunctions_ == nullptr ? nullptr

@@ -34,6 +34,7 @@ void locateFailure(const ShaderMachine& machine, const ShaderView& view, RunFail
   const CallFrame& frame = machine.frames[machine.frameIndex];
   failure.function = functionIndex(view, frame.function);
   if (failure.function < 0) return;
+  // Of a shader that nobody validated, code may lie outside the view.
   const uint32_t start = frame.function->codeOffset;
   if (start >= view.codeSize) return;
   const uint8_t* code = view.shader->code + start;

@@ -122,6 +122,7 @@ Neighbours neighbours(float position, uint32_t size, TextureWrap wrap) {
 Level levelOf(const Texture& texture, float level) {
   if (texture.floats != nullptr) return *texture.floats;
   if (!(level >= 1) || texture.smaller.empty()) return texture.image;
+  // Clamped as a float: an infinite level is no integer.
   const size_t last = texture.smaller.size() - 1;
   return texture.smaller[std::min(static_cast<size_t>(std::min(level, 32.0f)) - 1, last)];
 }
@@ -178,6 +179,7 @@ Vector onCube(const Texture& texture, const float* d) {
 Vector texelAt(const Level& image, float x, float y) {
   const float column = std::floor(x);
   const float row = std::floor(y);
+  // Compared as floats, where NaN and large numbers are outside; only then they are converted.
   const bool inside = column >= 0 && column < static_cast<float>(image.width) && row >= 0 &&
                       row < static_cast<float>(image.height);
   if (!inside) return Vector{};

@@ -9,7 +9,8 @@ namespace shadermachine::tools {
 
 // Answers a look-up (see kLookupKinds). A picture serves every kind: 1D reads its middle row, 3D
 // leaves out the third coordinate, and a direction finds its place on one of the six faces or on a
-// panorama (all directions, +y up, -z in the middle). There is one level.
+// panorama (all directions, +y up, -z in the middle). Levels are those of a picture of bytes; faces
+// and pictures of floats have one.
 std::array<float, 4> lookUp(const Texture& texture, const LookupRequest& request);
 
 // From the texture behind the request's sampler; black without one.

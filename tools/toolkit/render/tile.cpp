@@ -9,8 +9,6 @@
 namespace shadermachine::tools {
 namespace {
 
-// A QuadRunner follows derivatives of derivatives so far.
-constexpr uint32_t kMostDerivatives = 32;
 constexpr uint32_t kValueWords = 4;
 
 template <class Function>
@@ -58,6 +56,7 @@ BatchCallbacks TileRunner::callbacks() {
 }
 
 bool TileRunner::run(std::span<const Block> blocks, std::array<float, 2> offset) {
+  // One by one, a batch has no neighbours to take derivatives from, and is no faster.
   if (batch_ == nullptr || isAlone_) return false;
   count_ = static_cast<uint32_t>(blocks.size()) * DerivativeRecord::kFragments;
   openBlocks_ = 0;
@@ -91,7 +90,7 @@ void TileRunner::noteGroup(const BatchRequest& group) { isAlone_ = isAlone_ || g
 void TileRunner::noteDerivative(const BatchRequest& group) {
   noteGroup(group);
   constexpr uint64_t kWhole = (1u << DerivativeRecord::kFragments) - 1;
-  const bool isDeep = ++derivatives_ > kMostDerivatives;
+  const bool isDeep = ++derivatives_ > QuadRunner::kMaxReplays;
   for (uint32_t b = 0; b < group.count / DerivativeRecord::kFragments; ++b) {
     const uint64_t taking = group.mask >> b * DerivativeRecord::kFragments & kWhole;
     if (taking == 0 || (taking == kWhole && !isDeep)) continue;
@@ -111,6 +110,8 @@ BatchAnswer TileRunner::answerDerivative(const BatchRequest* request) {
     std::memcpy(values, row, group.count * sizeof(float));
     for (uint32_t block = 0; block < VM_BATCH_GROUP_LIMIT; block += 4) {
       const float* const v = values + block;
+      // To the bit what DerivativeRecord answers, which multiplies by the sign: -(a - b) and b - a
+      // are different zeros.
       const float dx[] = {v[1] - v[0], -1.0f * (v[0] - v[1]), v[3] - v[2], -1.0f * (v[2] - v[3])};
       const float dy[] = {v[2] - v[0], v[3] - v[1], -1.0f * (v[0] - v[2]), -1.0f * (v[1] - v[3])};
       for (uint32_t i = 0; i < 4; ++i) {
@@ -139,6 +140,7 @@ BatchAnswer TileRunner::answerVariable(const BatchVariableRequest* request) {
     for (uint32_t w = 0; w < group.wordCount; ++w) group.words[w * group.stride + i] = words[w];
   };
   if (tile.inputs_.isSameForAll(request->index)) {
+    // In column 0, whether that invocation takes part or not.
     put(0);
     return VM_BATCH_SAME_FOR_ALL;
   }

@@ -33,6 +33,8 @@ bool mergeSlot(Slot& into, const Slot& from) {
     if (into.isInline()) return mergeInline(into, from);
     if (sameView(into, from)) return false;
   }
+  // Known against known of another kind is the mistake; what is unknown already was reported where
+  // it became so.
   const SlotKind kind = from.isKnown() ? SlotKind::Conflict : from.kind;
   into = unknownSlot();
   into.kind = kind;
@@ -84,6 +86,7 @@ void AbstractStack::swap() {
   const auto top = static_cast<uint16_t>(slots_.size() - 1);
   Slot& a = below(1);
   Slot& b = below(0);
+  // Twins: either way the same.
   if (a.isView() && b.isView() && a.reference == b.reference) return;
   std::swap(a, b);
   // The lowest name of a reference moves with the slot; other names cannot lie above the two.

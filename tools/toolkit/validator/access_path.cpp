@@ -17,6 +17,7 @@ bool isScalarOrVector(TypeCode type) { return type <= VM_TYPE_BVEC4; }
 
 bool AccessPath::step(std::optional<int32_t> index) {
   if (index && *index < 0) {
+    // As the machine cuts it (SwizzlePattern).
     pattern_ = static_cast<uint16_t>(-static_cast<int16_t>(*index));
     return true;
   }
@@ -132,6 +133,8 @@ void AccessPaths::addStray(const AccessPath& path) {
   const bool isKnown = std::any_of(strays_.begin(), strays_.end(),
                                    [&](const AccessPath& known) { return known.leadsWhere(path); });
   if (isKnown) return;
+  // Different places double with each index that may be negative; so many are a mistake, whatever
+  // they are.
   if (strays_.size() < kMaxStrays) return strays_.push_back(path);
   strayProblem_ = "the path may lead to too many places";
 }

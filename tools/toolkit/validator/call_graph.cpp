@@ -44,6 +44,7 @@ class Components {
         if (nodes_[callee].number == 0) {
           open(callee);
         } else if (nodes_[callee].isOpen) {
+          // Only open ones: a component that is closed cannot lead back here.
           node.lowest = std::min(node.lowest, nodes_[callee].number);
         }
         continue;

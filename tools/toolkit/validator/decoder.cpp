@@ -17,6 +17,7 @@ class FunctionDecoder {
   DecodedFunction run() {
     decodeAll();
     for (Instruction& instruction : decoded_.instructions) checkOperands(instruction);
+    // Once the instructions no longer move: targets are their numbers.
     decoded_.isJumpTarget.resize(decoded_.instructions.size());
     for (Instruction& instruction : decoded_.instructions) resolveJump(instruction);
     return std::move(decoded_);
@@ -94,6 +95,7 @@ class FunctionDecoder {
     } else if (offset >= function_.codeLength) {
       reject(instruction, "jumps to offset ", offset, ", outside the function's ",
              counted(function_.codeLength, "byte"));
+      // There is a last instruction: this jump is one.
     } else if (offset < all.back().end) {
       reject(instruction, "jumps to offset ", offset, ", into the middle of an instruction");
     } else {

@@ -39,10 +39,12 @@ FunctionFlow::FunctionFlow(const Program& program, uint32_t function,
 bool FunctionFlow::isBlockStart(uint32_t index) const { return blockAt_[index] != kNoBlock; }
 
 void FunctionFlow::search(Budget& budget) {
+  // All again: a callee may return otherwise than it was known to.
   for (uint32_t i = 0; i < blocks_.size(); ++i) {
     if (blocks_[i].isReached) pending_.insert(i);
   }
   while (!pending_.empty() && !budget.isSpent()) {
+    // In code order, since most paths lead down: a block is walked when what leads there has been.
     const uint32_t block = *pending_.begin();
     pending_.erase(pending_.begin());
     walkBlock(starts_[block], &budget, nullptr);

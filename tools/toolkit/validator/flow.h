@@ -57,6 +57,9 @@ class FunctionFlow {
   const Program& program_;
   const uint32_t function_;
   const DecodedFunction& decoded_;
+  // Once reached, a block's stack keeps its size, and what is known of its slots only gets less:
+  // that ends the search. Paths of another size are told by report(), from the stack that came
+  // first.
   std::vector<Block> blocks_;      // per block start, in code order
   std::vector<uint32_t> blockAt_;  // per instruction: number of the block that starts there
   std::vector<uint32_t> starts_;   // per block: its first instruction

@@ -16,6 +16,7 @@ bool ReturnSummary::mergeWith(const ReturnSummary& other) {
     *this = other;
     return true;
   }
+  // Mixed is the last that can be known: what it was before stays for the messages.
   if (disagreesWith(other) || other.isMixed) {
     isMixed = true;
     return true;
@@ -69,6 +70,7 @@ void Step::needValueOf(uint32_t k, const VarInfo& variable) {
 }
 
 const VarInfo* Step::localBelow(uint32_t k) const {
+  // Wraps where k is a value's; then it is no local's.
   const uint32_t depth = k - stack.size();
   const bool isLocal = k >= stack.size() && depth < function.localCount;
   return isLocal ? &function.locals[function.localCount - 1 - depth] : nullptr;

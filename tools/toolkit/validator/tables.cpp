@@ -19,6 +19,7 @@ class TableChecks {
   void run() {
     if (!hasTables()) return;
     if (shader_.version != 1) error("version is ", shader_.version, ", not 1");
+    // Before anything goes through the tables.
     if (!isBounded()) return;
     for (uint32_t i = 0; i < view_.structCount; ++i) checkStructure(i);
     checkRecursion();
@@ -26,6 +27,7 @@ class TableChecks {
       checkVariable(shader_.globals[i], [&] { return text("global ", i); });
     }
     for (uint32_t i = 0; i < shader_.functionCount; ++i) checkFunction(i);
+    // Follows indices into tables, so these must be sound.
     if (diagnostics_.errorCount() == 0) checkBindings();
   }
 
@@ -36,6 +38,7 @@ class TableChecks {
   }
 
   bool hasTables() {
+    // The machine takes no record without functions.
     requireTable(shader_.functions, true, "functions");
     requireTable(shader_.structTypes, view_.structCount != 0, "structTypes");
     requireTable(shader_.globals, shader_.globalCount != 0, "globals");

@@ -21,6 +21,8 @@ class Validation {
     if (view_.shader == nullptr) {
       diagnostics_.error({}, "there is no shader");
     } else {
+      // In this order: decoding reads the tables that were found to exist, following the stack
+      // trusts what both found sound.
       checkTables(view_, diagnostics_);
       const bool tablesAreSound = diagnostics_.errorCount() == 0;
       if (view_.shader->functions != nullptr && decodeFunctions() && tablesAreSound) checkStacks();
@@ -44,6 +46,7 @@ class Validation {
     for (uint32_t i = 0; i < functionCount(); ++i) {
       if (hasCode(i)) bytes += view_.shader->functions[i]->codeLength;
     }
+    // Functions may share code, each of which is decoded and followed by itself.
     if (bytes > kMaxCodeBytes) {
       diagnostics_.error({}, "the functions have ", bytes, " bytes of code, more than ",
                          kMaxCodeBytes, " are not checked");
@@ -71,6 +74,8 @@ class Validation {
   // A result that becomes better known is news to the callers of the function only.
   static bool search(const CallGraph& calls, Program& program, std::vector<FunctionFlow>& flows) {
     Budget budget;
+    // Callees lie on top: without recursion every function is searched once, with its callees
+    // known.
     std::vector<uint32_t> work(calls.order().rbegin(), calls.order().rend());
     std::vector<bool> isQueued(flows.size(), true);
     while (!work.empty()) {
@@ -79,6 +84,8 @@ class Validation {
       isQueued[function] = false;
       flows[function].search(budget);
       if (!budget.spend(1)) return false;
+      // Ends: a summary changes a bounded number of times, always towards knowing less, and so do
+      // the stacks (mergeWith()). The budget bounds the time.
       if (!program.returns[function].mergeWith(flows[function].summary())) continue;
       for (uint32_t caller : calls.callers(function)) {
         if (!isQueued[caller]) work.push_back(caller);

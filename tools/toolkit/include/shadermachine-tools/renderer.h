@@ -121,8 +121,9 @@ class Renderer {
 
   HostInputs& inputs() { return inputs_; }
 
-  // A fragment that runs into the time limit ends the picture: the rows under way are finished up
-  // to their own limit and no others are begun. Throws std::bad_alloc when memory is short.
+  // A fragment that runs into the time limit ends the picture: fragments under way end by
+  // themselves or by their own limit, and no others are begun. Throws std::bad_alloc when memory is
+  // short.
   RenderResult render(const RenderSettings& settings);
 
  private:
