@@ -24,6 +24,7 @@ namespace {
 void check(std::string_view source, const tools::GlslOptions& options) {
   const tools::GlslResult result = tools::compileGlsl(source, options);
   if (result.shader.has_value() != result.messages.empty()) fail(source, "no shader, no message");
+  if (result.isUnsound) fail(source, result.messages.back().text);
   if (!result.shader) return;
   const tools::ValidationResult validation = tools::validate(result.shader->view());
   if (!validation.valid()) fail(source, toString(validation.diagnostics.front()));

@@ -11,6 +11,7 @@
 #include <stdexcept>
 #include <vector>
 
+#include "cli/picture_file.h"
 #include "fuzz/arbitrary_host.h"
 #include "fuzz/cost.h"
 #include "fuzz/engine_comparison.h"
@@ -29,23 +30,29 @@ constexpr size_t kMebibyte = size_t{1} << 20;
 constexpr size_t kSmallStack = size_t{64} << 10;
 constexpr size_t kCompilerStack = 4 * kMebibyte;
 
-// Processors are slower than the one of these figures by a few times; faults are by far more.
-constexpr double kSlowestProcessor = 10;
-constexpr double kMillisecondsPerByte = 0.01;
-constexpr double kBuiltinsMilliseconds = 200;  // glslang reads its built-in functions per version
-constexpr uint64_t kBytesPerByte = 4000;
+// Many times what was measured, since other work on the machine must not look like a fault; what
+// nothing bounds takes longer still.
+constexpr fuzz::Cost kAssembling = {30, 32 * kMebibyte};  // and per byte of the source:
+constexpr fuzz::Cost kAssemblingByte = {0.0003, 4000};
+constexpr fuzz::Cost kOther = {1000, 32 * kMebibyte};
+constexpr fuzz::Cost kOtherByte = {0.01, 4000};
+constexpr fuzz::Cost kPictureByte = {0.01, 40000};  // a packed byte may hold thousands of texels
+constexpr fuzz::Cost kInputs = {3000, 400 * kMebibyte};
+constexpr double kAfterTimeout = 100;
+constexpr double kLinearGrowth = 8;  // for four times the source
 constexpr uint64_t kMachineLimit = 64 * kMebibyte;
 constexpr uint32_t kTimeout = 5;
 
-fuzz::Cost allowedFor(size_t length, double milliseconds = 20) {
-  return {milliseconds + kMillisecondsPerByte * static_cast<double>(length),
-          32 * kMebibyte + kBytesPerByte * length};
+fuzz::Cost allowedFor(size_t length, fuzz::Cost once = kOther, fuzz::Cost perByte = kOtherByte) {
+  return {once.milliseconds + perByte.milliseconds * static_cast<double>(length),
+          once.bytes + perByte.bytes * length};
 }
 
 bool isWithin(fuzz::Cost limit, const char* what, size_t stack, const std::function<void()>& work) {
   const fuzz::Cost cost = fuzz::costOf(stack, work);
-  limit.milliseconds *= kSlowestProcessor * fuzz::kCostFactor;
-  if (cost.milliseconds <= limit.milliseconds && cost.bytes <= limit.bytes) return true;
+  if (cost.milliseconds <= limit.milliseconds * fuzz::kCostFactor && cost.bytes <= limit.bytes) {
+    return true;
+  }
   std::fprintf(stderr, "%s took %.0f ms and %.1f MiB, allowed %.0f ms and %.1f MiB\n", what,
                cost.milliseconds, static_cast<double>(cost.bytes) / kMebibyte, limit.milliseconds,
                static_cast<double>(limit.bytes) / kMebibyte);
@@ -85,13 +92,32 @@ void validateSharedTables(fuzz::Choices& choices) {
   std::abort();
 }
 
+void readPicture(fuzz::Choices& choices) {
+  const std::string bytes = fuzz::scalePicture(choices);
+  const auto read = [&] {
+    try {
+      tools::decodePicture(bytes, "p.png");
+    } catch (const std::runtime_error&) {  // what is wrong with it
+    }
+  };
+  const fuzz::Cost allowed = allowedFor(bytes.size(), kOther, kPictureByte);
+  if (!isWithin(allowed, "reading a picture", kCompilerStack, read)) std::abort();
+}
+
 class Trial {
  public:
-  explicit Trial(const fuzz::ScaleSource& source) : source_(source) {}
+  // `quarter`: the same source with a quarter of the repetitions.
+  Trial(const fuzz::ScaleSource& source, const fuzz::ScaleSource& quarter)
+      : source_(source), quarter_(quarter) {}
 
   void run() {
-    const fuzz::Cost allowed = allowedFor(source_.text.size(), kBuiltinsMilliseconds);
-    within(allowed, "compiling", source_.isGlsl ? kCompilerStack : kSmallStack, [&] { compile(); });
+    const fuzz::Cost allowed = allowedFor(source_.text.size());
+    if (source_.isGlsl) {
+      if (!isWithin(allowed, "compiling", kCompilerStack, [&] { compile(); })) checkGrowth(allowed);
+    } else {
+      within(allowedFor(source_.text.size(), kAssembling, kAssemblingByte), "assembling",
+             kSmallStack, [&] { compile(); });
+    }
     if (!shader_) return;
     bool isValid = false;
     within(allowed, "validating", kSmallStack,
@@ -100,7 +126,7 @@ class Trial {
     within(allowed, "disassembling", kSmallStack,
            [&] { tools::disassemble(shader_->view(), {.annotate = true}); });
     if (!isValid) return;
-    within({300, 400 * kMebibyte}, "making the inputs", kSmallStack, [&] { makeInputs(); });
+    within(kInputs, "making the inputs", kSmallStack, [&] { makeInputs(); });
     runWithinLimits();
   }
 
@@ -108,11 +134,32 @@ class Trial {
   void compile() {
 #ifdef FUZZ_GLSL
     if (source_.isGlsl) {
-      shader_ = tools::compileGlsl(source_.text).shader;
+      tools::GlslResult result = tools::compileGlsl(source_.text);
+      if (result.isUnsound) fail(result.messages.back().text.c_str());
+      shader_ = std::move(result.shader);
       return;
     }
 #endif
     shader_ = tools::assemble(source_.text).shader;
+  }
+
+  // The quicker of two.
+  fuzz::Cost compileCost(const fuzz::ScaleSource& source) const {
+    const auto measured = [&] {
+      return fuzz::costOf(kCompilerStack, [&] { Trial(source, quarter_).compile(); });
+    };
+    const fuzz::Cost first = measured(), second = measured();
+    return first.milliseconds < second.milliseconds ? first : second;
+  }
+
+  // Time may be as long as the source is, but not longer.
+  void checkGrowth(fuzz::Cost allowed) const {
+    const fuzz::Cost whole = compileCost(source_);
+    const double growth = whole.milliseconds / compileCost(quarter_).milliseconds;
+    if (growth <= kLinearGrowth && whole.bytes <= allowed.bytes) return;
+    std::fprintf(stderr, "%.1f times as long for %zu bytes as for %zu\n", growth,
+                 source_.text.size(), quarter_.text.size());
+    fail("too much");
   }
 
   void makeInputs() const {
@@ -131,7 +178,7 @@ class Trial {
       host.mostWords = 1000;  // its time is not the run's
       const StartupInfo startup = host.startup(kTimeout);
       for (int run = 0; run < 2; ++run) {
-        within({kTimeout + 10.0, kMachineLimit + 32 * kMebibyte}, "running", kSmallStack,
+        within({kTimeout + kAfterTimeout, kMachineLimit + 32 * kMebibyte}, "running", kSmallStack,
                [&] { vmShaderMachineExecuteShader(machine.get(), shader_->record(), &startup); });
         const MachineMemory& memory = *vmShaderMachineMemory(machine.get());
         if (memory.inUse > memory.limit) fail("a machine has more memory than its limit");
@@ -153,6 +200,7 @@ class Trial {
   }
 
   const fuzz::ScaleSource& source_;
+  const fuzz::ScaleSource& quarter_;
   std::optional<tools::BuiltShader> shader_;
 };
 
@@ -167,10 +215,18 @@ constexpr bool kWithGlsl = false;
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   vmInitialize();
   fuzz::Choices choices({data, size});
-  if (choices.below(16) == 1) {
+  const uint32_t kind = choices.below(16);
+  if (kind == 1) {
     validateSharedTables(choices);
     return 0;
   }
-  Trial(fuzz::scaleSource(choices, kWithGlsl)).run();
+  if (kind == 2) {
+    readPicture(choices);
+    return 0;
+  }
+  fuzz::Choices again = choices;
+  const fuzz::ScaleSource source = fuzz::scaleSource(choices, kWithGlsl);
+  const fuzz::ScaleSource quarter = fuzz::scaleSource(again, kWithGlsl, 4);
+  Trial(source, quarter).run();
   return 0;
 }

@@ -100,7 +100,7 @@ int32_t anyIndex(Choices& choices) {
 
 class Expansion {
  public:
-  Expansion(Choices& choices, uint32_t last) : choices_(choices), last_(last) {}
+  Expansion(Choices& choices, size_t mostBytes) : choices_(choices), mostBytes_(mostBytes) {}
 
   void add(std::string_view part, uint32_t i) {
     for (size_t at = 0; at < part.size(); ++at) {
@@ -112,7 +112,7 @@ class Expansion {
     }
   }
   void repeat(std::string_view part, uint32_t count, bool isUpwards) {
-    for (uint32_t i = 0; i < count && !part.empty() && text_.size() < kMostBytes; ++i) {
+    for (uint32_t i = 0; i < count && !part.empty() && text_.size() < mostBytes_; ++i) {
       add(part, isUpwards ? i : count - 1 - i);
       if (isUpwards) last_ = i + 1;
     }
@@ -139,24 +139,26 @@ class Expansion {
   }
 
   Choices& choices_;
-  uint32_t last_;
+  size_t mostBytes_;
+  uint32_t last_ = 0;
   std::string text_;
 };
 
 }  // namespace
 
-ScaleSource scaleSource(Choices& choices, bool withGlsl) {
+ScaleSource scaleSource(Choices& choices, bool withGlsl, uint32_t divisor) {
   const bool isGlsl = withGlsl && choices.below(2) != 0;
   const Pattern& pattern = isGlsl ? choices.of(kGlsl) : choices.of(kAssembly);
-  const uint32_t upwards = largeNumber(choices, 17);
+  const uint32_t upwards = largeNumber(choices, 17) / divisor;
   // Brackets close as often as they open, but for once in a while.
-  const uint32_t downwards = choices.oneIn(2) ? largeNumber(choices, 14) : UINT32_MAX;
-  Expansion expansion(choices, 0);
+  const bool isLopsided = choices.oneIn(2);
+  const uint32_t downwards = isLopsided ? largeNumber(choices, 14) / divisor : 0;
+  Expansion expansion(choices, kMostBytes / divisor);
   expansion.add(pattern[0], 0);
   expansion.repeat(pattern[1], upwards, true);
   const uint32_t done = expansion.last();
   expansion.add(pattern[2], done);
-  expansion.repeat(pattern[3], downwards == UINT32_MAX ? done : downwards, false);
+  expansion.repeat(pattern[3], isLopsided ? downwards : done, false);
   expansion.add(pattern[4], done);
   return {expansion.take(), isGlsl};
 }

@@ -13,6 +13,10 @@ struct ScaleSource {
   bool isGlsl;
 };
 
-ScaleSource scaleSource(Choices& choices, bool withGlsl);
+// With a divisor there are as many times fewer repetitions.
+ScaleSource scaleSource(Choices& choices, bool withGlsl, uint32_t divisor = 1);
+
+// The bytes of a PNG file that is little more than a header with any size.
+std::string scalePicture(Choices& choices);
 
 }  // namespace shadermachine::fuzz

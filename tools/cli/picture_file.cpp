@@ -113,8 +113,9 @@ std::string pictureFormatNames() {
   return names;
 }
 
-ByteImage readPicture(const std::string& path) {
-  const std::string bytes = readText(path);
+ByteImage readPicture(const std::string& path) { return decodePicture(readText(path), path); }
+
+ByteImage decodePicture(const std::string& bytes, const std::string& path) {
   if (bytes.starts_with("\x89PNG")) return decodePng(bytes, path);
 #ifdef SHADERMACHINE_HAVE_JPEG
   if (bytes.starts_with("\xff\xd8")) return decodeJpeg(bytes, path);

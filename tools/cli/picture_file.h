@@ -13,6 +13,8 @@ namespace shadermachine::tools {
 // PNG and, in builds with the library for it, JPEG; "-" is standard input. Throws
 // std::runtime_error that names the file and what is wrong with it.
 ByteImage readPicture(const std::string& path);
+// Of the bytes of such a file.
+ByteImage decodePicture(const std::string& bytes, const std::string& path);
 
 enum class PictureFormat : uint8_t {
   Png,  // 8 bits; alpha is left out when every pixel is opaque

@@ -24,6 +24,7 @@ GlslResult compileGlsl(std::string_view source, const GlslOptions& options) {
   if (const auto program = glsl::Program::parse(source, noting, diagnostics)) {
     glsl::Module module(*program, diagnostics, {files, options.isForDebugging, options.output});
     result.shader = module.build();
+    result.isUnsound = module.isUnsound();
     result.uniformValues = module.takeUniformValues();
     result.varyings = module.varyings();
     result.unusedUniforms = module.unusedUniforms();

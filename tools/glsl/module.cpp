@@ -47,6 +47,7 @@ std::optional<BuiltShader> Module::build() {
   // A fault of this compiler must not reach a host as code.
   for (const Diagnostic& remark : validate(shader.view()).diagnostics) {
     if (remark.severity != Severity::Error) continue;
+    isUnsound_ = true;
     diagnostics_.add(Unsupported(TSourceLoc(), "cannot be compiled soundly: " + toString(remark)));
     return std::nullopt;
   }

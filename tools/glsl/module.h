@@ -47,6 +47,7 @@ class Module {
   std::optional<BuiltShader> build();
   std::vector<NamedValue> takeUniformValues() { return std::move(uniformValues_); }
 
+  bool isUnsound() const { return isUnsound_; }
   const std::vector<std::string>& varyings() const { return varyings_; }
   // Uniforms that no code mentions.
   std::vector<std::string> unusedUniforms() const;
@@ -155,6 +156,7 @@ class Module {
   std::vector<Constant> constants_;
   uint64_t inlinedBytes_ = 0;
   bool withConstants_ = false;
+  bool isUnsound_ = false;
   GlobalId constantsReady_;
   FunctionId fillConstants_;
 };
