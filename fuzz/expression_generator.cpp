@@ -6,6 +6,7 @@
 #include "fuzz/generator.h"
 #include "fuzz/opcode_groups.h"
 #include "instructions/builtin_variables.h"
+#include "instructions/lookup_form.h"
 
 namespace shadermachine::fuzz {
 namespace {
@@ -131,54 +132,24 @@ bool Generator::variable(Wanted wanted, uint32_t) {
 // From an operand on; the first may be asked to be more than the instruction needs.
 void Generator::kernelOperands(const OpcodeGroup& group, uint32_t words, Wanted first,
                                uint32_t depth, size_t from) {
-  const Wanted scalar = {operandKind(!group.readsFloats()), 1};
-  const Wanted vector = {scalar.kind, words};
-  std::vector<Wanted> operands;
-  switch (group.shape) {
-    case Shape::other:
-      break;
-    case Shape::unary:
-    case Shape::scalarUnary:
-      operands = {vector};
-      break;
-    case Shape::binary:
-    case Shape::scalarBinary:
-    case Shape::allOf:
-    case Shape::anyOf:
-      operands = {vector, vector};
-      break;
-    case Shape::binaryVS:
-      operands = {vector, scalar};
-      break;
-    case Shape::binarySV:
-      operands = {scalar, vector};
-      break;
-    case Shape::ternary:
-      operands = {vector, vector, vector};
-      break;
-    case Shape::ternaryVSS:
-      operands = {vector, scalar, scalar};
-      break;
-    case Shape::ternaryVVS:
-      operands = {vector, vector, scalar};
-      break;
-    case Shape::ternarySSV:
-      operands = {scalar, scalar, vector};
-      break;
+  const WordKind kind = operandKind(!group.readsFloats());
+  for (size_t i = from; i < group.shape().operands; ++i) {
+    Wanted operand = {kind, group.shape().operandWords(static_cast<uint32_t>(i), words)};
+    if (i == 0) {
+      operand.words = std::max(operand.words, first.words);
+      if (first.kind == WordKind::Bits) operand.kind = WordKind::Bits;
+    }
+    value(operand, depth);
   }
-  operands.front().words = std::max(operands.front().words, first.words);
-  if (first.kind == WordKind::Bits) operands.front().kind = WordKind::Bits;
-  for (size_t i = from; i < operands.size(); ++i) value(operands[i], depth);
 }
 
 bool Generator::kernel(Wanted wanted, uint32_t depth) {
   const OpcodeGroup& group = choices_.of(kOpcodeGroups);
-  if (group.shape == Shape::other) return false;
+  if (group.kernel.empty()) return false;
   if (group.givesFloats() && wanted.kind == WordKind::Bits) return false;
-  const bool oneWord = group.shape >= Shape::scalarUnary;
-  if (oneWord ? wanted.words != 1 : wanted.words > group.countLimit()) return false;
-  const bool compares = group.shape == Shape::allOf || group.shape == Shape::anyOf;
-  const uint32_t words = compares ? choices_.between(1, 4) : wanted.words;
+  if (group.givesOneWord() ? wanted.words != 1 : wanted.words > group.countLimit()) return false;
+  const bool reduces = group.givesOneWord() && group.countLimit() != 0;
+  const uint32_t words = reduces ? choices_.between(1, 4) : wanted.words;
   kernelOperands(group, words, {WordKind::Float, 0}, depth);
   if (group.countLimit() == 0) {
     code_->emit(group.opcode);
@@ -218,41 +189,36 @@ bool Generator::product(Wanted wanted, uint32_t depth) {
   if (wanted.kind == WordKind::Bits) return false;
   const uint32_t words = wanted.words;
   const uint32_t dimension = words <= 4 ? std::max(words, 2U) : words <= 9 ? 3 : 4;
-  const Wanted matrix = {WordKind::Float, dimension * dimension};
-  const Wanted vector = {WordKind::Float, dimension};
-  const bool wantsMatrix = words > 4;
   const bool vectorFirst = choices_.oneIn(2);
-  value(wantsMatrix || !vectorFirst ? matrix : vector, depth);
-  value(wantsMatrix || vectorFirst ? matrix : vector, depth);
-  code_->emit(wantsMatrix   ? VM_OP_MUL_MAT_MAT
-              : vectorFirst ? VM_OP_MUL_VEC_MAT
-                            : VM_OP_MUL_MAT_VEC,
-              {dimension});
+  const VmOpcode opcode = words > 4     ? VM_OP_MUL_MAT_MAT
+                          : vectorFirst ? VM_OP_MUL_VEC_MAT
+                                        : VM_OP_MUL_MAT_VEC;
+  const OperandShape& shape = operandShape(static_cast<Opcode>(opcode));
+  for (uint32_t i = 0; i < shape.operands; ++i) {
+    value({WordKind::Float, shape.operandWords(i, dimension)}, depth);
+  }
+  code_->emit(opcode, {dimension});
   return true;
 }
 
 bool Generator::geometric(Wanted wanted, uint32_t depth) {
-  struct Row {
-    VmOpcode opcode;
-    uint32_t vectors;  // operands as long as the count
-    uint32_t scalars;
-    bool givesScalar;
-  };
-  constexpr Row kRows[] = {{VM_OP_LENGTH, 1, 0, true},       {VM_OP_DISTANCE, 2, 0, true},
-                           {VM_OP_DOT, 2, 0, true},          {VM_OP_NORMALIZE, 1, 0, false},
-                           {VM_OP_FACEFORWARD, 3, 0, false}, {VM_OP_REFLECT, 2, 0, false},
-                           {VM_OP_REFRACT, 2, 1, false},     {VM_OP_CROSS, 2, 0, false}};
-  const Row& row = choices_.of(kRows);
-  const bool crosses = row.opcode == VM_OP_CROSS;
-  if (wanted.kind == WordKind::Bits || (row.givesScalar && wanted.words != 1)) return false;
+  constexpr VmOpcode kOpcodes[] = {VM_OP_LENGTH,    VM_OP_DISTANCE,    VM_OP_DOT,
+                                   VM_OP_NORMALIZE, VM_OP_FACEFORWARD, VM_OP_REFLECT,
+                                   VM_OP_REFRACT,   VM_OP_CROSS};
+  const VmOpcode opcode = choices_.of(kOpcodes);
+  const OperandShape& shape = operandShape(static_cast<Opcode>(opcode));
+  const bool crosses = shape.out == WordCount::Three;
+  const bool givesScalar = shape.out == WordCount::One;
+  if (wanted.kind == WordKind::Bits || (givesScalar && wanted.words != 1)) return false;
   if (crosses && wanted.words > 3) return false;
-  const uint32_t count = crosses ? 3 : row.givesScalar ? choices_.between(1, 4) : wanted.words;
-  for (uint32_t i = 0; i < row.vectors; ++i) value({WordKind::Float, count}, depth);
-  for (uint32_t i = 0; i < row.scalars; ++i) value({WordKind::Float, 1}, depth);
+  const uint32_t count = givesScalar ? choices_.between(1, 4) : wanted.words;
+  for (uint32_t i = 0; i < shape.operands; ++i) {
+    value({WordKind::Float, shape.operandWords(i, count)}, depth);
+  }
   if (crosses) {
-    code_->emit(row.opcode);
+    code_->emit(opcode);
   } else {
-    code_->emit(row.opcode, {count});
+    code_->emit(opcode, {count});
   }
   return true;
 }
@@ -405,7 +371,7 @@ bool Generator::hostValue(Wanted wanted, uint32_t depth) {
     value({operandKind(true), 4}, depth);
     if (hasExtra) value({operandKind(true), 1}, depth);
     code_->emit(choices_.oneIn(2) ? VM_OP_HOST_LOOKUP_1 : VM_OP_HOST_LOOKUP_2,
-                {(hasExtra ? 3U : 2U) << 5 | kind << 2});
+                {lookupForm(hasExtra ? 3 : 2, kind)});
   } else {
     const auto& function = choices_.of(tools::kBuiltinFunctions);
     const bool leavesValue = function.operandCount > function.pops;

@@ -1,36 +1,20 @@
-// The instructions that apply a kernel, grouped by how they take their operands.
+// The instructions that apply a kernel, with what their kernels say of them.
 #pragma once
 
 #include <shadermachine/opcodes.h>
 
-#include <array>
 #include <string_view>
 
-#include "instructions/opcode_info.h"
+#include "instructions/operand_shapes.h"
 
 namespace shadermachine::fuzz {
 
-// Named as in the opcode table; `other` is everything that is not a kernel.
-enum class Shape : uint8_t {
-  other,
-  unary,
-  binary,
-  binaryVS,
-  binarySV,
-  ternary,
-  ternaryVSS,
-  ternaryVVS,
-  ternarySSV,
-  scalarUnary,
-  scalarBinary,
-  allOf,
-  anyOf,
-};
-
 struct OpcodeGroup {
   VmOpcode opcode;
-  Shape shape;
-  std::string_view kernel;
+  std::string_view kernel;  // empty for an instruction that applies none
+
+  const OperandShape& shape() const { return operandShape(static_cast<Opcode>(opcode)); }
+  bool givesOneWord() const { return shape().out == WordCount::One; }
 
   bool isCompare() const {
     return kernel.starts_with("Less") || kernel.starts_with("Greater") ||
@@ -47,8 +31,8 @@ struct OpcodeGroup {
 };
 
 inline constexpr OpcodeGroup kOpcodeGroups[] = {
-#define HANDLER(function) Shape::other, ""
-#define KERNEL(shape, kernel) Shape::shape, #kernel
+#define HANDLER(function) ""
+#define KERNEL(shape, kernel) #kernel
 #define OPCODE(number, mnemonic, handler, ...) {VM_OP_##mnemonic, handler},
 #include "instructions/opcodes.def"
 #undef OPCODE

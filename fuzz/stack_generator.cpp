@@ -30,7 +30,7 @@ void Generator::probe() {
 
 bool Generator::workByKernel(Wanted top, uint32_t depth) {
   const OpcodeGroup& group = choices_.of(kOpcodeGroups);
-  if (group.shape == Shape::other) return false;
+  if (group.kernel.empty()) return false;
   const bool bits = top.kind == WordKind::Bits;
   if (bits ? group.givesFloats() : !group.readsFloats()) return false;
   const bool counted = group.countLimit() != 0;

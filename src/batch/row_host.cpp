@@ -6,6 +6,7 @@
 #include "batch/row_program.h"
 #include "batch/row_selector.h"
 #include "instructions/builtin_variables.h"
+#include "instructions/lookup_form.h"
 
 namespace shadermachine::batch {
 namespace {
@@ -117,7 +118,7 @@ void lookUpOneByOne(RowState& state, const HostRequest& request) {
     const LookupRequest single = {result.words,
                                   samplerOf(request, i),
                                   reinterpret_cast<float*>(coords.words),
-                                  (request.form >> 2) & 7,
+                                  lookupKind(request.form),
                                   paramOf(request),
                                   request.extra == nullptr ? 0 : request.extra[i],
                                   request.extra == nullptr ? 0u : 1u,
@@ -238,7 +239,7 @@ const RowRecord* askForLookup(const RowRecord* record, RowState& state) {
                                       samplers,
                                       request.coords,
                                       request.extra,
-                                      (request.form >> 2) & 7,
+                                      lookupKind(request.form),
                                       paramOf(request)};
     answer = wide(&group);
   }

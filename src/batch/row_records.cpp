@@ -3,6 +3,7 @@
 
 #include "batch/row_selector.h"
 #include "instructions/builtin_variables.h"
+#include "instructions/lookup_form.h"
 #include "instructions/operand_shapes.h"
 
 namespace shadermachine::batch {
@@ -363,7 +364,7 @@ void RowSelector::selectPlain(uint32_t i) {
     return appendRequest(&askForUnary, rows);
   }
   rows.request.form = instructionOf(plain).operands[0];
-  const uint32_t arguments = (rows.request.form >> 5) & 3;
+  const uint32_t arguments = lookupArguments(rows.request.form);
   if (arguments < 2) return;
   rows.answer = slotRows(top - (arguments - 1));
   rows.coords = slotRows(top - (arguments - 2));

@@ -5,6 +5,7 @@
 
 #include "instructions/builtin_functions.h"
 #include "instructions/handlers.h"
+#include "instructions/lookup_form.h"
 
 namespace shadermachine {
 namespace {
@@ -130,7 +131,7 @@ void callHostUnary(Machine& machine, uint32_t which) {
 
 void callHostLookup(Machine& machine, uint32_t which) {
   const uint32_t form = fetchU8(machine);
-  const uint32_t arguments = (form >> 5) & 3;
+  const uint32_t arguments = lookupArguments(form);
   if (arguments < 2) return;
   const bool hasExtra = arguments == 3;
   const VmLookupCallback callback = machine.callbacks.lookup[which];
@@ -143,7 +144,7 @@ void callHostLookup(Machine& machine, uint32_t which) {
     const LookupRequest request = {result,
                                    sampler,
                                    coords,
-                                   (form >> 2) & 7,
+                                   lookupKind(form),
                                    which == 0 ? 16u : 0u,
                                    hasExtra ? words(machine, 0)[0] : 0u,
                                    hasExtra ? 1u : 0u,

@@ -2,6 +2,7 @@
 
 #include "instructions/builtin_functions.h"
 #include "instructions/builtin_variables.h"
+#include "instructions/lookup_form.h"
 
 namespace shadermachine {
 namespace {
@@ -62,7 +63,7 @@ StackEffect builtinVariableEffect(uint32_t id) {
 }
 
 StackEffect lookupEffect(uint32_t form) {
-  const uint32_t arguments = (form >> 5) & 3;
+  const uint32_t arguments = lookupArguments(form);
   return arguments < 2 ? effect(0, 0) : effect(arguments, 1, Reference::OfFirst);
 }
 

@@ -9,6 +9,7 @@
 #include "assembly/path.h"
 #include "assembly/scope.h"
 #include "assembly/source_directives.h"
+#include "instructions/lookup_form.h"
 #include "instructions/opcode_info.h"
 
 namespace shadermachine::tools::assembly {
@@ -274,9 +275,9 @@ class FunctionAssembler {
     if (!kind) return readInteger(token, 0, UINT8_MAX);
     ++nextOperand_;
     if (!readInteger(token, 0, 3) || !readInteger(*kind, 0, 7)) return false;
-    const int64_t kindNumber = values_.back();
+    const auto kindNumber = static_cast<uint32_t>(values_.back());
     values_.pop_back();
-    values_.back() = values_.back() << 5 | kindNumber << 2;
+    values_.back() = lookupForm(static_cast<uint32_t>(values_.back()), kindNumber);
     return true;
   }
 

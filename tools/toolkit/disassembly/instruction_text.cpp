@@ -3,6 +3,7 @@
 #include "assembly/literals.h"
 #include "assembly/operand_names.h"
 #include "assembly/path.h"
+#include "instructions/lookup_form.h"
 #include "instructions/opcode_info.h"
 
 namespace shadermachine::tools::disassembly {
@@ -126,11 +127,11 @@ class InstructionWriter {
   }
 
   void writeLookupForm(uint32_t form) {
-    // The bits that argument count and kind do not say.
-    constexpr uint32_t kOtherBits = 0x83;
-    if ((form & kOtherBits) != 0) return putNumber(form);
-    putNumber(form >> 5);
-    putNumber(form >> 2 & 7);
+    // Other bits, which argument count and kind do not say, need the whole number.
+    const uint32_t arguments = lookupArguments(form), kind = lookupKind(form);
+    if (form != lookupForm(arguments, kind)) return putNumber(form);
+    putNumber(arguments);
+    putNumber(kind);
   }
 
   const VarInfo* pathVariable(OperandKind first) const {

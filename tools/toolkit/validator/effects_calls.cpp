@@ -6,6 +6,7 @@
 
 #include "effects.h"
 #include "instructions/builtin_functions.h"
+#include "instructions/lookup_form.h"
 
 namespace shadermachine::tools::effects {
 namespace {
@@ -300,11 +301,11 @@ void callHostUnary(Step& step) {
 
 void callHostLookup(Step& step) {
   const uint32_t form = step.operand(0);
-  const uint32_t arguments = (form >> 5) & 3;
+  const uint32_t arguments = lookupArguments(form);
   if (arguments < 2) return;
   if (!step.needDepth(arguments)) return;
   step.needWords(arguments - 1, kSamplerWords);
-  const uint32_t kind = (form >> 2) & 7;
+  const uint32_t kind = lookupKind(form);
   const bool isDescribed =
       kind == kTexelKind && arguments == 3 && step.instruction.opcode == Opcode::HOST_LOOKUP_2;
   step.needWords(arguments - 2, isDescribed ? kDescribedWords : kLookupKinds[kind].coordinates);
