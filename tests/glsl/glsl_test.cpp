@@ -261,6 +261,13 @@ TEST(GlslErrors, monstersAreRefused) {
     wide += "float f" + std::to_string(i) + "(float x) { return " + call + "+" + call + "+" + call +
             "; }\n";
   }
+  // Calls as deep as there are functions.
+  std::string deep = "float g0(float x) { return x; }\n";
+  for (int i = 1; i < 6000; ++i) {
+    deep += "float g" + std::to_string(i) + "(float x) { return g" + std::to_string(i - 1) +
+            "(x) + 1.0; }\n";
+  }
+  EXPECT_EQ(glslErrors(deep + "void main() { gl_FragColor = vec4(g5999(1.0)); }"), "");
   EXPECT_EQ(glslErrors(wide + "void main() { gl_FragColor = vec4(f39(1.0)); }"), "");
 }
 
