@@ -141,6 +141,9 @@ std::vector<std::string> readGlslSources() {
   for (const tests::TextCase& test : tests::readCases(FUZZ_GLSL_CASES)) {
     sources.push_back(test::withBody(test.body, test.own));
   }
+  for (const tests::TextCase& test : tests::readCases(FUZZ_GLSL_SOURCES)) {
+    sources.push_back(test.body);
+  }
   std::ranges::sort(sources);
   return sources;
 }
