@@ -63,7 +63,7 @@ struct GlslResult {
   std::vector<GlslMessage> messages;  // errors, in the order of the source where possible
   // A fault of the compiler: what it made of the source does not validate, and is no shader.
   bool isUnsound = false;
-  bool usesDerivatives = false;       // dFdx, dFdy or fwidth: the host needs neighbours' values
+  bool usesDerivatives = false;  // dFdx, dFdy or fwidth: the host needs neighbours' values
   // Initial values of the uniforms that the shader uses; the host is to give these where it has no
   // others.
   std::vector<NamedValue> uniformValues;
