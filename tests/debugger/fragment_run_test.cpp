@@ -3,8 +3,11 @@
 
 #include <gtest/gtest.h>
 #include <shadermachine-tools/glsl.h>
+#include <shadermachine-tools/shader_builder.h>
 
 #include <random>
+
+#include "debugger/value.h"
 
 namespace shadermachine::tools {
 namespace {
@@ -80,6 +83,17 @@ TEST(FragmentRun, SeeksBothWays) {
     run.seek(place * 9973);
     ASSERT_EQ(stateOf(run), states[place]) << place;
   }
+}
+
+TEST(DebugValue, structuresMayNestDeeply) {
+  ShaderBuilder builder;
+  TypeCode type = VM_TYPE_FLOAT;
+  for (int i = 0; i < 32000; ++i) type = builder.addStruct("s", {{"elements", type}});
+  builder.addFunction("main").emit(VM_OP_RETURN);
+  const BuiltShader shader = std::move(builder).build();
+  const DebugValue nan = {debugType(shader.view(), type, 0), {0, 0, 0xC0, 0x7F}};
+  EXPECT_EQ(partsOf(shader.view(), nan).size(), 1u);
+  EXPECT_TRUE(isNonFinite(shader.view(), nan));
 }
 
 }  // namespace

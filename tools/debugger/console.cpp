@@ -364,6 +364,7 @@ std::string Console::execute(const std::string& line) {
   const ConsoleCommands::Command* chosen = nullptr;
   for (const ConsoleCommands::Command& command : ConsoleCommands::all()) {
     if (word == command.name || word == command.shortName) chosen = &command;
+    // A whole name or short name wins; of beginnings, the first in the list.
     const bool begins = std::string_view(command.name).starts_with(word);
     if (begins && chosen == nullptr) chosen = &command;
   }

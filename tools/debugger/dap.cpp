@@ -279,6 +279,7 @@ class Server {
   std::unique_ptr<DapInspection> inspection_;  // of it
   std::atomic<Debugger*> running_ = nullptr;
   std::function<void()> then_;
+  // Last: its thread calls hurry() from when it is made, which uses what stands above.
   DapStream stream_;
 };
 

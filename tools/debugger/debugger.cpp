@@ -164,6 +164,7 @@ Stop Debugger::step(StepKind kind, Direction direction) {
 // Whether the run stands where the step ends; asked before every instruction.
 Debugger::Wanted Debugger::wanted(StepKind kind) const {
   const auto depth = [this] { return run_.machine().frameIndex; };
+  // What a step is measured from, noted before the run moves.
   const int32_t startDepth = depth();
   const SourcePosition start = place().position;
   if (kind == StepKind::Instruction) return [] { return true; };
@@ -242,6 +243,7 @@ std::optional<DebugValue> Debugger::tryEvaluate(const std::string& expression) c
 // Looks where statements begin. What is out of scope there has not changed.
 std::optional<Stop> Debugger::watched() {
   if (statementHere() == nullptr) return std::nullopt;
+  // The change was made by the statement before this one.
   const DebugPlace changedAt = before_;
   before_ = place();
   for (auto& [id, breakpoint] : breakpoints_) {
@@ -293,6 +295,8 @@ std::optional<Stop> Debugger::stepChecked() {
     run_.step();
     return std::nullopt;
   }
+  // A copy: the frame's counter moves on with the step. A store stays in its frame, so `locals`
+  // holds.
   const CallFrame current = frame(0);
   run_.step();
   if (run_.isOver()) return std::nullopt;

@@ -57,6 +57,7 @@ class Evaluator {
     DebugValue left = unary();
     while (const Operator* op = nextOperator(precedence)) {
       rest_.remove_prefix(op->text.size());
+      // One level higher on the right: operators of the same level belong to the left.
       left = applied(op->text, left, binary(op->precedence + 1));
     }
     return left;
@@ -65,12 +66,14 @@ class Evaluator {
   const Operator* nextOperator(int precedence) {
     skipSpace();
     for (const Operator& op : kOperators) {
+      // The first that fits decides, whatever its level: "<=" is never a "<" followed by "=".
       if (rest_.starts_with(op.text)) return op.precedence >= precedence ? &op : nullptr;
     }
     return nullptr;
   }
 
   DebugValue unary() {
+    // All recursion comes through here.
     if (++nesting_ > kMaxNesting) fail("nested too deeply");
     DebugValue value;
     if (accept("-")) {
@@ -212,6 +215,7 @@ class Evaluator {
   }
 
   DebugValue applied(std::string_view op, const DebugValue& left, const DebugValue& right) {
+    // Both sides have been evaluated already: nothing here has effects.
     if (op == "&&") return scalar(VM_TYPE_BOOL, isTrue(left) && isTrue(right) ? 1 : 0);
     if (op == "||") return scalar(VM_TYPE_BOOL, isTrue(left) || isTrue(right) ? 1 : 0);
     const bool isAggregate = left.type.count > 0 || left.type.code >= 0 || right.type.count > 0 ||
@@ -249,6 +253,7 @@ class Evaluator {
     if (op == "==" || op == "<" || op == ">" || op == "<=" || op == ">=") {
       return scalar(VM_TYPE_BOOL, all ? 1 : 0);
     }
+    // Not component by component: vectors differ where any component does.
     if (op == "!=") return scalar(VM_TYPE_BOOL, isEqual(left, right) ? 0 : 1);
     return vector(isFloat ? TypeCode{VM_TYPE_FLOAT} : TypeCode{VM_TYPE_INT}, words, isUnsigned);
   }

@@ -36,6 +36,7 @@ DebugPlace Debugger::place(size_t index) const {
     locateFailure(run_.machine(), view_, failure);
     place.offset = failure.offset;
   } else if (index > 0 && place.offset > 0) {
+    // The position of the call, not of what follows it, which may be another line's.
     --place.offset;
   }
   if (view_.sources != nullptr) {
@@ -119,6 +120,7 @@ std::vector<DebugVariable> Debugger::variables(size_t index) const {
                                      : nullptr;
   const bool isDescribed = source != nullptr && !source->variables.empty();
   if (isDescribed) {
+    // From the last, since variables of inner blocks stand behind those around them.
     for (size_t i = source->variables.size(); i-- > 0;) {
       const SourceVariable& known = source->variables[i];
       if (known.isIn(where.offset)) add(variable(known, &current));

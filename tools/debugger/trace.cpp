@@ -11,6 +11,7 @@ class Tracer {
       : debugger_(debugger), write_(write) {}
 
   void run() {
+    // A failure ends the trace like any other end.
     debugger_.catchFailures(false);
     Stop stop;
     if (!debugger_.place().position.isKnown()) {

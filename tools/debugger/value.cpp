@@ -6,6 +6,7 @@
 #include <charconv>
 #include <cmath>
 #include <cstring>
+#include <utility>
 
 #include "assembly/literals.h"
 #include "machine/types.h"
@@ -21,16 +22,19 @@ const StructInfo* structureOf(const ShaderView& view, const DebugType& type) {
   return exists ? view.shader->structTypes[type.code] : nullptr;
 }
 
-// Inner arrays are the only member of a structure that the GLSL compiler makes up.
+// Inner arrays are the only member of a structure that the GLSL compiler makes up. Only arrays:
+// partsOf() looks through one of these, and not through others that lie in each other.
 bool isWrapper(const ShaderView& view, const DebugType& type) {
   const StructInfo* info = structureOf(view, type);
   return type.count == 0 && info != nullptr && info->memberCount == 1 &&
-         info->members[0].name != nullptr && std::strcmp(info->members[0].name, "elements") == 0;
+         info->members[0].count > 0 && info->members[0].name != nullptr &&
+         std::strcmp(info->members[0].name, "elements") == 0;
 }
 
 DebugPart part(const DebugValue& whole, std::string name, DebugType type, uint32_t offset,
                uint32_t size) {
   DebugPart result{std::move(name), {std::move(type), {}}};
+  // Nothing, where a record says more than its value has.
   if (offset > whole.bytes.size() || size > whole.bytes.size() - offset) return result;
   const auto first = whole.bytes.begin() + offset;
   result.value.bytes.assign(first, first + size);
@@ -144,6 +148,7 @@ std::vector<DebugPart> partsOf(const ShaderView& view, const DebugValue& value, 
       parts.push_back(part(value, name, inner, member.memberOffset, member.byteSize));
     }
     if (isWrapper(view, type) && !parts.empty()) {
+      // The source writes one type for the whole array of arrays.
       parts[0].value.type.name = type.name;
       return partsOf(view, parts[0].value, limit);
     }
@@ -167,16 +172,27 @@ std::string formatValue(const ShaderView& view, const DebugValue& value) {
   return text(view, value, kMaxDepth);
 }
 
-bool isNonFinite(const ShaderView& view, const DebugValue& value) {
-  if (value.type.count == 0 && value.type.code < 0) {
-    if (!isFloatType(value.type.code)) return false;
-    for (size_t i = 0; 4 * i + 4 <= value.bytes.size(); ++i) {
-      if (!std::isfinite(value.asFloat(i))) return true;
-    }
-    return false;
+namespace {
+
+bool hasNonFiniteWord(const DebugValue& value) {
+  for (size_t i = 0; 4 * i + 4 <= value.bytes.size(); ++i) {
+    if (!std::isfinite(value.asFloat(i))) return true;
   }
-  for (const DebugPart& inner : partsOf(view, value)) {
-    if (isNonFinite(view, inner.value)) return true;
+  return false;
+}
+
+}  // namespace
+
+// Structures nest as deep as the shader likes, so nothing recurses.
+bool isNonFinite(const ShaderView& view, const DebugValue& value) {
+  std::vector<DebugValue> pending = {value};
+  while (!pending.empty()) {
+    const DebugValue whole = std::move(pending.back());
+    pending.pop_back();
+    const bool isInline = whole.type.count == 0 && whole.type.code < 0;
+    if (isInline && isFloatType(whole.type.code) && hasNonFiniteWord(whole)) return true;
+    if (isInline) continue;
+    for (DebugPart& inner : partsOf(view, whole)) pending.push_back(std::move(inner.value));
   }
   return false;
 }
