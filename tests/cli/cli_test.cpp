@@ -208,6 +208,25 @@ TEST_F(Cli, PicturesCanBeTextures) {
 }
 
 #ifdef SHADERMACHINE_HAVE_GLSL
+// Faces of which each is bluer than the one before, looked at along the axes.
+TEST_F(Cli, CubeMapsOfSixFiles) {
+  const char* const faces[] = {"px", "nx", "py", "ny", "pz", "nz"};
+  for (int i = 0; i < 6; ++i) {
+    const std::string time = std::to_string(i * 0.2);
+    ASSERT_EQ(
+        run("render good.sasm --size 4x4 --time " + time + " -o sky_" + faces[i] + ".png").exitCode,
+        0);
+  }
+  write("cube.frag",
+        "#iChannel0 \"sky_{}.png\"\n#iChannel0::Type \"CubeMap\"\n"
+        "void mainImage(out vec4 c, in vec2 p) {\n  int i = int(p.x);\n  vec3 d = vec3(0.0);\n"
+        "  d[i / 2] = i % 2 == 0 ? 1.0 : -1.0;\n  c = vec4(texture(iChannel0, d).b);\n}\n");
+  ASSERT_EQ(run("render cube.frag --size 6x1 -o a.ppm").output, "");
+  EXPECT_EQ(readFile("a.ppm").substr(11), std::string("\0\0\0\x33\x33\x33\x66\x66\x66\x99\x99\x99"
+                                                      "\xcc\xcc\xcc\xff\xff\xff",
+                                                      18));
+}
+
 TEST_F(Cli, GlslBecomesAssembly) {
   EXPECT_EQ(run("glsl bad.frag").output,
             "bad.frag:2:23: error: undeclared identifier 'x'\n    gl_FragColor = vec4(x);\n" +

@@ -74,7 +74,7 @@ def save_png(path, size, pixels):
 class View:
     """A running program and its window."""
 
-    def __init__(self, screen, program, folder, shader, *options):
+    def __init__(self, screen, program, folder, shader, *options, terminal=None):
         self.screen = screen
         self.folder = folder
         # What the libraries of the screen keep is none of the program's.
@@ -83,7 +83,8 @@ class View:
         size = [] if "--size" in options else ["--size", f"{WIDTH}x{HEIGHT}"]
         self.log = open(os.path.join(folder, "log"), "w+")
         self.process = subprocess.Popen([program, "view", shader, *size, *options], cwd=folder,
-                                        env=environment, stdout=self.log, stderr=self.log)
+                                        env=environment, stdin=terminal, stdout=self.log,
+                                        stderr=self.log)
         root = screen.display.screen().root
         self.window = wait_for("a window", lambda: self.mapped(root))
         self.window.set_input_focus(X.RevertToParent, X.CurrentTime)
@@ -262,8 +263,25 @@ def mouse_and_picked_pixels(test):
     run[1] = "run"
     answer = subprocess.run(run, cwd=test.folder, check=True, capture_output=True, text=True)
     assert "colour: 0.470588" in answer.stdout, answer.stdout
-    view.key("Escape")
+    view.key("d")
+    view.says("the debugger needs a terminal")
     view.quit()
+
+
+def picked_pixels_are_debugged(test):
+    write(test.folder, "wrong.frag", plain("gl_FragCoord.x / 160.0, 0.0, 0.5"))
+    terminal, slave = os.openpty()
+    view = test.open("wrong.frag", terminal=slave)
+    os.close(slave)
+    view.shows(120, 5, (192, 0, 128))
+    view.move(120, 40)
+    view.button(3)
+    view.says("pixel (120, 40)")
+    view.key("d")
+    os.write(terminal, b"print gl_FragCoord.x\nquit\n")
+    view.says("gl_FragCoord.x = 120.5")
+    view.quit()
+    os.close(terminal)
 
 
 def keyboard_and_buffers(test):
@@ -318,13 +336,14 @@ class Test:
         self.screen, self.program, self.folder = screen, program, folder
         self.views = []
 
-    def open(self, shader, *options):
-        self.views.append(View(self.screen, self.program, self.folder, shader, *options))
+    def open(self, shader, *options, terminal=None):
+        self.views.append(View(self.screen, self.program, self.folder, shader, *options,
+                               terminal=terminal))
         return self.views[-1]
 
 
 CASES = [picture_is_that_of_render, changed_files_are_seen, time_runs_and_stands,
-         mouse_and_picked_pixels, keyboard_and_buffers, resized_and_recorded,
+         mouse_and_picked_pixels, picked_pixels_are_debugged, keyboard_and_buffers, resized_and_recorded,
          heavy_shaders_are_coarse_first]
 
 

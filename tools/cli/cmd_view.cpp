@@ -1,7 +1,12 @@
 // The live window.
+#include <unistd.h>
+
 #include <algorithm>
+#include <atomic>
 #include <cstdio>
+#include <cstdlib>
 #include <filesystem>
+#include <thread>
 
 #include "cli/batches.h"
 #include "cli/commands.h"
@@ -40,6 +45,33 @@ std::string quoted(const std::string& word) {
   return result + "'";
 }
 
+constexpr std::string_view kProgram = "shadermachine";
+
+// The terminal belongs to the debugger while it runs; Ctrl-C is for it. A window that is closed
+// before leaves the program waiting for it.
+class TerminalDebugger {
+ public:
+  void start(const std::string& command) {
+    if (isRunning_.exchange(true)) return say("the debugger runs already");
+    const bool hasTerminal = isatty(STDIN_FILENO) != 0;
+    if (!hasTerminal) {
+      isRunning_ = false;
+      return say("the debugger needs a terminal: enter the command above in one");
+    }
+    std::error_code ignored;
+    const std::string self = std::filesystem::read_symlink("/proc/self/exe", ignored).string();
+    const std::string program = self.empty() ? std::string(kProgram) : quoted(self);
+    thread_ = std::jthread([this, line = program + command.substr(kProgram.size())] {
+      if (std::system(line.c_str()) == -1) say("no debugger can be started");
+      isRunning_ = false;
+    });
+  }
+
+ private:
+  std::atomic<bool> isRunning_ = false;
+  std::jthread thread_;
+};
+
 class ProjectScene final : public Scene {
  public:
   ProjectScene(const InputOptions& options, std::vector<std::string>& files)
@@ -64,7 +96,7 @@ class ProjectScene final : public Scene {
   }
 
   std::string debugCommand(const FrameInputs& frame, uint32_t x, uint32_t y) override {
-    std::string command = "shadermachine debug " + quoted(options_.shaderPath);
+    std::string command = std::string(kProgram) + " debug " + quoted(options_.shaderPath);
     const auto add = [&command](const std::string& option, const std::string& value) {
       command += " " + option + " " + quoted(value);
     };
@@ -133,9 +165,11 @@ void showView(const ViewOptions& options) {
   settings.render.timeout = options.input.timeout;
   settings.render.batches = batchFunctions();
   settings.showsRate = options.showsRate;
+  TerminalDebugger debugger;
   const ViewHost host = {.load = [&options] { return load(options.input); },
                          .save = savePicture,
                          .say = say,
+                         .debug = [&](const std::string& line) { debugger.start(line); },
                          .name = std::filesystem::path(options.input.shaderPath).stem().string()};
   View view(host, settings);
   const FrameInputs& frame = settings.render.frame;

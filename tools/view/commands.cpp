@@ -19,7 +19,7 @@ constexpr const char* kHelp =
     "Home          from the beginning\n"
     "wheel, + - 0  zoom; middle button moves\n"
     "right button  pick a pixel\n"
-    "T             trace it on the terminal\n"
+    "T, D          trace, debug it on the terminal\n"
     "S             save the picture\n"
     "R             record frames, stop recording\n"
     "F             rate\n"
@@ -110,8 +110,10 @@ void View::command(uint32_t key) {
       zoom_.reset();
       break;
     case 'T':
-      wantsTrace_ = pick_.has_value();
-      if (!pick_) announce("pick a pixel with the right button");
+      wantsTrace_ = hasPick();
+      break;
+    case 'D':
+      if (hasPick()) host_.debug(scene_->debugCommand(frame_, pick_->x, pick_->y));
       break;
     case 'S':
       saveScreenshot();
@@ -135,6 +137,12 @@ void View::command(uint32_t key) {
     default:
       break;
   }
+}
+
+bool View::hasPick() {
+  const bool isThere = scene_ != nullptr && pick_;
+  if (!isThere) announce("pick a pixel with the right button");
+  return isThere;
 }
 
 // The nearest thing that can be left.

@@ -40,7 +40,9 @@ struct ViewHost {
   // Both throw std::exception.
   std::function<void(const std::string& path, const FloatImage& picture)> save;
   std::function<void(const std::string& line)> say;  // a line on the terminal
-  std::string name;                                  // that names of pictures begin with
+  // Starts what Scene::debugCommand() says, on the terminal, beside the view; says why it cannot.
+  std::function<void(const std::string& command)> debug;
+  std::string name;  // that names of pictures begin with
 };
 
 }  // namespace shadermachine::tools

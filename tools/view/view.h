@@ -54,6 +54,7 @@ class View {
 
   void command(uint32_t key);
   void leave();
+  bool hasPick();
   void startLoad();
   void finishLoad();
   bool isPlaying() const { return !isPaused_ && isAnimated_; }
