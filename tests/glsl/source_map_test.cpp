@@ -117,5 +117,13 @@ TEST(SourceMap, survivesAssemblyText) {
   }
 }
 
+TEST(SourceMap, variablesInScopeNowhereAreNoText) {
+  const GlslResult result = compileGlsl(
+      "#version 330\nout vec4 c; void f(int a) {} void main() { c = vec4(1); f(1); c.x = 2.0; }");
+  ASSERT_TRUE(result.shader);
+  const std::string text = disassemble(result.shader->view());
+  EXPECT_TRUE(assemble(text, "a.sasm").shader) << text;
+}
+
 }  // namespace
 }  // namespace shadermachine::tools

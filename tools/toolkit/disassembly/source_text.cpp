@@ -68,11 +68,15 @@ std::map<uint32_t, std::string> SourceText::lines(size_t index, const Handles& l
   std::map<uint32_t, std::string> lines;
   const SourceFunction* source = function(index);
   if (source == nullptr) return lines;
+  // Ends first: where one of a name ends, the next may begin. What ends where it begins, such as a
+  // parameter of a body without code, is in scope nowhere and would be ended too early.
+  const auto isSomewhere = [](const SourceVariable& known) { return known.begin < known.end; };
   for (const SourceVariable& known : source->variables) {
-    if (known.end == UINT32_MAX) continue;
+    if (known.end == UINT32_MAX || !isSomewhere(known)) continue;
     lines[known.end] += "  .end_variable " + formatString(known.name) + "\n";
   }
   for (const SourceVariable& known : source->variables) {
+    if (!isSomewhere(known)) continue;
     lines[known.begin] += "  " + variable(known, &locals) + "\n";
   }
   for (const SourceRow& row : source->rows) {

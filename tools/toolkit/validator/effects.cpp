@@ -36,6 +36,7 @@ bool endsWithValue(Opcode opcode) {
 
 void Step::apply() {
   const int8_t pops = instruction.info().pops;
+  // The depth first: what follows reads slots below the top and takes them to be there.
   const bool takesLocals = endsWithValue(instruction.opcode);
   if (pops != kVaries && !takesLocals && !needDepth(static_cast<uint32_t>(pops))) return;
   if (!instruction.isSound) return skipUnsound(*this);

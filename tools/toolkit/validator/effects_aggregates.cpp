@@ -138,6 +138,7 @@ void storeByStack(Step& step, const VarInfo& variable) {
   for (uint32_t k = 0; k < n; ++k) {
     step.needWords(k, 1);
     const Slot& index = step.stack.below(k);
+    // What is unknown after an error counts as fixed, so that the error is told once.
     const bool isFixed = index.constant || index.isPosition || !index.isKnown();
     isFollowed = isFollowed && paths.step(index.constant, isFixed);
   }

@@ -159,6 +159,7 @@ class Call {
 
   // Without the host's callback a function without code ends the run.
   void answerByAnyone() {
+    // Each answer starts from the stack before the call.
     before_ = step_.stack;
     if (isInHostRange()) answerByHostFunction();
     if (index_ == shader_.hostFunctionB) answerByOverrideB();

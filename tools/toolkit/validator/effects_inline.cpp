@@ -37,6 +37,7 @@ void shaped(Step& step) {
   const OperandShape& shape = operandShape(step.instruction.opcode);
   if (isZero(step, shape)) return;
   const uint32_t n = count(step);
+  // Asked before the operands leave the stack.
   const bool isPosition = givesPosition(step);
   for (uint32_t i = 0; i < shape.operands; ++i) {
     step.needWords(shape.operands - 1 - i, shape.operandWords(i, n));
@@ -87,6 +88,7 @@ void fillComponents(Step& step, uint32_t components) {
   for (uint32_t i = 0; i < n; ++i) {
     const uint32_t listed = step.instruction.listedCount(i);
     if (listed > kMaxComponents) step.error("count ", listed, " is above ", kMaxComponents);
+    // What does not fit into the result is not read either.
     const uint32_t taken = std::min(std::min(listed, kMaxComponents), components - filled);
     step.needWords(n - 1 - i, taken);
     filled += taken;
