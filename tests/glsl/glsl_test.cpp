@@ -230,7 +230,7 @@ TEST(GlslErrors, monstersAreRefused) {
     return "void main() { float x; gl_FragColor = vec4(x" + repeated("-x", length) + "); }";
   };
   EXPECT_TRUE(
-      glslErrors(chain(19000)).starts_with("a.frag:1:35053: error: nested too deeply\n  -x-x"));
+      glslErrors(chain(7000)).starts_with("a.frag:1:11053: error: nested too deeply\n  -x-x"));
   EXPECT_EQ(glslErrors(chain(300000)), "a.frag: error: a statement has too many operators\n");
   EXPECT_EQ(glslErrors("void main() { float x; x = (x" + repeated(",x", 200000) + "); }"),
             "a.frag: error: a statement has too many operators\n");

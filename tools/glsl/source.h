@@ -4,6 +4,8 @@
 // measured here first: macros by expanding them once, into nothing but a count.
 #pragma once
 
+#include <glslang/build_info.h>
+
 #include <map>
 #include <string>
 #include <string_view>
@@ -18,7 +20,8 @@ inline constexpr size_t kMaxIncludedBytes = 4 * kMaxSourceBytes;
 inline constexpr unsigned kMaxIncludeDepth = 50;
 inline constexpr const char* kCommonFile = "Common.glsl";  // in front of a source with mainImage()
 inline constexpr size_t kMaxExpandedTokens = 1 << 21;
-inline constexpr size_t kMaxOperators = 20000;   // of one statement
+// Of one statement. glslang recurses with each; newer versions take more of the stack.
+inline constexpr size_t kMaxOperators = GLSLANG_VERSION_MAJOR > 12 ? 8000 : 20000;
 inline constexpr size_t kMaxStructures = 10000;  // each may contain the one before
 
 struct Source {
