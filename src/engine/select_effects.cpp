@@ -186,12 +186,11 @@ void Selector::selectReadElement(const Operation& element) {
 
 // Several indices come from memory.
 void Selector::selectDeepStore(const Operation& store, PartLimits& limits) {
-  Record record = makeRecord(&storeDeepPartStep);
-  for (uint32_t k = 0; k < store.count; ++k) {
-    limits.index[k] = memory(store.in[1 + k]);
-    limits.steps[k] = store.steps[k];
-  }
+  const bool inBlock = store.kind == Kind::StorePart;
+  Record record = makeRecord(inBlock ? &storeDeepPartStep : &storeDeepWordsStep);
+  for (uint32_t k = 0; k < store.count; ++k) limits.index[k] = memory(store.in[1 + k]);
   record.a = memory(store.in[0]);
+  if (!inBlock) claimWritten(store);
   record.c = reinterpret_cast<const uint32_t*>(&limits);
   record.d = addressOf(store.place);
   record.x = store.first;
@@ -206,6 +205,7 @@ void Selector::selectPartStore(const Operation& store) {
   limits->bytes = store.size;
   limits->bytesStride = store.stride;
   limits->count = store.count;
+  for (uint32_t k = 0; k < store.count; ++k) limits->steps[k] = store.steps[k];
   if (store.count > 1) return selectDeepStore(store, *limits);
   Record record = {};
   const bool inRegister =
@@ -218,7 +218,7 @@ void Selector::selectPartStore(const Operation& store) {
     record.z = store.steps[0].bound;
   }
   const bool inBlock = store.kind == Kind::StorePart;
-  if (!inBlock) claim(store.place, writtenBy(store).words);
+  if (!inBlock) claimWritten(store);
   record.run = storePartStep(inBlock, source, n, inRegister);
   record.c = reinterpret_cast<const uint32_t*>(limits);
   record.d = addressOf(store.place);
@@ -227,9 +227,106 @@ void Selector::selectPartStore(const Operation& store) {
   emit(record);
 }
 
-void Selector::selectReference(const Operation& effect) {
-  const form::Written written = writtenBy(effect);
+// A load at run-time indices, of which the first is checked.
+void Selector::selectLoadIndexed(const Operation& load) {
+  const form::IndexStep& step = load.steps[0];
+  Record record = {};
+  record.a = addressOf(load.place) + load.first / sizeof(uint32_t);
+  record.x = VM_ERR_INDEX_OUT_OF_BOUNDS;
+  record.y = step.stride;
+  record.z = step.bound == 0 ? UINT32_MAX : step.bound;
+  record.size = load.words;
+  record.site = load.site;
+  const bool isPlanned = load.n > 1 || step.add != 0 || step.mask != UINT32_MAX;
+  if (isPlanned) {
+    auto* plan = arena_.allocate<IndexPlan>();
+    if (plan == nullptr) return;
+    const bool hasBase = load.n > 1;
+    *plan = {step.add, step.mask, hasBase ? load.steps[1].stride : 0,
+             hasBase ? memory(load.in[1]) : &step.add};
+    record.c = reinterpret_cast<const uint32_t*>(plan);
+  }
+  const bool inWord = takeIndex(load.in[0], record);
+  produceWords(record, indexedSteps(load.words, inWord, isPlanned), load.words);
+}
+
+void Selector::selectCheckBound(const Operation& check) {
+  Record record = {};
+  record.x = VM_ERR_INDEX_OUT_OF_BOUNDS;
+  record.z = check.steps[0].bound;
+  record.site = check.site;
+  record.run = checkBoundStep(takeIndex(check.in[0], record));
+  emit(record);
+}
+
+void Selector::selectCopyWords(const Operation& copy) {
+  claimWritten(copy);
+  Record record = makeRecord(&copyWordsStep);
+  record.a = addressOf(copy.other) + copy.first / sizeof(uint32_t);
+  record.d = addressOf(copy.place);
+  record.x = copy.count;
+  if (copy.steps != nullptr) {
+    record.run = &copyIndexedStep;
+    record.b = memory(copy.in[0]);
+    record.y = copy.steps[0].stride;
+  }
+  emit(record);
+}
+
+// Null for all of an aggregate.
+const uint32_t* Selector::partSource(const Operation& copy, uint32_t bytes) {
+  if (bytes == 0) return nullptr;
+  auto* part = arena_.allocate<PartSource>();
+  if (part == nullptr) return nullptr;
+  *part = {copy.first, bytes, 0, nullptr};
+  if (copy.steps != nullptr) {
+    part->stride = copy.steps[0].stride;
+    part->index = memory(copy.in[0]);
+  }
+  return reinterpret_cast<const uint32_t*>(part);
+}
+
+// What blocks are asked for, and what may have to ask for one.
+void Selector::selectStorage(const Operation& effect) {
+  Record record = {};
+  record.site = effect.site;
+  if (effect.kind == Kind::FillStorage) record.c = partSource(effect, effect.count);
+  forgetRegisters();
+  claimWritten(effect);
+  switch (effect.kind) {
+    case Kind::OpenStorage:
+      claim(effect.other, UINT32_MAX);
+      record.run = &openStorageStep;
+      record.d = addressOf(effect.other);
+      record.a = addressOf(effect.place) - sizeof(FixedBlock) / sizeof(uint32_t);
+      record.x = form_.storageAt(effect.place).bytes;
+      break;
+    case Kind::FillStorage:
+      record.run = &fillStorageStep;
+      record.d = addressOf(form_.storageAt(effect.place).slot);
+      record.a = addressOf(effect.other);
+      record.b = addressOf(effect.place);
+      break;
+    case Kind::ReserveStorage:
+      record.run = &reserveStep;
+      record.x = effect.count;
+      break;
+    default:
+      record.run = &renewStep;
+      record.d = addressOf(effect.place);
+      record.x = effect.size;
+      break;
+  }
+  emit(record);
+}
+
+void Selector::claimWritten(const Operation& operation) {
+  const form::Written written = writtenBy(operation);
   for (Place p = written.place; p < written.end; ++p) claim(p, written.words);
+}
+
+void Selector::selectReference(const Operation& effect) {
+  claimWritten(effect);
   Record record = {};
   record.d = addressOf(effect.place);
   record.site = effect.site;
@@ -270,6 +367,7 @@ void Selector::selectReference(const Operation& effect) {
   } else {
     forgetRegisters();
     record.run = effect.kind == Kind::CopyBlock ? &copyBlockStep : &storeBlockStep;
+    if (effect.kind == Kind::CopyBlock) record.c = partSource(effect, effect.size);
     emit(record);
   }
 }

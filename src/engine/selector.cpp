@@ -36,13 +36,35 @@ bool Selector::start() {
     values_.append({0, 0, nullptr, kNone, 0, kNone, 0, 0, kNone, 0, 0, kNone, false});
   }
   for (uint32_t p = 0; p < form_.placeCount(); ++p) places_.append({kNone, 0});
-  scratchPlaces_ = arena_.allocate<uint32_t>(size_t{form_.scratchPlaces} * kPlaceWords + kPadding);
+  const uint32_t scratchPlaces = form_.firstStorage == UINT32_MAX
+                                     ? form_.scratchPlaces
+                                     : form_.firstStorage - kFirstScratchPlace;
+  scratchPlaces_ = arena_.allocate<uint32_t>(size_t{scratchPlaces} * kPlaceWords + kPadding);
   constants_ = arena_.allocate<uint32_t>(size_t{form_.constants.size()} + kPadding);
-  if (values_.failed() || places_.failed() || arena_.failed()) return false;
+  startStorages();
+  if (values_.failed() || places_.failed() || storagePlaces_.failed() || arena_.failed()) {
+    return false;
+  }
   if (form_.constants.size() > 0) {
     std::memcpy(constants_, &form_.constants[0], form_.constants.size() * sizeof(uint32_t));
   }
   return true;
+}
+
+// Each storage's words lie in a fixed block.
+void Selector::startStorages() {
+  for (uint32_t k = 0; k < form_.storages.size(); ++k) {
+    const form::Storage& storage = form_.storages[k];
+    if (!storage.isUsable) continue;
+    const size_t data = storage.bytes + kPadding * sizeof(uint32_t);
+    auto* block = arena_.allocate<FixedBlock>(1 + data / sizeof(FixedBlock) + 1);
+    if (block == nullptr) return;
+    auto* words = reinterpret_cast<uint32_t*>(block + 1);
+    for (Place p = storage.first; p < storage.first + storage.count; ++p) {
+      storagePlaces_.append(words);
+      words += form_.wordsOf(p);
+    }
+  }
 }
 
 // Uses, and which operations the record of their only user can take along: those that nothing with
@@ -96,6 +118,7 @@ bool Selector::canMakeAt(Value value, uint32_t store) const {
     if (between.kind == Kind::Branch || form::isSeen(between.kind)) return false;
     if (between.kind == Kind::Load && between.place == target.place) return false;
     if (form::touchesReference(between, target.place)) return false;
+    if (form::readBy(between).has(target.place)) return false;
     const form::Written written = writtenBy(between);
     if (written.place <= target.place && target.place < written.end &&
         (written.words & words) != 0) {
@@ -148,6 +171,7 @@ bool Selector::keepsReferences(const Operation& operation) const {
 uint32_t* Selector::addressOf(Place place, uint32_t word) {
   if (place < kFirstIndexPlace) return machine_.stack[place].value.words + word;
   if (place < kFirstScratchPlace) return &machine_.indexStack[place - kFirstIndexPlace];
+  if (place >= form_.firstStorage) return storagePlaces_[place - form_.firstStorage] + word;
   return scratchPlaces_ + size_t{place - kFirstScratchPlace} * kPlaceWords + word;
 }
 
@@ -361,6 +385,17 @@ void Selector::selectOperation(const Operation& operation) {
     case Kind::StorePart:
     case Kind::StoreIndexed:
       return selectPartStore(operation);
+    case Kind::LoadIndexed:
+      return selectLoadIndexed(operation);
+    case Kind::CheckBound:
+      return selectCheckBound(operation);
+    case Kind::CopyWords:
+      return selectCopyWords(operation);
+    case Kind::OpenStorage:
+    case Kind::ReserveStorage:
+    case Kind::FillStorage:
+    case Kind::Renew:
+      return selectStorage(operation);
     case Kind::HostVariable:
     case Kind::HostAggregate:
     case Kind::HostBuiltin:

@@ -76,6 +76,7 @@ class Selector {
 
   // selector.cpp: where values are
   bool start();
+  void startStorages();
   void analyseBlock(const form::Block& block);
   void chooseHomes(const form::Block& block);
   bool canMakeAt(Value value, uint32_t store) const;
@@ -93,6 +94,7 @@ class Selector {
   void forgetRegisters();
   void liveAt(Value value, Place place, uint32_t word);
   void claim(Place place, uint32_t words);
+  void claimWritten(const Operation& operation);
   void moveAway(Value value);
   uint32_t* scratch(uint32_t n);
   uint32_t emit(const Record& record);
@@ -126,6 +128,11 @@ class Selector {
   void selectJump(const Operation& operation);
   void selectMember(const Operation& operation);
   void selectReadElement(const Operation& operation);
+  void selectLoadIndexed(const Operation& operation);
+  void selectCheckBound(const Operation& operation);
+  void selectStorage(const Operation& operation);
+  void selectCopyWords(const Operation& operation);
+  const uint32_t* partSource(const Operation& copy, uint32_t bytes);
   bool setLimits(const Operation& element, Record& record);
   void selectPartStore(const Operation& operation);
   void selectDeepStore(const Operation& operation, PartLimits& limits);
@@ -148,6 +155,7 @@ class Selector {
   form::Array<uint32_t> blockStarts_;
   form::Array<Link> links_;
   uint32_t* scratchPlaces_ = nullptr;
+  form::Array<uint32_t*> storagePlaces_;  // by place, from the first storage's on
   uint32_t* constants_ = nullptr;
   uint32_t* pool_ = nullptr;
   uint32_t poolFree_ = 0;

@@ -57,9 +57,20 @@ Step hostAggregateStep(ENGINE_STATE);
 // Built-in variable of callback x; y: whether the current index is passed. The host fills the words
 // at d; the first four are in the vector register too.
 Step hostBuiltinStep(ENGINE_STATE);
+// `bytes` bytes at `offset` of an aggregate, and at as much more as its index says.
+struct PartSource {
+  uint32_t offset;
+  uint32_t bytes;
+  uint32_t stride;
+  const uint32_t* index;  // null: none
+};
 // Stores into the aggregate variable d (a slot's words). site: with the value popped.
-Step storeBlockStep(ENGINE_STATE);  // from the temporary a, which gives its reference up
-Step copyBlockStep(ENGINE_STATE);   // from the variable a
+Step storeBlockStep(ENGINE_STATE);   // from the temporary a, which gives its reference up
+Step copyBlockStep(ENGINE_STATE);    // from the variable a; c: null, or the PartSource
+Step fillStorageStep(ENGINE_STATE);  // likewise; b: data of the block that d must keep
+Step renewStep(ENGINE_STATE);        // d gets a block of its own of x bytes
+Step openStorageStep(ENGINE_STATE);  // the slot d gets the FixedBlock a, of x bytes
+Step reserveStep(ENGINE_STATE);      // stops where a block of x bytes could not be made
 
 // steps_move.cpp
 
@@ -93,6 +104,18 @@ struct ElementLimits {
 StepPair elementSteps(uint32_t n, bool indexInWord);
 // Stops as elementSteps() would, and reads nothing.
 RecordHandler checkIndexStep(bool indexInWord);
+// What an index is made of besides one operand: see form::IndexStep.
+struct IndexPlan {
+  uint32_t add;
+  uint32_t mask;
+  uint32_t baseStride;
+  const uint32_t* base;  // a second index, of this stride
+};
+// Words at an address: a: with all indices 0; b: the index (or the word register), which counts y
+// bytes and must be below z; c: null, or the IndexPlan. site, x and size as of elementSteps().
+StepPair indexedSteps(uint32_t n, bool indexInWord, bool planned);
+RecordHandler checkBoundStep(bool indexInWord);  // b, z, site and x as above
+Step copyIndexedStep(ENGINE_STATE);              // x words from a, and y bytes for each of b, to d
 // Component b of the y components at a; site and x as above.
 StepPair componentSteps(bool indexInWord);
 // Column b of the n times n matrix at a; site and x as above.
@@ -110,12 +133,13 @@ struct PartLimits {
 };
 enum class IndexSource : uint8_t { None, Word, Memory };
 // Stores n words, from a or a register (n = 1: scalar, 2 to 4: vector), at byte x of a part of the
-// variable d (its slot's words), which is an aggregate or, not inBlock, a basic one. One index, in
-// the word register or at b, counts y bytes and must be below z. c: PartLimits of an aggregate.
-// size: words of a part of more than four.
+// variable d (its slot's words), which is an aggregate or, not inBlock, of the words d themselves.
+// One index, in the word register or at b, counts y bytes and must be below z. c: PartLimits. size:
+// words of a part of more than four.
 RecordHandler storePartStep(bool inBlock, IndexSource index, uint32_t n, bool inRegister);
 // Any number of indices, by the limits; `size` words from a.
 Step storeDeepPartStep(ENGINE_STATE);
+Step storeDeepWordsStep(ENGINE_STATE);  // not in a block
 
 // steps_geometry.cpp
 

@@ -1,5 +1,6 @@
 // Variables that the host fills, and stores of aggregates.
 
+#include "engine/plain_program.h"
 #include "engine/steps.h"
 #include "engine/vectors.h"
 #include "instructions/builtin_variables.h"
@@ -47,11 +48,60 @@ bool storeFailed(Machine& machine, const Site& site) {
   return stored || storeFailed(machine, *record.site);
 }
 
+// The part of a view that LOAD and the instructions after it would have left; empty when it does
+// not lie inside.
+BlockView partOf(const BlockView& whole, const PartSource& part) {
+  const uint64_t index = part.index == nullptr ? 0 : *part.index;
+  const uint64_t offset = part.offset + index * part.stride;
+  if (whole.data == nullptr || offset + part.bytes > whole.size) return {nullptr, 0, 0};
+  const auto at = static_cast<uint32_t>(offset);
+  return {whole.data + at, part.bytes, whole.offset + at};
+}
+
 [[gnu::noinline]] bool copyBlock(Machine& machine, const Record& record) {
-  const BlockView& source = slotOf(record.a).view;
+  BlockView source = slotOf(record.a).view;
+  const auto* part = reinterpret_cast<const PartSource*>(record.c);
+  if (part != nullptr) source = partOf(source, *part);
   const bool stored =
       chargeBytes(machine, source.size) && blockCopyInto(machine, &slotOf(record.d).view, &source);
   return stored || storeFailed(machine, *record.site);
+}
+
+// A block of the size could be made: then its memory is free again.
+[[gnu::noinline]] bool canMakeBlock(Machine& machine, const Record& record) {
+  const uint64_t bytes = sizeof(BlockHead) + uint64_t{record.x};
+  if (!chargeBytes(machine, record.x) || !reserveMemory(machine, bytes)) {
+    return storeFailed(machine, *record.site);
+  }
+  unreserveMemory(machine, bytes);
+  return true;
+}
+
+[[gnu::noinline]] bool renewBlock(Machine& machine, const Record& record) {
+  BlockView& variable = slotOf(record.d).view;
+  const bool isOwn = blockRefCount(&variable) == 1 && variable.offset == 0;
+  if (isOwn && variable.size == record.x) return canMakeBlock(machine, record);
+  BlockView fresh;
+  if (!chargeBytes(machine, record.x) || !blockAlloc(machine, &fresh, record.x, nullptr)) {
+    return storeFailed(machine, *record.site);
+  }
+  blockRelease(&variable);
+  variable = fresh;
+  return true;
+}
+
+[[gnu::noinline]] bool openStorage(Machine& machine, const Record& record) {
+  auto& block = *reinterpret_cast<FixedBlock*>(const_cast<uint32_t*>(record.a));
+  uint8_t* const data =
+      chargeBytes(machine, record.x) ? takeFixedBlock(machine, block, record.x) : nullptr;
+  if (data == nullptr) return storeFailed(machine, *record.site);
+  slotOf(record.d).view = {data, record.x, 0};
+  return true;
+}
+
+[[gnu::noinline]] void finishPlain(Machine& machine, const Site& site) {
+  enterSite(machine, site);
+  runPlainToEnd(machine);
 }
 
 // Word by word: the host may have written them in pieces of any size, and a load that spans two
@@ -116,6 +166,32 @@ Step storeBlockStep(ENGINE_STATE) {
 
 Step copyBlockStep(ENGINE_STATE) {
   if (!copyBlock(machine, *record)) ENGINE_END;
+  ENGINE_FORGET;
+  ENGINE_NEXT;
+}
+
+Step fillStorageStep(ENGINE_STATE) {
+  if (!copyBlock(machine, *record)) ENGINE_END;
+  ENGINE_FORGET;
+  if (slotOf(record->d).view.data == reinterpret_cast<const uint8_t*>(record->b)) ENGINE_NEXT;
+  finishPlain(machine, *record->site);
+  ENGINE_END;
+}
+
+Step renewStep(ENGINE_STATE) {
+  if (!renewBlock(machine, *record)) ENGINE_END;
+  ENGINE_FORGET;
+  ENGINE_NEXT;
+}
+
+Step openStorageStep(ENGINE_STATE) {
+  if (!openStorage(machine, *record)) ENGINE_END;
+  ENGINE_FORGET;
+  ENGINE_NEXT;
+}
+
+Step reserveStep(ENGINE_STATE) {
+  if (!canMakeBlock(machine, *record)) ENGINE_END;
   ENGINE_FORGET;
   ENGINE_NEXT;
 }

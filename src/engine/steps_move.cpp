@@ -127,6 +127,12 @@ Step copyWordsStep(ENGINE_STATE) {
   ENGINE_NEXT;
 }
 
+Step copyIndexedStep(ENGINE_STATE) {
+  const auto* from = reinterpret_cast<const uint8_t*>(record->a) + size_t{*record->b} * record->y;
+  std::memmove(record->d, from, record->x * sizeof(uint32_t));
+  ENGINE_NEXT;
+}
+
 RecordHandler storeStep(bool fromWord, bool fromScalar, uint32_t n, bool exact) {
   if (fromWord) return &storeWordStep;
   if (fromScalar) return &storeScalarStep;

@@ -16,6 +16,10 @@ uint8_t* partOf(const Record* record, uint32_t word) {
   uint32_t index = 0;
   if constexpr (source != IndexSource::None) {
     index = source == IndexSource::Word ? word : *record->b;
+    if constexpr (!inBlock) {
+      const form::IndexStep& step = limitsOf(record).steps[0];
+      index = (index + step.add) & step.mask;
+    }
     if (index >= record->z) return nullptr;
   }
   const size_t offset = record->x + size_t{index} * record->y;
@@ -33,7 +37,8 @@ uint8_t* partOf(const Record* record, uint32_t word) {
 template <uint32_t n, bool inRegister>
 void writePart(uint8_t* part, const Record* record, FloatVector vector, float scalar) {
   if constexpr (n > 4) {
-    std::memcpy(part, record->a, record->size * sizeof(uint32_t));
+    // From a part of the same variable, maybe.
+    std::memmove(part, record->a, record->size * sizeof(uint32_t));
   } else if constexpr (!inRegister) {
     std::memcpy(part, record->a, n * sizeof(uint32_t));
   } else if constexpr (n == 1) {
@@ -81,6 +86,21 @@ RecordHandler chooseIndex(IndexSource source, uint32_t n, bool inRegister) {
 RecordHandler storePartStep(bool inBlock, IndexSource index, uint32_t n, bool inRegister) {
   return inBlock ? chooseIndex<true>(index, n, inRegister)
                  : chooseIndex<false>(index, n, inRegister);
+}
+
+Step storeDeepWordsStep(ENGINE_STATE) {
+  const PartLimits& limits = limitsOf(record);
+  bool inside = true;
+  size_t offset = record->x;
+  for (uint32_t k = 0; k < limits.count; ++k) {
+    const form::IndexStep& step = limits.steps[k];
+    const uint32_t index = (*limits.index[k] + step.add) & step.mask;
+    inside = inside && index < step.bound;
+    offset += size_t{index} * step.stride;
+  }
+  auto* words = reinterpret_cast<uint8_t*>(record->d);
+  if (inside) std::memmove(words + offset, record->a, record->size * sizeof(uint32_t));
+  ENGINE_NEXT;
 }
 
 Step storeDeepPartStep(ENGINE_STATE) {

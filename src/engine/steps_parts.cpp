@@ -91,6 +91,26 @@ Step checkElementStep(ENGINE_STATE) {
   ENGINE_NEXT;
 }
 
+template <uint32_t n, bool inWord, bool planned, bool stores>
+Step indexedStep(ENGINE_STATE) {
+  uint32_t index = indexOf<inWord>(record, word);
+  const auto* data = reinterpret_cast<const uint8_t*>(record->a);
+  if constexpr (planned) {
+    const auto& plan = *reinterpret_cast<const IndexPlan*>(record->c);
+    index = (index + plan.add) & plan.mask;
+    data += size_t{*plan.base} * plan.baseStride;
+  }
+  if (index >= record->z) ENGINE_STAY(stopStep);
+  takePart<n, stores>(record, data + size_t{index} * record->y, word, vector, scalar);
+  ENGINE_NEXT;
+}
+
+template <bool inWord>
+Step boundStep(ENGINE_STATE) {
+  if (indexOf<inWord>(record, word) >= record->z) ENGINE_STAY(stopStep);
+  ENGINE_NEXT;
+}
+
 template <bool inWord, bool stores>
 Step componentStep(ENGINE_STATE) {
   const uint32_t index = indexOf<inWord>(record, word);
@@ -117,6 +137,16 @@ consteval StepPair memberPair() {
 template <uint32_t n, bool inWord>
 consteval StepPair elementPair() {
   return {&elementStep<n, inWord, false>, &elementStep<n, inWord, true>};
+}
+
+template <uint32_t n>
+StepPair indexedPair(bool inWord, bool planned) {
+  constexpr StepPair kPairs[] = {
+      {&indexedStep<n, false, false, false>, &indexedStep<n, false, false, true>},
+      {&indexedStep<n, true, false, false>, &indexedStep<n, true, false, true>},
+      {&indexedStep<n, false, true, false>, &indexedStep<n, false, true, true>},
+      {&indexedStep<n, true, true, false>, &indexedStep<n, true, true, true>}};
+  return kPairs[(planned ? 2 : 0) + (inWord ? 1 : 0)];
 }
 
 template <uint32_t n, bool inWord>
@@ -150,6 +180,25 @@ StepPair elementSteps(uint32_t n, bool indexInWord) {
                                 elementPair<5, true>()};
   const uint32_t i = (n > 4 ? 5 : n) - 1;
   return indexInWord ? kWord[i] : kMemory[i];
+}
+
+StepPair indexedSteps(uint32_t n, bool indexInWord, bool planned) {
+  switch (n) {
+    case 1:
+      return indexedPair<1>(indexInWord, planned);
+    case 2:
+      return indexedPair<2>(indexInWord, planned);
+    case 3:
+      return indexedPair<3>(indexInWord, planned);
+    case 4:
+      return indexedPair<4>(indexInWord, planned);
+    default:
+      return indexedPair<5>(indexInWord, planned);
+  }
+}
+
+RecordHandler checkBoundStep(bool indexInWord) {
+  return indexInWord ? &boundStep<true> : &boundStep<false>;
 }
 
 StepPair componentSteps(bool indexInWord) {

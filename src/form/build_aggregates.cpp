@@ -1,5 +1,7 @@
 // The builder's reads of parts of structures and arrays, and the table of all methods.
 
+#include <algorithm>
+
 #include "form/builder.h"
 #include "machine/types.h"
 
@@ -68,7 +70,7 @@ bool Builder::enterElement(const Instruction& item, uint32_t stride) {
   if (view.baseStep != nullptr) return false;
   auto* step = form_.arena.allocate<IndexStep>();
   if (step == nullptr) return false;
-  *step = {stride, 0};
+  *step = {stride, view.size / stride};
   const Operation check = elementOf(Kind::CheckIndex, item, view, stride);
   append(check);
   Slot& element = topSlot();
@@ -95,6 +97,67 @@ bool Builder::buildArrayElement(Instance& instance, const Instruction& item) {
   readElement(item, view, info->size, member->memberOffset, member->byteSize);
   ++instance.current;
   return true;
+}
+
+// The variable that the next instruction stores the top slot into; null when it does not.
+const VarInfo* Builder::storedNext(const Instance& instance, Place& place) const {
+  if (instance.current + 1 >= instance.function->count) return nullptr;
+  const Instruction& next = instance.function->instructions[instance.current + 1];
+  const bool global = next.opcode == Opcode::STORE_GLOBAL;
+  if (next.isTarget || (!global && next.opcode != Opcode::STORE_LOCAL)) return nullptr;
+  place = global ? next.operands[0] : instance.call->localsSlot + next.operands[0];
+  return namedVariable(next, shader_, *instance.function->record);
+}
+
+// Bytes of operand k of a constructor, 0 for one that is no inline value.
+uint32_t Builder::constructedBytes(const Instruction& item, uint32_t k) const {
+  const auto type = static_cast<int16_t>(item.operands[0]);
+  if (item.opcode == Opcode::CTOR_ARRAY) return typeByteSize(type);
+  const VarInfo& member = structType(machine_, type)->members[k];
+  return isBasicVar(member) ? member.byteSize : 0;
+}
+
+// What is stored at once need not be made before: its parts are stored, one after another.
+bool Builder::buildAggregate(Instance& instance, const Instruction& item) {
+  Place place = 0;
+  const VarInfo* const target = storedNext(instance, place);
+  if (form_.isHidden || target == nullptr || isBasicVar(*target)) return false;
+  const auto type = static_cast<int16_t>(item.operands[0]);
+  const StructInfo* const info = type < 0 ? nullptr : structType(machine_, type);
+  const bool isArray = item.opcode == Opcode::CTOR_ARRAY;
+  if (isArray ? type >= 0 : info == nullptr || info->members == nullptr) return false;
+  const uint32_t n = isArray ? item.operands[1] : info->memberCount;
+  uint32_t bytes = 0;
+  for (uint32_t k = 0; k < n; ++k) {
+    const uint32_t part = constructedBytes(item, k);
+    if (!isReadable(part) || !holdsWords(static_cast<int32_t>(n - 1 - k))) return false;
+    bytes = std::min(bytes + part, kMostSmallBytes + 1);
+  }
+  if (n == 0 || bytes > kMostSmallBytes || (!isArray && bytes != info->size)) return false;
+  storeConstructed(item, place, n, bytes);
+  ++instance.current;
+  return true;
+}
+
+void Builder::storeConstructed(const Instruction& item, Place place, uint32_t n, uint32_t bytes) {
+  flushViews(place);
+  Operation renew = operation(Kind::Renew);
+  renew.place = place;
+  renew.size = bytes;
+  renew.site = site(item.end);
+  append(renew);
+  uint32_t at = 0;
+  for (uint32_t k = 0; k < n; ++k) {
+    Operation part = operation(Kind::StorePart);
+    const uint32_t size = constructedBytes(item, k);
+    part.place = place;
+    part.first = at;
+    part.n = static_cast<uint8_t>(size / 4);
+    part.size = at += size;
+    part.in[0] = readTop(static_cast<int32_t>(n - 1 - k), part.n);
+    append(part);
+  }
+  pop(n);
 }
 
 bool Builder::buildMember(Instance&, const Instruction& item) {
@@ -156,6 +219,8 @@ constexpr Builder::MethodRange Builder::kMethodRanges[] = {
     {Opcode::MAT_COLUMN, Opcode::MAT_COLUMN, &Builder::buildColumn},
     {Opcode::ARRAY_ELEMENT, Opcode::ARRAY_ELEMENT, &Builder::buildArrayElement},
     {Opcode::STRUCT_FIELD, Opcode::STRUCT_FIELD, &Builder::buildMember},
+    {Opcode::CTOR_STRUCT, Opcode::CTOR_STRUCT, &Builder::buildAggregate},
+    {Opcode::CTOR_ARRAY, Opcode::CTOR_ARRAY, &Builder::buildAggregate},
 };
 
 consteval Builder::Methods Builder::makeMethods() {

@@ -39,27 +39,35 @@ void Builder::enterLocals(Instance& instance) {
   // Nobody has given the entry function arguments.
   const int32_t params = instance.caller == nullptr ? 0 : record.paramCount;
   for (int32_t k = 0; k < params; ++k) flushSlot(base + k);
-  bool aggregate = false;
-  for (int32_t k = params; k < record.localCount; ++k) {
-    aggregate = aggregate || !isBasicVar(record.locals[k]);
-    resetSlot(base + k);
-  }
+  for (int32_t k = 0; k < params; ++k) noteAggregate(base + k, record.locals[k], false);
+  for (int32_t k = params; k < record.localCount; ++k) resetSlot(base + k);
   top_ = base + record.localCount - 1;
   if (params == record.localCount) return;
-  if (aggregate) {
-    Operation init = operation(Kind::InitLocals);
-    init.place = static_cast<Place>(base + params);
-    init.first = static_cast<uint32_t>(params);
-    init.count = static_cast<uint32_t>(record.localCount - params);
-    init.site = site(0);
-    append(init);
-    return;
-  }
   constexpr uint32_t kZeros[kPlaceWords] = {};
   const Operand zeros = constant(kZeros, kPlaceWords);
   for (int32_t k = params; k < record.localCount; ++k) {
     const uint32_t words = variableWords(record.locals[k]);
-    if (words > 0) store(static_cast<Place>(base + k), 0, words, zeros, true);
+    if (!isBasicVar(record.locals[k])) {
+      initAggregate(base, k, record.locals[k]);
+    } else if (words > 0) {
+      store(static_cast<Place>(base + k), 0, words, zeros, true);
+    }
+  }
+}
+
+void Builder::initAggregate(int32_t base, int32_t k, const VarInfo& info) {
+  noteAggregate(base + k, info, true);
+  Operation init = operation(Kind::InitLocals);
+  init.place = static_cast<Place>(base + k);
+  init.first = static_cast<uint32_t>(k);
+  init.count = 1;
+  init.site = site(0);
+  append(init);
+}
+
+void Builder::noteAggregate(int32_t slot, const VarInfo& info, bool canSettle) {
+  if (!isBasicVar(info)) {
+    form_.aggregates.append({static_cast<Place>(slot), canSettle ? info.byteSize : 0});
   }
 }
 
@@ -196,7 +204,11 @@ void Builder::leaveLocals(const Instance& instance) {
     clear.place = static_cast<Place>(s);
     append(clear);
   }
-  for (int32_t k = record.paramCount; k < record.localCount; ++k) {
+  releaseLocals(record, base, record.paramCount);
+}
+
+void Builder::releaseLocals(const ShaderFunction& record, int32_t base, int32_t first) {
+  for (int32_t k = first; k < record.localCount; ++k) {
     if (isBasicVar(record.locals[k])) continue;
     Operation release = operation(Kind::ReleaseSlot);
     release.place = static_cast<Place>(base + k);
@@ -208,12 +220,10 @@ void Builder::buildEntryReturn(Instance& instance, const Instruction& item) {
   const ShaderFunction& record = *instance.function->record;
   const auto base = static_cast<int32_t>(instance.call->localsSlot);
   bool references = false;
-  for (int32_t k = 0; k < record.localCount; ++k) {
-    references = references || !isBasicVar(record.locals[k]);
-  }
   for (int32_t s = base + record.localCount; s <= top_; ++s) {
     references = references || slots_[s].content != Content::Words;
   }
+  if (!references) releaseLocals(record, base, 0);
   Operation last = operation(references ? Kind::Plain : Kind::Finish);
   if (references) {
     flush();
@@ -312,6 +322,12 @@ bool Builder::buildBranch(Instance& instance, const Instruction& item) {
 // Plain handlers ----------------------------------------------------------------------------------
 
 void Builder::buildPlain(const Instance& instance, const Instruction& item) {
+  if (item.opcode == Opcode::STORE_LOCAL || item.opcode == Opcode::STORE_LOCAL_KEEP) {
+    // Of another block than its own from here on.
+    const uint32_t number = item.operands[0];
+    noteAggregate(static_cast<int32_t>(instance.call->localsSlot + number),
+                  instance.function->record->locals[number], false);
+  }
   flush();
   const StackEffect effect = stackEffect(item, shader_, *instance.function->record);
   const bool calls = item.opcode == Opcode::CALL;

@@ -78,7 +78,7 @@ void Builder::storeWords(Place place, const VarInfo& info, const StorePath& path
   made.first = at;
   made.n = static_cast<uint8_t>(n);
   made.count = path.indices;
-  made.size = path.firstEnd;
+  made.size = isBasicVar(info) ? 0 : path.firstEnd;
   made.stride = path.firstIsIndex ? path.steps[0].stride : 0;
   made.in[0] = value;
   auto* steps = form_.arena.allocate<IndexStep>(kMaxStoreIndices);

@@ -72,14 +72,20 @@ bool Builder::storeVariable(Place place, const VarInfo& info, bool exact) {
 bool Builder::storeAggregate(Place place, const Instruction& item) {
   if (holdsWords(0)) return false;
   const Slot value = topSlot();
-  const bool whole = value.content == Content::View && value.size == 0 && value.variable != place;
-  if (!whole) flushSlot(top_);
+  const bool known = value.size == 0 || !form_.isHidden;
+  const bool copies = value.content == Content::View && known && value.variable != place;
+  if (!copies) flushSlot(top_);
   pop();
   flushViews(place);
-  Operation made = operation(whole ? Kind::CopyBlock : Kind::StoreBlock);
+  // A copy of a global may have to leave the rest of the run to the plain handlers.
+  if (copies && value.variable < form_.globalCount && !form_.isHidden) flush();
+  Operation made = operation(copies ? Kind::CopyBlock : Kind::StoreBlock);
   made.place = place;
-  made.other = whole ? value.variable : static_cast<Place>(top_ + 1);
+  made.other = copies ? value.variable : static_cast<Place>(top_ + 1);
+  made.first = copies ? value.offset : 0;
+  made.size = copies ? value.size : 0;
   made.site = site(item.end);
+  if (copies) nameBase(made, 0, value);
   append(made);
   return true;
 }

@@ -126,7 +126,9 @@ class Builder {
   // build_calls.cpp: functions, control flow, instructions left to their plain handlers
   Instance* enter(const DecodedFunction& function, InlinedCall* call, Instance* caller);
   void enterLocals(Instance& instance);
-  void beginInstruction(Instance& instance, const Instruction& item);
+  void initAggregate(int32_t base, int32_t k, const VarInfo& info);
+  void noteAggregate(int32_t slot, const VarInfo& info, bool canSettle);
+  void releaseLocals(const ShaderFunction& record, int32_t base, int32_t first);
   void step(Instance& instance);
   Instance* leave(Instance& instance);
   void lookAtClock(const Instruction& item);
@@ -200,6 +202,10 @@ class Builder {
                    uint32_t bytes);
   const VarInfo* memberReadNext(const Instance& instance, const StructInfo& element) const;
   bool enterElement(const Instruction& item, uint32_t stride);
+  const VarInfo* storedNext(const Instance& instance, Place& place) const;
+  uint32_t constructedBytes(const Instruction& item, uint32_t k) const;
+  bool buildAggregate(Instance& instance, const Instruction& item);
+  void storeConstructed(const Instruction& item, Place place, uint32_t n, uint32_t bytes);
 
   using Method = bool (Builder::*)(Instance& instance, const Instruction& item);
   struct MethodRange {

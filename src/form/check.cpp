@@ -12,11 +12,16 @@ bool isFlow(Kind kind) {
 bool namesPlace(Kind kind) {
   return kind == Kind::Load || kind == Kind::Store || kind == Kind::ReadMember ||
          kind == Kind::ReadElement || kind == Kind::CheckIndex || kind == Kind::StorePart ||
-         kind == Kind::StoreIndexed;
+         kind == Kind::StoreIndexed || kind == Kind::LoadIndexed || kind == Kind::CopyWords ||
+         kind == Kind::OpenStorage || kind == Kind::FillStorage;
 }
 
 bool needsSite(Kind kind) {
   switch (kind) {
+    case Kind::CheckBound:
+    case Kind::OpenStorage:
+    case Kind::ReserveStorage:
+    case Kind::Renew:
     case Kind::Element:
     case Kind::Column:
     case Kind::ReadElement:
@@ -62,7 +67,9 @@ class Checker {
       const Operation& operation = form_.operations[i];
       checkOperands(operation, i);
       checkPlaces(operation, i);
+      checkStorages(operation, i);
       expect(isInCheckedElement(block, i), "lies in an element that nobody has checked", i);
+      expect(isBehindCheck(block, i), "uses an index that nobody has checked", i);
       expect(!isFlow(operation.kind) || (operation.block < form_.order.size() &&
                                          form_.order[operation.block] < form_.blocks.size()),
              "leads to no block", i);
@@ -118,13 +125,55 @@ class Checker {
     expect(!part || (operation.n > 0 && operation.count <= kMaxStoreIndices &&
                      (operation.count == 0 || operation.steps != nullptr)),
            "stores along no path", i);
-    const bool index = operation.place >= kFirstIndexPlace && operation.place < kFirstScratchPlace;
-    const uint32_t words = index ? 1 : kPlaceWords;
-    expect(n == 0 || operation.first + n <= words, "words outside the place", i);
+    expect(n == 0 || operation.first + n <= form_.wordsOf(operation.place),
+           "words outside the place", i);
     if (isSeen(operation.kind) && operation.site != nullptr) {
       expect(seenTop(operation) < VM_STACK_CAPACITY, "a top above the stack", i);
       expect(operation.site->indexTop < VM_INDEX_STACK_CAPACITY, "an index above the stack", i);
     }
+  }
+
+  // An index without a bound of its own has been checked before.
+  bool isBehindCheck(const Block& block, uint32_t i) const {
+    const Operation& load = form_.operations[i];
+    if (load.kind != Kind::LoadIndexed && load.kind != Kind::CopyWords) return true;
+    for (uint32_t k = 0; k < operandCount(load); ++k) {
+      const bool checksItself = load.kind == Kind::LoadIndexed && load.steps[k].bound != 0;
+      if (!checksItself && !isChecked(block, i, load.in[k])) return false;
+    }
+    return true;
+  }
+
+  bool isChecked(const Block& block, uint32_t i, Operand index) const {
+    while (i-- > block.begin) {
+      const Operation& check = form_.operations[i];
+      if (check.kind == Kind::CheckBound && check.in[0] == index) return true;
+    }
+    return false;
+  }
+
+  // What a storage's variable is, nobody but its own operations knows.
+  void checkStorages(const Operation& operation, uint32_t i) {
+    for (uint32_t k = 0; k < form_.storages.size(); ++k) {
+      const Storage& storage = form_.storages[k];
+      if (!storage.isUsable) continue;
+      const bool isOwn = operation.kind == Kind::OpenStorage || operation.kind == Kind::ReleaseSlot;
+      expect(isOwn || !touchesReference(operation, storage.slot), "shares a storage", i);
+      if (operation.kind != Kind::Nothing && operation.place == storage.first) {
+        expect(endOf(operation) <= storage.bytes, "leads out of the storage", i);
+      }
+    }
+  }
+
+  static uint64_t endOf(const Operation& operation) {
+    const bool loads = operation.kind == Kind::LoadIndexed;
+    if (!loads && operation.kind != Kind::StoreIndexed) return 0;
+    uint64_t end = operation.first + 4 * uint64_t{loads ? operation.words : operation.n};
+    for (uint32_t k = 0; k < (loads ? operation.n : operation.count); ++k) {
+      const IndexStep& step = operation.steps[k];
+      if (step.bound != 0) end += (step.bound - uint64_t{1}) * step.stride;
+    }
+    return end;
   }
 
   const Form& form_;

@@ -142,6 +142,11 @@ class DeadCode {
     } else if (slots) {
       see(0, std::min(static_cast<uint32_t>(seenTop(operation) + 1), form_.slotCount));
     }
+    // A run that ends with 0 has given its storages up.
+    const bool isOver = operation.kind == Kind::Finish && operation.first == 0;
+    if (slots && !isOver && form_.firstStorage != UINT32_MAX) {
+      see(form_.placeNumber(form_.firstStorage), form_.placeCount());
+    }
     const auto indices = static_cast<uint32_t>(operation.site->indexTop + 1);
     see(form_.slotCount, form_.slotCount + std::min(indices, form_.indexCount));
   }
@@ -177,6 +182,8 @@ class DeadCode {
       std::fill(now_ + upTo_[first], now_ + upTo_[first + written.end - written.place],
                 WordMask{0});
     }
+    const PlaceRange read = readBy(operation);
+    if (read.end > read.place) see(form_.placeNumber(read.place), form_.placeNumber(read.end));
     if (isSeen(operation.kind)) seeTops(operation, true);
   }
 

@@ -1,5 +1,7 @@
 #include "form/form.h"
 
+#include <algorithm>
+
 #include "instructions/operand_shapes.h"
 
 namespace shadermachine::form {
@@ -9,17 +11,23 @@ uint32_t operandCount(const Operation& operation) {
     case Kind::Store:
     case Kind::Branch:
     case Kind::CheckIndex:
+    case Kind::CheckBound:
       return 1;
     case Kind::Element:
     case Kind::Column:
-    case Kind::StoreIndexed:
       return 2;
+    case Kind::LoadIndexed:
+      return operation.n;
     case Kind::ReadMember:
     case Kind::ShareView:
+    case Kind::CopyBlock:
+    case Kind::CopyWords:
+    case Kind::FillStorage:
       return operation.steps == nullptr ? 0 : 1;
     case Kind::ReadElement:
       return operation.steps == nullptr ? 1 : 2;
     case Kind::StorePart:
+    case Kind::StoreIndexed:
       return 1 + operation.count;
     case Kind::Compose:
       return operation.words;
@@ -49,6 +57,7 @@ uint32_t operandWords(const Operation& operation, uint32_t i) {
 
 bool isSeen(Kind kind) {
   switch (kind) {
+    case Kind::FillStorage:
     case Kind::HostVariable:
     case Kind::HostAggregate:
     case Kind::HostBuiltin:
@@ -88,7 +97,12 @@ Written writtenBy(const Operation& operation) {
     }
     case Kind::InitLocals:
       return {place, place + operation.count, kAll};
+    case Kind::OpenStorage:
+    case Kind::CopyWords:
+    case Kind::FillStorage:
+      return {place, place + operation.size, kAll};
     case Kind::StoreIndexed:
+      return {place, place + std::max(operation.size, 1u), kAll};
     case Kind::ShareView:
     case Kind::MoveSlot:
     case Kind::HostVariable:
@@ -100,15 +114,27 @@ Written writtenBy(const Operation& operation) {
   }
 }
 
+PlaceRange readBy(const Operation& operation) {
+  if (operation.kind == Kind::LoadIndexed) {
+    return {operation.place, operation.place + operation.size};
+  }
+  if (operation.kind != Kind::CopyWords) return {0, 0};
+  return {operation.other, operation.other + operation.stride};
+}
+
 bool touchesReference(const Operation& operation, Place slot) {
   switch (operation.kind) {
     case Kind::ReadMember:
     case Kind::ReadElement:
     case Kind::CheckIndex:
     case Kind::StorePart:
+    case Kind::Renew:
     case Kind::ClearSlot:
     case Kind::ReleaseSlot:
       return operation.place == slot;
+    case Kind::OpenStorage:
+    case Kind::FillStorage:
+      return operation.other == slot;
     case Kind::InitLocals:
       return operation.place <= slot && slot - operation.place < operation.count;
     case Kind::ShareView:

@@ -26,7 +26,9 @@
 //  6. References to blocks are in slots, never in values. They are moved, shared and released by
 //     operations of their own, in the order of the instructions.
 //  7. A read or view behind a run-time index (`steps`) follows, in its block, a CheckIndex of the
-//     same variable and index.
+//     same variable and index; in a storage, a CheckBound of the same index.
+//  8. From OpenStorage to ReleaseSlot the slot of a storage's variable has the only reference to
+//     its block. All other operations name the words, not the slot.
 #pragma once
 
 #include <shadermachine/machine.h>
@@ -44,6 +46,8 @@ inline constexpr Place kFirstIndexPlace = VM_STACK_CAPACITY;  // below: value sl
 inline constexpr Place kFirstScratchPlace = kFirstIndexPlace + VM_INDEX_STACK_CAPACITY;
 inline constexpr uint32_t kPlaceWords = VM_COMPONENT_COUNT;
 inline constexpr uint32_t kMaxStoreIndices = 3;
+// Blocks up to this size are freed at once, and no work on them looks at the clock.
+inline constexpr uint32_t kMostSmallBytes = 4092;
 
 // Words first, first + 1, ... of a value: as many as the operation reads.
 struct Operand {
@@ -52,10 +56,28 @@ struct Operand {
   bool operator==(const Operand&) const = default;
 };
 
-// A run-time index of an access path: it counts `stride` bytes and must be below the bound.
+// A run-time index of an access path: what an operand says, plus `add`, of which the bits in the
+// mask count. It counts `stride` bytes and must be below the bound, if that is not 0.
 struct IndexStep {
-  uint32_t stride;
-  uint32_t bound;
+  uint32_t stride = 0;
+  uint32_t bound = 0;
+  uint32_t add = 0;
+  uint32_t mask = UINT32_MAX;
+};
+
+struct SlotBytes {
+  Place slot;
+  uint32_t bytes;
+};
+
+// Memory of the translation that is an aggregate variable's block: the words of `count` places one
+// after another. No operation reads or stores words of two of them.
+struct Storage {
+  Place slot;  // of the variable
+  uint32_t bytes;
+  Place first;
+  uint32_t count;
+  bool isUsable;
 };
 
 // One function in the tree of inlined calls.
@@ -120,6 +142,11 @@ class Form {
   uint32_t slotCount = 0;   // slots below this one are named
   uint32_t indexCount = 0;  // and indices
   uint32_t scratchPlaces = 0;
+  // Of the aggregate locals of all calls; 0 bytes: of one that must keep a block of its own.
+  Array<SlotBytes> aggregates;
+  Array<Storage> storages;
+  Array<uint32_t> storageWords;  // words before each place from firstStorage on, and before the end
+  Place firstStorage = UINT32_MAX;
   uint32_t globalCount = 0;
   Arena& arena;  // of sites and calls
   // The host finds nothing in places but what it is handed: operands of HOST instructions, and
@@ -135,9 +162,21 @@ class Form {
     return place - kFirstScratchPlace + slotCount + indexCount;
   }
 
+  // Words that a place has.
+  uint32_t wordsOf(Place place) const {
+    if (place >= kFirstIndexPlace && place < kFirstScratchPlace) return 1;
+    if (place < firstStorage) return kPlaceWords;
+    return storageWords[place - firstStorage + 1] - storageWords[place - firstStorage];
+  }
+  const Storage& storageAt(Place first) const {
+    uint32_t i = 0;
+    while (!storages[i].isUsable || storages[i].first != first) ++i;
+    return storages[i];
+  }
+
   bool failed() const {
-    return operations.failed() || blocks.failed() || order.failed() || constants.failed() ||
-           arena.failed();
+    return aggregates.failed() || operations.failed() || blocks.failed() || order.failed() ||
+           constants.failed() || arena.failed();
   }
   const uint32_t* constantWords(const Operation& operation, uint32_t word = 0) const {
     return &constants[operation.first + word];
@@ -163,6 +202,14 @@ struct Written {
   uint32_t words;
 };
 Written writtenBy(const Operation& operation);
+// Places that it reads run-time words of.
+struct PlaceRange {
+  Place place;
+  Place end;
+
+  bool has(Place other) const { return place <= other && other < end; }
+};
+PlaceRange readBy(const Operation& operation);
 // Reads or changes a reference in the slot. A reference shares the slot's words with inline values,
 // so nothing may be written there early: the words are the reference's until the operation is over.
 bool touchesReference(const Operation& operation, Place slot);

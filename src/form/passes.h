@@ -8,10 +8,14 @@
 
 namespace shadermachine::form {
 
+// Aggregate locals that nobody but their own operations has to do with get storages: their parts
+// become words of places, which the other passes know.
+void settleAggregates(Form& form);
+
 // Loads of words that an operation of the same block has stored or loaded become those values.
 void forwardLoads(Form& form);
 
-// Pure operations of a block that repeat an earlier one become its value.
+// Pure operations of a block that repeat an earlier one become its value; a repeated check goes.
 void shareEqual(Form& form);
 
 // Removes operations whose values nobody uses, and stores into words that nobody reads or sees

@@ -1,4 +1,5 @@
-// Equal expressions: a pure operation of a block that repeats an earlier one is not made twice.
+// Equal expressions: a pure operation of a block that repeats an earlier one is not made twice, nor
+// is a check of an index that has passed.
 
 #include "form/passes.h"
 
@@ -34,6 +35,7 @@ class EqualOperations {
       Value& entry = table_[hashOf(operation) % kBuckets];
       if (entry != kNoValue && entry >= first_ && sameOperation(entry, operation)) {
         standsFor_[i] = entry;
+        if (operation.kind == Kind::CheckBound) operation = {};
       } else {
         entry = i;
       }
@@ -43,7 +45,8 @@ class EqualOperations {
   // Loads have forwardLoads(), and what stops a run must do so where it stands.
   static bool isShareable(const Operation& operation) {
     return operation.kind == Kind::Constant || operation.kind == Kind::Compose ||
-           operation.kind == Kind::Operate || operation.kind == Kind::RunWord;
+           operation.kind == Kind::Operate || operation.kind == Kind::RunWord ||
+           operation.kind == Kind::CheckBound;
   }
 
   uint32_t hashOf(const Operation& operation) const {
@@ -66,6 +69,9 @@ class EqualOperations {
       return false;
     }
     if (operation.kind == Kind::RunWord) return other.first == operation.first;
+    if (operation.kind == Kind::CheckBound && other.steps[0].bound != operation.steps[0].bound) {
+      return false;
+    }
     if (operation.kind == Kind::Constant) {
       return std::memcmp(form_.constantWords(other), form_.constantWords(operation),
                          operation.words * sizeof(uint32_t)) == 0;

@@ -1,6 +1,7 @@
 #include "machine/memory.h"
 
 #include <cassert>
+#include <cstddef>
 #include <cstdlib>
 #include <cstring>
 
@@ -104,9 +105,25 @@ BlockHead* allocateBlock(Machine& machine, uint32_t size, bool zeroed) {
   return head;
 }
 
+uint8_t* takeFixedBlock(Machine& machine, FixedBlock& block, uint32_t size) {
+  if (!reserveMemory(machine, sizeof(BlockHead) + uint64_t{size})) return nullptr;
+  block.bytes = size;
+  block.head.machine = &machine;
+  block.head.size = 0;
+  block.head.counted.referenceCount = 1;
+  auto* data = reinterpret_cast<uint8_t*>(&block + 1);
+  std::memset(data, 0, size);
+  return data;
+}
+
 void freeBlock(DataBlock* block) {
   BlockHead* const head = headOf(block);
   Machine& machine = *head->machine;
+  if (head->size == 0) {
+    const char* const start = reinterpret_cast<const char*>(head) - offsetof(FixedBlock, head);
+    const auto& fixed = *reinterpret_cast<const FixedBlock*>(start);
+    return unreserveMemory(machine, sizeof(BlockHead) + fixed.bytes);
+  }
   if (head->size >= kSmallestSpare) {
     head->next = machine.spareBlocks;
     machine.spareBlocks = head;

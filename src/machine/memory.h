@@ -26,6 +26,14 @@ struct BlockHead {
 };
 static_assert(sizeof(BlockHead) == 16);
 
+// A block whose memory somebody else owns; its head's size is 0. It is counted while it is held.
+struct FixedBlock {
+  uint64_t bytes;
+  uint64_t unused;
+  BlockHead head;
+};
+static_assert(sizeof(FixedBlock) == 32);
+
 constexpr uint64_t memoryForTranslations(const MachineMemory& memory) { return memory.limit / 4; }
 
 // Counts so many bytes for blocks and frames; false when the limit or the run's time does not allow
@@ -36,6 +44,9 @@ void unreserveMemory(Machine& machine, uint64_t bytes);
 // Counted once; null when memory is short, or the limit or the run's time does not allow it.
 BlockHead* allocateBlock(Machine& machine, uint32_t size, bool zeroed);
 void freeBlock(DataBlock* block);
+// The data of a fixed block that nobody holds, all zero and counted once; null as of
+// allocateBlock(). Only for sizes that need no look at the clock.
+uint8_t* takeFixedBlock(Machine& machine, FixedBlock& block, uint32_t size);
 void freeSpareBlocks(Machine& machine);
 
 }  // namespace shadermachine

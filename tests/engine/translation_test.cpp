@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <set>
 
 #include "engine/engine.h"
 #include "engine/translation_cache.h"
@@ -284,6 +285,48 @@ TEST(Translation, CanBeSwitchedOff) {
   EXPECT_EQ(rig.run(storing(4.0f, VM_OP_RETURN)), VM_OK);
   EXPECT_EQ(storedValue(rig), 4.0f);
   EXPECT_EQ(internals(rig).translations, nullptr);
+}
+
+// Structures and arrays with storages of the translation are as much memory as blocks.
+TEST(Translation, EndsWhereThePlainHandlersHaveNoMemory) {
+  constexpr uint64_t kPadBytes = 720000;
+  const tools::AssemblyResult result = tools::assemble(R"(
+    .struct Pair
+      .member vec4 a
+      .member vec4 b
+    .end
+    .global float pad[180000]
+    .entry main
+    .function main
+      .local Pair p
+      .local float a[5]
+      .local Pair q
+      PUSH_ONE4_F
+      PUSH_ONE4_F
+      CTOR_STRUCT Pair
+      STORE_LOCAL p
+      LOAD_LOCAL p
+      STORE_LOCAL q
+      PUSH_U32 2.5
+      STORE_LOCAL_ELEM_IMM a, 1
+      RETURN
+    .end)");
+  ASSERT_TRUE(result.shader);
+  std::set<VmError> codes;
+  for (uint64_t room = 24; room < 240; room += 4) {
+    Rig plain;
+    Rig translated;
+    internals(plain).engineUse = EngineUse::Never;
+    for (Rig* rig : {&plain, &translated}) {
+      internals(*rig).memory.limit = (kPadBytes + room) * 4 / 3;
+    }
+    const VmError code = plain.run(result.shader->record());
+    EXPECT_EQ(translated.run(result.shader->record()), code) << room;
+    EXPECT_EQ(internals(translated).blockBytes, internals(plain).blockBytes);
+    EXPECT_TRUE(engine::isTranslated(internals(translated)));
+    codes.insert(code);
+  }
+  EXPECT_EQ(codes, (std::set<VmError>{VM_OK, VM_ERR_OUT_OF_MEMORY}));
 }
 
 }  // namespace

@@ -60,6 +60,49 @@ std::string siteText(const form::Site& site) {
          std::to_string(site.topSlot());
 }
 
+// Where run-time indices lead, from a byte on.
+std::string stepsText(const Operation& operation, uint32_t byte) {
+  std::string text = " byte " + std::to_string(byte);
+  const bool loads = operation.kind == Kind::LoadIndexed;
+  const uint32_t count = loads                                ? operation.n
+                         : operation.kind == Kind::CheckBound ? 1
+                                                              : operation.count;
+  for (uint32_t k = 0; k < count; ++k) {
+    const form::IndexStep& step = operation.steps[k];
+    text += " [";
+    if (step.add != 0) text += "+" + std::to_string(static_cast<int32_t>(step.add)) + " ";
+    if (step.mask != UINT32_MAX) text += "& " + std::to_string(step.mask) + " ";
+    text += "* " + std::to_string(step.stride);
+    if (step.bound != 0) text += " < " + std::to_string(step.bound);
+    text += "]";
+  }
+  return text;
+}
+
+// What follows the name of an operation on a storage, and of Renew.
+std::string storageText(const Operation& operation) {
+  switch (operation.kind) {
+    case Kind::LoadIndexed:
+    case Kind::CheckBound:
+      return " " + placeText(operation.place) + stepsText(operation, operation.first);
+    case Kind::StoreIndexed:
+      return " " + placeText(operation.place) + stepsText(operation, operation.first) + "+" +
+             std::to_string(operation.n * sizeof(uint32_t)) + " =";
+    case Kind::OpenStorage:
+      return " " + placeText(operation.place) + " in " + placeText(operation.other);
+    case Kind::CopyWords:
+    case Kind::FillStorage:
+      return " " + placeText(operation.place) + " = " + placeText(operation.other) + " byte " +
+             std::to_string(operation.first);
+    case Kind::ReserveStorage:
+      return " " + std::to_string(operation.count);
+    case Kind::Renew:
+      return " " + placeText(operation.place) + " " + std::to_string(operation.size);
+    default:
+      return "";
+  }
+}
+
 // What follows the operation's name.
 std::string detailText(const Form& form, const Operation& operation) {
   switch (operation.kind) {
@@ -79,7 +122,6 @@ std::string detailText(const Form& form, const Operation& operation) {
     case Kind::CheckIndex:
       return " " + placeText(operation.place) + " byte " + std::to_string(operation.first);
     case Kind::StorePart:
-    case Kind::StoreIndexed:
       return " " + placeText(operation.place) + " byte " + std::to_string(operation.first) + "+" +
              std::to_string(operation.n * sizeof(uint32_t)) + " =";
     case Kind::CopyBlock:
@@ -105,7 +147,7 @@ std::string detailText(const Form& form, const Operation& operation) {
     case Kind::Stop:
       return " " + std::to_string(operation.first);
     default:
-      return "";
+      return storageText(operation);
   }
 }
 
