@@ -149,6 +149,7 @@ class Generator {
   void exactValue(Wanted wanted, uint32_t depth);
   bool conditional(Wanted wanted, uint32_t depth);
   bool outliving(Wanted wanted, uint32_t depth);
+  bool heldAggregate(const Type& type, uint32_t depth);
   bool keptArgument(Wanted wanted, uint32_t depth);
   void workOn(Wanted top, uint32_t depth);
   bool workByKernel(Wanted top, uint32_t depth);

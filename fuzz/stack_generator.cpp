@@ -114,6 +114,42 @@ bool Generator::conditional(Wanted wanted, uint32_t depth) {
   return true;
 }
 
+// A reference on the stack while its variable, or anything, is stored into; or one of two.
+bool Generator::heldAggregate(const Type& type, uint32_t depth) {
+  if (choices_.oneIn(3)) {
+    const tools::Label otherwise = code_->newLabel();
+    const tools::Label end = code_->newLabel();
+    condition();
+    code_->jumpIfFalse(otherwise);
+    aggregate(type, depth);
+    code_->jump(end);
+    code_->bind(otherwise);
+    aggregate(type, depth);
+    code_->bind(end);
+    return true;
+  }
+  for (const VariableRef& variable : variables_) {
+    const Type element = {variable.type.code, 0};
+    const bool isElement = variable.type.count > 0 && type == element;
+    if (variable.type != type && !isElement) continue;
+    code_->emit(variable.isGlobal ? VM_OP_LOAD_GLOBAL : VM_OP_LOAD_LOCAL, {variable.index});
+    if (isElement) pushIndex(variable.type.count, depth);
+    if (isElement) code_->emit(VM_OP_ARRAY_ELEMENT, {type.code});
+    if (choices_.oneIn(2)) probe();
+    if (choices_.oneIn(4)) code_->emit(VM_OP_MAKE_UNIQUE);
+    if (choices_.oneIn(3)) {
+      statement(kInnermost - choices_.below(2));
+    } else if (choices_.oneIn(2)) {
+      aggregate(variable.type, depth);
+      store(variable);
+    } else {
+      assignPartByOperands(variable);
+    }
+    return true;
+  }
+  return false;
+}
+
 // A value with statements above it.
 bool Generator::outliving(Wanted wanted, uint32_t depth) {
   value(wanted, depth);

@@ -7,7 +7,7 @@
 #include "batch/c_library.h"
 #include "batch/noise.h"
 #include "batch/row_flow.h"
-#include "instructions/opcode_info.h"
+#include "instructions/operand_shapes.h"
 #include "instructions/vector_math.h"
 
 namespace shadermachine::batch {
@@ -228,59 +228,38 @@ const RowRecord* noiseRows(const RowRecord* record, RowState& state) {
   return record + 1;
 }
 
-// The shapes of the opcode table.
-template <class K, unsigned scalars>
-consteval StepForms componentForms() {
-  return {&componentRows<K, scalars, false>, &componentRows<K, scalars, true>};
+// Bit i: operand i is a scalar beside operands of several components.
+consteval unsigned scalarOperands(const OperandShape& shape) {
+  unsigned scalars = 0;
+  for (unsigned i = 0; shape.out == WordCount::N && i < shape.operands; ++i) {
+    if (shape.in[i] == WordCount::One) scalars |= 1u << i;
+  }
+  return scalars;
 }
-template <class K>
-consteval StepForms unary(Opcode) {
-  return componentForms<K, 0>();
+
+template <class K, KernelShape shape>
+consteval StepForms kernelForms(Opcode) {
+  if constexpr (shape == KernelShape::allOf) {
+    return {&findComponentRows<K, 0, false>, &findComponentRows<K, 0, true>};
+  } else if constexpr (shape == KernelShape::anyOf) {
+    return {&findComponentRows<K, 1, false>, &findComponentRows<K, 1, true>};
+  } else {
+    constexpr unsigned kScalars = scalarOperands(kernelShape(shape));
+    return {&componentRows<K, kScalars, false>, &componentRows<K, kScalars, true>};
+  }
 }
-template <class K>
-consteval StepForms scalarUnary(Opcode) {
-  return componentForms<K, 0>();
+
+// Comparisons, and other instructions that give truth values of one component, as branches.
+template <class K, KernelShape shape>
+consteval RowStep kernelBranch(Opcode) {
+  constexpr bool kIsReduction = shape == KernelShape::allOf || shape == KernelShape::anyOf;
+  constexpr bool kGivesTruth = std::is_same_v<typename K::Result, uint32_t> && K::kOperands < 3;
+  if constexpr (kGivesTruth && !kIsReduction && scalarOperands(kernelShape(shape)) == 0) {
+    return &branchRows<K>;
+  }
+  return nullptr;
 }
-template <class K>
-consteval StepForms binary(Opcode) {
-  return componentForms<K, 0>();
-}
-template <class K>
-consteval StepForms scalarBinary(Opcode) {
-  return componentForms<K, 0>();
-}
-template <class K>
-consteval StepForms binaryVS(Opcode) {
-  return componentForms<K, 2>();
-}
-template <class K>
-consteval StepForms binarySV(Opcode) {
-  return componentForms<K, 1>();
-}
-template <class K>
-consteval StepForms ternary(Opcode) {
-  return componentForms<K, 0>();
-}
-template <class K>
-consteval StepForms ternaryVSS(Opcode) {
-  return componentForms<K, 6>();
-}
-template <class K>
-consteval StepForms ternaryVVS(Opcode) {
-  return componentForms<K, 4>();
-}
-template <class K>
-consteval StepForms ternarySSV(Opcode) {
-  return componentForms<K, 3>();
-}
-template <class K>
-consteval StepForms allOf(Opcode) {
-  return {&findComponentRows<K, 0, false>, &findComponentRows<K, 0, true>};
-}
-template <class K>
-consteval StepForms anyOf(Opcode) {
-  return {&findComponentRows<K, 1, false>, &findComponentRows<K, 1, true>};
-}
+consteval RowStep noBranch(Opcode) { return nullptr; }
 
 consteval StepForms functionOf(Opcode opcode) {
   switch (opcode) {
@@ -323,77 +302,18 @@ consteval StepForms functionOf(Opcode opcode) {
   }
 }
 
-// Comparisons, and other instructions that give truth values of one component, as branches.
-namespace branches {
-
-template <class K>
-constexpr bool kGivesTruth = std::is_same_v<typename K::Result, uint32_t>&& K::kOperands < 3;
-
-template <class K>
-consteval RowStep unary(Opcode) {
-  if constexpr (kGivesTruth<K>) return &branchRows<K>;
-  return nullptr;
-}
-template <class K>
-consteval RowStep binary(Opcode opcode) {
-  return unary<K>(opcode);
-}
-template <class K>
-consteval RowStep scalarUnary(Opcode opcode) {
-  return unary<K>(opcode);
-}
-template <class K>
-consteval RowStep scalarBinary(Opcode opcode) {
-  return unary<K>(opcode);
-}
-template <class K>
-consteval RowStep binaryVS(Opcode) {
-  return nullptr;
-}
-template <class K>
-consteval RowStep binarySV(Opcode) {
-  return nullptr;
-}
-template <class K>
-consteval RowStep ternary(Opcode) {
-  return nullptr;
-}
-template <class K>
-consteval RowStep ternaryVSS(Opcode) {
-  return nullptr;
-}
-template <class K>
-consteval RowStep ternaryVVS(Opcode) {
-  return nullptr;
-}
-template <class K>
-consteval RowStep ternarySSV(Opcode) {
-  return nullptr;
-}
-template <class K>
-consteval RowStep allOf(Opcode) {
-  return nullptr;
-}
-template <class K>
-consteval RowStep anyOf(Opcode) {
-  return nullptr;
-}
-consteval RowStep noStep(Opcode) { return nullptr; }
-
-}  // namespace branches
-
 #define OPCODE(number, mnemonic, handler, ...) handler(Opcode::mnemonic),
 constexpr RowFunctions kRowFunctions = {
 #define HANDLER(...) functionOf
-#define KERNEL(shape, kernel) shape<kernel>
+#define KERNEL(shape, kernel) kernelForms<kernel, KernelShape::shape>
     .byOpcode =
         {
 #include "instructions/opcodes.def"
         },
 #undef KERNEL
 #undef HANDLER
-#define HANDLER(...) branches::noStep
-#define KERNEL(shape, kernel) branches::shape<kernel>
+#define HANDLER(...) noBranch
+#define KERNEL(shape, kernel) kernelBranch<kernel, KernelShape::shape>
     .branches =
         {
 #include "instructions/opcodes.def"

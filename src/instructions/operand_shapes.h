@@ -44,4 +44,61 @@ struct OperandShape {
 
 const OperandShape& operandShape(Opcode opcode);
 
+constexpr OperandShape componentWise(uint8_t operands, WordCount a, WordCount b = WordCount::N,
+                                     WordCount c = WordCount::N, WordCount out = WordCount::N) {
+  OperandShape shape;
+  shape.operands = operands;
+  shape.in[0] = a;
+  shape.in[1] = b;
+  shape.in[2] = c;
+  shape.out = out;
+  shape.isComponentWise = true;
+  return shape;
+}
+
+// The shapes that the opcode table names, as component_handlers.h has them.
+enum class KernelShape {
+  unary,
+  scalarUnary,
+  binary,
+  binaryVS,
+  binarySV,
+  scalarBinary,
+  ternary,
+  ternaryVSS,
+  ternaryVVS,
+  ternarySSV,
+  allOf,
+  anyOf,
+};
+
+constexpr OperandShape kernelShape(KernelShape shape) {
+  using enum WordCount;
+  switch (shape) {
+    case KernelShape::unary:
+      return componentWise(1, N);
+    case KernelShape::scalarUnary:
+      return componentWise(1, One, One, One, One);
+    case KernelShape::binaryVS:
+      return componentWise(2, N, One);
+    case KernelShape::binarySV:
+      return componentWise(2, One, N);
+    case KernelShape::scalarBinary:
+      return componentWise(2, One, One, One, One);
+    case KernelShape::ternary:
+      return componentWise(3, N);
+    case KernelShape::ternaryVSS:
+      return componentWise(3, N, One, One);
+    case KernelShape::ternaryVVS:
+      return componentWise(3, N, N, One);
+    case KernelShape::ternarySSV:
+      return componentWise(3, One, One, N);
+    case KernelShape::allOf:
+    case KernelShape::anyOf:
+      return componentWise(2, N, N, N, One);
+    default:
+      return componentWise(2, N);
+  }
+}
+
 }  // namespace shadermachine
