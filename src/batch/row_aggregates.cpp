@@ -407,6 +407,7 @@ void RowSelector::selectAnswerInBlock(uint32_t i) {
   RequestRows rows = {{}, rowOf(referenceOf(i)), kNone, kNone, indexRow(ask)};
   rows.request.number = ask.first;
   rows.request.words = referenceOf(i).bytes / kRowWordBytes;
+  rows.request.isFirst = aggregates_[referenceOf(i).aggregate].replacedBy == i ? 1 : 0;
   appendRequest(&askForBlock, rows);
 }
 

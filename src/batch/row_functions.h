@@ -13,6 +13,29 @@
 namespace shadermachine::batch {
 inline namespace SHADERMACHINE_TARGET {
 
+// All that run have the same word.
+inline bool isSameForAll(const RowState& state, const uint32_t* row) {
+  const uint32_t first = row[std::countr_zero(state.active)];
+  return findInvocations(state, [&](uint32_t at) { return loadRow(row, at) != first; }) == 0;
+}
+
+// What takes long is computed once where the operands are the same for all: functions of the time,
+// say. False where they are not.
+template <class K, bool masked>
+bool componentOfSame(RowState& state, uint32_t* result, const uint32_t* a, const uint32_t* b) {
+  if (!isSameForAll(state, a) || !isSameForAll(state, b)) return false;
+  const auto someone = static_cast<uint32_t>(std::countr_zero(state.active));
+  RowWords value;
+  if constexpr (K::kOperands == 1) {
+    value = applyKernel<K>(splat<RowWords>(a[someone]));
+  } else {
+    value = applyKernel<K>(splat<RowWords>(a[someone]), splat<RowWords>(b[someone]));
+  }
+  const RowStore<masked> store(state);
+  RowRange(state).forEach([&](uint32_t at) { store(result, at, value); });
+  return true;
+}
+
 // Bit i of `scalars`: operand i is a scalar, whatever the component.
 template <class K, unsigned scalars, bool masked>
 const RowRecord* componentRows(const RowRecord* record, RowState& state) {
@@ -22,6 +45,9 @@ const RowRecord* componentRows(const RowRecord* record, RowState& state) {
     uint32_t* const result = record->result[i];
     const auto rowOf = [&](uint32_t k) { return record->in[k][(scalars >> k & 1) != 0 ? 0 : i]; };
     const uint32_t* const a = rowOf(0);
+    if constexpr (std::is_base_of_v<AsksCLibrary, K>) {
+      if (componentOfSame<K, masked>(state, result, a, rowOf(K::kOperands - 1))) continue;
+    }
     if constexpr (K::kOperands == 1) {
       range.forEach([&](uint32_t at) { store(result, at, applyKernel<K>(loadRow(a, at))); });
     } else if constexpr (K::kOperands == 2) {

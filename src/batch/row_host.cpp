@@ -151,18 +151,24 @@ const RowRecord* askForBlock(const RowRecord* record, RowState& state) {
   const HostRequest& request = *record->request;
   const ShaderBatch& batch = batchOf(state);
   const VmHostVariableCallback callback = batch.callbacks.hostVariable;
+  const bool isFirst = request.isFirst != 0;
+  for (uint32_t w = 0; isFirst && callback == nullptr && w < request.words; ++w) {
+    std::fill_n(request.answer + w * kRowWords, kRowWords, 0u);
+  }
   if (callback == nullptr) return proceed(record, state);
   const VarInfo& info = batch.shader->globals[request.number];
   const auto first = static_cast<uint32_t>(std::countr_zero(state.active));
   uint32_t* const* const words = batch.rowProgram->blocks;
   // A block that is the same for all is read from its rows once.
   bool wasSame = true;
-  for (uint32_t w = 0; wasSame && w < request.words; ++w) {
+  for (uint32_t w = 0; wasSame && !isFirst && w < request.words; ++w) {
     const uint32_t* const row = request.answer + w * kRowWords;
     wasSame = std::memcmp(row, row + 1, (kRowWords - 1) * sizeof(uint32_t)) == 0;
   }
   uint32_t* const before = words[2];
-  for (uint32_t w = 0; w < request.words; ++w) before[w] = request.answer[w * kRowWords + first];
+  for (uint32_t w = 0; w < request.words; ++w) {
+    before[w] = isFirst ? 0 : request.answer[w * kRowWords + first];
+  }
   bool isSame = true;
   uint64_t unwritten = 0;  // those whose rows are to be filled with words[0]
   forEachInvocation(state, [&](uint32_t i) {

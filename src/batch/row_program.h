@@ -13,6 +13,7 @@ struct HostRequest {
   uint32_t callbackSlot;  // of a built-in variable
   uint32_t form;          // of a look-up: the instruction's operand
   uint32_t words;         // of the answer
+  uint32_t isFirst;       // of a block: it is still zero, whatever its rows hold
   uint32_t* answer;       // the rows
   uint32_t* coords;       // of a look-up
   const uint32_t* extra;  // row of a look-up's third argument, or null

@@ -107,7 +107,8 @@ void RowSelector::hold(Place slot, const Reference& reference) {
 
 RowSelector::Reference RowSelector::addAggregate(Place place, uint64_t bytes) {
   if (!isInRows(bytes)) return {};
-  Aggregate made = {rowCount_, static_cast<uint32_t>(bytes), place, kNone, kNone, kNone, false};
+  Aggregate made = {
+      rowCount_, static_cast<uint32_t>(bytes), place, kNone, kNone, kNone, kNone, false, false};
   aggregates_.append(made);
   rowCount_ += made.bytes / kRowWordBytes;
   return {aggregates_.size() - 1, 0, made.bytes};
@@ -165,6 +166,7 @@ bool RowSelector::bringsBack(const Operation& jump) const {
 }
 
 bool RowSelector::resolveFlow(const Operation& operation) {
+  haveAllCome_ = false;
   const uint32_t target = form_.order[operation.block];
   if (operation.kind == Kind::JumpBack)
     return target > block_ ? arriveAt(target) : bringsBack(operation);
@@ -189,6 +191,7 @@ bool RowSelector::resolveReferences() {
 }
 
 bool RowSelector::resolveBlock(const form::Block& block) {
+  haveAllCome_ = block_ == 0 && blockJoins_[0] == kNone;
   for (uint32_t s = 0; s < trackedSlots_.size(); ++s) {
     // Nobody knows what a block that only ways back lead to begins with.
     held_[s] = entries_[block_] == nullptr ? Reference{} : entries_[block_][s];
@@ -217,6 +220,7 @@ bool RowSelector::resolve(const Operation& operation) {
     case Kind::StoreIndexed:
       return isStorable(operation, kSlotBytes);
     case Kind::HostAggregate:
+      beginWith(held(operation.first));
       return name(held(operation.first)) && changesPart(held(operation.first));
     case Kind::InitLocals:
       return resolveLocals(operation);
@@ -247,7 +251,16 @@ bool RowSelector::resolve(const Operation& operation) {
 
 bool RowSelector::name(const Reference& reference) {
   references_.append(reference);
-  return reference.aggregate != kNone;
+  if (reference.aggregate == kNone) return false;
+  aggregates_[reference.aggregate].isNamed = true;
+  return true;
+}
+
+// Called before the operation names what it replaces.
+void RowSelector::beginWith(const Reference& reference) {
+  if (reference.aggregate == kNone || !haveAllCome_) return;
+  Aggregate& aggregate = aggregates_[reference.aggregate];
+  if (!aggregate.isNamed) aggregate.replacedBy = now_;
 }
 
 bool RowSelector::changesPart(const Reference& reference) {
@@ -281,6 +294,7 @@ bool RowSelector::resolveView(const Operation& share) {
 bool RowSelector::resolveWholeStore(const Operation& store) {
   const Reference to = held(store.place);
   const Reference from = held(store.other);
+  if (from.aggregate != to.aggregate) beginWith(to);
   if (!name(to) || !name(from) || from.bytes != to.bytes) return false;
   Aggregate& target = aggregates_[to.aggregate];
   if (store.kind == Kind::StoreBlock) hold(store.other, {});

@@ -86,11 +86,13 @@ class RowSelector {
   struct Aggregate {
     uint32_t row;
     uint32_t bytes;
-    Place place;      // where a reference to it is first
-    uint32_t copied;  // aggregate that it is a copy of part of, or kNone
-    uint32_t block;   // whose `store` this is
-    uint32_t store;   // next operation that changes it
-    bool isStored;    // by any operation, of any block
+    Place place;          // where a reference to it is first
+    uint32_t copied;      // aggregate that it is a copy of part of, or kNone
+    uint32_t replacedBy;  // operation that names it first, when all do that, once; or kNone
+    uint32_t block;       // whose `store` this is
+    uint32_t store;       // next operation that changes it
+    bool isStored;        // by any operation, of any block
+    bool isNamed;         // likewise
   };
   // Part of an aggregate, in bytes; or an inline value, without one.
   struct Reference {
@@ -174,6 +176,7 @@ class RowSelector {
   bool resolve(const Operation& operation);
   bool name(const Reference& reference);
   bool changesPart(const Reference& reference);
+  void beginWith(const Reference& reference);
   bool resolveLocals(const Operation& init);
   bool resolveView(const Operation& share);
   bool resolveWholeStore(const Operation& store);
@@ -261,7 +264,8 @@ class RowSelector {
   bool finishRecords();
   bool finishRows();
   bool isChangedGlobal(const Aggregate& aggregate) const {
-    return aggregate.isStored && aggregate.place < shader_.globalCount;
+    return aggregate.isStored && aggregate.replacedBy == kNone &&
+           aggregate.place < shader_.globalCount;
   }
 
   const form::Form& form_;
@@ -301,6 +305,7 @@ class RowSelector {
   uint32_t barrier_ = 0;       // the last operation at which invocations can leave the block, + 1
   uint32_t lastMade_ = kNone;  // value of the record before
   uint32_t firstUnknown_ = 0;
+  bool haveAllCome_ = false;  // to the operation that is looked at, and once only
 };
 
 // Instructions left to plain handlers whose steps ask the host.
