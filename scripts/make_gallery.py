@@ -18,7 +18,7 @@ SIZE = "1280x720"
 ANIMATED = "examples/gallery/glsl/spheres.frag"
 
 # Shaders that begin from nothing: the last of these frames is shown.
-FRAMES = {"ripples": "0:89"}
+FRAMES = {"ripples": "0:150"}
 
 # What an instruction or a line of a listing says of the shader.
 FEATURES = {
