@@ -86,6 +86,7 @@ OutputFile::OutputFile(const std::string& path) : path_(path), target_(path) {
   }
   struct stat status = {};
   const bool exists = stat(path.c_str(), &status) == 0;
+  // Opened by who writes first: a pipe may wait for its reader.
   if (exists && !S_ISREG(status.st_mode)) return;
   target_ = behindLinks(path);
   // A file that may not be written is not to be replaced either.
@@ -123,6 +124,7 @@ void OutputFile::openBeside(const struct stat* old) {
 
 void OutputFile::commit() {
   if (stream_ == stdout) return;  // finishStandardOutput() looks at it
+  // Taken off first: a stream whose closing fails is closed all the same.
   std::FILE* const stream = std::exchange(stream_, nullptr);
   if (stream == nullptr) return;
   const bool hadError = std::ferror(stream) != 0;

@@ -316,6 +316,7 @@ void Module::declareGlobals() {
 // Sets what a run must not take over from the run before it: copies of host values, and the
 // source's globals and outputs unless main() sets them before anything reads them.
 void Module::generatePrologue(FunctionGenerator& generator) {
+  // Numbers first: an output is declared as the record's first by its location.
   numberOutputs();
   declareGlobals();
   const auto isMoved = [this](const Global& global) {
@@ -340,6 +341,7 @@ void Module::generatePrologue(FunctionGenerator& generator) {
     moveOrigin(generator);
     generator.store(global.place);
   }
+  // Last: initial values may read what has been set until here.
   for (const TIntermNode* initializer : program_.initializers()) {
     generateInitializer(generator, *initializer);
   }

@@ -170,6 +170,7 @@ void FunctionGenerator::lookUp(const TextureCall& call, const TSourceLoc& where)
       call.hasFourOffsets || call.operation == LookupOperation::LevelOfGradients;
   if (readsTwice) return lookUpRepeatedly(call);
   value(*call.arguments[0]);
+  // The sampler lies below all other operands, whichever form the look-up takes.
   if (!isPlain(call)) return describedLookUp(call);
   if (call.operation == LookupOperation::Texel) return fetchTexel(call);
   const unsigned kind = *lookupKind(call.sampler);

@@ -226,6 +226,7 @@ class Disassembler {
   void writeFunction(size_t index, bool isPlaced, uint32_t& position) {
     const ShaderFunction* function = record_.function(index);
     if (function && isPlaced) {
+      // Not negative: placed functions come in the order of their code and do not overlap.
       writeLooseBytes(record_.code().subspan(position, function->codeOffset - position));
       position = function->codeOffset + function->codeLength;
     }

@@ -186,6 +186,7 @@ void HostInputs::addLeaves(const VarInfo& info, std::vector<Leaf>& leaves) const
   std::vector<Elements> pending = {all(info, 0)};
   while (!pending.empty()) {
     Elements& elements = pending.back();
+    // All that is needed of the top is read before the stack changes, and moves it.
     const VarInfo& variable = *elements.info;
     const uint32_t offset = elements.offset;
     elements.offset += variable.byteSize / std::max(variable.count, 1u);
@@ -302,6 +303,8 @@ std::string HostInputs::set(std::string_view place, std::span<const double> comp
     return quoted(place) + " has " + std::to_string(part.count) + " components, " +
            std::to_string(components.size()) + " given";
   }
+  // Everything is checked before anything is written: a place keeps its value where this is
+  // refused.
   for (size_t i = 0; i < part.count; ++i) {
     if (canHold(leaves[i].type, components[i])) continue;
     return quoted(place) + " has " + (leaves[i].type == VM_TYPE_FLOAT ? "a float" : "an integer") +
@@ -321,6 +324,7 @@ std::string HostInputs::setTexture(std::string_view place, Texture texture) {
   }
   texture.smaller = smallerLevels(texture.image);
   uint8_t* const sampler = &variable.bytes[variable.leaves[part.first].offset];
+  // A sampler keeps its number, under which another texture takes the place of the first.
   uint64_t unit = 0;
   std::memcpy(&unit, sampler, sizeof unit);
   if (unit == kNoTexture) {

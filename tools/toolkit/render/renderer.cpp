@@ -106,6 +106,7 @@ class Job {
     if (settings_.batches != nullptr) {
       share.tile = std::make_unique<TileRunner>(view_, inputs_, batch, settings_);
     }
+    // Of this thread alone: a clock would count what other programs do meanwhile.
     const double start = threadNanoseconds();
     // Blocks of two rows, counted from the bottom as fragments are.
     const uint32_t bottom = whole_.height - region_.y - region_.height;
@@ -115,6 +116,7 @@ class Job {
     while (!isStopped()) {
       const uint32_t pair = nextPair_.fetch_add(step, std::memory_order_relaxed);
       if (pair >= end - first) break;
+      // Pairs are given out from the top; their numbers count from the bottom.
       renderPairs(share, end - std::min(pair + step, end - first), end - pair);
     }
     merge(share, threadNanoseconds() - start);
@@ -273,6 +275,7 @@ class Job {
 uint32_t threadCount(const RenderSettings& settings) {
   const uint32_t wanted =
       settings.threads != 0 ? settings.threads : std::thread::hardware_concurrency();
+  // More threads than rows would find nothing to do.
   return std::clamp(wanted, 1u, std::max(regionOf(settings).height, 1u));
 }
 

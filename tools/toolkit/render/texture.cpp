@@ -169,6 +169,7 @@ Vector onCube(const Texture& texture, const float* d) {
   const float sign = isNegative ? -1.0f : 1.0f;
   const float s = axis == 0 ? -sign * d[2] : axis == 1 ? d[0] : sign * d[0];
   const float up = axis == 1 ? -sign * d[2] : d[1];
+  // 0 where there is no direction; the quotients are NaN then, which wrapped() takes to an edge.
   const float length = std::abs(d[axis]);
   const Point place = {(s / length + 1) / 2, (up / length + 1) / 2};
   return filtered(texture.faces[2 * axis + (isNegative ? 1 : 0)], texture.filter,
@@ -340,6 +341,7 @@ std::vector<ByteImage> smallerLevels(const ByteImage& image) {
     ByteImage half(std::max(from->width / 2, 1u), std::max(from->height / 2, 1u));
     for (uint32_t y = 0; y < half.height; ++y) {
       for (uint32_t x = 0; x < half.width; ++x) {
+        // A side of one texel counts it twice; of an odd side the last texel is left out.
         const uint32_t right = std::min(2 * x + 1, from->width - 1);
         const uint32_t below = std::min(2 * y + 1, from->height - 1);
         const uint32_t left = std::min(2 * x, right), above = std::min(2 * y, below);
