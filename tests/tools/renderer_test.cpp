@@ -333,6 +333,15 @@ TEST(Renderer, StopsWhenAsked) {
   EXPECT_LE(Renderer(shader.view()).render(settings).statistics.total(), 8u);
 }
 
+TEST(Renderer, ThrowsWhatAThreadThrew) {
+  const BuiltShader shader = showing("", "LOAD_GLOBAL uv", 2);
+  RenderSettings settings = sized(4, 64);
+  settings.threads = 3;
+  settings.progress = [](uint32_t, uint32_t) { throw std::runtime_error("enough"); };
+  Renderer renderer(shader.view());
+  EXPECT_THROW(renderer.render(settings), std::runtime_error);
+}
+
 TEST(Renderer, DiscardedFragmentsShowTheBackground) {
   RenderSettings settings = sized(4, 2);
   settings.background = {0.1f, 0.2f, 0.3f, 0.4f};

@@ -5,6 +5,7 @@
 #include <chrono>
 #include <cmath>
 #include <ctime>
+#include <exception>
 #include <memory>
 #include <mutex>
 #include <new>
@@ -98,31 +99,20 @@ class Job {
     }
   }
 
-  // Renders pairs of rows, from the top, until none are left; in batches several pairs at a time.
-  // Every thread does this with a machine and a batch of its own.
-  void work(ShaderMachine& machine, ShaderBatch* batch) {
-    Share share = {{view_, inputs_, machine, settings_.timeout}, {}, {}, {}};
-    share.runner.setPixelSize(settings_.pixelSize);
-    if (settings_.batches != nullptr) {
-      share.tile = std::make_unique<TileRunner>(view_, inputs_, batch, settings_);
+  // Every thread does this with a machine and a batch of its own. No thread can be left by an
+  // exception: the first one ends the picture, and finish() throws it again.
+  void work(ShaderMachine& machine, ShaderBatch* batch) noexcept {
+    try {
+      renderRows(machine, batch);
+    } catch (...) {
+      cancelled_ = true;
+      const std::lock_guard lock(mutex_);
+      if (thrown_ == nullptr) thrown_ = std::current_exception();
     }
-    // Of this thread alone: a clock would count what other programs do meanwhile.
-    const double start = threadNanoseconds();
-    // Blocks of two rows, counted from the bottom as fragments are.
-    const uint32_t bottom = whole_.height - region_.y - region_.height;
-    const uint32_t first = bottom / 2;
-    const uint32_t end = (bottom + region_.height + 1) / 2;
-    const uint32_t step = share.tile == nullptr ? 1 : kTileBlocks;
-    while (!isStopped()) {
-      const uint32_t pair = nextPair_.fetch_add(step, std::memory_order_relaxed);
-      if (pair >= end - first) break;
-      // Pairs are given out from the top; their numbers count from the bottom.
-      renderPairs(share, end - std::min(pair + step, end - first), end - pair);
-    }
-    merge(share, threadNanoseconds() - start);
   }
 
   RenderResult finish(double seconds, uint32_t threads) && {
+    if (thrown_ != nullptr) std::rethrow_exception(thrown_);
     RenderStatistics& statistics = result_.statistics;
     statistics.seconds = seconds;
     statistics.threads = threads;
@@ -145,6 +135,29 @@ class Job {
 
   bool isStopped() const {
     return cancelled_.load(std::memory_order_relaxed) || settings_.stop.stop_requested();
+  }
+
+  // Renders pairs of rows, from the top, until none are left; in batches several pairs at a time.
+  void renderRows(ShaderMachine& machine, ShaderBatch* batch) {
+    Share share = {{view_, inputs_, machine, settings_.timeout}, {}, {}, {}};
+    share.runner.setPixelSize(settings_.pixelSize);
+    if (settings_.batches != nullptr) {
+      share.tile = std::make_unique<TileRunner>(view_, inputs_, batch, settings_);
+    }
+    // Of this thread alone: a clock would count what other programs do meanwhile.
+    const double start = threadNanoseconds();
+    // Blocks of two rows, counted from the bottom as fragments are.
+    const uint32_t bottom = whole_.height - region_.y - region_.height;
+    const uint32_t first = bottom / 2;
+    const uint32_t end = (bottom + region_.height + 1) / 2;
+    const uint32_t step = share.tile == nullptr ? 1 : kTileBlocks;
+    while (!isStopped()) {
+      const uint32_t pair = nextPair_.fetch_add(step, std::memory_order_relaxed);
+      if (pair >= end - first) break;
+      // Pairs are given out from the top; their numbers count from the bottom.
+      renderPairs(share, end - std::min(pair + step, end - first), end - pair);
+    }
+    merge(share, threadNanoseconds() - start);
   }
 
   // The rows of blocks from `first` to `end` - 1, from the bottom of the picture.
@@ -270,6 +283,7 @@ class Job {
   std::mutex mutex_;  // guards what follows, and the statistics of the result
   uint32_t rowsDone_ = 0;
   double nanoseconds_ = 0;
+  std::exception_ptr thrown_;
 };
 
 uint32_t threadCount(const RenderSettings& settings) {
@@ -306,7 +320,6 @@ RenderResult Renderer::render(const RenderSettings& settings) {
   const uint32_t count = threadCount(settings);
   if (batchFunctions_ != settings.batches) batches_.clear();
   batchFunctions_ = settings.batches;
-  // Before any thread starts, since an exception could not leave it.
   while (machines_.size() < count) machines_.push_back(createMachine());
   while (batches_.size() < count) {
     batches_.push_back(batchFunctions_ == nullptr ? nullptr

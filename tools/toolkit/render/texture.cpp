@@ -287,7 +287,9 @@ class DescribedLookUp {
     const Neighbours row = neighbours(
         wrapped(texture_.wrap == TextureWrap::Repeat ? -point.v : 1 - point.v, texture_.wrap),
         image.height, texture_.wrap);
-    const size_t component = has(kLookupCompares) ? 0 : static_cast<size_t>(words_[15]) & 3;
+    // The shader's number: what is no component is the nearest one.
+    const float number = has(kLookupCompares) || !(words_[15] > 0) ? 0 : std::min(words_[15], 3.0f);
+    const auto component = static_cast<size_t>(number);
     return Vector{read(image, column.first, row.first)[component],
                   read(image, column.second, row.first)[component],
                   read(image, column.second, row.second)[component],

@@ -123,7 +123,7 @@ class Renderer {
 
   // A fragment that runs into the time limit ends the picture: fragments under way end by
   // themselves or by their own limit, and no others are begun. Throws std::bad_alloc when memory is
-  // short.
+  // short, and what a function of the settings or inputs throws.
   RenderResult render(const RenderSettings& settings);
 
  private:
