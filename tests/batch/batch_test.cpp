@@ -327,5 +327,33 @@ TEST(BatchDifferential, InvocationsEndAsOnMachines) {
 #endif
 }
 
+// What is read before a store keeps its value; what is a reference shows it; a loop goes on with
+// another reference than it began with.
+TEST(BatchDifferential, ReferencesOverStores) {
+  constexpr const char* kBodies[] = {
+      "LOAD_GLOBAL a; STRUCT_FIELD S, m; PUSH_1_F; STORE_GLOBAL_ELEM_IMM a, 0; STORE_GLOBAL c",
+      "LOAD_GLOBAL i; PUSH_1; BIT_AND 1; PUSH_INDEX; LOAD_GLOBAL many; ARRAY_ELEMENT S; "
+      "LOAD_GLOBAL i; POP; PUSH_1_F; STORE_GLOBAL_ELEM_IMM many, 1, 0; STRUCT_FIELD S, m; "
+      "STORE_GLOBAL c",
+      "PUSH_1_F; STORE_GLOBAL_ELEM_IMM a, 0; LOAD_GLOBAL b\nagain:\nSTRUCT_FIELD S, m; "
+      "LOAD_GLOBAL c; ADD_F 1; STORE_GLOBAL c; LOAD_GLOBAL a; LOAD_GLOBAL n; INC_I 1; "
+      "STORE_GLOBAL n; LOAD_GLOBAL n; PUSH_3; LT_I; JUMP_IF_FALSE done; JUMP again\ndone:\n"
+      "POP_RELEASE",
+  };
+  constexpr uint32_t kCount = 70;
+  for (const char* body : kBodies) {
+    std::string source =
+        ".struct S; .member float m; .end; .global float c; .global S a; .global S b; "
+        ".global S many[2]; .global int i host; .global int n; .output0 c; .entry main; "
+        ".function main; " +
+        std::string(body) + "; RETURN; .end";
+    std::replace(source.begin(), source.end(), ';', '\n');
+    const tools::BuiltShader shader = assembled(source.c_str());
+    for (uint32_t seed = 1; seed <= 12; ++seed) {
+      EXPECT_EQ(fuzz::compareBatch(*shader.record(), seed, kCount).difference, "") << body;
+    }
+  }
+}
+
 }  // namespace
 }  // namespace shadermachine::tests
