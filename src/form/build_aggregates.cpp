@@ -113,7 +113,7 @@ const VarInfo* Builder::storedNext(const Instance& instance, Place& place) const
 uint32_t Builder::constructedBytes(const Instruction& item, uint32_t k) const {
   const auto type = static_cast<int16_t>(item.operands[0]);
   if (item.opcode == Opcode::CTOR_ARRAY) return typeByteSize(type);
-  const VarInfo& member = structType(machine_, type)->members[k];
+  const VarInfo& member = decoder_.consultStruct(type)->members[k];
   return isBasicVar(member) ? member.byteSize : 0;
 }
 
@@ -123,7 +123,7 @@ bool Builder::buildAggregate(Instance& instance, const Instruction& item) {
   const VarInfo* const target = storedNext(instance, place);
   if (form_.isHidden || target == nullptr || isBasicVar(*target)) return false;
   const auto type = static_cast<int16_t>(item.operands[0]);
-  const StructInfo* const info = type < 0 ? nullptr : structType(machine_, type);
+  const StructInfo* const info = type < 0 ? nullptr : decoder_.consultStruct(type);
   const bool isArray = item.opcode == Opcode::CTOR_ARRAY;
   if (isArray ? type >= 0 : info == nullptr || info->members == nullptr) return false;
   const uint32_t n = isArray ? item.operands[1] : info->memberCount;

@@ -75,6 +75,7 @@ struct Parts {
   TypeCode global = VM_TYPE_INT;
   TypeCode member = VM_TYPE_INT;
   TypeCode memberOfMember = VM_TYPE_INT;
+  TypeCode constructed = VM_TYPE_INT;
   uint16_t params = 0;
   int32_t hostFunctionBase = -1;
   uint16_t entry = 0;
@@ -105,6 +106,11 @@ BuiltShader madeOf(const Parts& parts) {
     const LocalId stored = code.addLocal({.name = "stored", .type = outer});
     code.pushInt(1);
     code.storeElement(stored, {0, 0});
+    const TypeCode made = shader.addStruct("Made", {{.name = "m", .type = parts.constructed}});
+    const LocalId target = code.addLocal({.name = "made", .type = made});
+    code.pushInt(1);
+    code.emit(VM_OP_CTOR_STRUCT, {made});
+    code.store(target);
     code.call(f.id());
     code.emit(VM_OP_DISCARD);
   });
@@ -114,8 +120,9 @@ TEST(Translation, BelongsToAllThatItWasMadeFrom) {
   const BuiltShader shader = madeOf({});
   for (const Parts& other :
        {Parts{.constant = 2}, Parts{.local = VM_TYPE_BOOL}, Parts{.global = VM_TYPE_FLOAT},
-        Parts{.member = VM_TYPE_FLOAT}, Parts{.memberOfMember = VM_TYPE_FLOAT}, Parts{.params = 1},
-        Parts{.hostFunctionBase = 7}, Parts{.entry = 1}}) {
+        Parts{.member = VM_TYPE_FLOAT}, Parts{.memberOfMember = VM_TYPE_FLOAT},
+        Parts{.constructed = VM_TYPE_FLOAT}, Parts{.params = 1}, Parts{.hostFunctionBase = 7},
+        Parts{.entry = 1}}) {
     Rig rig;
     EXPECT_EQ(rig.run(shader), VM_ERR_DISCARDED);
     const engine::Translation* first = internals(rig).translations->recent();
