@@ -115,7 +115,7 @@ template <class K, unsigned form>
 Step compareAndLoop(ENGINE_STATE) {
   if (!comparisonHolds<K, form>(record, word, vector, scalar)) ENGINE_GO(record->target);
   if (--machine.timeLimit.ticksLeft == 0) ENGINE_STAY(timeStep);
-  ENGINE_GO(reinterpret_cast<const Record*>(record->c));
+  ENGINE_GO(objectAt<Record>(record->c));
 }
 
 // The second operation on the first one's result; scalarB: the first one's b is a scalar.

@@ -217,7 +217,7 @@ const uint32_t* Selector::memory(Operand operand) {
   if (made.kind == Kind::Constant) return constants_ + made.first + operand.first;
   if (made.kind == Kind::RunWord) {
     const auto* fields = reinterpret_cast<const uint8_t*>(static_cast<ShaderMachine*>(&machine_));
-    return reinterpret_cast<const uint32_t*>(fields + made.first);
+    return objectAt<uint32_t>(fields + made.first);
   }
   return values_[operand.value].address + operand.first;
 }

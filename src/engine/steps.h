@@ -9,7 +9,7 @@ namespace shadermachine::engine {
 
 inline ValueSlot& slotOf(const uint32_t* words) {
   const char* start = reinterpret_cast<const char*>(words) - offsetof(InlineValue, words);
-  return *reinterpret_cast<ValueSlot*>(const_cast<char*>(start));
+  return *objectAt<ValueSlot>(const_cast<char*>(start));
 }
 
 // steps_flow.cpp

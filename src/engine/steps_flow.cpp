@@ -81,12 +81,12 @@ Step jumpStep(ENGINE_STATE) { ENGINE_GO(record->target); }
 // Apart from the loops' own handlers, so that those save no registers.
 Step timeStep(ENGINE_STATE) {
   if (readTimeLimit(machine.timeLimit)) {
-    enterSite(machine, *reinterpret_cast<const Site*>(record->d));
+    enterSite(machine, *objectAt<Site>(record->d));
     stopRun(machine, VM_ERR_TIMEOUT);
     ENGINE_END;
   }
   ENGINE_FORGET;
-  ENGINE_GO(reinterpret_cast<const Record*>(record->c));
+  ENGINE_GO(objectAt<Record>(record->c));
 }
 
 Step clockStep(ENGINE_STATE) {
@@ -101,7 +101,7 @@ Step clockStep(ENGINE_STATE) {
 
 Step jumpBackStep(ENGINE_STATE) {
   if (--machine.timeLimit.ticksLeft == 0) ENGINE_STAY(timeStep);
-  ENGINE_GO(reinterpret_cast<const Record*>(record->c));
+  ENGINE_GO(objectAt<Record>(record->c));
 }
 
 Step branchWordStep(ENGINE_STATE) {

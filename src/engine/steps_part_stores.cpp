@@ -6,9 +6,7 @@
 namespace shadermachine::engine {
 namespace {
 
-const PartLimits& limitsOf(const Record* record) {
-  return *reinterpret_cast<const PartLimits*>(record->c);
-}
+const PartLimits& limitsOf(const Record* record) { return *objectAt<PartLimits>(record->c); }
 
 // Null when the part is not there: the store is dropped.
 template <bool inBlock, IndexSource source>
@@ -44,7 +42,7 @@ void writePart(uint8_t* part, const Record* record, FloatVector vector, float sc
   } else if constexpr (n == 1) {
     std::memcpy(part, &scalar, sizeof scalar);
   } else {
-    auto* words = reinterpret_cast<uint32_t*>(part);
+    auto* words = objectAt<uint32_t>(part);
     storeVector<n == 3 ? 2 : n>(words, vector);
     if constexpr (n == 3) words[2] = std::bit_cast<uint32_t>(vector[2]);
   }

@@ -8,7 +8,7 @@ namespace {
 
 const BlockView& viewOf(const uint32_t* words) {
   const char* start = reinterpret_cast<const char*>(words) - offsetof(InlineValue, words);
-  return reinterpret_cast<const ValueSlot*>(start)->view;
+  return objectAt<ValueSlot>(start)->view;
 }
 
 float floatAt(const uint8_t* data) {
@@ -22,9 +22,9 @@ template <uint32_t n>
 FloatVector loadPart(const uint8_t* data) {
   FloatVector v = {};
   if constexpr (n == 2) {
-    v = loadVector<2>(reinterpret_cast<const uint32_t*>(data));
+    v = loadVector<2>(objectAt<uint32_t>(data));
   } else if constexpr (n == 3) {
-    v = loadVector<2>(reinterpret_cast<const uint32_t*>(data));
+    v = loadVector<2>(objectAt<uint32_t>(data));
     v[2] = floatAt(data + 8);
   } else {
     std::memcpy(&v, data, sizeof v);
@@ -67,7 +67,7 @@ uint32_t indexOf(const Record* record, uint32_t word) {
 // Where element `index` begins; null when the array has no such element.
 inline const uint8_t* elementAt(const Record* record, const BlockView& view, uint32_t index) {
   const uint64_t stride = record->y;
-  const auto* limits = reinterpret_cast<const ElementLimits*>(record->c);
+  const auto* limits = objectAt<ElementLimits>(record->c);
   const uint64_t offset = index * stride;
   if (view.data == nullptr) return nullptr;
   if (limits == nullptr) return offset + stride <= view.size ? view.data + offset : nullptr;

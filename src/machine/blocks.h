@@ -14,11 +14,11 @@ namespace shadermachine {
 
 inline DataBlock* blockOf(const BlockView& view) {
   // data points at the viewed part; the count sits right before the block's first data byte.
-  return reinterpret_cast<DataBlock*>(view.data - view.offset - sizeof(DataBlock));
+  return objectAt<DataBlock>(view.data - view.offset - sizeof(DataBlock));
 }
 
 inline BlockHead* headOf(DataBlock* block) {
-  return reinterpret_cast<BlockHead*>(reinterpret_cast<uint8_t*>(block + 1) - sizeof(BlockHead));
+  return objectAt<BlockHead>(reinterpret_cast<uint8_t*>(block + 1) - sizeof(BlockHead));
 }
 
 inline void clearView(BlockView* view) { *view = BlockView{nullptr, 0, 0}; }

@@ -15,6 +15,17 @@ namespace shadermachine {
 
 struct Machine;
 
+// The object that lies at an address, as whoever keeps the address knows: a cast that compilers for
+// processors with strict alignment do not warn of.
+template <class T>
+T* objectAt(void* address) {
+  return static_cast<T*>(address);
+}
+template <class T>
+const T* objectAt(const void* address) {
+  return static_cast<const T*>(address);
+}
+
 // Before the first data byte of every block.
 struct BlockHead {
   union {

@@ -1,6 +1,7 @@
 // The blocks of structures and arrays made from values on the stack.
 #include <gtest/gtest.h>
 
+#include "machine/memory.h"
 #include "support/program.h"
 
 namespace shadermachine::tests {
@@ -39,10 +40,10 @@ BlockSeen blockFrom(const Body& body) {
   rig.reply = [&](const HostCall& call, void*) {
     const BlockView& view = call.stack.back().view;
     ASSERT_NE(view.data, nullptr);
-    const auto* words = reinterpret_cast<const uint32_t*>(view.data);
+    const auto* words = objectAt<uint32_t>(view.data);
     seen.words.assign(words, words + view.size / 4);
     seen.offset = view.offset;
-    seen.count = *reinterpret_cast<const uint32_t*>(view.data - view.offset - 4);
+    seen.count = *objectAt<uint32_t>(view.data - view.offset - 4);
     seen.height = call.top + 1;
   };
   seen.error = rig.run(buildShader([&](Tables& shader, Code& code) {

@@ -3,6 +3,7 @@
 
 #include <array>
 
+#include "machine/memory.h"
 #include "support/program.h"
 
 namespace shadermachine::tests {
@@ -41,8 +42,7 @@ TEST(ElementReads, SubViewsShareTheirBlock) {
   std::vector<std::array<uint32_t, 3>> seen;  // size, offset, count
   rig.reply = [&](const HostCall& call, void*) {
     const BlockView& view = call.stack.back().view;
-    seen.push_back(
-        {view.size, view.offset, *reinterpret_cast<const uint32_t*>(view.data - view.offset - 4)});
+    seen.push_back({view.size, view.offset, *objectAt<uint32_t>(view.data - view.offset - 4)});
   };
   const BuiltShader shader = buildShader([](Tables& tables, Code& code) {
     const Nested types = addNested(tables);

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "machine/memory.h"
 #include "support/program.h"
 
 namespace shadermachine::tests {
@@ -126,7 +127,7 @@ BuiltShader storeShader(const StoreCase& c, const Form& form) {
 
 // The words of a variable's value.
 uint32_t* wordsOf(ValueSlot& slot) {
-  return slot.view.data == nullptr ? slot.value.words : reinterpret_cast<uint32_t*>(slot.view.data);
+  return slot.view.data == nullptr ? slot.value.words : objectAt<uint32_t>(slot.view.data);
 }
 
 void checkStore(const StoreCase& c, const Form& form) {

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 
+#include "machine/memory.h"
 #include "support/program.h"
 
 namespace shadermachine::tests {
@@ -16,7 +17,7 @@ TEST(Stack, ReferencesFollowTheValues) {
   Rig rig;
   rig.reply = [&](const HostCall& call, void*) {
     const BlockView& view = call.stack[0].view;  // local 0
-    counts.push_back(*reinterpret_cast<const uint32_t*>(view.data - view.offset - 4));
+    counts.push_back(*objectAt<uint32_t>(view.data - view.offset - 4));
   };
   const BuiltShader shader = buildShader([](Tables&, Code& code) {
     const auto then = [&code](VmOpcode opcode, std::initializer_list<int64_t> operands = {}) {
@@ -134,7 +135,7 @@ TEST(Stack, HostVariableRequest) {
                                    rig.startup.userData}));
   EXPECT_EQ(rig.only(kProbe).stack[3].value.words[1], 0xABCDu);
   EXPECT_EQ(stack[1].value.words[0], 0u) << "a basic value is for this load only";
-  EXPECT_EQ(*reinterpret_cast<const uint32_t*>(stack[0].view.data), 0xABCDu);
+  EXPECT_EQ(*objectAt<uint32_t>(stack[0].view.data), 0xABCDu);
 
   Rig mute({kHostVariable});
   EXPECT_EQ(mute.run(shader), VM_OK);
