@@ -111,7 +111,7 @@ void expectValid(const std::string& source) {
 class Golden : public ::testing::TestWithParam<fs::path> {};
 
 TEST_P(Golden, MatchesItsEnd) {
-  const std::string content = readFile(GetParam());
+  const std::string content = readFile(GetParam().string());
   const std::string source = sourceOf(content);
   const std::string described = source + describe(source, GetParam().filename().string());
   if (std::getenv("SHADERMACHINE_REBASE")) {
@@ -122,13 +122,13 @@ TEST_P(Golden, MatchesItsEnd) {
 }
 
 TEST_P(Golden, IsValidIfItRuns) {
-  const std::string content = readFile(GetParam());
+  const std::string content = readFile(GetParam().string());
   if (!content.starts_with(kRunMark)) return;
   expectValid(content);
 }
 
 TEST_P(Golden, SurvivesTheRoundTrip) {
-  const AssemblyResult first = assemble(readFile(GetParam()));
+  const AssemblyResult first = assemble(readFile(GetParam().string()));
   if (!first.shader) return;  // a golden file of errors
   const std::string text = disassemble(first.shader->view());
   const AssemblyResult second = assemble(text);

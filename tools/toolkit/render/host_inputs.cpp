@@ -66,7 +66,11 @@ bool canHold(TypeCode type, double value) {
 std::array<double, 4> dateNow() {
   const std::time_t now = std::time(nullptr);
   std::tm local = {};
+#ifdef _WIN32
+  localtime_s(&local, &now);
+#else
   localtime_r(&now, &local);
+#endif
   return {local.tm_year + 1900.0, static_cast<double>(local.tm_mon),
           static_cast<double>(local.tm_mday),
           local.tm_hour * 3600.0 + local.tm_min * 60.0 + local.tm_sec};
