@@ -4,15 +4,19 @@
 #   scripts/matrix.sh [LINE...]
 #
 #   aarch64    Debian's cross compiler, tests under qemu
+#   riscv64    the same
+#   windows    mingw-w64, tests under wine
 #   no-engine  plain handlers only
 #   hardened   the flags of Debian's packages, and -fno-plt
 #
+# What runs under an emulator draws the gallery too, and the line says how many pictures are this
+# machine's.
 # Without a line, all of them. Ends with a table.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/setup.sh
 
-lines=(aarch64 no-engine hardened)
+lines=(aarch64 riscv64 windows no-engine hardened)
 [ $# -eq 0 ] || lines=("$@")
 root=$PWD/build/matrix
 mkdir -p "$root"
@@ -34,16 +38,49 @@ try() {
     grep "tests passed" "$folder/test.log"
 }
 
-# The tests' library is built from Debian's sources: its packages of two architectures do not go
-# together with those of others that the project uses.
+# draw LINE COMMAND...: how many of the gallery's pictures have the bytes that they have here.
+draw() {
+  local line=$1
+  shift
+  cmake -S . -B "$root/reference" "${common[@]}" &&
+    cmake --build "$root/reference" --parallel "$(nproc)" --target gallery_tests &&
+    "$root/reference/tests/gallery_tests" --gtest_output="xml:$root/reference-gallery.xml" &&
+    "$@" --gtest_output="xml:build/matrix/$line-gallery.xml" &&
+    python3 scripts/compare_pictures.py "$root/reference-gallery.xml" "$root/$line-gallery.xml"
+}
+
+# foreign LINE TOOLCHAIN: the tests' library is built from Debian's sources: its packages of two
+# architectures do not go together with those of others that the project uses. Projects that use the
+# library would be run without the emulator, and are left out.
+foreign() {
+  local line=$1 toolchain=$PWD/cmake/toolchains/$2.cmake
+  local left_out='^fuzz.scale$|^packaging.(deb|install|.*-c|.*-cxx)$'
+  require googletest:/usr/src/googletest/CMakeLists.txt
+  cmake -S /usr/src/googletest -B "$root/$line-gtest" -DBUILD_GMOCK=OFF \
+    -DCMAKE_TOOLCHAIN_FILE="$toolchain" -DCMAKE_INSTALL_PREFIX="$root/$line-prefix" &&
+    cmake --build "$root/$line-gtest" --target install &&
+    try "$root/$line" -DCMAKE_TOOLCHAIN_FILE="$toolchain" -DGTest_ROOT="$root/$line-prefix"
+}
+
 aarch64() {
-  local toolchain=$PWD/cmake/toolchains/aarch64-linux-gnu.cmake left_out='^fuzz.scale$'
-  require g++-aarch64-linux-gnu:aarch64-linux-gnu-g++ qemu-user-static:qemu-aarch64-static \
-    googletest:/usr/src/googletest/CMakeLists.txt
-  cmake -S /usr/src/googletest -B "$root/aarch64-gtest" -DBUILD_GMOCK=OFF \
-    -DCMAKE_TOOLCHAIN_FILE="$toolchain" -DCMAKE_INSTALL_PREFIX="$root/aarch64-prefix" &&
-    cmake --build "$root/aarch64-gtest" --target install &&
-    try "$root/aarch64" -DCMAKE_TOOLCHAIN_FILE="$toolchain" -DGTest_ROOT="$root/aarch64-prefix"
+  require g++-aarch64-linux-gnu:aarch64-linux-gnu-g++ qemu-user-static:qemu-aarch64-static
+  foreign aarch64 aarch64-linux-gnu &&
+    draw aarch64 qemu-aarch64-static -L /usr/aarch64-linux-gnu "$root/aarch64/tests/gallery_tests"
+}
+riscv64() {
+  require g++-riscv64-linux-gnu:riscv64-linux-gnu-g++ qemu-user-static:qemu-riscv64-static
+  foreign riscv64 riscv64-linux-gnu &&
+    draw riscv64 qemu-riscv64-static -L /usr/riscv64-linux-gnu "$root/riscv64/tests/gallery_tests"
+}
+windows() {
+  local target=x86_64-w64-mingw32
+  require g++-mingw-w64-x86-64-posix:$target-g++-posix wine64:/usr/lib/wine/wine64
+  local runtime
+  runtime=$(dirname "$($target-g++-posix -print-file-name=libstdc++-6.dll)")
+  export WINEPREFIX=$root/wine WINEDEBUG=-all WINEPATH="$runtime;/usr/$target/lib"
+  /usr/lib/wine/wine64 wineboot -i
+  foreign windows $target &&
+    draw windows /usr/lib/wine/wine64 "$root/windows/tests/gallery_tests.exe"
 }
 no-engine() { try "$root/no-engine" -DSHADERMACHINE_ENGINE=OFF; }
 hardened() {
@@ -58,7 +95,8 @@ failed=0
 for line in "${lines[@]}"; do
   log=$root/$line.log
   if (set -e; "$line") >"$log" 2>&1 </dev/null; then
-    result=$(grep -o '[0-9]*% tests passed.*' "$log" | tail -n 1)
+    result=$(grep -oE '[0-9]*% tests passed.*|^[0-9]+ of [0-9]+ pictures.*' "$log" |
+      paste -sd '|' | sed 's/|/; /g')
   else
     failed=1
     result="FAILED, see $log"
