@@ -96,7 +96,7 @@ Step indexedStep(ENGINE_STATE) {
   uint32_t index = indexOf<inWord>(record, word);
   const auto* data = reinterpret_cast<const uint8_t*>(record->a);
   if constexpr (planned) {
-    const auto& plan = *reinterpret_cast<const IndexPlan*>(record->c);
+    const auto& plan = *objectAt<IndexPlan>(record->c);
     index = (index + plan.add) & plan.mask;
     data += size_t{*plan.base} * plan.baseStride;
   }

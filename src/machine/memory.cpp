@@ -121,7 +121,7 @@ void freeBlock(DataBlock* block) {
   Machine& machine = *head->machine;
   if (head->size == 0) {
     const char* const start = reinterpret_cast<const char*>(head) - offsetof(FixedBlock, head);
-    const auto& fixed = *reinterpret_cast<const FixedBlock*>(start);
+    const auto& fixed = *objectAt<FixedBlock>(start);
     return unreserveMemory(machine, sizeof(BlockHead) + fixed.bytes);
   }
   if (head->size >= kSmallestSpare) {
