@@ -365,9 +365,10 @@ void Selector::selectReference(const Operation& effect) {
     clear.d = addressOf(effect.other);
     emit(clear);
   } else {
-    forgetRegisters();
     record.run = effect.kind == Kind::CopyBlock ? &copyBlockStep : &storeBlockStep;
+    // Before the registers are forgotten: one of them may have the index, for the last time.
     if (effect.kind == Kind::CopyBlock) record.c = partSource(effect, effect.size);
+    forgetRegisters();
     emit(record);
   }
 }

@@ -219,6 +219,7 @@ const uint32_t* Selector::memory(Operand operand) {
     const auto* fields = reinterpret_cast<const uint8_t*>(static_cast<ShaderMachine*>(&machine_));
     return objectAt<uint32_t>(fields + made.first);
   }
+  assert(values_[operand.value].address != nullptr);  // else nobody has stored it, nor will
   return values_[operand.value].address + operand.first;
 }
 
