@@ -110,6 +110,7 @@ const tests = {
     await assert.rejects(client.launchRequest({program: 'missing.frag'}), /missing.frag/);
     await assert.rejects(client.launchRequest({program: 7}), /^Error: "program": type/);
     await assert.rejects(client.launchRequest({...launch, set: [1]}), /"set"/);
+    await assert.rejects(client.launchRequest({...launch, time: 1e99}), /"time"/);
     await client.launchRequest(launch);
     const many = await client.setBreakpointsRequest(
       {source: {path: shader}, breakpoints: Array(2000).fill({line: 10})});

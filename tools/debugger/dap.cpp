@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cmath>
 #include <map>
 #include <memory>
 
@@ -169,6 +170,7 @@ class Server {
     read(arguments, "pixel", wanted.pixel);
     read(arguments, "size", wanted.size);
     read(arguments, "time", time);
+    if (!std::isfinite(time)) throw ExpressionError("\"time\": seconds are needed");
     if (arguments.contains("time")) wanted.time = time;
     wanted.textures = assignments(arguments, "textures");
     wanted.values = assignments(arguments, "set");
