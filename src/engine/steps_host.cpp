@@ -60,7 +60,7 @@ BlockView partOf(const BlockView& whole, const PartSource& part) {
 
 [[gnu::noinline]] bool copyBlock(Machine& machine, const Record& record) {
   BlockView source = slotOf(record.a).view;
-  const auto* part = reinterpret_cast<const PartSource*>(record.c);
+  const auto* part = objectAt<PartSource>(record.c);
   if (part != nullptr) source = partOf(source, *part);
   const bool stored =
       chargeBytes(machine, source.size) && blockCopyInto(machine, &slotOf(record.d).view, &source);
@@ -91,7 +91,7 @@ BlockView partOf(const BlockView& whole, const PartSource& part) {
 }
 
 [[gnu::noinline]] bool openStorage(Machine& machine, const Record& record) {
-  auto& block = *reinterpret_cast<FixedBlock*>(const_cast<uint32_t*>(record.a));
+  auto& block = *objectAt<FixedBlock>(const_cast<uint32_t*>(record.a));
   uint8_t* const data =
       chargeBytes(machine, record.x) ? takeFixedBlock(machine, block, record.x) : nullptr;
   if (data == nullptr) return storeFailed(machine, *record.site);
