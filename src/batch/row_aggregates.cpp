@@ -30,7 +30,8 @@ uint64_t endOfRead(const form::Operation& read, uint32_t bytes) {
   const uint64_t end = uint64_t{read.first} + read.words * kRowWordBytes;
   if (read.kind == Kind::ReadMember) return end;
   const uint64_t element = read.kind == Kind::CheckIndex ? uint64_t{read.first} + read.stride : end;
-  return element + (uint64_t{elementCount(read, bytes)} - 1) * read.stride;
+  const uint32_t last = elementCount(read, bytes) - 1;
+  return element + uint64_t{last} * read.stride;
 }
 
 bool isWholeRows(uint32_t bytes) { return bytes != 0 && bytes % kRowWordBytes == 0; }
@@ -59,8 +60,9 @@ bool RowSelector::isStorable(const Operation& store, uint32_t bytes) {
   if (store.first % kRowWordBytes != 0 || store.size > bytes) return false;
   uint64_t end = uint64_t{store.first} + store.n * kRowWordBytes;
   for (uint32_t k = 0; k < store.count; ++k) {
-    if (!isWholeRows(store.steps[k].stride)) return false;
-    end += (uint64_t{storeBound(store, k, bytes)} - 1) * store.steps[k].stride;
+    const uint32_t bound = storeBound(store, k, bytes);
+    if (bound == 0 || !isWholeRows(store.steps[k].stride)) return false;
+    end += uint64_t{bound - 1} * store.steps[k].stride;
   }
   return end <= bytes;
 }
