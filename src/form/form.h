@@ -11,18 +11,15 @@
 //     behind a plain handler that runs in between (constants excepted: they are nowhere). What must
 //     outlive a block is stored into a place; a join of two ways finds it there on each of them.
 //  2. A value has all the words that its users read. An instruction on n components of a wider
-//  value
-//     makes a value of n words; the slot's other words stay part of the slot (see builder.h).
+//     value makes a value of n words; the slot's other words stay part of the slot (builder.h).
 //  3. Control enters a block at its first operation and leaves it by Jump, JumpBack, Finish or Stop
 //     at its end, by a Branch anywhere, or into the next block in order.
 //  4. An operation at which the host can look (isSeen) names all that the host must find: frames,
-//  pc
-//     and tops by its site, and every slot and index up to the tops in its place, stored before.
+//     pc and tops by its site, and every slot and index up to the tops in its place, stored before.
 //     Only such operations and Finish show the words of places to anybody outside; after Finish
 //     the globals and the entry function's locals are in their slots.
 //  5. A place of a slot above the top of a site, or of an index above it, is nobody's: its words
-//  may
-//     be anything.
+//     may be anything.
 //  6. References to blocks are in slots, never in values. They are moved, shared and released by
 //     operations of their own, in the order of the instructions.
 //  7. A read or view behind a run-time index (`steps`) follows, in its block, a CheckIndex of the
