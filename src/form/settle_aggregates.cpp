@@ -26,6 +26,7 @@ class Settling {
     if (form_.isHidden || !findVariables()) return;
     for (uint32_t i = 0; i < form_.operations.size(); ++i) examine(form_.operations[i]);
     for (uint32_t k = 0; k < storages().size(); ++k) storages()[k].isUsable &= canBeDivided(k);
+    // Every round but the last takes a storage away.
     while (!copiesAgree()) {
     }
     if (!givePlaces()) return;
@@ -96,6 +97,8 @@ class Settling {
       case Kind::ShareView:
       case Kind::StoreBlock:
       case Kind::MoveSlot:
+        // A temporary that shares the block may be anywhere when the variable changes: nobody
+        // follows it.
         keepBlock(operation.other);
         return keepBlock(operation.place);
       case Kind::ClearSlot:
@@ -167,6 +170,7 @@ class Settling {
   // No place ends inside what one operation reads or stores.
   void joinWords(const Operation& operation) {
     uint32_t at = 0;
+    // Parts behind an index may cross places: they are read and stored by address.
     if (!isConstant(operation, *storageOf(operation.place), at)) return;
     const uint32_t n = operation.kind == Kind::StorePart ? operation.n : operation.words;
     const uint32_t word = firstWords_[numbers_[operation.place]] + at / kWordBytes;
@@ -179,6 +183,7 @@ class Settling {
   uint32_t placeEnd(uint32_t storage, uint32_t word) const {
     const uint32_t words = form_.storages[storage].bytes / kWordBytes;
     uint32_t end = std::min(word + kPlaceWords, words);
+    // Back to a word that no part goes on from; what one operation reads is then in one place.
     while (end > word && end < words && isJoined_[firstWords_[storage] + end] != 0) --end;
     return end;
   }
@@ -277,6 +282,7 @@ class Settling {
 
   // x & constant, x + constant: the step does that itself.
   void takeIntoStep(IndexStep& step, Operand& index) const {
+    // In this order: a step adds before it masks.
     takeIntoStep(Opcode::BIT_AND, index, step.mask);
     takeIntoStep(Opcode::ADD_I, index, step.add);
   }
