@@ -54,6 +54,7 @@ bool fillProgram(ShaderBatch& batch, form::Decoder& decoder, form::Arena& workin
   const form::BuildResult result = form::buildForm(form, decoder, working, machine);
   if (result == form::BuildResult::LeftPlain) return true;
   if (result != form::BuildResult::Built) return false;
+  // A form that there was no time to improve runs too.
   engine::improve(form, machine);
   return RowSelector(form, decoder, machine, *batch.rowFunctions, program).select();
 }
@@ -141,6 +142,7 @@ void runGroups(ShaderBatch& batch, const RowProgram& program, uint32_t count, Vm
       record = record->run(record, state);
     }
     if (state.isOver == 0) continue;
+    // The next call begins with nobody waiting.
     forgetWaiting(program);
     return;
   }

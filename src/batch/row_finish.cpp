@@ -35,6 +35,8 @@ bool RowSelector::finishRows() {
   for (uint32_t i = 0; i < constants_.size(); ++i) {
     std::fill_n(rowAt(constantRows_[i]), kRowWords, constants_[i]);
   }
+  // Every group begins with globals that are zero, and only those that something stores into can be
+  // anything else. Locals have stores or records that clear them.
   const size_t globalWords = size_t{shader_.globalCount} * form::kPlaceWords;
   size_t clearedRows = globalWords;
   for (uint32_t a = 0; a < aggregates_.size(); ++a) {

@@ -120,6 +120,7 @@ inline const RowRecord* resume(RowState& state) {
 
 // To a join further on.
 inline const RowRecord* goOn(const RowRecord* join, RowState& state) {
+  // Nobody waits up to there, so nobody is overtaken; else whoever waits lowest goes first.
   if (state.lowest > join->join) [[likely]]
     return join + 1;
   if (state.lowest == join->join) return join;
@@ -158,6 +159,7 @@ inline const RowRecord* lookAtClock(const RowRecord* record, RowState& state) {
 inline const RowRecord* divide(const RowRecord* record, RowState& state, uint64_t leaving) {
   if (leaving == 0) return record + 1;
   if (leaving == state.active) return goOn(record->target, state);
+  // The target lies further on: the others are lower, and run first.
   wait(state, record->target->join, leaving);
   setActive(state, state.active & ~leaving);
   return record + 1;
@@ -196,6 +198,7 @@ inline const RowRecord* loopBranch(const RowRecord* record, RowState& state) {
   const uint64_t returning = findZeros(state, record->in[0][0]);
   if (returning == 0) return record + 1;
   if (returning != state.active) {
+    // Those who return are lower than those who leave the loop.
     wait(state, (record + 1)->join, state.active & ~returning);
     setActive(state, returning);
   }

@@ -54,6 +54,7 @@ void RowSelector::copyParallel(uint32_t* to, uint32_t* from, uint32_t count) {
     overwrites = overwrites || std::find(to, to + w, from[w]) != to + w;
   }
   for (uint32_t w = 0; overwrites && w < count; ++w) {
+    // Through rows of their own: all are read before the first is written.
     const uint32_t row = takeRow();
     copy(row, from[w]);
     from[w] = row;
