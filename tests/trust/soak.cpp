@@ -8,6 +8,7 @@
 
 #include "fuzz/arbitrary_host.h"
 #include "fuzz/program_generator.h"
+#include "machine/machine.h"
 #include "support/allocations.h"
 #include "support/heap_memory.h"
 
@@ -45,6 +46,8 @@ int main(int argc, char** argv) {
   const auto shaders = makeShaders();
   const int64_t blocksWithoutMachine = tests::liveAllocations();
   fuzz::MachinePtr machine = fuzz::makeMachine(true);
+  // Else shaders would be met, and translated, long after the machine has warmed up.
+  static_cast<Machine&>(*machine).engineUse = EngineUse::AtOnce;
   runAll(*machine, shaders, 2 * kShaders);
   const int64_t blocksBefore = tests::liveAllocations();
   const long bytesBefore = tests::heapBytes();
