@@ -68,10 +68,10 @@ bool RowSelector::walkStep(StoredPart& part, PartType& type, Operand index, Plac
 
 // `slot` holds the index, or is kNone where `number` is.
 bool RowSelector::walkTo(StoredPart& part, PartType& type, uint32_t number, Place slot) const {
-  if (type.type >= 0) decoder_.consultStruct(type.type);
+  const auto consult = [this](int32_t code) { return decoder_.consultStruct(code); };
   PathStep step;
   if (static_cast<int32_t>(number) < 0 || !hasParts(type)) return false;
-  if (!pickPart(machine_, type, number, step) || step.offset + step.size > part.bytes) return false;
+  if (!pickPart(consult, type, number, step) || step.offset + step.size > part.bytes) return false;
   if (slot != kNone) {
     if (step.stride == 0 || step.stride % kRowWordBytes != 0) return false;
     const uint32_t bound = std::min(step.bound, (part.bytes - step.size) / step.stride + 1);

@@ -31,9 +31,9 @@ bool Builder::walkStep(Operand index, StorePath& path, uint64_t limit) {
   uint32_t number = 0;
   const bool known = constantOf(index, number);
   if (!known && (path.indices == kMaxStoreIndices || !isNeverNegative(index))) return false;
-  if (path.part.type >= 0) decoder_.consultStruct(path.part.type);
+  const auto structOf = [this](int32_t type) { return decoder_.consultStruct(type); };
   PathStep step;
-  if (!hasParts(path.part) || !pickPart(machine_, path.part, number, step)) return false;
+  if (!hasParts(path.part) || !pickPart(structOf, path.part, number, step)) return false;
   if (!known && step.stride == 0) return false;
   // Wherever an index leads below its bound, the part lies inside the one before.
   const uint64_t last = known ? step.offset : uint64_t{step.bound - 1} * step.stride;

@@ -28,10 +28,12 @@ inline PathStep componentStep(TypeCode type, uint32_t index) {
   return {uint64_t{index} * stride, stride, stride, typeByteSize(type) / stride, {part, 0}};
 }
 
-// False when the index picks nothing. A scalar has no parts: see hasParts().
-inline bool pickPart(const Machine& machine, PartType whole, uint32_t index, PathStep& step) {
+// False when the index picks nothing. A scalar has no parts: see hasParts(). `structOf` gives the
+// structure type of a code, or null: what is translated notes whose tables it asked for.
+template <class StructOf>
+bool pickPart(StructOf structOf, PartType whole, uint32_t index, PathStep& step) {
   if (whole.count == 0 && whole.type >= 0) {
-    const StructInfo* info = structType(machine, whole.type);
+    const StructInfo* info = structOf(whole.type);
     if (info == nullptr || info->members == nullptr || index >= info->memberCount) return false;
     const VarInfo& member = info->members[index];
     step = {
@@ -42,7 +44,7 @@ inline bool pickPart(const Machine& machine, PartType whole, uint32_t index, Pat
     step = componentStep(whole.type, index);
     return index < step.bound;
   }
-  const StructInfo* info = whole.type < 0 ? nullptr : structType(machine, whole.type);
+  const StructInfo* info = whole.type < 0 ? nullptr : structOf(whole.type);
   if (whole.type >= 0 && info == nullptr) return false;
   const uint32_t size = info == nullptr ? typeByteSize(whole.type) : info->size;
   step = {uint64_t{index} * size, size, size, whole.count, {whole.type, 0}};

@@ -52,8 +52,9 @@ class PartWalk {
       index = pattern_.selector(index & (kMaxSelectors - 1));
       pattern_ = SwizzlePattern();
     }
+    const auto structOf = [this](int32_t type) { return structType(machine_, type); };
     PathStep step;
-    if (dropped_ || !pickPart(machine_, part_, index, step) || step.offset + step.size > limit_) {
+    if (dropped_ || !pickPart(structOf, part_, index, step) || step.offset + step.size > limit_) {
       dropped_ = true;
       return;
     }
