@@ -160,7 +160,9 @@ class Evaluator {
 
   // The part of this name, or the one at this place.
   DebugValue named(const DebugValue& whole, const std::string& name, size_t index) {
-    std::vector<DebugPart> parts = partsOf(view_, whole);
+    // All of them only to look for a name: an array may have millions.
+    const size_t limit = name.empty() ? index + 1 : SIZE_MAX;
+    std::vector<DebugPart> parts = partsOf(view_, whole, limit);
     if (parts.empty()) fail("a " + whole.type.name + " has no parts");
     if (name.empty() && index >= parts.size()) {
       fail("the index " + std::to_string(static_cast<int32_t>(index)) +
