@@ -6,7 +6,9 @@
 namespace shadermachine::fuzz {
 namespace {
 
-constexpr size_t kMostBytes = size_t{1} << 18;
+// Long enough for square times to show: assembling a byte takes far less than compiling one.
+constexpr size_t kMostAssemblyBytes = size_t{1} << 20;
+constexpr size_t kMostGlslBytes = size_t{1} << 18;
 
 // The second part and the fourth stand many times each, the fourth counting downwards. In all of
 // them $i is the number of the repetition, $j the next, $n the last of the second part, $s a size,
@@ -47,6 +49,10 @@ constexpr Pattern kAssembly[] = {
      "RETURN\n.end\n"},
     {".function g(float x)\n", "LOAD_LOCAL x\nSTORE_LOCAL x\n",
      "RETURN\n.end\n.function f\nPUSH_0\n", "CALL g\n", "RETURN\n.end\n.entry f\n"},
+    {".function f\n", ".variable \"$i\", \"\", gone\n", "NOP\n", ".end_variable \"$i\"\n",
+     "RETURN\n.end\n"},
+    {"", ".struct structure_of_number_$i null\n", ".function f(float x",
+     ", structure_of_numbers_$i y$i", ")\n.end\n"},
 };
 
 constexpr Pattern kGlsl[] = {
@@ -153,7 +159,7 @@ ScaleSource scaleSource(Choices& choices, bool withGlsl, uint32_t divisor) {
   // Brackets close as often as they open, but for once in a while.
   const bool isLopsided = choices.oneIn(2);
   const uint32_t downwards = isLopsided ? largeNumber(choices, 14) / divisor : 0;
-  Expansion expansion(choices, kMostBytes / divisor);
+  Expansion expansion(choices, (isGlsl ? kMostGlslBytes : kMostAssemblyBytes) / divisor);
   expansion.add(pattern[0], 0);
   expansion.repeat(pattern[1], upwards, true);
   const uint32_t done = expansion.last();

@@ -178,6 +178,8 @@ std::optional<TypeCode> resolveType(Scope& scope, const Token& token) {
   if (const auto structure = scope.structs.find(token.text)) {
     return static_cast<TypeCode>(*structure);
   }
+  // One line may have any number of wrong types; the hint takes time for each name there is.
+  if (!scope.diagnostics.keepsErrorAt(token.text)) return std::nullopt;
   std::vector<std::string_view> names = scope.structs.names();
   names.insert(names.end(), basicTypeNames().begin(), basicTypeNames().end());
   const std::string closest = suggestion(token.text, names);

@@ -46,6 +46,10 @@ void Diagnostics::error(std::string_view place, std::string message) {
   errors_.push_back({line, column, static_cast<uint32_t>(place.size()), std::move(message)});
 }
 
+bool Diagnostics::keepsErrorAt(std::string_view place) const {
+  return !isFull() && !linesWithErrors_.contains(positionOf(place).line);
+}
+
 std::vector<AssemblyError> Diagnostics::take() {
   std::stable_sort(errors_.begin(), errors_.end(),
                    [](const AssemblyError& a, const AssemblyError& b) {

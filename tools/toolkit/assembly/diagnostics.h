@@ -21,6 +21,8 @@ class Diagnostics {
   // likely to follow from it.
   void error(std::string_view place, std::string message);
   bool isFull() const { return errors_.size() >= kMaxErrors; }
+  // Whether an error at the place would be kept: who makes a hint that takes long asks first.
+  bool keepsErrorAt(std::string_view place) const;
   bool isEmpty() const { return errors_.empty(); }
   // Of a part of the text, whose number as a file is 0.
   SourcePosition positionOf(std::string_view place) const;

@@ -107,7 +107,7 @@ class FunctionAssembler {
         function_.emitBytes(statement.bytes);
         return;
       case StatementSyntax::Kind::Source:
-        applySourceDirective(scope_, statement, locals_, function_);
+        applySourceDirective(source_, statement);
         return;
       case StatementSyntax::Kind::Instruction:
         assembleInstruction(statement);
@@ -372,6 +372,7 @@ class FunctionAssembler {
   SymbolTable labelNames_{"label"};
   std::vector<Label> labels_;
   size_t nextLabel_ = 0;
+  SourceContext source_{scope_, locals_, function_};
   bool hasSource_ = false;
 
   // Of the current instruction.

@@ -112,60 +112,51 @@ std::optional<SourceVariable> readVariable(Scope& scope, Arguments& arguments,
   return arguments.finish() ? std::optional(std::move(variable)) : std::nullopt;
 }
 
-struct Context {
-  Scope& scope;
-  Arguments arguments;
-  const SymbolTable& locals;
-  FunctionBuilder& function;
-};
-
-void setPosition(Context& context) {
+void setPosition(SourceContext& context, Arguments& arguments) {
   SourcePosition position;
-  position.file = context.arguments.number("the number of a file", UINT16_MAX);
-  if (!context.arguments.atEnd()) {
-    position.line = context.arguments.number("a line");
-    position.column = context.arguments.number("a column");
+  position.file = arguments.number("the number of a file", UINT16_MAX);
+  if (!arguments.atEnd()) {
+    position.line = arguments.number("a line");
+    position.column = arguments.number("a column");
   }
   if (position.isKnown() && position.file >= context.scope.builder.sources().files.size()) {
-    context.arguments.fail("no .file has this number");
+    arguments.fail("no .file has this number");
   }
-  if (context.arguments.finish()) context.function.setPosition(position);
+  if (arguments.finish()) context.function.setPosition(position);
 }
 
-void beginStatement(Context& context) {
-  setPosition(context);
+void beginStatement(SourceContext& context, Arguments& arguments) {
+  setPosition(context, arguments);
   context.function.beginStatement();
 }
 
-void setSignature(Context& context) {
-  std::string text = context.arguments.text("the function as its language writes it");
-  if (context.arguments.finish()) context.function.source().signature = std::move(text);
+void setSignature(SourceContext& context, Arguments& arguments) {
+  std::string text = arguments.text("the function as its language writes it");
+  if (arguments.finish()) context.function.source().signature = std::move(text);
 }
 
-void beginVariable(Context& context) {
-  auto variable = readVariable(context.scope, context.arguments, &context.locals);
+void beginVariable(SourceContext& context, Arguments& arguments) {
+  auto variable = readVariable(context.scope, arguments, &context.locals);
   if (!variable) return;
+  std::vector<SourceVariable>& variables = context.function.source().variables;
   variable->begin = context.function.size();
-  context.function.source().variables.push_back(std::move(*variable));
+  context.open[variable->name].push_back(variables.size());
+  variables.push_back(std::move(*variable));
 }
 
-// The last one of the name that is still there.
-void endVariable(Context& context) {
-  const std::string name = context.arguments.text("the variable's name");
-  if (!context.arguments.finish()) return;
-  std::vector<SourceVariable>& variables = context.function.source().variables;
-  // Backwards: of nested scopes the inner one's variable ends first.
-  const auto found =
-      std::find_if(variables.rbegin(), variables.rend(), [&](const SourceVariable& variable) {
-        return variable.name == name && variable.end == UINT32_MAX;
-      });
-  if (found == variables.rend()) return context.arguments.fail("there is no such variable here");
-  found->end = context.function.size();
+void endVariable(SourceContext& context, Arguments& arguments) {
+  const std::string name = arguments.text("the variable's name");
+  if (!arguments.finish()) return;
+  std::vector<size_t>& open = context.open[name];
+  if (open.empty()) return arguments.fail("there is no such variable here");
+  // The last one: of nested scopes the inner one's variable ends first.
+  context.function.source().variables[open.back()].end = context.function.size();
+  open.pop_back();
 }
 
 struct Directive {
   std::string_view name;
-  void (*apply)(Context&);
+  void (*apply)(SourceContext&, Arguments&);
 };
 
 constexpr Directive kDirectives[] = {
@@ -186,11 +177,10 @@ std::vector<std::string_view> sourceDirectives() {
   return names;
 }
 
-void applySourceDirective(Scope& scope, const StatementSyntax& syntax, const SymbolTable& locals,
-                          FunctionBuilder& function) {
-  Context context{scope, {scope, syntax.head, syntax.operands}, locals, function};
+void applySourceDirective(SourceContext& context, const StatementSyntax& syntax) {
+  Arguments arguments(context.scope, syntax.head, syntax.operands);
   for (const Directive& directive : kDirectives) {
-    if (directive.name == syntax.head.text) directive.apply(context);
+    if (directive.name == syntax.head.text) directive.apply(context, arguments);
   }
 }
 

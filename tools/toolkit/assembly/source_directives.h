@@ -1,6 +1,8 @@
 // Directives that say where the code comes from (source_map.h).
 #pragma once
 
+#include <map>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -19,9 +21,20 @@ class SymbolTable;
 bool isSourceDirective(std::string_view directive);
 std::vector<std::string_view> sourceDirectives();
 
+// The variables of a function that have not ended, by name: numbers of SourceFunction::variables,
+// in the order in which they began.
+using OpenVariables = std::map<std::string, std::vector<size_t>>;
+
+// What the directives of one function refer to.
+struct SourceContext {
+  Scope& scope;
+  const SymbolTable& locals;
+  FunctionBuilder& function;
+  OpenVariables open = {};
+};
+
 // Of a statement of this kind, at the current end of the function's code.
-void applySourceDirective(Scope& scope, const StatementSyntax& syntax, const SymbolTable& locals,
-                          FunctionBuilder& function);
+void applySourceDirective(SourceContext& context, const StatementSyntax& syntax);
 
 // ".file NUMBER, "name"" and ".variable" outside of functions.
 void addSourceFile(Scope& scope, const std::vector<Token>& arguments);

@@ -50,7 +50,7 @@ std::optional<uint32_t> SymbolTable::find(std::string_view name) const {
 
 std::optional<uint32_t> SymbolTable::require(const Token& name, Diagnostics& diagnostics) const {
   const auto number = find(name.text);
-  if (!number) {
+  if (!number && diagnostics.keepsErrorAt(name.text)) {
     diagnostics.error(name.text, std::string("no ") + what_ + " is named " + quoted(name.text) +
                                      suggestion(name.text, names_));
   }

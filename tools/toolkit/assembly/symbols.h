@@ -1,14 +1,15 @@
-// Names of one kind and their numbers.
+// Names of one kind and their numbers. Ordered, not hashed: no choice of names makes finding them
+// slow.
 //
 // Invariant: numbers count the calls of add(), whatever the names were, and so agree with those
 // that the builder gives to entries added alongside.
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <optional>
 #include <string>
 #include <string_view>
-#include <unordered_map>
 #include <vector>
 
 #include "assembly/diagnostics.h"
@@ -31,7 +32,7 @@ class SymbolTable {
 
  private:
   const char* what_;
-  std::unordered_map<std::string_view, uint32_t> numbers_;
+  std::map<std::string_view, uint32_t> numbers_;
   std::vector<std::string_view> names_;
 };
 
