@@ -37,6 +37,7 @@ Patch::Patch(const Subject& subject)
   if (subject.deliversColor) callbacks.output0 = takeColor;
   BatchCallbacks wide = {};
   wide.hostVariable = fillVariables;
+  wide.hostAggregate = fillLights;
   if (subject.deliversColor) wide.output0 = takeColors;
   const MachineCreateInfo machineInfo = {&callbacks};
   const BatchCreateInfo batchInfo = {&callbacks, &wide};
@@ -99,6 +100,15 @@ BatchAnswer Patch::fillVariables(const BatchVariableRequest* request) {
     }
   }
   return VM_BATCH_ANSWERED;
+}
+
+BatchAnswer Patch::fillLights(const BatchVariableRequest* request) {
+  const BatchRequest& group = request->group;
+  const size_t offset = inputOffset(*request->varInfo);
+  for (uint32_t w = 0; w < group.wordCount; ++w) {
+    group.words[size_t{w} * group.stride] = running->inputRow(offset / sizeof(uint32_t) + w)[0];
+  }
+  return VM_BATCH_SAME_FOR_ALL;
 }
 
 void Patch::takeColors(const BatchRequest* request) {

@@ -31,6 +31,7 @@ class Patch {
 
  private:
   static BatchAnswer fillVariables(const BatchVariableRequest* request);
+  static BatchAnswer fillLights(const BatchVariableRequest* request);
   static void takeColors(const BatchRequest* request);
 
   tools::BuiltShader shader_;

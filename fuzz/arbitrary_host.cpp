@@ -42,6 +42,14 @@ void ArbitraryHost::answer(unsigned, const LookupRequest& request) {
   write(request.result, tools::kLookupResultWords);
 }
 
+void ArbitraryHost::answer(unsigned, const HostVariableRequest& request) {
+  const std::minstd_rand own = random_;
+  const bool isShared = sharesVariables && request.index % 2 == 0;
+  if (isShared) random_.seed(request.index + 1);
+  write(request.data, request.varInfo->byteSize / 4);
+  if (isShared) random_ = own;
+}
+
 uint32_t ArbitraryHost::answer(unsigned, const HostOverrideRequestA& request) {
   write(request.value, 4);
   return word();

@@ -28,14 +28,14 @@ class ArbitraryHost {
   uint32_t outputWords = VM_COMPONENT_COUNT;
   // At most so many of a variable are written anew.
   uint64_t mostWords = UINT64_MAX;
+  // Every second host variable has one value, for all hosts that share them.
+  bool sharesVariables = false;
 
   void answer(unsigned, const tools::Output0Request& request) { read(request.words, outputWords); }
   void answer(unsigned, const tools::Output1Request& request) { read(&request.value, 1); }
   void answer(unsigned slot, const tools::BuiltinRequest& request);
   void answer(unsigned, const LookupRequest& request);
-  void answer(unsigned, const HostVariableRequest& request) {
-    write(request.data, request.varInfo->byteSize / 4);
-  }
+  void answer(unsigned, const HostVariableRequest& request);
   uint32_t answer(unsigned, const HostOverrideRequestA& request);
   void answer(unsigned, const HostFunctionRequest& request);
   void answer(unsigned, const tools::OverrideBRequest& request);

@@ -54,8 +54,26 @@ void onOutput(const BatchRequest* request) {
   });
 }
 
+// As one by one, and the same for all wherever it is. The first column may be that of an invocation
+// that does not take part.
 BatchAnswer onVariable(const BatchVariableRequest* request) {
-  return answer(request->group, request->varInfo->byteSize / 4);
+  const BatchRequest& group = request->group;
+  if (isLeft(group)) return VM_BATCH_ONE_BY_ONE;
+  std::vector<uint32_t> first;
+  bool isSame = true;
+  forEach(group, [&](uint32_t i, ArbitraryHost& host) {
+    std::vector<uint32_t> value(group.wordCount);
+    const HostVariableRequest single = {value.data(),         request->varInfo,
+                                        request->index,       request->varInfo->count,
+                                        request->elements[i], 0};
+    host.answer(0, single);
+    for (uint32_t w = 0; w < group.wordCount; ++w) group.words[w * group.stride + i] = value[w];
+    if (first.empty()) first = value;
+    isSame = isSame && value == first;
+  });
+  if (!isSame) return VM_BATCH_ANSWERED;
+  for (uint32_t w = 0; w < group.wordCount; ++w) group.words[w * group.stride] = first[w];
+  return VM_BATCH_SAME_FOR_ALL;
 }
 
 BatchAnswer onBuiltin(const BatchBuiltinRequest* request) {
@@ -98,12 +116,15 @@ BatchCallbacks chooseCallbacks(uint32_t bits) {
   callbacks.builtin = chosen(&onBuiltin);
   for (auto& unary : callbacks.hostUnary) unary = chosen(&onUnary);
   for (auto& lookup : callbacks.lookup) lookup = chosen(&onLookup);
+  callbacks.hostAggregate = chosen(&onVariable);
   return callbacks;
 }
 
 std::vector<ArbitraryHost> makeHosts(uint32_t seed, uint32_t count) {
   std::vector<ArbitraryHost> hosts;
-  for (uint32_t i = 0; i < count; ++i) hosts.emplace_back(seed * 71 + i + 1);
+  for (uint32_t i = 0; i < count; ++i) {
+    hosts.emplace_back(seed * 71 + i + 1).sharesVariables = seed % 2 != 0;
+  }
   return hosts;
 }
 

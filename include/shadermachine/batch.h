@@ -30,8 +30,9 @@ extern "C" {
  * --------------------------------------------------------------------------------------------- */
 
 enum {
-  VM_BATCH_GROUP_LIMIT = 64, /* invocations of a request at most: the bits of its mask */
-  VM_BATCH_ALIGNMENT = 64    /* bytes; of `words` and of the distance between rows */
+  VM_BATCH_GROUP_LIMIT = 64,       /* invocations of a request at most: the bits of its mask */
+  VM_BATCH_ALIGNMENT = 64,         /* bytes; of `words` and of the distance between rows */
+  VM_BATCH_AGGREGATE_LIMIT = 16384 /* bytes; of structures and arrays in requests */
 };
 
 /* The part that all requests begin with: a group of invocations and their values, one row of 32-bit
@@ -57,10 +58,15 @@ typedef struct BatchRequest {
   const uint64_t* userData; /* count entries: entry i is that of invocation first + i */
 } BatchRequest;
 
-/* LOAD_GLOBAL of a host variable that is basic (not a structure or array). The host writes the
- * value's rows. */
+/* LOAD_GLOBAL of a host variable. The host writes all of the value's rows; what they hold before
+ * means nothing.
+ *
+ * A basic variable has up to 16 words. The words of a structure or array are those of its block
+ * (HostVariableRequest.data) in their order, word w being the four bytes from byte 4w: the elements
+ * of an array one after another, in each structure its members at their memberOffset, which can be
+ * arrays and structures in turn, and columns of matrices one after another. */
 typedef struct BatchVariableRequest {
-  BatchRequest group; /* wordCount: varInfo->byteSize / 4, at most 16 */
+  BatchRequest group; /* wordCount: varInfo->byteSize / 4 */
   const VarInfo* varInfo;
   const int32_t* elements; /* count entries: top of the index stack, -1 when it is empty */
   uint32_t index;          /* of the global */
@@ -117,7 +123,7 @@ typedef BatchAnswer (*VmBatchBuiltinCallback)(const BatchBuiltinRequest* request
 typedef BatchAnswer (*VmBatchUnaryCallback)(const BatchRequest* request);
 typedef BatchAnswer (*VmBatchLookupCallback)(const BatchLookupRequest* request);
 
-/* 9 function pointers, 72 bytes. */
+/* 10 function pointers, 80 bytes. */
 typedef struct BatchCallbacks {
   /* For HostCallbacks.output0: invocations that ended with VM_OK or VM_ERR_HALTED. The words are
    * those of outputGlobal0's inline area, 16 rows, to be read only. */
@@ -127,6 +133,9 @@ typedef struct BatchCallbacks {
   VmBatchBuiltinCallback builtin;       /* builtinN, for the ids of BatchBuiltinRequest */
   VmBatchUnaryCallback hostUnary[3];    /* hostUnary: 16 rows, the value in place */
   VmBatchLookupCallback lookup[2];      /* lookup, for HOST_LOOKUP_1 and 2 but not function 277 */
+  /* hostVariable, for structures and arrays. Those of more than VM_BATCH_AGGREGATE_LIMIT bytes, or
+   * of a byteSize that is no multiple of 4, are left to HostCallbacks.hostVariable. */
+  VmBatchVariableCallback hostAggregate;
 } BatchCallbacks;
 
 /* ------------------------------------------------------------------------------------------------
@@ -191,7 +200,9 @@ SHADERMACHINE_STATIC_ASSERT(batch_variable_size, sizeof(BatchVariableRequest) ==
 SHADERMACHINE_STATIC_ASSERT(batch_builtin_size, sizeof(BatchBuiltinRequest) == 56);
 SHADERMACHINE_STATIC_ASSERT(batch_lookup_size, sizeof(BatchLookupRequest) == 72);
 SHADERMACHINE_STATIC_ASSERT(batch_lookup_kind, offsetof(BatchLookupRequest, kind) == 64);
-SHADERMACHINE_STATIC_ASSERT(batch_callbacks_size, sizeof(BatchCallbacks) == 72);
+SHADERMACHINE_STATIC_ASSERT(batch_callbacks_size, sizeof(BatchCallbacks) == 80);
+SHADERMACHINE_STATIC_ASSERT(batch_callbacks_aggregate,
+                            offsetof(BatchCallbacks, hostAggregate) == 72);
 SHADERMACHINE_STATIC_ASSERT(batch_create_size, sizeof(BatchCreateInfo) == 16);
 SHADERMACHINE_STATIC_ASSERT(batch_startup_size, sizeof(BatchStartupInfo) == 32);
 SHADERMACHINE_STATIC_ASSERT(batch_startup_builtins, offsetof(BatchStartupInfo, builtin258) == 16);

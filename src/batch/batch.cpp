@@ -17,15 +17,19 @@ using shadermachine::Machine;
 // Besides its instructions, an invocation costs about as much as so many jumps.
 constexpr uint32_t kTicksPerInvocation = 16;
 
+constexpr size_t kBlockBytes = size_t{VM_BATCH_AGGREGATE_LIMIT} * ShaderBatch::kStride;
+
 // Zeroed. malloc() and its kin align to less.
-ShaderBatch* allocateBatch() {
-  size_t space = sizeof(ShaderBatch) + alignof(ShaderBatch);
+ShaderBatch* allocateBatch(bool answersAggregates) {
+  const size_t blockBytes = answersAggregates ? kBlockBytes : 0;
+  size_t space = sizeof(ShaderBatch) + blockBytes + alignof(ShaderBatch);
   void* const memory = std::calloc(1, space);
   if (memory == nullptr) return nullptr;
   void* place = memory;
   auto* batch = static_cast<ShaderBatch*>(
       std::align(alignof(ShaderBatch), sizeof(ShaderBatch), place, space));
   batch->memory = memory;
+  if (answersAggregates) batch->blockWords = reinterpret_cast<uint32_t*>(batch + 1);
   return batch;
 }
 
@@ -70,18 +74,20 @@ void runInvocations(ShaderBatch& batch, const CompiledShader& shader,
 }  // namespace
 
 ShaderBatch* vmShaderBatchCreate(const BatchCreateInfo* info) {
-  ShaderBatch* batch = allocateBatch();
+  const BatchCallbacks* const wide = info == nullptr ? nullptr : info->batchCallbacks;
+  ShaderBatch* batch = allocateBatch(wide != nullptr && wide->hostAggregate != nullptr);
   if (batch == nullptr) return nullptr;
   if (info != nullptr && info->callbacks != nullptr) batch->callbacks = *info->callbacks;
-  if (info != nullptr && info->batchCallbacks != nullptr) {
-    batch->batchCallbacks = *info->batchCallbacks;
-  }
+  if (wide != nullptr) batch->batchCallbacks = *wide;
   const HostCallbacks callbacks = shadermachine::batch::machineCallbacks(*batch);
   batch->machine = shadermachine::createMachine(&callbacks);
   if (batch->machine == nullptr) {
     std::free(batch->memory);
     return nullptr;
   }
+  const bool answersBasic =
+      batch->callbacks.hostVariable != nullptr || batch->batchCallbacks.hostVariable != nullptr;
+  batch->machine->keepsBasicVariables = answersBasic ? 0 : 1;
   batch->rowFunctions = &shadermachine::batch::bestRowFunctions();
   shadermachine::noiseTablesFill(shadermachine::noiseTables());
   return batch;

@@ -20,7 +20,9 @@ struct ShaderBatch {
 
   alignas(VM_BATCH_ALIGNMENT) uint32_t words[VM_COMPONENT_COUNT * kStride];
   uint32_t coords[VM_COMPONENT_COUNT * kStride];
-  void* memory;  // that was allocated
+  uint32_t*
+      blockWords;  // like `words`, for structures and arrays; null unless the host answers them
+  void* memory;    // that was allocated
   shadermachine::Machine* machine;
   HostCallbacks callbacks;
   BatchCallbacks batchCallbacks;

@@ -25,16 +25,16 @@ void readColumn(void* words, const uint32_t* rows, uint32_t count) {
   }
 }
 
-// The running invocation as a group, with `count` words of `words` in its rows.
+// The running invocation as a group.
+BatchRequest groupOfOne(ShaderBatch& batch, uint32_t* rows, uint32_t count) {
+  return {
+      rows, ShaderBatch::kStride, count, batch.invocation, 1, 1, &batch.userData[batch.invocation]};
+}
+
+// With `count` words of `words` in its rows.
 BatchRequest groupOfOne(ShaderBatch& batch, const void* words, uint32_t count) {
   fillColumn(batch.words, words, count);
-  return {batch.words,
-          ShaderBatch::kStride,
-          count,
-          batch.invocation,
-          1,
-          1,
-          &batch.userData[batch.invocation]};
+  return groupOfOne(batch, batch.words, count);
 }
 
 void takeOutput0(const void* inlineArea, uint64_t) {
@@ -47,17 +47,32 @@ void takeOutput1(float component0, uint64_t) {
   running->batchCallbacks.output1(&request);
 }
 
-// Requests are finished before the callback runs: it may run another batch on this thread, but
-// `running` is this one again afterwards.
+bool isInRequests(const VarInfo& info) {
+  return info.byteSize % sizeof(uint32_t) == 0 && info.byteSize != 0 &&
+         info.byteSize <= VM_BATCH_AGGREGATE_LIMIT;
+}
+
+// False where the callback leaves it. Requests are finished before the callback runs: it may run
+// another batch on this thread, but `running` is this one again afterwards.
+bool answerWide(VmBatchVariableCallback callback, const HostVariableRequest& request,
+                uint32_t* rows, uint32_t count) {
+  const BatchVariableRequest wide = {groupOfOne(*running, rows, count), request.varInfo,
+                                     &request.element, request.index};
+  if (callback(&wide) == VM_BATCH_ONE_BY_ONE) return false;
+  readColumn(request.data, rows, count);
+  return true;
+}
+
 void answerVariable(const HostVariableRequest* request) {
   ShaderBatch& batch = *running;
-  if (isBasicVar(*request->varInfo)) {
-    const uint32_t count = inlineByteSize(*request->varInfo) / sizeof(uint32_t);
-    const BatchVariableRequest wide = {groupOfOne(batch, request->data, count), request->varInfo,
-                                       &request->element, request->index};
-    if (batch.batchCallbacks.hostVariable(&wide) != VM_BATCH_ONE_BY_ONE) {
-      return readColumn(request->data, batch.words, count);
-    }
+  const VarInfo& info = *request->varInfo;
+  const bool isBasic = isBasicVar(info);
+  const VmBatchVariableCallback wide =
+      isBasic ? batch.batchCallbacks.hostVariable : batch.batchCallbacks.hostAggregate;
+  if (wide != nullptr && (isBasic || isInRequests(info))) {
+    const uint32_t bytes = isBasic ? inlineByteSize(info) : info.byteSize;
+    uint32_t* const rows = isBasic ? batch.words : batch.blockWords;
+    if (answerWide(wide, *request, rows, bytes / sizeof(uint32_t))) return;
   }
   if (batch.callbacks.hostVariable != nullptr) batch.callbacks.hostVariable(request);
 }
@@ -137,7 +152,8 @@ HostCallbacks machineCallbacks(const ShaderBatch& batch) {
   HostCallbacks callbacks = batch.callbacks;
   if (wide.output0 != nullptr) callbacks.output0 = takeOutput0;
   if (wide.output1 != nullptr) callbacks.output1 = takeOutput1;
-  if (wide.hostVariable != nullptr) callbacks.hostVariable = answerVariable;
+  const bool answersVariables = wide.hostVariable != nullptr || wide.hostAggregate != nullptr;
+  if (answersVariables) callbacks.hostVariable = answerVariable;
   if (wide.builtin != nullptr) {
     placeBuiltins(callbacks, std::make_integer_sequence<uint32_t, kIds>{});
   }

@@ -93,6 +93,86 @@ void answerOneByOne(RowState& state, const HostRequest& request, const VarInfo& 
   });
 }
 
+// The values of a global that is a structure or array, one by one. As a rule they are the same for
+// all: rows are filled then, not columns.
+void fillBlocksOneByOne(RowState& state, const HostRequest& request, const VarInfo& info) {
+  const ShaderBatch& batch = batchOf(state);
+  const VmHostVariableCallback callback = batch.callbacks.hostVariable;
+  const bool isFirst = request.isFirst != 0;
+  for (uint32_t w = 0; isFirst && callback == nullptr && w < request.words; ++w) {
+    std::fill_n(request.answer + w * kRowWords, kRowWords, 0u);
+  }
+  if (callback == nullptr) return;
+  const auto first = static_cast<uint32_t>(std::countr_zero(state.active));
+  uint32_t* const* const words = batch.rowProgram->blocks;
+  // A block that is the same for all is read from its rows once.
+  bool wasSame = true;
+  for (uint32_t w = 0; wasSame && !isFirst && w < request.words; ++w) {
+    const uint32_t* const row = request.answer + w * kRowWords;
+    wasSame = std::memcmp(row, row + 1, (kRowWords - 1) * sizeof(uint32_t)) == 0;
+  }
+  uint32_t* const before = words[2];
+  for (uint32_t w = 0; w < request.words; ++w) {
+    before[w] = isFirst ? 0 : request.answer[w * kRowWords + first];
+  }
+  bool isSame = true;
+  uint64_t unwritten = 0;  // those whose rows are to be filled with words[0]
+  forEachInvocation(state, [&](uint32_t i) {
+    uint32_t* const own = words[i == first ? 0 : 1];
+    if (wasSame) std::memcpy(own, before, request.words * sizeof(uint32_t));
+    for (uint32_t w = 0; !wasSame && w < request.words; ++w) {
+      own[w] = request.answer[w * kRowWords + i];
+    }
+    const HostVariableRequest single = {
+        own, &info, request.number, info.count, indicesOf(request.index)[i], userDataOf(state, i)};
+    callback(&single);
+    const bool isEqual =
+        i == first || std::memcmp(own, words[0], request.words * sizeof(uint32_t)) == 0;
+    isSame = isSame && isEqual;
+    if (isEqual) unwritten |= uint64_t{1} << i;
+    for (uint32_t w = 0; !isEqual && w < request.words; ++w) {
+      request.answer[w * kRowWords + i] = own[w];
+    }
+  });
+  const bool fillsRows = isSame && state.isWhole != 0;
+  for (uint32_t w = 0; w < request.words; ++w) {
+    uint32_t* const row = request.answer + w * kRowWords;
+    if (fillsRows) {
+      std::fill(row + state.begin, row + state.end, words[0][w]);
+      continue;
+    }
+    for (uint64_t left = unwritten; left != 0; left &= left - 1) {
+      row[std::countr_zero(left)] = words[0][w];
+    }
+  }
+}
+
+// Rows of a variable: those of invocations that wait keep their words, those of the first one too,
+// where the answer for all stands.
+BatchAnswer askForAggregate(RowState& state, const HostRequest& request, const VarInfo& info) {
+  const ShaderBatch& batch = batchOf(state);
+  const bool keepsFirst = (state.active & 1) == 0 && state.isWhole == 0;
+  uint32_t* const before = batch.rowProgram->blocks[0];
+  for (uint32_t w = 0; keepsFirst && w < request.words; ++w) {
+    before[w] = request.answer[w * kRowWords];
+  }
+  const BatchVariableRequest wide = {groupOf(state, request.answer, request.words), &info,
+                                     indicesOf(request.index), request.number};
+  const BatchAnswer answer = batch.batchCallbacks.hostAggregate(&wide);
+  if (answer != VM_BATCH_SAME_FOR_ALL) return answer;
+  if (state.isWhole != 0) {
+    spread(state, request.answer, request.words);
+    return answer;
+  }
+  for (uint32_t w = 0; w < request.words; ++w) {
+    uint32_t* const row = request.answer + w * kRowWords;
+    const uint32_t word = row[0];
+    if (keepsFirst) row[0] = before[w];
+    forEachInvocation(state, [row, word](uint32_t i) { row[i] = word; });
+  }
+  return answer;
+}
+
 // Through a callback that fills one slot.
 void fillOneByOne(RowState& state, const HostRequest& request, VmBuiltinCallback callback) {
   if (callback == nullptr) return;
@@ -145,60 +225,15 @@ const RowRecord* askForVariable(const RowRecord* record, RowState& state) {
   return proceed(record, state);
 }
 
-// The values of a global that is a structure or array, one by one. As a rule they are the same for
-// all: rows are filled then, not columns.
 const RowRecord* askForBlock(const RowRecord* record, RowState& state) {
   const HostRequest& request = *record->request;
   const ShaderBatch& batch = batchOf(state);
-  const VmHostVariableCallback callback = batch.callbacks.hostVariable;
-  const bool isFirst = request.isFirst != 0;
-  for (uint32_t w = 0; isFirst && callback == nullptr && w < request.words; ++w) {
-    std::fill_n(request.answer + w * kRowWords, kRowWords, 0u);
-  }
-  if (callback == nullptr) return proceed(record, state);
   const VarInfo& info = batch.shader->globals[request.number];
-  const auto first = static_cast<uint32_t>(std::countr_zero(state.active));
-  uint32_t* const* const words = batch.rowProgram->blocks;
-  // A block that is the same for all is read from its rows once.
-  bool wasSame = true;
-  for (uint32_t w = 0; wasSame && !isFirst && w < request.words; ++w) {
-    const uint32_t* const row = request.answer + w * kRowWords;
-    wasSame = std::memcmp(row, row + 1, (kRowWords - 1) * sizeof(uint32_t)) == 0;
+  BatchAnswer answer = VM_BATCH_ONE_BY_ONE;
+  if (batch.batchCallbacks.hostAggregate != nullptr) {
+    answer = askForAggregate(state, request, info);
   }
-  uint32_t* const before = words[2];
-  for (uint32_t w = 0; w < request.words; ++w) {
-    before[w] = isFirst ? 0 : request.answer[w * kRowWords + first];
-  }
-  bool isSame = true;
-  uint64_t unwritten = 0;  // those whose rows are to be filled with words[0]
-  forEachInvocation(state, [&](uint32_t i) {
-    uint32_t* const own = words[i == first ? 0 : 1];
-    if (wasSame) std::memcpy(own, before, request.words * sizeof(uint32_t));
-    for (uint32_t w = 0; !wasSame && w < request.words; ++w) {
-      own[w] = request.answer[w * kRowWords + i];
-    }
-    const HostVariableRequest single = {
-        own, &info, request.number, info.count, indicesOf(request.index)[i], userDataOf(state, i)};
-    callback(&single);
-    const bool isEqual =
-        i == first || std::memcmp(own, words[0], request.words * sizeof(uint32_t)) == 0;
-    isSame = isSame && isEqual;
-    if (isEqual) unwritten |= uint64_t{1} << i;
-    for (uint32_t w = 0; !isEqual && w < request.words; ++w) {
-      request.answer[w * kRowWords + i] = own[w];
-    }
-  });
-  const bool fillsRows = isSame && state.isWhole != 0;
-  for (uint32_t w = 0; w < request.words; ++w) {
-    uint32_t* const row = request.answer + w * kRowWords;
-    if (fillsRows) {
-      std::fill(row + state.begin, row + state.end, words[0][w]);
-      continue;
-    }
-    for (uint64_t left = unwritten; left != 0; left &= left - 1) {
-      row[std::countr_zero(left)] = words[0][w];
-    }
-  }
+  if (answer == VM_BATCH_ONE_BY_ONE) fillBlocksOneByOne(state, request, info);
   return proceed(record, state);
 }
 

@@ -1,6 +1,8 @@
 // A shader as records on rows, and the rows themselves.
 #pragma once
 
+#include <shadermachine/batch.h>
+
 #include "batch/rows.h"
 #include "engine/snapshot.h"
 #include "form/arena.h"
@@ -28,7 +30,7 @@ struct RowProgram {
   static constexpr size_t kMaxBytes = size_t{64} << 20;
   // Of a structure or array in rows, which take 64 times as much: 1 MiB, what a processor keeps
   // close by. One by one a block stays there whatever its size.
-  static constexpr uint32_t kMaxBlockBytes = 16384;
+  static constexpr uint32_t kMaxBlockBytes = VM_BATCH_AGGREGATE_LIMIT;
 
   struct RunWord {
     uint32_t* row;

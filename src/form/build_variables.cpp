@@ -112,9 +112,7 @@ bool Builder::buildVariable(Instance& instance, const Instruction& item) {
   const bool exact = global || number < instance.function->record->paramCount;
   switch (item.opcode) {
     case LOAD_GLOBAL:
-      if ((info.flags & VM_VAR_HOST) != 0 && machine_.callbacks.hostVariable != nullptr) {
-        return loadHostVariable(number, info, item);
-      }
+      if (asksHost(machine_, info)) return loadHostVariable(number, info, item);
       return loadVariable(place, info);
     case LOAD_LOCAL:
       return loadVariable(place, info);

@@ -93,7 +93,7 @@ void loadGlobal(Machine& machine) {
   if (slot == nullptr) return;
   const uint32_t number = fetchU16(machine);
   const Variable global = globalVariable(machine, number);
-  if ((global.info.flags & VM_VAR_HOST) != 0 && machine.callbacks.hostVariable != nullptr) {
+  if (asksHost(machine, global.info)) {
     loadHostVariable(machine, *slot, number);
   } else {
     loadVariable(*slot, global);

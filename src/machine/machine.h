@@ -35,6 +35,7 @@ struct Machine : ShaderMachine {
   TimeLimit timeLimit;
   ValueSlot stray;  // stands in for slots and variables that do not exist
   EngineUse engineUse;
+  uint32_t keepsBasicVariables;            // 1: the host is asked for structures and arrays only
   engine::TranslationCache* translations;  // owned; null until there is one
   const engine::Record* heldProgram;  // translation of the shader that the machine holds, or null
 };
@@ -169,6 +170,12 @@ inline int32_t currentIndex(const Machine& machine) {
 // Shader tables -----------------------------------------------------------------------------------
 
 inline bool isBasicVar(const VarInfo& info) { return info.type < 0 && info.count == 0; }
+
+// Whether the host is asked for a global's value.
+inline bool asksHost(const Machine& machine, const VarInfo& info) {
+  return (info.flags & VM_VAR_HOST) != 0 && machine.callbacks.hostVariable != nullptr &&
+         (machine.keepsBasicVariables == 0 || !isBasicVar(info));
+}
 
 // Bytes of a basic variable; a wrong table must not lead outside the slot.
 inline uint32_t inlineByteSize(const VarInfo& info) {

@@ -130,8 +130,12 @@ void takeResults(const BatchRequest* request) {
                               std::bit_cast<float>(request->words[request->stride + i]));
   }
 }
-constexpr BatchCallbacks kBatchCallbacks = {
-    takeResults, nullptr, giveWays, nullptr, {nullptr, nullptr, nullptr}, {nullptr, nullptr}};
+constexpr BatchCallbacks kBatchCallbacks = [] {
+  BatchCallbacks callbacks = {};
+  callbacks.output0 = takeResults;
+  callbacks.hostVariable = giveWays;
+  return callbacks;
+}();
 
 class BatchTest : public testing::Test {
  protected:
@@ -188,6 +192,147 @@ TEST_F(BatchTest, TheTimeLimitIsForAll) {
   EXPECT_EQ(run(batch.get(), std::vector<uint64_t>(100, 4), 5), Errors(100, VM_ERR_TIMEOUT));
   EXPECT_TRUE(host.results.empty());
   EXPECT_EQ(run(batch.get(), {0}), Errors{VM_OK}) << "usable again";
+}
+
+// Even invocations ask again, which their reference shows; the others keep what was answered first.
+// The result is the second member of the second element.
+tools::BuiltShader asksTwice(uint32_t elements) {
+  return assembled((R"(
+.struct S
+  .member float a
+  .member vec2 b
+.end
+.global vec2 result
+.global int way host
+.global S given[)" + std::to_string(elements) +
+                    R"(] host
+.output0 result
+.entry main
+.function main
+  LOAD_GLOBAL given
+  LOAD_GLOBAL way
+  PUSH_1
+  BIT_AND 1
+  INT_TO_BOOL 1
+  JUMP_IF_FALSE again
+  JUMP end
+again:
+  LOAD_GLOBAL given
+  POP_RELEASE
+end:
+  PUSH_1
+  PUSH_INDEX
+  ARRAY_ELEMENT S
+  STRUCT_FIELD S, b
+  STORE_GLOBAL result
+  RETURN
+.end
+)")
+                       .c_str());
+}
+
+// Word w of the answer is w + 10 for the first request of a group, and w + 20 for the next.
+struct AggregateHost {
+  BatchAnswer answer;
+  uint32_t requests, asked;
+};
+AggregateHost aggregates;
+
+void giveWayOrBlock(const HostVariableRequest* request) {
+  if (request->count == 0) return giveWay(request);
+  ++aggregates.asked;
+  const std::vector<float> words(request->varInfo->byteSize / 4, 1.0f);
+  std::memcpy(request->data, words.data(), request->varInfo->byteSize);
+}
+
+BatchAnswer giveBlocks(const BatchVariableRequest* request) {
+  const BatchRequest& group = request->group;
+  EXPECT_EQ(reinterpret_cast<uintptr_t>(group.words) % VM_BATCH_ALIGNMENT, 0u);
+  EXPECT_EQ(group.wordCount, request->varInfo->byteSize / 4);
+  const uint32_t base = aggregates.requests++ % 2 == 0 ? 10 : 20;
+  if (aggregates.answer == VM_BATCH_ONE_BY_ONE) return aggregates.answer;
+  for (uint32_t w = 0; w < group.wordCount; ++w) {
+    const auto word = std::bit_cast<uint32_t>(static_cast<float>(base + w));
+    uint32_t* const row = group.words + size_t{w} * group.stride;
+    if (aggregates.answer == VM_BATCH_SAME_FOR_ALL) row[0] = word;
+    for (uint32_t i = 0; aggregates.answer == VM_BATCH_ANSWERED && i < group.count; ++i) {
+      if ((group.mask >> i & 1) != 0) row[i] = word;
+    }
+  }
+  return aggregates.answer;
+}
+
+TEST_F(BatchTest, StructuresAndArraysForAllAtOnce) {
+  HostCallbacks callbacks = kCallbacks;
+  callbacks.hostVariable = giveWayOrBlock;
+  BatchCallbacks wide = kBatchCallbacks;
+  wide.hostAggregate = giveBlocks;
+  const std::pair<float, float> odd = {14.0f, 15.0f}, even = {24.0f, 25.0f}, single = {1.0f, 1.0f};
+  constexpr uint32_t kTooMany = VM_BATCH_AGGREGATE_LIMIT / 12 + 1;
+  const struct {
+    BatchAnswer answer;
+    uint32_t elements;
+    uint64_t pairs;  // of an odd and an even invocation
+    uint32_t requests, asked;
+    Results expected;  // in order
+  } kCases[] = {
+      {VM_BATCH_ANSWERED, 3, 32, 2, 0, {odd, even}},
+      {VM_BATCH_SAME_FOR_ALL, 3, 32, 2, 0, {odd, even}},
+      {VM_BATCH_ONE_BY_ONE, 3, 32, 2, 96, {single}},
+      {VM_BATCH_SAME_FOR_ALL, kTooMany - 1, 32, 2, 0, {odd, even}},
+      {VM_BATCH_SAME_FOR_ALL, kTooMany, 32, 0, 96, {single}},
+      // On the machine: the first asks once, the other twice.
+      {VM_BATCH_ANSWERED, 3, 1, 3, 0, {odd}},
+      {VM_BATCH_SAME_FOR_ALL, kTooMany - 1, 1, 3, 0, {odd}},
+      {VM_BATCH_ONE_BY_ONE, 3, 1, 3, 3, {single}},
+      {VM_BATCH_ANSWERED, kTooMany, 1, 0, 3, {single}},
+  };
+  for (const auto& c : kCases) {
+    SCOPED_TRACE(testing::Message() << c.answer << ", " << c.elements << ", " << c.pairs);
+    const tools::BuiltShader shader = asksTwice(c.elements);
+    const BatchPtr batch = makeBatch(&callbacks, &wide);
+    host = {};
+    aggregates = {c.answer, 0, 0};
+    std::vector<uint64_t> ways;
+    for (uint64_t i = 0; i < c.pairs; ++i) ways.insert(ways.end(), {5, 6});
+    EXPECT_EQ(run(batch.get(), ways, 0, shader.record()), Errors(ways.size(), VM_OK));
+    EXPECT_EQ(aggregates.requests, c.requests);
+    EXPECT_EQ(aggregates.asked, c.asked);
+    std::sort(host.results.begin(), host.results.end());
+    Results expected;
+    for (const auto& result : c.expected) {
+      expected.insert(expected.end(), ways.size() / c.expected.size(), result);
+    }
+    EXPECT_EQ(host.results, expected);
+  }
+}
+
+// Host variables that nobody answers are globals like others.
+TEST_F(BatchTest, BasicVariablesWithoutACallbackKeepTheirValues) {
+  BatchCallbacks wide = kBatchCallbacks;
+  wide.hostVariable = nullptr;
+  wide.hostAggregate = giveBlocks;
+  const tools::BuiltShader shader = assembled(R"(
+.global vec2 result host
+.output0 result
+.entry main
+.function main
+  PUSH_U32 2.0
+  PUSH_1_F
+  CTOR_VEC2_A 1, 1
+  STORE_GLOBAL result
+  LOAD_GLOBAL result
+  SWIZZLE .yx
+  STORE_GLOBAL result
+  RETURN
+.end
+)");
+  for (const size_t count : {size_t{1}, size_t{64}}) {
+    const BatchPtr batch = makeBatch(nullptr, &wide);
+    host = {};
+    run(batch.get(), std::vector<uint64_t>(count), 0, shader.record());
+    EXPECT_EQ(host.results, Results(count, {1.0f, 2.0f}));
+  }
 }
 
 // The same code; the structure decides how much of each value is kept, and what is read.

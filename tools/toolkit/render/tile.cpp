@@ -47,6 +47,7 @@ BatchCallbacks TileRunner::callbacks() {
   callbacks.output0 = takeColour;
   callbacks.output1 = takeDepth;
   callbacks.hostVariable = answerVariable;
+  callbacks.hostAggregate = answerAggregate;
   callbacks.builtin = answerBuiltin;
   for (auto& lookup : callbacks.lookup) lookup = answerLookup;
   callbacks.hostUnary[0] = answerDerivative<0>;
@@ -146,6 +147,17 @@ BatchAnswer TileRunner::answerVariable(const BatchVariableRequest* request) {
   }
   forEach(group, put);
   return VM_BATCH_ANSWERED;
+}
+
+BatchAnswer TileRunner::answerAggregate(const BatchVariableRequest* request) {
+  const BatchRequest& group = request->group;
+  TileRunner& tile = tileOf(group);
+  tile.noteGroup(group);
+  if (!tile.inputs_.isSameForAll(request->index)) return VM_BATCH_ONE_BY_ONE;
+  uint32_t words[VM_BATCH_AGGREGATE_LIMIT / sizeof(uint32_t)];
+  tile.inputs_.write(request->index, 0, 0, words);
+  for (uint32_t w = 0; w < group.wordCount; ++w) group.words[w * group.stride] = words[w];
+  return VM_BATCH_SAME_FOR_ALL;
 }
 
 BatchAnswer TileRunner::answerBuiltin(const BatchBuiltinRequest* request) {

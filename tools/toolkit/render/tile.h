@@ -53,6 +53,7 @@ class TileRunner {
   template <unsigned which>
   static BatchAnswer answerDerivative(const BatchRequest* request);
   static BatchAnswer answerVariable(const BatchVariableRequest* request);
+  static BatchAnswer answerAggregate(const BatchVariableRequest* request);
   static BatchAnswer answerBuiltin(const BatchBuiltinRequest* request);
   static BatchAnswer answerLookup(const BatchLookupRequest* request);
   static void takeColour(const BatchRequest* request);
