@@ -94,24 +94,19 @@ Operand Builder::gatherWords(const Operand* words, uint32_t n) {
 }
 
 bool Builder::buildConstructor(Instance&, const Instruction& item) {
-  using enum Opcode;
   constexpr uint32_t kLargestCount = 16;
   const uint32_t operands = item.operands[0];
   if (operands == 0) return true;
-  const bool matrix = item.opcode >= CTOR_MAT2;
-  const uint32_t number = static_cast<uint32_t>(item.opcode);
-  const uint32_t dimension = matrix ? number - static_cast<uint32_t>(CTOR_MAT2) + 2
-                                    : (number - static_cast<uint32_t>(CTOR_VEC2_A)) % 3 + 2;
-  const uint32_t n = matrix ? dimension * dimension : dimension;
+  const ConstructedShape made = constructedShape(item.opcode);
+  const uint32_t n = made.words();
   if (operands > n) return false;
   for (uint32_t i = 0; i < operands; ++i) {
     const auto k = static_cast<int32_t>(operands - 1 - i);
     if (item.listedCount(i) > kLargestCount || !holdsWords(k)) return false;
   }
   const uint32_t single = operands == 1 ? item.listedCount(0) : 0;
-  if (matrix && single == 1) return buildDiagonal(dimension);
-  if (matrix && single >= n)
-    return buildSubMatrix(single >= 16 ? 4 : single >= 9 ? 3 : 2, dimension);
+  if (made.isMatrix && single == 1) return buildDiagonal(made.n);
+  if (made.isMatrix && single >= n) return buildSubMatrix(squareDimension(single), made.n);
 
   Operand words[kPlaceWords];
   uint32_t filled = 0;
@@ -158,11 +153,9 @@ bool Builder::buildSwizzle(Instance&, const Instruction& item) {
   const uint32_t n = item.operands[1];
   const uint32_t mask = item.operands[2];
   if (n == 0 || n > 4 || !holdsWords(0)) return false;
-  uint32_t needed = 0;
-  for (uint32_t i = 0; i < n; ++i) needed = std::max(needed, ((mask >> (2 * i)) & 3) + 1);
-  const Operand source = readTop(0, needed);
+  const Operand source = readTop(0, swizzleReach(mask, n));
   Operand words[4];
-  for (uint32_t i = 0; i < n; ++i) words[i] = word(source, (mask >> (2 * i)) & 3);
+  for (uint32_t i = 0; i < n; ++i) words[i] = word(source, swizzleSelector(mask, i));
   writeSlot(top_, compose(words, n), n, true);
   return true;
 }

@@ -1,6 +1,7 @@
 // Constructors of vectors and matrices: they move words, whatever their type.
 
 #include "instructions/handlers.h"
+#include "instructions/operand_shapes.h"
 
 namespace shadermachine {
 namespace {
@@ -53,9 +54,6 @@ void makeDiagonal(uint32_t* words, uint32_t dimension) {
     words[i] = i % (dimension + 1) == 0 ? scalar : 0;
   }
 }
-
-// Dimension of the square matrix that a count of components holds.
-uint32_t squareDimension(uint32_t count) { return count >= 16 ? 4 : count >= 9 ? 3 : 2; }
 
 // In this order no source component is overwritten before it is read.
 void takeBlock(uint32_t* words, uint32_t sourceDimension, uint32_t dimension) {

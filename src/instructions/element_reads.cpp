@@ -1,6 +1,7 @@
 // Parts of the top value: swizzles, vector components, matrix columns, array elements and members.
 
 #include "instructions/handlers.h"
+#include "instructions/operand_shapes.h"
 #include "machine/types.h"
 
 namespace shadermachine {
@@ -61,7 +62,7 @@ void swizzle(Machine& machine) {
   if (!valid) return;
   ValueSlot& slot = topSlot(machine);
   uint32_t result[kMaxSwizzle];
-  for (uint32_t i = 0; i < n; ++i) result[i] = slot.value.words[(mask >> (2 * i)) & 3];
+  for (uint32_t i = 0; i < n; ++i) result[i] = slot.value.words[swizzleSelector(mask, i)];
   setInline(slot, result, n);
 }
 

@@ -72,6 +72,15 @@ constexpr std::array<OperandShape, kOpcodeCount> kShapes = {
 
 }  // namespace
 
+ConstructedShape constructedShape(Opcode constructor) {
+  // The table lists three sets of vectors, each from 2 to 4 components, and then the matrices.
+  const auto after = [&](Opcode first) {
+    return static_cast<unsigned>(constructor) - static_cast<unsigned>(first);
+  };
+  if (constructor >= CTOR_MAT2) return {true, static_cast<uint8_t>(after(CTOR_MAT2) + 2)};
+  return {false, static_cast<uint8_t>(after(CTOR_VEC2_A) % 3 + 2)};
+}
+
 const OperandShape& operandShape(Opcode opcode) { return kShapes[static_cast<unsigned>(opcode)]; }
 
 }  // namespace shadermachine

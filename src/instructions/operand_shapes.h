@@ -56,6 +56,33 @@ constexpr OperandShape componentWise(uint8_t operands, WordCount a, WordCount b 
   return shape;
 }
 
+// What a constructor makes of words: a vector, or a square matrix of n * n.
+struct ConstructedShape {
+  bool isMatrix;
+  uint8_t n;
+
+  uint32_t words() const { return isMatrix ? n * n : n; }
+};
+
+// Of CTOR_VEC2_A to CTOR_MAT4.
+ConstructedShape constructedShape(Opcode constructor);
+
+// Dimension of the square matrix that a constructor's one operand of `count` words holds.
+constexpr uint32_t squareDimension(uint32_t count) { return count >= 16 ? 4 : count >= 9 ? 3 : 2; }
+
+// Word of its operand that a swizzle's result has as word i.
+constexpr uint32_t swizzleSelector(uint32_t mask, uint32_t i) { return (mask >> (2 * i)) & 3; }
+
+// Words of its operand that a swizzle to n words reaches into.
+constexpr uint32_t swizzleReach(uint32_t mask, uint32_t n) {
+  uint32_t reach = 0;
+  for (uint32_t i = 0; i < n; ++i) {
+    const uint32_t end = swizzleSelector(mask, i) + 1;
+    if (end > reach) reach = end;
+  }
+  return reach;
+}
+
 // The shapes that the opcode table names, as component_handlers.h has them.
 enum class KernelShape {
   unary,

@@ -3,6 +3,7 @@
 #include "instructions/builtin_functions.h"
 #include "instructions/builtin_variables.h"
 #include "instructions/lookup_form.h"
+#include "instructions/operand_shapes.h"
 
 namespace shadermachine {
 namespace {
@@ -83,15 +84,9 @@ bool replacesSlot(Opcode opcode) {
     case SWIZZLE_3:
     case EQ_AGG:
     case NE_AGG:
-    case MUL_MAT_MAT:
-    case MUL_VEC_MAT:
-    case MUL_MAT_VEC:
-    case CROSS:
-    case REFLECT:
-    case REFRACT:
       return true;
     default:
-      return false;
+      return operandShape(opcode).replacesSlot;
   }
 }
 

@@ -1,6 +1,9 @@
 #include "effects.h"
 
 #include <array>
+#include <cassert>
+
+#include "instructions/stack_effect.h"
 
 namespace shadermachine::tools {
 namespace {
@@ -32,6 +35,12 @@ bool endsWithValue(Opcode opcode) {
   return opcode == Opcode::RETURN_VALUE || opcode == Opcode::RETURN_VALUE_2;
 }
 
+// The effects follow what the slots hold; how many there are is told elsewhere too, and must agree.
+[[maybe_unused]] bool hasDepthOf(const Step& step, uint32_t before) {
+  const StackEffect effect = stackEffect(step.instruction, step.program.shader, step.function);
+  return !effect.known || step.stack.size() + effect.pops == before + effect.pushes;
+}
+
 }  // namespace
 
 void Step::apply() {
@@ -40,7 +49,9 @@ void Step::apply() {
   const bool takesLocals = endsWithValue(instruction.opcode);
   if (pops != kVaries && !takesLocals && !needDepth(static_cast<uint32_t>(pops))) return;
   if (!instruction.isSound) return skipUnsound(*this);
+  [[maybe_unused]] const uint32_t depth = stack.size();
   kEffects[static_cast<unsigned>(instruction.opcode)](*this);
+  assert(hasEnded() || hasDepthOf(*this, depth));
 }
 
 }  // namespace shadermachine::tools

@@ -56,10 +56,7 @@ void allTrue(Step& step) { overwrite(step, count(step), 1); }
 
 void swizzle(Step& step) {
   const uint32_t n = step.operand(1);
-  const uint32_t mask = step.operand(2);
-  uint32_t reads = 0;
-  for (uint32_t i = 0; i < n; ++i) reads = std::max(reads, ((mask >> (2 * i)) & 3) + 1);
-  step.needWords(0, reads);
+  step.needWords(0, swizzleReach(step.operand(2), n));
   step.stack.set(0, inlineSlot(n));
 }
 
@@ -99,8 +96,7 @@ void fillComponents(Step& step, uint32_t components) {
 
 // The upper left block of the one operand, itself a square matrix.
 void takeBlock(Step& step, uint32_t dimension) {
-  const uint32_t listed = step.instruction.listedCount(0);
-  const uint32_t source = listed >= 16 ? 4 : listed >= 9 ? 3 : 2;
+  const uint32_t source = squareDimension(step.instruction.listedCount(0));
   overwrite(step, (dimension - 1) * source + dimension, dimension * dimension);
 }
 
