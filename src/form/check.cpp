@@ -90,6 +90,7 @@ class Checker {
     if (operation.steps == nullptr || (!shares && !reads)) return true;
     const Place variable = shares ? operation.other : operation.place;
     const Operand index = operation.in[operandCount(operation) - 1];
+    // A check in another block may not have been passed on every way here.
     for (uint32_t k = i; k-- > block.begin;) {
       const Operation& check = form_.operations[k];
       if (check.kind == Kind::CheckIndex && check.place == variable && check.in[0] == index) {
@@ -104,6 +105,7 @@ class Checker {
     for (uint32_t k = 0; k < operands; ++k) {
       const Operand operand = operation.in[k];
       expect(operand.value < i, "uses a value before it is made", i);
+      // kNoValue, or an operation behind, is no operation to look at.
       if (fault_.text != nullptr) return;
       const Operation& made = form_.operations[operand.value];
       expect(made.words > 0, "uses an operation without a value", i);
@@ -171,6 +173,7 @@ class Checker {
     uint64_t end = operation.first + 4 * uint64_t{loads ? operation.words : operation.n};
     for (uint32_t k = 0; k < (loads ? operation.n : operation.count); ++k) {
       const IndexStep& step = operation.steps[k];
+      // How far an index leads that a CheckBound has bounded, is not known here.
       if (step.bound != 0) end += (step.bound - uint64_t{1}) * step.stride;
     }
     return end;

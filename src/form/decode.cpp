@@ -35,6 +35,8 @@ class Decoder::Scan {
  private:
   bool mark(uint32_t pc) {
     if (pc >= length_) return false;
+    // Code that has been scanned is not scanned again: each instruction is decoded here once,
+    // however many jumps lead to it.
     const bool known = (flags_[pc] & kStart) != 0;
     flags_[pc] = static_cast<uint8_t>(flags_[pc] | kTarget);
     return known || pending_.append(pc);
@@ -61,10 +63,14 @@ class Decoder::Scan {
       if (endsFlow(item.opcode)) return true;
       pc = item.end;
     }
+    // The loop ends at an instruction that is known, and so is what follows it, or where the range
+    // ends without anything that ends the flow: there a run reads on in what comes after.
     return pc < length_;
   }
 
   bool listInstructions() {
+    // A second pass, since only now their number is known: the arena does not take memory back from
+    // a list that grows.
     function_.instructions = decoder_.arena_.allocate<Instruction>(function_.count);
     if (function_.instructions == nullptr) return false;
     uint32_t i = 0;
@@ -131,7 +137,9 @@ class Decoder::StackWalk {
       std::memcpy(target.blocks, blocks_, wordsFor(count_) * sizeof(uint64_t));
       return pending_.append(index);
     }
+    // A slot would have a different number on each way, and slot addresses are final.
     if (target.count != count_ || target.indexDepth != indexDepth_) return false;
+    // Bits are only ever added, one per slot at most, so that following again comes to an end.
     bool changed = false;
     for (uint32_t w = 0; w < wordsFor(count_); ++w) {
       changed = changed || (blocks_[w] & ~target.blocks[w]) != 0;
@@ -141,6 +149,7 @@ class Decoder::StackWalk {
   }
 
   void takeState(const Instruction& item) {
+    // Bits above the top stay clear: flowInto() merges whole words of them.
     const uint32_t words = wordsFor(count_);
     std::memset(blocks_, 0, words * sizeof(uint64_t));
     count_ = item.count;
@@ -153,6 +162,7 @@ class Decoder::StackWalk {
     for (bool first = true;; first = false) {
       if (decoder_.outOfTime()) return false;
       Instruction& item = function_.instructions[index];
+      // What leads here otherwise must be merged in before anybody goes on from it.
       if (item.isTarget && !first) return flowInto(index);
       item.count = count_;
       item.indexDepth = indexDepth_;
@@ -170,6 +180,7 @@ class Decoder::StackWalk {
     if (!effect.known || effect.pops > count_) return false;
     if (count_ - effect.pops + effect.pushes > kMostTemporaries) return false;
     if (effect.indices < 0 && indexDepth_ < -effect.indices) return false;
+    // Read before the pops clear them.
     const bool top = count_ > 0 && bitOf(blocks_, count_ - 1);
     const bool second = count_ > 1 && bitOf(blocks_, count_ - 2);
     const bool first = effect.pops > 0 && bitOf(blocks_, count_ - effect.pops);
@@ -205,6 +216,7 @@ class Decoder::StackWalk {
     if (decoder_.isPlainCall(callee)) return true;
     const ShaderFunction& record = *decoder_.shader_.functions[callee];
     if (record.paramCount > count_) return false;
+    // Callees have been followed before, but for those of a cycle.
     const Entry& entry = decoder_.functions_[callee];
     const uint32_t below = record.paramCount + 1u;
     // A function that cannot be followed may or may not return a value.
@@ -216,6 +228,7 @@ class Decoder::StackWalk {
   }
 
   void noteReturn(const Instruction& item, bool top) {
+    // A caller's index stack would be deeper behind the call than before it.
     function_.keepsIndices = function_.keepsIndices || indexDepth_ != 0;
     if (item.opcode != Opcode::RETURN) function_.returnsBlock = function_.returnsBlock || top;
   }
@@ -246,6 +259,7 @@ Decoder::Decoder(Arena& arena, const Machine& machine)
 
 bool Decoder::scan(uint32_t number) {
   Entry& entry = functions_[number];
+  // Until the scan has succeeded; what fails is not scanned again for the next caller.
   entry.visit = Visit::Unusable;
   const ShaderFunction* record = shader_.functions[number];
   if (record == nullptr || record->codeLength == 0 || record->paramCount > record->localCount) {
@@ -319,6 +333,8 @@ bool Decoder::decodeInOrder(uint32_t entryFunction) {
 
 bool Decoder::isPlainCall(uint32_t number) const {
   if (number >= shader_.functionCount) return true;
+  // What CALL asks before it enters the function's own code: none is inlined that the host would
+  // have been handed.
   const HostCallbacks& callbacks = machine_.callbacks;
   const int64_t hostOffset = int64_t{number} - shader_.hostFunctionBase;
   if (callbacks.hostFunction != nullptr && shader_.hostFunctionBase != -1 && hostOffset >= 0 &&

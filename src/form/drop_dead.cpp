@@ -21,7 +21,9 @@ class DeadCode {
 
   void run() {
     if (!countUses(form_, uses_) || !numberPlaces()) return;
+    // First the values: a load that nobody uses would keep its store alive.
     removeUnusedValues();
+    // Only a fixed point may be used: before it, words count as dead that a later round finds read.
     if (!solve()) return;
     for (uint32_t b = 0; b < form_.blocks.size(); ++b) sweep(b, true);
     removeUnusedValues();
@@ -38,6 +40,7 @@ class DeadCode {
     const uint32_t places = form_.placeCount();
     for (uint32_t p = 0; p <= places; ++p) numbers_.append(kNoNumber);
     if (numbers_.failed()) return false;
+    // Only these can lose a store, and the masks of all blocks are as long as their number.
     for (uint32_t i = 0; i < form_.operations.size(); ++i) {
       if (form_.operations[i].kind == Kind::Store) numberOf(form_.operations[i].place) = 0;
     }
@@ -65,8 +68,7 @@ class DeadCode {
     operation = {};
   }
 
-  // Liveness
-  // ----------------------------------------------------------------------------------------
+  // Liveness --------------------------------------------------------------------------------------
 
   WordMask* liveIn(uint32_t block) { return &live_[block * count_]; }
 
@@ -76,9 +78,11 @@ class DeadCode {
     if (count_ == 0 || masks > kMostMasks) return false;
     live_ = static_cast<WordMask*>(std::calloc(masks, sizeof(WordMask)));
     if (live_ == nullptr) return false;
+    // One more row than blocks, for the block that is being walked.
     now_ = &live_[form_.blocks.size() * count_];
     for (uint32_t round = 0; round < kMostRounds; ++round) {
       bool changed = false;
+      // Backwards, as what is live flows: without loops one round settles it.
       for (uint32_t b = form_.blocks.size(); b-- > 0;) {
         sweep(b, false);
         if (std::equal(now_, now_ + count_, liveIn(b))) continue;
@@ -104,6 +108,7 @@ class DeadCode {
         if (removes && (live & words) == 0) {
           remove(i);
         } else {
+          // Not the spare words behind: that they may be overwritten is no promise that they are.
           live = static_cast<WordMask>(live & ~words);
         }
       } else {
@@ -112,6 +117,7 @@ class DeadCode {
     }
   }
 
+  // Nothing behind a jump is reached from before it, so what was live there does not count.
   void become(uint32_t block) {
     const WordMask* target = liveIn(form_.order[block]);
     std::copy(target, target + count_, now_);
@@ -176,6 +182,8 @@ class DeadCode {
       default:
         break;
     }
+    // Backwards, what it writes is taken out before what it reads and shows is put in: it may read
+    // words that it writes.
     const Written written = writtenBy(operation);
     if (written.end > written.place) {
       const uint32_t first = form_.placeNumber(written.place);

@@ -12,6 +12,8 @@ class LoadForwarding {
   void run() {
     if (!start()) return;
     for (uint32_t b = 0; b < form_.blocks.size(); ++b) {
+      // What holds at a block's end need not hold on every way into the next. The stamp forgets all
+      // heads at once: clearing them would cost every block the number of places.
       known_.clear();
       ++stamp_;
       for (uint32_t i = form_.blocks[b].begin; i < form_.blocks[b].end; ++i) visit(i);
@@ -68,6 +70,7 @@ class LoadForwarding {
   void visitLoad(uint32_t i, const Operation& load) {
     for (uint32_t k = headOf(load.place); k != kNone; k = known_[k].next) {
       const Known& known = known_[k];
+      // Words from two values are loaded again: composing them is no cheaper.
       if (load.first < known.first || load.first + load.words > known.first + known.n) continue;
       standsFor_[i] = {known.operand.value, known.operand.first + load.first - known.first};
       return;
@@ -77,6 +80,7 @@ class LoadForwarding {
 
   void visit(uint32_t i) {
     Operation& operation = form_.operations[i];
+    // Operands first, so that what is learnt of this operation names the value that stays.
     const uint32_t operands = operandCount(operation);
     for (uint32_t k = 0; k < operands; ++k) {
       const Operand stands = standsFor_[operation.in[k].value];
@@ -87,6 +91,7 @@ class LoadForwarding {
       ++stamp_;  // may have written anything
       return known_.clear();
     }
+    // Forgotten before the store's own words are learnt.
     const Written written = writtenBy(operation);
     for (Place p = written.place; p < written.end; ++p) forget(p, written.words);
     if (operation.kind == Kind::Store) {

@@ -22,6 +22,7 @@ class EqualOperations {
   static constexpr uint32_t kBuckets = 4096;
 
   void visitBlock(const Block& block) {
+    // Instead of emptying the table for every block: entries before `first_` do not count.
     first_ = block.begin;
     for (uint32_t i = block.begin; i < block.end; ++i) {
       Operation& operation = form_.operations[i];
@@ -35,6 +36,8 @@ class EqualOperations {
       Value& entry = table_[hashOf(operation) % kBuckets];
       if (entry != kNoValue && entry >= first_ && sameOperation(entry, operation)) {
         standsFor_[i] = entry;
+        // The value that nobody names any more goes with the dead ones; a check makes none, so that
+        // nobody would take it away.
         if (operation.kind == Kind::CheckBound) operation = {};
       } else {
         entry = i;
@@ -63,6 +66,8 @@ class EqualOperations {
   }
 
   bool sameOperation(Value entry, const Operation& operation) const {
+    // The operands have been replaced in both, so equal numbers are equal values. Words of
+    // constants are compared as bits: 0.0 and -0.0 are two values, and a NaN is itself.
     const Operation& other = form_.operations[entry];
     if (other.kind != operation.kind || other.opcode != operation.opcode ||
         other.n != operation.n || other.words != operation.words) {
