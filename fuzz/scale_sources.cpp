@@ -71,6 +71,10 @@ constexpr Pattern kGlsl[] = {
      "", "}", "gl_FragColor = vec4(y); }"},
     {"struct S0 { float x; };\n", "struct S$j { S$i a[$d]; };\n", "void main() { S$n s; S$n t = s;",
      "", "gl_FragColor = vec4(float(s == t)); }"},
+    {"struct S0 { float x; };\n", "struct S$j { S$i a, b; };\n", "void main() { S$n s;", "S$i s$i;",
+     "gl_FragColor = vec4(float(s == s)); }"},
+    {"struct S0 { float x; };\n", "struct S$j { S$i a; }; S$j s$j;\n", "void main() {",
+     "s$j = s$j;", "gl_FragColor = vec4(float(s$n == s$n)); }"},
     {"uniform int i; uniform float x; float g[$s]; void main() { vec4 v = vec4(x); mat4 m = "
      "mat4(x); vec3 a[$d + 1];",
      "v[i + $x] = x; m[i * $x][$x + i] = x;", "", "a[$x * i][i] = x; g[i] += a[i].y;",

@@ -240,8 +240,17 @@ TEST(GlslErrors, monstersAreRefused) {
   for (int i = 1; i < 9000; ++i) {
     nested += "struct S" + std::to_string(i) + " { S" + std::to_string(i - 1) + " s; };";
   }
-  EXPECT_TRUE(glslErrors(nested + "void main() { S8999 s; gl_FragColor = vec4(s == s); }")
-                  .find("structures nested too deeply") != std::string::npos);
+  for (int i = 0; i < 9000; ++i) nested += "S" + std::to_string(i) + " s" + std::to_string(i) + ";";
+  EXPECT_TRUE(glslErrors(nested + "void main() { gl_FragColor = vec4(s8999 == s8999); }")
+                  .starts_with("a.frag: error: structure S200 is nested more than 200 deep\n"));
+  std::string doubled = "struct S0 { float x; };";
+  for (int i = 1; i < 60; ++i) {
+    const std::string inner = "S" + std::to_string(i - 1);
+    doubled += "struct S" + std::to_string(i) + " { " + inner + " a, b; };";
+  }
+  EXPECT_NE(glslErrors(doubled + "void main() { S59 s; gl_FragColor = vec4(1.0); }")
+                .find("has too many members for a source of this length"),
+            std::string::npos);
   EXPECT_EQ(glslErrors(chain(600000)), "a.frag: error: the source is longer than 1 MiB\n");
   EXPECT_EQ(glslErrors("uniform float x; // = " + repeated("1", 300000) +
                        "\nvec4 transition(vec2 p) { return vec4(x); }"),

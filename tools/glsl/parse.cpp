@@ -8,6 +8,7 @@
 #include "entries.h"
 #include "program.h"
 #include "source.h"
+#include "structure_sizes.h"
 
 namespace shadermachine::tools::glsl {
 namespace {
@@ -114,7 +115,7 @@ class Reader {
     // Twice through glslang: what the source defines is known only once conditions have been
     // followed, and the texts around it depend on that.
     Texts texts = {std::string(attempt.directive) + "\n", defines(), {}, &source_.text};
-    const std::string visible = preprocessed(attempt, texts);
+    std::string visible = preprocessed(attempt, texts);
     const Surroundings around =
         surroundingsOf(tokensOf(visible), attempt.version, options_.isBuffer);
     if (attempt.addsPrecision) texts.preamble += kDefaultPrecision;
@@ -123,6 +124,12 @@ class Reader {
     kind_ = around.kind;
     if (kind_ == Entry::Image && options_.include) {
       texts.common = options_.include(kCommonFile, options_.fileName).value_or(GlslInclude{});
+      visible = preprocessed(attempt, texts);
+    }
+    // On what glslang's own macros make of all texts, and before it parses any of them.
+    if (const std::string problem = structureProblem(tokensOf(visible)); !problem.empty()) {
+      errors.add(Unsupported(TSourceLoc(), problem));
+      return nullptr;
     }
     // Only pointers to these reach glslang, so they live until it has parsed.
     const Strings strings(texts, options_.fileName);
@@ -145,7 +152,7 @@ class Reader {
   // In one piece, since glslang counts columns over the ends of its strings. Errors come again when
   // the source is parsed.
   std::string preprocessed(const Attempt& attempt, const Texts& texts) const {
-    const std::string whole = texts.version + texts.preamble + *texts.source;
+    const std::string whole = texts.version + texts.preamble + texts.common.text + *texts.source;
     const char* string = whole.c_str();
     glslang::TShader shader(EShLangFragment);
     shader.setStrings(&string, 1);

@@ -7,18 +7,6 @@
 namespace shadermachine::tools::glsl {
 namespace {
 
-// One level of structures within structures.
-class Nesting {
- public:
-  explicit Nesting(unsigned& depth) : depth_(++depth) {}
-  ~Nesting() { --depth_; }
-  Nesting(const Nesting&) = delete;
-  Nesting& operator=(const Nesting&) = delete;
-
- private:
-  unsigned& depth_;
-};
-
 Scalar scalarOf(glslang::TBasicType type) {
   switch (type) {
     case glslang::EbtFloat:
@@ -171,9 +159,7 @@ TypeCode TypeTable::structCode(const TType& type, const TSourceLoc& where) {
   // members are one structure by content, below.
   const auto known = structs_.find(type.getStruct());
   if (known != structs_.end()) return known->second;
-  // Of this recursion, not of the structures: what is known already ends it.
-  const Nesting nesting(structDepth_);
-  if (structDepth_ > kMaxStructDepth) throw Unsupported(where, "structures nested too deeply");
+  // Recursion over structures within each other, of which there are at most kMaxStructDepth.
   StructKey key{type.getTypeName().c_str(), {}};
   for (const glslang::TTypeLoc& member : *type.getStruct()) {
     const ValueType value = valueType(*member.type, member.loc.line > 0 ? member.loc : where);

@@ -63,7 +63,6 @@ inline unsigned arrayLength(const TType& type, int dimension = 0) {
 
 // Bytes of one variable: more than any picture needs, and less than sizes in records hold.
 inline constexpr uint64_t kMaxVariableBytes = 64 << 20;
-inline constexpr unsigned kMaxStructDepth = 200;
 
 // A matrix that is not square, or an array of them.
 inline bool isOblong(const TType& type) {
@@ -110,7 +109,6 @@ class TypeTable {
   std::map<const glslang::TTypeList*, TypeCode> structs_;
   std::map<StructKey, TypeCode> structsByContent_;
   std::map<TypeCode, uint64_t> structSizes_;
-  unsigned structDepth_ = 0;
   std::map<ValueType, TypeCode> wrappers_;
 };
 
