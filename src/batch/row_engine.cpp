@@ -43,7 +43,8 @@ RowProgram* findProgram(ShaderBatch& batch, const CompiledShader& shader) {
   return nullptr;
 }
 
-// False when memory or time is short.
+// Without a first record where that cannot be told, or could not in the time that there was: false
+// only when memory is short, since another call may have more.
 bool fillProgram(ShaderBatch& batch, form::Decoder& decoder, form::Arena& working,
                  RowProgram& program) {
   Machine& machine = *batch.machine;
@@ -52,11 +53,28 @@ bool fillProgram(ShaderBatch& batch, form::Decoder& decoder, form::Arena& workin
   form.outputs[0] = machine.shader->outputGlobal0;
   form.outputs[1] = machine.shader->outputGlobal1;
   const form::BuildResult result = form::buildForm(form, decoder, working, machine);
-  if (result == form::BuildResult::LeftPlain) return true;
-  if (result != form::BuildResult::Built) return false;
-  // A form that there was no time to improve runs too.
-  engine::improve(form, machine);
-  return RowSelector(form, decoder, machine, *batch.rowFunctions, program).select();
+  const bool leavesIt =
+      result == form::BuildResult::LeftPlain || result == form::BuildResult::OutOfTime;
+  if (leavesIt) return true;
+  if (result == form::BuildResult::Built) {
+    // A form that there was no time to improve runs too.
+    engine::improve(form, machine);
+    if (RowSelector(form, decoder, machine, *batch.rowFunctions, program).select()) return true;
+  }
+  return program.arena.isFull() || working.isFull();
+}
+
+// The batch's programs begin with this one, and end with the one used longest ago that there is
+// room for.
+void keep(ShaderBatch& batch, RowProgram* program) {
+  program->older = batch.programs;
+  batch.programs = program;
+  uint32_t count = 0;
+  for (RowProgram* at = program; at != nullptr; at = at->older) {
+    if (++count < kMaxPrograms || at->older == nullptr) continue;
+    destroy(at->older);
+    at->older = nullptr;
+  }
 }
 
 RowProgram* makeProgram(ShaderBatch& batch, const CompiledShader& shader) {
@@ -66,22 +84,17 @@ RowProgram* makeProgram(ShaderBatch& batch, const CompiledShader& shader) {
   form::Arena working(kMaxWorkingBytes);
   batch.machine->shader = &shader;
   form::Decoder decoder(working, *batch.machine);
-  const bool isMade = fillProgram(batch, decoder, working, *program);
+  const bool isSettled = fillProgram(batch, decoder, working, *program);
   batch.machine->shader = nullptr;
   program->outputs[0] = shader.outputGlobal0;
   program->outputs[1] = shader.outputGlobal1;
-  if (!isMade || !program->snapshot.take(shader, decoder, program->arena)) {
+  // What came to nothing is of no use but for being known.
+  if (program->first == nullptr) program->arena.release();
+  if (!isSettled || !program->snapshot.take(shader, decoder, program->arena)) {
     destroy(program);
     return nullptr;
   }
-  program->older = batch.programs;
-  batch.programs = program;
-  uint32_t count = 0;
-  for (RowProgram* at = program; at != nullptr; at = at->older) {
-    if (++count < kMaxPrograms || at->older == nullptr) continue;
-    destroy(at->older);
-    at->older = nullptr;
-  }
+  keep(batch, program);
   return program;
 }
 
