@@ -44,6 +44,7 @@ class Cli : public testing::Test {
     write("unsafe.sasm", shader("POP"));
     write("failing.sasm", shader("PUSH_INDEX_IMM 4\nPUSH_ZERO4\nVEC_ELEMENT 4\nPUSH_ZERO4"));
     write("endless.sasm", shader("again:\nJUMP again\nPUSH_ZERO4"));
+    write("steps.txt", "stepi 1000000000000\n");
     write("number.sasm", "\xef\xbb\xbf.global int n host\n" + shader("PUSH_ZERO4"));
     write("large.sasm", ".global float g[1000000000] host\n" + shader("PUSH_ZERO4"));
     write("junk.png", "no picture");
@@ -156,6 +157,7 @@ TEST_F(Cli, ExitCodesAndMessages) {
        "VEC_ELEMENT); 6 of 6 fragments failed\n  VEC_ELEMENT 4\n  ^\n"},
       {"run failing.sasm", 3, "Array index out of bounds. (function main, offset 3, VEC_ELEMENT)"},
       {"debug endless.sasm --timeout 20 < /dev/null", 0, "at endless.sasm:8"},
+      {"debug endless.sasm --timeout 20 < steps.txt", 0, "still running; continue goes on"},
       {"render endless.sasm --timeout 20", 3,
        "Shader execution timed out. (function main, offset 0, JUMP)"},
   };

@@ -5,8 +5,11 @@
 #include <shadermachine-tools/glsl.h>
 #include <shadermachine-tools/shader_builder.h>
 
+#include <cstdio>
+#include <memory>
 #include <random>
 
+#include "debugger/dap.h"
 #include "debugger/value.h"
 
 namespace shadermachine::tools {
@@ -83,6 +86,39 @@ TEST(FragmentRun, SeeksBothWays) {
     run.seek(place * 9973);
     ASSERT_EQ(stateOf(run), states[place]) << place;
   }
+}
+
+// Requests as an editor sends them, all before the first is answered: a pause ends what stands
+// before it, though that has not begun, and nothing that stands behind.
+TEST(Dap, pausesAreKept) {
+  ShaderBuilder builder;
+  FunctionBuilder& main = builder.addFunction("main");
+  const Label again = main.newLabel();
+  main.bind(again);
+  main.emitJump(VM_OP_JUMP, again);
+  const BuiltShader shader = std::move(builder).build();
+  const FrameInputs frame = {.width = 2, .height = 2};
+  HostInputs inputs(shader.view());
+  inputs.startFrame(frame);
+  FragmentRun run(shader.view(), inputs, frame, 0, 0, 1);
+  const std::unique_ptr<std::FILE, decltype(&std::fclose)> in(std::tmpfile(), &std::fclose);
+  const std::unique_ptr<std::FILE, decltype(&std::fclose)> out(std::tmpfile(), &std::fclose);
+  for (const char* command : {"launch", "pause", "configurationDone", "pause", "pause", "continue",
+                              "pause", "next", "disconnect"}) {
+    const std::string text = R"({"type": "request", "seq": 1, "command": ")" + std::string(command);
+    std::fprintf(in.get(), "Content-Length: %zu\r\n\r\n%s\"}", text.size() + 2, text.c_str());
+  }
+  std::rewind(in.get());
+  const DapLauncher launch = [&](const DapLaunch&) -> FragmentRun& { return run; };
+  EXPECT_TRUE(serveDap(in.get(), out.get(), 0, launch));
+  std::string answers(static_cast<size_t>(std::ftell(out.get())), '\0');
+  std::rewind(out.get());
+  ASSERT_EQ(std::fread(answers.data(), 1, answers.size(), out.get()), answers.size());
+  size_t pauses = 0;
+  for (size_t at = 0; (at = answers.find(R"("reason":"pause")", at)) != std::string::npos; ++at) {
+    ++pauses;
+  }
+  EXPECT_EQ(pauses, 3u) << answers;
 }
 
 TEST(DebugValue, structuresMayNestDeeply) {

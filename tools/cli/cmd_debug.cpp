@@ -2,6 +2,7 @@
 #include <histedit.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <csignal>
 #include <cstdio>
 #include <iostream>
@@ -27,9 +28,13 @@ struct DebugOptions {
 };
 
 // Ctrl-C stops the command that runs.
-std::atomic<Debugger*> interrupted = nullptr;
-void interrupt(int) {
-  if (Debugger* debugger = interrupted.load()) debugger->pause();
+std::atomic<int> interrupts = 0;
+void interrupt(int) { interrupts = 1; }
+
+// One that came between commands was about none.
+std::string answerTo(Console& console, const std::string& line) {
+  interrupts = 0;
+  return console.execute(line);
 }
 
 class LineEditor {
@@ -84,14 +89,14 @@ class LineEditor {
 // Commands from a script are shown before their answers, so that the output reads as a session.
 void runScript(Console& console, std::istream& script) {
   for (std::string line; !console.isDone() && std::getline(script, line);) {
-    std::printf("(debug) %s\n%s", line.c_str(), console.execute(line).c_str());
+    std::printf("(debug) %s\n%s", line.c_str(), answerTo(console, line).c_str());
   }
 }
 
 void runTerminal(Console& console) {
   LineEditor editor;
   for (std::string line; !console.isDone() && editor.read(line);) {
-    std::fputs(console.execute(line).c_str(), stdout);
+    std::fputs(answerTo(console, line).c_str(), stdout);
   }
 }
 
@@ -121,7 +126,7 @@ int debugInTerminal(const DebugOptions& options) {
   Session session(options);
   Debugger debugger(session.run(), options.input.timeout);
   Console console(debugger);
-  interrupted = &debugger;
+  debugger.pauseWhile(interrupts);
   std::signal(SIGINT, interrupt);
   std::fputs(console.greeting().c_str(), stdout);
   if (!options.script.empty()) {
@@ -133,7 +138,6 @@ int debugInTerminal(const DebugOptions& options) {
     runTerminal(console);
   }
   std::signal(SIGINT, SIG_DFL);
-  interrupted = nullptr;
   return console.hasFailed() ? kRunFailed : kSuccess;
 }
 

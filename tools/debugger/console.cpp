@@ -53,12 +53,9 @@ struct ConsoleCommands {
 
   template <StepKind kKind, Direction kDirection>
   static std::string step(Console& console, const std::string& text) {
-    std::string answer;
-    for (uint64_t i = numberIn(text, 1); i > 0; --i) {
-      const Stop stop = console.debugger_.step(kKind, kDirection);
-      if (stop.reason != Stop::Reason::Step || i == 1) return console.show(stop);
-    }
-    return answer;
+    const uint64_t count = numberIn(text, 1);
+    if (count == 0) return "";
+    return console.show(console.debugger_.step(kKind, kDirection, count));
   }
 
   template <Direction kDirection>

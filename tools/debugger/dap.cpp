@@ -60,17 +60,21 @@ class Server {
   using Handler = json (Server::*)(const json& arguments);
   static const std::map<std::string, Handler> kHandlers;
 
-  // On the reading thread.
-  void hurry(const json& message) {
+  static bool isPause(const json& message) {
     const json command = message.value("command", json());
-    const bool isUrgent = command == "pause" || command == "disconnect" || command == "terminate";
-    Debugger* debugger = running_.load();
-    if (isUrgent && debugger != nullptr) debugger->pause();
+    return message.value("type", json()) == "request" &&
+           (command == "pause" || command == "disconnect" || command == "terminate");
+  }
+  // On the reading thread. Ends the commands that came before this one, those too that have not
+  // begun: what comes later goes on once answer() has had its turn with it.
+  void hurry(const json& message) {
+    if (isPause(message)) ++pauses_;
   }
 
   // False after a goodbye.
   bool answer(const json& request) {
     if (request.value("type", json()) != "request") return true;
+    if (isPause(request)) --pauses_;
     const std::string command = request.value("command", json("")).is_string()
                                     ? request.value("command", json("")).get<std::string>()
                                     : "";
@@ -180,7 +184,7 @@ class Server {
     debugger_ = std::make_unique<Debugger>(launch_(wanted), timeout_);
     debugger_->onMessage([this](const std::string& text) { say(text); });
     inspection_ = std::make_unique<DapInspection>(*debugger_);
-    running_ = debugger_.get();
+    debugger_->pauseWhile(pauses_);
     then_ = [this] { event("initialized"); };
     return json::object();
   }
@@ -279,7 +283,7 @@ class Server {
   bool stopsOnEntry_ = false;
   std::unique_ptr<Debugger> debugger_;
   std::unique_ptr<DapInspection> inspection_;  // of it
-  std::atomic<Debugger*> running_ = nullptr;
+  std::atomic<int> pauses_ = 0;                // read, and not answered
   std::function<void()> then_;
   // Last: its thread calls hurry() from when it is made, which uses what stands above.
   DapStream stream_;

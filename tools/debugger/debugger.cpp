@@ -47,18 +47,19 @@ std::optional<Stop> Debugger::afterEnd() const {
               0};
 }
 
-// The clock and the flag are looked at now and then.
-bool Debugger::hasTime(uint64_t done) {
+void Debugger::begin() { deadline_ = now() + timeout_; }
+
+// The clock and the requests are looked at now and then: counted over all steps of a command, each
+// of which may be a single instruction.
+bool Debugger::hasTime() {
   constexpr uint64_t kInterval = 4096;
-  if (done % kInterval != 0) return true;
-  if (isPaused_.exchange(false, std::memory_order_relaxed)) return false;
+  if (++looks_ % kInterval != 0) return true;
+  if (pauses_ != nullptr && *pauses_ != 0) return false;
   return timeout_ == 0 || now() < deadline_;
 }
 
 Stop Debugger::forward(const Wanted& wanted) {
-  isPaused_ = false;
-  deadline_ = now() + timeout_;
-  for (uint64_t done = 1;; ++done) {
+  while (true) {
     if (auto stop = afterEnd()) return *stop;
     if (auto stop = stepChecked()) return *stop;
     if (auto stop = afterEnd()) return *stop;
@@ -68,8 +69,9 @@ Stop Debugger::forward(const Wanted& wanted) {
         return *stop;
       }
     }
+    // Before a step is found, lest a command of many short ones never looks.
+    if (!hasTime()) return {Stop::Reason::Paused, "still running; continue goes on", 0};
     if (wanted && wanted()) return {Stop::Reason::Step, "", 0};
-    if (!hasTime(done)) return {Stop::Reason::Paused, "still running; continue goes on", 0};
   }
 }
 
@@ -77,8 +79,6 @@ Stop Debugger::forward(const Wanted& wanted) {
 // run that are longer the further back they lie.
 Stop Debugger::backward(const Wanted& wanted) {
   constexpr uint64_t kFirstStretch = 4096;
-  isPaused_ = false;
-  deadline_ = now() + timeout_;
   const uint64_t end = run_.steps();
   Found found;
   uint64_t start = end;
@@ -103,7 +103,7 @@ bool Debugger::search(uint64_t start, uint64_t end, const Wanted& wanted, Found&
   run_.approach(start);
   while (run_.steps() < start) {
     run_.step();
-    if (!hasTime(run_.steps())) return false;
+    if (!hasTime()) return false;
   }
   for (auto& [id, breakpoint] : breakpoints_) breakpoint.last.reset();
   while (run_.steps() < end) {
@@ -114,7 +114,7 @@ bool Debugger::search(uint64_t start, uint64_t end, const Wanted& wanted, Found&
     if (stop && isSure) found = {stop, run_.steps()};
     stop = stepChecked();
     if (stop && run_.steps() < end) found = {stop, run_.steps()};
-    if (!hasTime(run_.steps())) return false;
+    if (!hasTime()) return false;
   }
   return true;
 }
@@ -138,8 +138,13 @@ void Debugger::forgetTemporary(const Stop& stop) {
   if (found != breakpoints_.end() && found->second.isTemporary) remove(stop.breakpoint);
 }
 
+Stop Debugger::move(const Wanted& wanted, Direction direction) {
+  return direction == Direction::Forward ? forward(wanted) : backward(wanted);
+}
+
 Stop Debugger::proceed(Direction direction) {
-  return direction == Direction::Forward ? forward(nullptr) : backward(nullptr);
+  begin();
+  return move(nullptr, direction);
 }
 
 Stop Debugger::proceedFromHere() {
@@ -150,15 +155,21 @@ Stop Debugger::proceedFromHere() {
   return proceed(Direction::Forward);
 }
 
-Stop Debugger::step(StepKind kind, Direction direction) {
-  const Wanted here = wanted(kind);
-  if (direction == Direction::Forward) return forward(here);
-  if (kind == StepKind::Instruction && run_.steps() > 0) {
-    run_.seek(run_.steps() - 1);
+Stop Debugger::step(StepKind kind, Direction direction, uint64_t count) {
+  begin();
+  if (kind == StepKind::Instruction && direction == Direction::Backward) {
+    // All at once: each place is known without going through those in between.
+    const uint64_t steps = run_.steps();
+    run_.seek(steps - std::min(count, steps));
     lookAtWatched();
-    return {Stop::Reason::Step, "", 0};
+    if (count <= steps) return {Stop::Reason::Step, "", 0};
+    return {Stop::Reason::Started, "the beginning of the run", 0};
   }
-  return backward(here);
+  Stop stop = {Stop::Reason::Step, "", 0};
+  for (; count > 0 && stop.reason == Stop::Reason::Step; --count) {
+    stop = move(wanted(kind), direction);
+  }
+  return stop;
 }
 
 // Whether the run stands where the step ends; asked before every instruction.

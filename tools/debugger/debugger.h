@@ -78,9 +78,11 @@ class Debugger {
   Stop proceed(Direction direction);
   // The same, but a breakpoint at the very place counts, too.
   Stop proceedFromHere();
-  Stop step(StepKind kind, Direction direction);
-  // From another thread or a signal handler: ends the command that is under way.
-  void pause() { isPaused_.store(true, std::memory_order_relaxed); }
+  // So many steps, but no further than to a stop for another reason. All are one command.
+  Stop step(StepKind kind, Direction direction, uint64_t count = 1);
+  // Commands end while the number, which another thread or a signal handler may change, is not 0.
+  // Only who counts knows which commands a request is about, so none is forgotten here.
+  void pauseWhile(const std::atomic<int>& requests) { pauses_ = &requests; }
 
   // All throw ExpressionError: there is no such place, no such value, or there are too many.
   Breakpoint& breakAtLine(const std::string& file, uint32_t line);
@@ -127,6 +129,8 @@ class Debugger {
   std::optional<DebugVariable> find(const std::string& name, size_t frame) const;
 
   Wanted wanted(StepKind kind) const;
+  void begin();
+  Stop move(const Wanted& wanted, Direction direction);
   Stop forward(const Wanted& wanted);
   Stop backward(const Wanted& wanted);
   bool search(uint64_t start, uint64_t end, const Wanted& wanted, Found& found);
@@ -134,7 +138,7 @@ class Debugger {
   void lookAtWatched();
   void forgetTemporary(const Stop& stop);
   std::optional<Stop> afterEnd() const;
-  bool hasTime(uint64_t done);
+  bool hasTime();
   std::optional<Stop> hit(bool isForward);
   bool counts(Breakpoint& breakpoint, bool isForward);
   std::optional<Stop> watched();
@@ -156,9 +160,10 @@ class Debugger {
   std::bitset<VM_ERROR_COUNT> caught_ = std::bitset<VM_ERROR_COUNT>().set();
   bool catchesNonFinite_ = false;
   std::function<void(const std::string&)> say_;
-  std::atomic<bool> isPaused_ = false;
+  const std::atomic<int>* pauses_ = nullptr;
   uint32_t timeout_;
-  uint64_t deadline_ = 0;  // steady clock, milliseconds
+  uint64_t deadline_ = 0;  // of the command; steady clock, milliseconds
+  uint64_t looks_ = 0;     // calls of hasTime()
   DebugPlace before_;      // the statement under way, for watchpoints
 };
 

@@ -1,6 +1,8 @@
 #include "debugger/trace.h"
 
 #include <algorithm>
+#include <map>
+#include <string_view>
 
 namespace shadermachine::tools {
 namespace {
@@ -64,10 +66,16 @@ class Tracer {
     if (depth == 0 || depth > known_.size()) return;
     known_.resize(depth);
     std::vector<DebugVariable> now = debugger_.variables(0);
+    // By name, since what is in scope changes from line to line. The first of a name is the one
+    // that the name stands for, so later ones are left out.
+    std::map<std::string_view, const DebugValue*> known;
+    for (const DebugVariable& variable : known_.back()) {
+      known.emplace(variable.name, &variable.value);
+    }
     for (const DebugVariable& variable : now) {
-      const auto before = std::ranges::find(known_.back(), variable.name, &DebugVariable::name);
-      const bool isSame = before != known_.back().end() && before->value == variable.value;
-      const bool isWritten = before != known_.back().end() || !isZero(variable.value);
+      const auto before = known.find(variable.name);
+      const bool isSame = before != known.end() && *before->second == variable.value;
+      const bool isWritten = before != known.end() || !isZero(variable.value);
       if (variable.isHere && !isSame && isWritten) writeValue(variable);
     }
     known_.back() = std::move(now);
