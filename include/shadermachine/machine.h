@@ -78,7 +78,7 @@ struct ShaderMachine {
   HostCallbacks callbacks;
 };
 
-/* What a machine holds beside the some 164 KiB it starts with: blocks, frames that calls added, and
+/* What a machine holds beside the some 154 KiB it starts with: blocks, frames that calls added, and
  * translations. A block or frame for which the limit leaves no room ends the run with code 9. The
  * limit is the only field that a host may write, while the machine is idle. */
 typedef struct MachineMemory {

@@ -401,7 +401,7 @@ SHADERMACHINE_API VmError vmFinalize(void);
  * else; the validator of the toolkit looks at all the rest. */
 SHADERMACHINE_API VmError vmCompiledShaderVerify(const CompiledShader* shader);
 
-/* Returns a new machine (about 164 KiB), owned by the caller, or null when memory is short. info
+/* Returns a new machine (about 154 KiB), owned by the caller, or null when memory is short. info
  * and info->callbacks may be null; the callback table is copied. */
 SHADERMACHINE_API ShaderMachine* vmShaderMachineCreate(const MachineCreateInfo* info);
 
