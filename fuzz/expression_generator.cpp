@@ -410,7 +410,7 @@ void Generator::construct(const Type& type, uint32_t depth) {
 
 void Generator::aggregate(const Type& type, uint32_t depth) {
   if (budget_ > 0) --budget_;
-  const bool isSpecial = options_.isInline && depth < kDeepest && budget_ > 0 && choices_.oneIn(4);
+  const bool isSpecial = depth < kDeepest && budget_ > 0 && choices_.oneIn(4);
   if (isSpecial && heldAggregate(type, depth + 1)) return;
   const auto loads = those(variables_, [&](const VariableRef& v) { return v.type == type; });
   const auto takes = those(parts_, [&](const PartRef& p) { return p.part == type; });

@@ -161,6 +161,18 @@ class Generator {
   void manyTemporaries();
   void fullIndexStack();
 
+  // What the host does not see (quiet_generator.cpp)
+  const VariableRef* anyVariable(const Type* type);
+  void load(const VariableRef& variable);
+  void readQuietly(const VariableRef& variable);
+  void changeQuietly(const VariableRef& variable);
+  void quietCondition();
+  void disturb(const VariableRef& held);
+  std::optional<uint16_t> quietFunction(const Type& type);
+  void consume(const Type& type);
+  void passQuietly();
+  void writeQuietFunction();
+
   WordKind operandKind(bool readsBits) const;
   bool hasOnlyBits(const Type& type) const;
   void listVariables();

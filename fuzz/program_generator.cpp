@@ -156,6 +156,11 @@ void Generator::declareFunctions() {
   shader_.addFunction("main");
   for (uint32_t count = choices_.below(6); count > 0; --count) {
     Signature signature = anySignature();
+    if (options_.hasAggregates && choices_.oneIn(4)) {
+      signature = {{anyAggregate()}, std::nullopt};
+      if (!choices_.oneIn(4))
+        signature.result = choices_.oneIn(2) ? signature.parameters[0] : anyType(true);
+    }
     const auto index = static_cast<int32_t>(functions_.size());
     if (!options_.isInline && choices_.oneIn(5)) offerToHost(signature, index);
     functions_.push_back(std::move(signature));
@@ -211,6 +216,9 @@ void Generator::writeFunction(size_t index) {
   listVariables();
   listParts();
   budget_ = isSmall ? choices_.below(8) : 40 * choices_.between(1, index > 0 ? 2 : 5);
+  const bool isQuiet = index > 0 && locals_.size() > 0 && !locals_[0].isBasic() &&
+                       functions_[index].parameters.size() == 1;
+  if (isQuiet && choices_.oneIn(2)) return writeQuietFunction();
   if (isSmall && choices_.oneIn(2)) assign();
   if (!isSmall) {
     statements(0);

@@ -29,6 +29,7 @@ void Generator::statement(uint32_t depth) {
   if (options_.hasFlaws && choices_.oneIn(16)) return stray();
   if (choices_.oneIn(60)) return endEarly();
   if (choices_.oneIn(120)) return manyTemporaries();
+  if (options_.hasAggregates && choices_.oneIn(6)) return passQuietly();
   if (choices_.oneIn(250) && !options_.isInline) return fullIndexStack();
   const uint32_t kinds = !options_.isInline ? 16 : options_.hasAggregates ? 13 : 12;
   switch (choices_.below(kinds)) {
