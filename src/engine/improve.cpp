@@ -18,6 +18,7 @@ void expectSound([[maybe_unused]] const form::Form& form) {
 bool improve(form::Form& form, Machine& machine) {
   using Pass = void (*)(form::Form&, Machine&);
   constexpr Pass kPasses[] = {
+      [](form::Form& passed, Machine&) { form::borrowBlocks(passed); },
       [](form::Form& passed, Machine&) { form::settleAggregates(passed); },
       [](form::Form& passed, Machine&) { form::forwardLoads(passed); },
       &foldConstants,

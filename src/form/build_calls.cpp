@@ -209,11 +209,14 @@ void Builder::leaveLocals(const Instance& instance) {
 
 void Builder::releaseLocals(const ShaderFunction& record, int32_t base, int32_t first) {
   for (int32_t k = first; k < record.localCount; ++k) {
-    if (isBasicVar(record.locals[k])) continue;
-    Operation release = operation(Kind::ReleaseSlot);
-    release.place = static_cast<Place>(base + k);
-    append(release);
+    if (!isBasicVar(record.locals[k])) releaseSlot(base + k);
   }
+}
+
+void Builder::releaseSlot(int32_t s) {
+  Operation release = operation(Kind::ReleaseSlot);
+  release.place = static_cast<Place>(s);
+  append(release);
 }
 
 void Builder::buildEntryReturn(Instance& instance, const Instruction& item) {

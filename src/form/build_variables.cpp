@@ -205,7 +205,7 @@ bool Builder::buildStack(Instance&, const Instruction& item) {
       return true;
     }
     case POP_RELEASE:
-      if (topSlot().content == Content::Block) return false;
+      if (topSlot().content == Content::Block) releaseSlot(top_);
       pop();
       return true;
     case PUSH_EMPTY:

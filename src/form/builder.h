@@ -128,6 +128,7 @@ class Builder {
   void enterLocals(Instance& instance);
   void initAggregate(int32_t base, int32_t k, const VarInfo& info);
   void noteAggregate(int32_t slot, const VarInfo& info, bool canSettle);
+  void releaseSlot(int32_t s);
   void releaseLocals(const ShaderFunction& record, int32_t base, int32_t first);
   void step(Instance& instance);
   Instance* leave(Instance& instance);

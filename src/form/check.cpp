@@ -39,6 +39,25 @@ bool needsSite(Kind kind) {
   }
 }
 
+// Reads through the reference in its slot, or gives it away.
+bool usesReference(const Operation& operation, Place slot) {
+  switch (operation.kind) {
+    case Kind::ReadMember:
+    case Kind::ReadElement:
+    case Kind::CheckIndex:
+    case Kind::StorePart:
+    case Kind::ReleaseSlot:
+      return operation.place == slot;
+    case Kind::ShareView:
+    case Kind::MoveSlot:
+    case Kind::CopyBlock:
+    case Kind::StoreBlock:
+      return operation.other == slot;
+    default:
+      return false;
+  }
+}
+
 class Checker {
  public:
   explicit Checker(const Form& form) : form_(form) {}
@@ -53,12 +72,60 @@ class Checker {
     }
     if (fault_.text == nullptr && at != form_.operations.size())
       return {"code behind the blocks", at};
+    if (fault_.text == nullptr) checkReferences();
     return fault_;
   }
 
  private:
   void expect(bool holds, const char* text, uint32_t i) {
     if (!holds && fault_.text == nullptr) fault_ = {text, i};
+  }
+
+  // Some operation puts a reference where others find one, in what control can reach.
+  void checkReferences() {
+    for (Place slot = 0; slot < form_.slotCount; ++slot) isGiven_.append(slot < form_.globalCount);
+    for (uint32_t b = 0; b < form_.blocks.size(); ++b) isReached_.append(0);
+    if (isGiven_.failed() || isReached_.failed()) return;
+    for (uint32_t i = 0; i < form_.operations.size(); ++i) noteGiven(form_.operations[i]);
+    reach(0);
+    while (waiting_.size() > 0 && !waiting_.failed()) {
+      const uint32_t b = waiting_.back();
+      waiting_.removeLast();
+      findReferences(b);
+    }
+  }
+
+  void give(Place first, Place end) {
+    for (Place slot = first; slot < end && slot < form_.slotCount; ++slot) isGiven_[slot] = 1;
+  }
+
+  void noteGiven(const Operation& operation) {
+    const bool puts = operation.kind == Kind::ShareView || operation.kind == Kind::MoveSlot;
+    if (puts) give(operation.place, operation.place + 1);
+    if (operation.kind == Kind::OpenStorage) give(operation.other, operation.other + 1);
+    if (operation.kind == Kind::InitLocals)
+      give(operation.place, operation.place + operation.count);
+    if (isPlain(operation.kind)) give(operation.site->call->localsSlot, form_.slotCount);
+  }
+
+  void reach(uint32_t block) {
+    if (isReached_[block] != 0) return;
+    isReached_[block] = 1;
+    waiting_.append(block);
+  }
+
+  void findReferences(uint32_t b) {
+    const Block& block = form_.blocks[b];
+    for (uint32_t i = block.begin; i < block.end; ++i) {
+      const Operation& operation = form_.operations[i];
+      if (isFlow(operation.kind)) reach(form_.order[operation.block]);
+      for (const Place slot : {operation.place, operation.other}) {
+        const bool isUsed = slot < form_.slotCount && usesReference(operation, slot);
+        expect(!isUsed || isGiven_[slot] != 0, "finds no reference", i);
+      }
+    }
+    const bool ends = block.end > block.begin && endsBlock(form_.operations[block.end - 1].kind);
+    if (!ends && b + 1 < form_.blocks.size()) reach(b + 1);
   }
 
   void checkBlock(const Block& block) {
@@ -180,7 +247,10 @@ class Checker {
   }
 
   const Form& form_;
-  uint32_t first_ = 0;  // of the operations whose values can be used
+  uint32_t first_ = 0;        // of the operations whose values can be used
+  Array<uint8_t> isGiven_;    // by slot
+  Array<uint8_t> isReached_;  // by block
+  Array<uint32_t> waiting_;   // reached, and not looked at yet
   Fault fault_;
 };
 

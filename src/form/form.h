@@ -26,6 +26,8 @@
 //     same variable and index; in a storage, a CheckBound of the same index.
 //  8. From OpenStorage to ReleaseSlot the slot of a storage's variable has the only reference to
 //     its block. All other operations name the words, not the slot.
+//  9. An operation that reads through a slot's reference, or gives it away, has it from another
+//  one.
 #pragma once
 
 #include <shadermachine/machine.h>

@@ -8,6 +8,9 @@
 
 namespace shadermachine::form {
 
+// Temporaries that hold references nobody can tell from their variables' do not take them.
+void borrowBlocks(Form& form);
+
 // Aggregate locals that nobody but their own operations has to do with get storages: their parts
 // become words of places, which the other passes know.
 void settleAggregates(Form& form);
