@@ -14,16 +14,17 @@ void expectSound([[maybe_unused]] const form::Form& form) {
 
 }  // namespace
 
-// Each pass takes less than building the form did, so a look between them is enough.
+// Most passes take less than building the form did, so that a look between them is enough; the
+// others look themselves.
 bool improve(form::Form& form, Machine& machine) {
   using Pass = void (*)(form::Form&, Machine&);
   constexpr Pass kPasses[] = {
-      [](form::Form& passed, Machine&) { form::borrowBlocks(passed); },
+      [](form::Form& passed, Machine& m) { form::borrowBlocks(passed, m.timeLimit); },
       [](form::Form& passed, Machine&) { form::settleAggregates(passed); },
       [](form::Form& passed, Machine&) { form::forwardLoads(passed); },
       &foldConstants,
       [](form::Form& passed, Machine&) { form::shareEqual(passed); },
-      [](form::Form& passed, Machine&) { form::dropDead(passed); },
+      [](form::Form& passed, Machine& m) { form::dropDead(passed, m.timeLimit); },
   };
   expectSound(form);
   for (const Pass pass : kPasses) {

@@ -17,7 +17,7 @@ namespace {
 
 class Borrowing {
  public:
-  explicit Borrowing(Form& form) : form_(form) {}
+  Borrowing(Form& form, const TimeLimit& limit) : form_(form), watch_(limit) {}
 
   void run() {
     if (form_.isHidden || !findLoans()) return;
@@ -117,7 +117,11 @@ class Borrowing {
     std::fill_n(entry(0), slotCount(), kNone);
     for (uint32_t pass = 0; pass < kMostRounds; ++pass) {
       isChanged_ = false;
-      for (uint32_t b = 0; b < form_.blocks.size(); ++b) walk(b);
+      for (uint32_t b = 0; b < form_.blocks.size(); ++b) {
+        const uint64_t operations = form_.blocks[b].end - form_.blocks[b].begin;
+        if (watch_.isOverAfter((1 + operations) * slotCount())) return false;
+        walk(b);
+      }
       if (!isChanged_) return true;
     }
     return false;
@@ -288,6 +292,7 @@ class Borrowing {
   }
 
   Form& form_;
+  Watch watch_;
   Array<uint32_t> numbers_;  // of the slots below, by slot
   Array<Place> slots_;       // that hold loans somewhere
   Array<Loan> loans_;
@@ -301,6 +306,6 @@ class Borrowing {
 
 }  // namespace
 
-void borrowBlocks(Form& form) { Borrowing(form).run(); }
+void borrowBlocks(Form& form, const TimeLimit& limit) { Borrowing(form, limit).run(); }
 
 }  // namespace shadermachine::form

@@ -17,7 +17,7 @@ constexpr WordMask kAllWords = 0xFFFF;
 
 class DeadCode {
  public:
-  explicit DeadCode(Form& form) : form_(form) {}
+  DeadCode(Form& form, const TimeLimit& limit) : form_(form), watch_(limit) {}
 
   void run() {
     if (!countUses(form_, uses_) || !numberPlaces()) return;
@@ -84,6 +84,7 @@ class DeadCode {
       bool changed = false;
       // Backwards, as what is live flows: without loops one round settles it.
       for (uint32_t b = form_.blocks.size(); b-- > 0;) {
+        if (watch_.isOverAfter(count_)) return false;
         sweep(b, false);
         if (std::equal(now_, now_ + count_, liveIn(b))) continue;
         std::copy(now_, now_ + count_, liveIn(b));
@@ -196,6 +197,7 @@ class DeadCode {
   }
 
   Form& form_;
+  Watch watch_;
   Array<uint32_t> uses_;
   Array<uint32_t> numbers_;  // by place
   Array<uint32_t> upTo_;     // by place
@@ -222,6 +224,6 @@ bool countUses(const Form& form, Array<uint32_t>& uses) {
   return true;
 }
 
-void dropDead(Form& form) { DeadCode(form).run(); }
+void dropDead(Form& form, const TimeLimit& limit) { DeadCode(form, limit).run(); }
 
 }  // namespace shadermachine::form
