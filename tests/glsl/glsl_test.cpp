@@ -236,6 +236,12 @@ TEST(GlslErrors, monstersAreRefused) {
             "a.frag: error: a statement has too many operators\n");
   EXPECT_EQ(glslErrors(repeated("struct S { float x; };", 20000)),
             "a.frag: error: too many structures\n");
+  EXPECT_EQ(glslErrors("void main() { switch (1) {" + repeated("case 1:", 20000) + "; } }"),
+            "a.frag: error: too many cases\n");
+  EXPECT_EQ(glslErrors("void main() {" + repeated("{", 1000) + repeated("}", 1001)),
+            "a.frag: error: blocks are nested too deeply\n");
+  EXPECT_TRUE(glslErrors("uniform B { float x" + repeated(", x", 5000) + "; }; void main() { }")
+                  .starts_with("a.frag: error: structure B has more than 4096 members\n"));
   std::string nested = "struct S0 { float x; };";
   for (int i = 1; i < 9000; ++i) {
     nested += "struct S" + std::to_string(i) + " { S" + std::to_string(i - 1) + " s; };";

@@ -25,15 +25,6 @@ const TIntermNode* lastStatement(const TIntermNode* node) {
   return lastStatement(block->getSequence().back());
 }
 
-bool mentions(const TIntermNode& tree, SymbolId id) {
-  bool found = false;
-  visitTree(tree, [&](const TIntermNode& node) {
-    const TIntermSymbol* symbol = node.getAsSymbolNode();
-    found = found || (symbol != nullptr && symbol->getId() == id);
-  });
-  return found;
-}
-
 }  // namespace
 
 void FunctionGenerator::userCall(const TIntermAggregate& node) {
@@ -137,9 +128,12 @@ void FunctionGenerator::inlineCall(const FunctionInfo& info, std::span<const Ope
   inner.function = &info;
   std::vector<std::optional<Place>> outputs(arguments.size());
   std::vector<std::optional<Target>> targets(arguments.size());
+  const MentionCounts mentions = mentionsIn(info, arguments);
   for (size_t i = 0; i < arguments.size(); ++i) {
     const SymbolId parameter = info.parameters[i]->getId();
-    if (const std::optional<Binding> alias = aliasFor(info, i, arguments)) {
+    const bool isChanged = isOutput(*info.parameters[i]) || info.written.contains(parameter);
+    const auto alias = aliasFor(*info.parameters[i], isChanged, arguments[i], mentions);
+    if (alias) {
       inner.bindings.emplace(parameter, *alias);
       continue;
     }
@@ -185,25 +179,41 @@ Place FunctionGenerator::passInline(const FunctionInfo& info, size_t index,
   return place;
 }
 
+// Counted once for all parameters: calls may have thousands of arguments.
+FunctionGenerator::MentionCounts FunctionGenerator::mentionsIn(const FunctionInfo& info,
+                                                               std::span<const Operand> arguments) {
+  MentionCounts counts;
+  for (size_t i = 0; i < arguments.size(); ++i) {
+    const TIntermTyped* node = arguments[i].node;
+    if (node == nullptr) continue;
+    std::set<SymbolId> mentioned;
+    visitTree(*node, [&](const TIntermNode& part) {
+      if (const TIntermSymbol* symbol = part.getAsSymbolNode()) mentioned.insert(symbol->getId());
+    });
+    const bool hasEffects = isOutput(*info.parameters[i]) || writesVariables(*node);
+    for (const SymbolId id : mentioned) {
+      ++counts[id].all;
+      if (hasEffects) ++counts[id].withEffects;
+    }
+  }
+  return counts;
+}
+
 // What a parameter can stand for without a copy: a constant, or a variable that does not change
 // while the body runs. Output parameters may write straight into a local that is named only once.
 std::optional<FunctionGenerator::Binding> FunctionGenerator::aliasFor(
-    const FunctionInfo& info, size_t index, std::span<const Operand> arguments) {
-  const TIntermSymbol& parameter = *info.parameters[index];
-  if (arguments[index].node == nullptr) return std::nullopt;
-  const TIntermTyped& node = *arguments[index].node;
-  const bool isChanged = isOutput(parameter) || info.written.contains(parameter.getId());
+    const TIntermSymbol& parameter, bool isChanged, const Operand& argument,
+    const MentionCounts& mentions) {
+  if (argument.node == nullptr) return std::nullopt;
+  const TIntermTyped& node = *argument.node;
   const TIntermConstantUnion* constant = asConstant(node);
   if (constant != nullptr && !isChanged) return constant;
   const TIntermSymbol* symbol = node.getAsSymbolNode();
   if (symbol == nullptr || (isChanged && !isOutput(parameter))) return std::nullopt;
-  for (size_t i = 0; i < arguments.size(); ++i) {
-    if (i == index || arguments[i].node == nullptr) continue;
-    const bool interferes =
-        isOutput(parameter) || isOutput(*info.parameters[i]) || writesVariables(*arguments[i].node);
-    if (interferes && mentions(*arguments[i].node, symbol->getId())) return std::nullopt;
-  }
-  if (asConstant(node) != nullptr) return std::nullopt;
+  // The argument itself is one that mentions the variable, and has effects only as an output.
+  const ArgumentMentions& counts = mentions.at(symbol->getId());
+  if (isOutput(parameter) ? counts.all > 1 : counts.withEffects > 0) return std::nullopt;
+  if (constant != nullptr) return std::nullopt;
   const Place place = symbolPlace(*symbol);
   const bool isOwnLocal = place.kind == Place::Kind::Local;
   // A global could be changed by the body under its own name.

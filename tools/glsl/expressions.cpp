@@ -51,6 +51,13 @@ std::vector<const TIntermTyped*> operandsOf(const TIntermTyped& node) {
   return operands;
 }
 
+bool mentionsAny(const TIntermTyped& tree, const std::set<SymbolId>& variables) {
+  return anyNode(tree, [&](const TIntermNode& node) {
+    const TIntermSymbol* symbol = node.getAsSymbolNode();
+    return symbol != nullptr && variables.contains(symbol->getId());
+  });
+}
+
 }  // namespace
 
 void FunctionGenerator::value(const TIntermTyped& node) {
@@ -295,17 +302,19 @@ Operand FunctionGenerator::operand(const TIntermTyped& node) {
 FunctionGenerator::Hoisted FunctionGenerator::hoistEffects(
     std::span<const TIntermTyped* const> operands, bool firstIsTarget) {
   std::vector<const TIntermTyped*> writing;
+  std::set<SymbolId> written;  // by the operands behind
   bool isNeeded = false;
-  // From the last: what an operand reads matters only if one behind it writes that.
+  // From the last: what an operand reads matters only if one behind it writes that. All that they
+  // write is in one set, since a list may be as long as the source likes.
   for (size_t i = operands.size(); i-- > 0;) {
     if (!(i == 0 && firstIsTarget) && writesVariables(*operands[i])) {
-      writing.insert(writing.begin(), operands[i]);
+      writing.push_back(operands[i]);
+      written.merge(scope().program->writtenBy(*operands[i]));
     } else {
-      isNeeded = isNeeded || std::any_of(writing.begin(), writing.end(), [&](const auto* later) {
-                   return readsWritten(*operands[i], *later);
-                 });
+      isNeeded = isNeeded || (!written.empty() && mentionsAny(*operands[i], written));
     }
   }
+  std::reverse(writing.begin(), writing.end());
   Hoisted hoisted;
   // If one must be made beforehand, all that write are, in their order.
   for (const TIntermTyped* node : writing) {
@@ -317,14 +326,6 @@ FunctionGenerator::Hoisted FunctionGenerator::hoistEffects(
     hoisted.push_back(node);
   }
   return hoisted;
-}
-
-bool FunctionGenerator::readsWritten(const TIntermTyped& reader, const TIntermTyped& writer) {
-  const std::set<SymbolId> written = scope().program->writtenBy(writer);
-  return anyNode(reader, [&](const TIntermNode& node) {
-    const TIntermSymbol* symbol = node.getAsSymbolNode();
-    return symbol != nullptr && written.contains(symbol->getId());
-  });
 }
 
 void FunctionGenerator::forget(const Hoisted& hoisted) {

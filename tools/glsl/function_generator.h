@@ -127,7 +127,6 @@ class FunctionGenerator {
   // Operands whose values were made beforehand, in locals, since others read what they write.
   using Hoisted = std::vector<const TIntermTyped*>;
   Hoisted hoistEffects(std::span<const TIntermTyped* const> operands, bool firstIsTarget);
-  bool readsWritten(const TIntermTyped& reader, const TIntermTyped& writer);
   void forget(const Hoisted& hoisted);
   Operand withoutSplat(const Operand& operand);
   const TIntermConstantUnion* asConstant(const TIntermTyped& node) const;
@@ -225,8 +224,15 @@ class FunctionGenerator {
   void dropArguments(const FunctionInfo& info, const std::vector<std::optional<Target>>& targets);
   std::vector<std::optional<Target>> outputTargets(const FunctionInfo& info,
                                                    std::span<const Operand> arguments);
-  std::optional<Binding> aliasFor(const FunctionInfo& info, size_t index,
-                                  std::span<const Operand> arguments);
+  // How many arguments of a call mention a variable.
+  struct ArgumentMentions {
+    size_t all = 0;
+    size_t withEffects = 0;  // in arguments that write, or are written by the call
+  };
+  using MentionCounts = std::map<SymbolId, ArgumentMentions>;
+  static MentionCounts mentionsIn(const FunctionInfo& info, std::span<const Operand> arguments);
+  std::optional<Binding> aliasFor(const TIntermSymbol& parameter, bool isChanged,
+                                  const Operand& argument, const MentionCounts& mentions);
   Place passInline(const FunctionInfo& info, size_t index, const Operand& argument);
   void callLibrary(const std::string& name, std::span<const Operand> arguments,
                    const TSourceLoc& where);

@@ -240,6 +240,12 @@ class Expansion {
     if (token == ";" || token == "{" || token == "}") operators_ = 0;
     if (token == "struct" && ++structures_ > kMaxStructures)
       result_.problem = "too many structures";
+    if (token == "{" && ++blockDepth_ > kMaxBlockDepth) {
+      result_.problem = "blocks are nested too deeply";
+    }
+    // Conditional directives are not followed: more may close than open.
+    if (token == "}" && blockDepth_ > 0) --blockDepth_;
+    if (token == "case" && ++cases_ > kMaxCases) result_.problem = "too many cases";
     // The points of numbers do not make trees deeper; others follow a name or a closing bracket.
     const bool isMember = token == "." && isBehindValue_;
     isBehindValue_ = token[0] >= 'A' || token == ")";
@@ -254,6 +260,8 @@ class Expansion {
   size_t expanded_ = 0;
   size_t operators_ = 0;
   size_t structures_ = 0;
+  size_t cases_ = 0;
+  size_t blockDepth_ = 0;
   bool isBehindValue_ = false;
   const GlslOptions& options_;
   std::deque<std::string> texts_;  // what tokens point into

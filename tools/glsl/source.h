@@ -23,6 +23,10 @@ inline constexpr size_t kMaxExpandedTokens = 1 << 21;
 // Of one statement. glslang recurses with each; newer versions take more of the stack.
 inline constexpr size_t kMaxOperators = GLSLANG_VERSION_MAJOR > 12 ? 8000 : 20000;
 inline constexpr size_t kMaxStructures = 10000;  // each may contain the one before
+// glslang compares each case of a switch with all before it.
+inline constexpr size_t kMaxCases = 10000;
+// Of blocks within each other: a name is looked for in each of them.
+inline constexpr size_t kMaxBlockDepth = 250;
 
 struct Source {
   std::string text;              // without byte order mark, lines end with "\n", no #version

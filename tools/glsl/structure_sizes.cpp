@@ -1,9 +1,9 @@
 #include "structure_sizes.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cstdint>
 #include <map>
-#include <optional>
 #include <utility>
 
 namespace shadermachine::tools::glsl {
@@ -21,11 +21,12 @@ struct Size {
   }
 };
 
-// A structure whose closing bracket has not come.
+// A structure, or a block of the interface, whose closing bracket has not come.
 struct Open {
   std::string_view name;
   Size size;
   Size memberType;  // of the member that is being read
+  unsigned members = 0;
 };
 
 class StructureSizes {
@@ -34,14 +35,12 @@ class StructureSizes {
 
   std::string problem() {
     for (size_t i = 0; i < tokens_.size(); ++i) {
-      if (tokens_[i] == "struct") {
-        enter(i);
+      if (tokens_[i] == "{" && i > 0 && isName(tokens_[i - 1])) {
+        enter(tokens_[i - 1]);
       } else if (!open_.empty()) {
         read(tokens_[i]);
       }
-      if (tooDeep_)
-        return "structure " + std::string(*tooDeep_) + " is nested more than " +
-               std::to_string(kMaxStructDepth) + " deep";
+      if (!problem_.empty()) return problem_;
     }
     if (largest_.second * tokens_.size() <= kMaxStructWork) return "";
     return "structure " + std::string(largest_.first) +
@@ -49,14 +48,24 @@ class StructureSizes {
   }
 
  private:
-  // "struct NAME {", or without the name; what else begins so is none.
-  void enter(size_t& i) {
-    const size_t bracket = i + 1 < tokens_.size() && tokens_[i + 1] == "{" ? i + 1 : i + 2;
-    if (bracket >= tokens_.size() || tokens_[bracket] != "{") return;
-    const std::string_view name = bracket == i + 1 ? "" : tokens_[i + 1];
-    open_.push_back({name, {0, name.size()}, {}});
-    if (open_.size() > kMaxStructDepth) tooDeep_ = name;
-    i = bracket;
+  // What stands before the bracket of a structure or block; before that of a statement, these or
+  // punctuation.
+  static bool isName(std::string_view token) {
+    const bool isWord = std::isalnum(static_cast<unsigned char>(token[0])) != 0 || token[0] == '_';
+    return isWord && token != "else" && token != "do";
+  }
+
+  void refuse(std::string_view name, const std::string& reason) {
+    problem_ = "structure " + std::string(name) + reason;
+  }
+
+  void enter(std::string_view name) {
+    open_.push_back({name, {0, name.size()}, {}, 0});
+    if (open_.size() > kMaxStructDepth) refuseDepth(name);
+  }
+
+  void refuseDepth(std::string_view name) {
+    refuse(name, " is nested more than " + std::to_string(kMaxStructDepth) + " deep");
   }
 
   void read(std::string_view token) {
@@ -67,6 +76,9 @@ class StructureSizes {
       // One of "S a, b;" is as large as the other.
       structure.size.add(structure.memberType);
       structure.size.add({0, kMemberSize});
+      if (++structure.members > kMaxMembers) {
+        refuse(structure.name, " has more than " + std::to_string(kMaxMembers) + " members");
+      }
       if (token == ";") structure.memberType = {};
     } else if (const auto known = sizes_.find(token); known != sizes_.end()) {
       structure.memberType.add(known->second);
@@ -77,7 +89,7 @@ class StructureSizes {
     const Open structure = open_.back();
     open_.pop_back();
     const Size size = {structure.size.depth + 1, structure.size.characters};
-    if (size.depth > kMaxStructDepth) tooDeep_ = structure.name;
+    if (size.depth > kMaxStructDepth) refuseDepth(structure.name);
     if (size.characters > largest_.second) largest_ = {structure.name, size.characters};
     // Scopes are not followed: the larger one of two with the same name stands for both.
     Size& known = sizes_[structure.name];
@@ -89,7 +101,7 @@ class StructureSizes {
   std::map<std::string_view, Size> sizes_;
   std::vector<Open> open_;
   std::pair<std::string_view, uint64_t> largest_;
-  std::optional<std::string_view> tooDeep_;
+  std::string problem_;
 };
 
 }  // namespace

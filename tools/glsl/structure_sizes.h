@@ -13,6 +13,8 @@
 namespace shadermachine::tools::glsl {
 
 inline constexpr unsigned kMaxStructDepth = 200;
+// Of one structure or block: each name is compared with those of all before it.
+inline constexpr unsigned kMaxMembers = 4096;
 // Of the largest structure's characters, with those of all inner ones, times the words of the
 // source.
 inline constexpr uint64_t kMaxStructWork = uint64_t{1} << 28;
