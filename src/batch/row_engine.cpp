@@ -110,12 +110,6 @@ RowProgram* chooseProgram(ShaderBatch& batch, const CompiledShader& shader, uint
   return program == nullptr || program->first == nullptr ? nullptr : program;
 }
 
-void beginGroup(const RowProgram& program) {
-  for (uint32_t i = 0; i < program.clearedCount; ++i) {
-    std::fill_n(program.cleared[i], kRowWords, 0u);
-  }
-}
-
 void fillRunWords(const RowProgram& program, const BatchStartupInfo& startup) {
   ShaderMachine words = {};
   words.builtin258 = startup.builtin258;
@@ -149,7 +143,7 @@ void runGroups(ShaderBatch& batch, const RowProgram& program, uint32_t count, Vm
     batch.groupCount = std::min(kRowWords, count - first);
     state.errors = errors + first;
     if (chargeTimeLimit(*state.timeLimit, batch.groupCount * kTicksPerInvocation)) return;
-    beginGroup(program);
+    batch.rowFunctions->clear(program.cleared, program.clearedCount);
     batch.rowFunctions->start(state, ~uint64_t{0} >> (kRowWords - batch.groupCount));
     for (const RowRecord* record = program.first; record != nullptr;) {
       record = record->run(record, state);

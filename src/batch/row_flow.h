@@ -87,6 +87,12 @@ inline void start(RowState& state, uint64_t invocations) {
   setActive(state, invocations);
 }
 
+inline void clearRows(uint32_t* const* rows, uint32_t count) {
+  for (uint32_t i = 0; i < count; ++i) {
+    for (uint32_t at = 0; at < kRowWords; at += kRowLanes) storeRow(rows[i], at, RowWords{});
+  }
+}
+
 inline void wait(RowState& state, uint32_t join, uint64_t invocations) {
   state.waiting[join] |= invocations;
   state.joinBits[join / 64] |= uint64_t{1} << join % 64;

@@ -362,6 +362,7 @@ constexpr RowFunctions kRowFunctions = {
     .stop = &stopHere,
     .finish = &finishHere,
     .start = &start,
+    .clear = &clearRows,
 };
 #undef OPCODE
 

@@ -106,6 +106,7 @@ struct RowFunctions {
   RowStep stop;                // with error n
   RowStep finish;              // likewise, outputs included
   void (*start)(RowState& state, uint64_t invocations);
+  void (*clear)(uint32_t* const* rows, uint32_t count);
 };
 
 // Null where the processor lacks it or the library was built without it.

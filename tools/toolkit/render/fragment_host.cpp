@@ -44,7 +44,7 @@ void FragmentHost::answer(unsigned, const HostVariableRequest& request) {
 }
 
 void FragmentHost::answer(unsigned, const LookupRequest& request) {
-  const std::array<float, 4> colour = lookUpIn(*inputs_, request);
+  const std::array<float, 4> colour = lookUpIn(inputs_->texture(request.sampler), request);
   std::memcpy(request.result, colour.data(), sizeof colour);
 }
 
@@ -89,13 +89,6 @@ void FragmentHost::answerDerivative(unsigned which, void* data) const {
 void FragmentHost::setDerivatives(DerivativeRecord& record, const ShaderMachine& machine) {
   derivatives_ = &record;
   machine_ = &machine;
-}
-
-void FragmentHost::startFragment(uint32_t column, uint32_t row) {
-  x_ = (static_cast<float>(column) + offset_[0]) * pixelSize_;
-  y_ = (static_cast<float>(row) + offset_[1]) * pixelSize_;
-  depth_ = 1;
-  if (derivatives_ != nullptr) derivatives_->startFragment((column & 1) | (row & 1) << 1);
 }
 
 StartupInfo FragmentHost::startupInfo(uint32_t timeout) {

@@ -29,7 +29,12 @@ class FragmentHost {
   // How many columns and rows of the frame a pixel stands for.
   void setPixelSize(uint32_t size) { pixelSize_ = static_cast<float>(size); }
   // Moves on to a pixel, counted from the bottom left.
-  void startFragment(uint32_t column, uint32_t row);
+  void startFragment(uint32_t column, uint32_t row) {
+    x_ = (static_cast<float>(column) + offset_[0]) * pixelSize_;
+    y_ = (static_cast<float>(row) + offset_[1]) * pixelSize_;
+    depth_ = 1;
+    if (derivatives_ != nullptr) derivatives_->startFragment((column & 1) | (row & 1) << 1);
+  }
   StartupInfo startupInfo(uint32_t timeout);
 
   const std::array<float, 4>& colour() const { return colour_; }

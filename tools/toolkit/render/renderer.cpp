@@ -10,7 +10,9 @@
 #include <mutex>
 #include <new>
 #include <numeric>
+#include <span>
 #include <thread>
+#include <vector>
 
 #include "render/quad.h"
 #include "render/tile.h"
@@ -122,15 +124,18 @@ class Job {
   }
 
  private:
+  using Fragments = std::span<const FragmentResult, DerivativeRecord::kFragments>;
+  using Means = std::array<Mean, DerivativeRecord::kFragments>;
+
   // What one thread works with and collects.
   struct Share {
     QuadRunner runner;
     std::array<uint64_t, VM_ERROR_COUNT> runs;
     std::optional<RunFailure> failure;
     std::unique_ptr<TileRunner> tile;  // null when every fragment runs by itself
+    std::vector<Means> means;          // of the blocks rendered together, of several samples
   };
 
-  using Means = std::array<Mean, DerivativeRecord::kFragments>;
   static constexpr uint32_t kTileBlocks = 4;  // along either side of a tile
 
   bool isStopped() const {
@@ -139,7 +144,7 @@ class Job {
 
   // Renders pairs of rows, from the top, until none are left; in batches several pairs at a time.
   void renderRows(ShaderMachine& machine, ShaderBatch* batch) {
-    Share share = {{view_, inputs_, machine, settings_.timeout}, {}, {}, {}};
+    Share share = {{view_, inputs_, machine, settings_.timeout}, {}, {}, {}, {}};
     share.runner.setPixelSize(settings_.pixelSize);
     if (settings_.batches != nullptr) {
       share.tile = std::make_unique<TileRunner>(view_, inputs_, batch, settings_);
@@ -180,15 +185,16 @@ class Job {
     for (uint32_t y = firstY; y < endY; ++y) {
       for (uint32_t x = firstX; x < endX; ++x) blocks[count++] = {x, y};
     }
-    std::array<Means, TileRunner::kBlocks> means;
+    if (settings_.samples > 1) share.means.assign(count, {});
     for (uint32_t sample = 0; sample < settings_.samples; ++sample) {
       const std::array<float, 2> offset = sampleOffset(sample);
       share.runner.setOffset(offset);
       const bool inBatch = share.tile != nullptr && share.tile->run({blocks.data(), count}, offset);
       for (uint32_t b = 0; b < count; ++b) {
         const bool isOpen = !inBatch || share.tile->isOpen(b);
-        takeBlock(share, blocks[b], isOpen ? runBlock(share, blocks[b]) : inTile(share, b),
-                  means[b], sample);
+        const Fragments fragments =
+            isOpen ? Fragments(runBlock(share, blocks[b])) : share.tile->results(b);
+        takeBlock(share, blocks[b], fragments, b, sample);
         if (isStopped()) return;
       }
     }
@@ -198,31 +204,21 @@ class Job {
     return share.runner.run(block.x, block.y, whole_.width, whole_.height);
   }
 
-  static QuadRunner::Results inTile(const Share& share, uint32_t block) {
-    QuadRunner::Results results;
-    for (uint32_t i = 0; i < results.size(); ++i) {
-      const uint32_t fragment = block * DerivativeRecord::kFragments + i;
-      const FragmentHost& host = share.tile->host(fragment);
-      // Not of a failure, whose block would be open: only a QuadRunner can say where it happened.
-      results[i].isComplete = true;
-      results[i].error = share.tile->error(fragment);
-      results[i].colour = host.colour();
-      results[i].depth = host.depth();
-    }
-    return results;
-  }
-
-  void takeBlock(Share& share, const TileRunner::Block& block, const QuadRunner::Results& results,
-                 Means& means, uint32_t sample) {
+  // Block number `b` of those that are rendered together.
+  void takeBlock(Share& share, const TileRunner::Block& block, Fragments results, uint32_t b,
+                 uint32_t sample) {
+    const bool hasMeans = settings_.samples > 1;
     for (uint32_t i = 0; i < results.size(); ++i) {
       const uint32_t x = 2 * block.x + (i & 1);
       const uint32_t y = whole_.height - 1 - (2 * block.y + (i >> 1));
       if (!isInRegion(x, y)) continue;
-      means[i].add(take(share, results[i], x, y));
+      const Colour colour = take(share, results[i], x, y);
+      if (hasMeans) share.means[b][i].add(colour);
       // A picture that ends early shows the samples that there are.
       if (sample + 1 < settings_.samples && !isStopped()) continue;
       const size_t place = size_t{y - region_.y} * region_.width + (x - region_.x);
-      std::ranges::copy(means[i].value(), &result_.colour.rgba[4 * place]);
+      const Colour shown = hasMeans ? share.means[b][i].value() : colour;
+      std::ranges::copy(shown, &result_.colour.rgba[4 * place]);
       if (isDelivered(results[i])) result_.depth[place] = results[i].depth;
     }
   }

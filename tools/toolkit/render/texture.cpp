@@ -360,8 +360,7 @@ std::vector<ByteImage> smallerLevels(const ByteImage& image) {
   return levels;
 }
 
-std::array<float, 4> lookUpIn(const HostInputs& inputs, const LookupRequest& request) {
-  const Texture* texture = inputs.texture(request.sampler);
+std::array<float, 4> lookUpIn(const Texture* texture, const LookupRequest& request) {
   return texture != nullptr ? lookUp(*texture, request) : std::array<float, 4>{0, 0, 0, 1};
 }
 

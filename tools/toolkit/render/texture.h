@@ -13,8 +13,8 @@ namespace shadermachine::tools {
 // and pictures of floats have one.
 std::array<float, 4> lookUp(const Texture& texture, const LookupRequest& request);
 
-// From the texture behind the request's sampler; black without one.
-std::array<float, 4> lookUpIn(const HostInputs& inputs, const LookupRequest& request);
+// The same; black without a texture.
+std::array<float, 4> lookUpIn(const Texture* texture, const LookupRequest& request);
 
 struct TextureSize {
   uint32_t width = 0;

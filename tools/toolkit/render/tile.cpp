@@ -3,6 +3,7 @@
 #include <bit>
 #include <cmath>
 #include <cstring>
+#include <optional>
 
 #include "render/texture.h"
 
@@ -38,6 +39,8 @@ TileRunner::TileRunner(const ShaderView& view, const HostInputs& inputs, ShaderB
     Fragment& fragment = fragments_.emplace_back(view, inputs);
     fragment.tile = this;
     fragment.setPixelSize(settings.pixelSize);
+    // Not a failure's, whose block would be open: only a QuadRunner can say where it happened.
+    results_[i].isComplete = true;
     userData_[i] = reinterpret_cast<uint64_t>(static_cast<FragmentHost*>(&fragment));
   }
 }
@@ -75,6 +78,9 @@ bool TileRunner::run(std::span<const Block> blocks, std::array<float, 2> offset)
   if (functions.execute(batch_, view_.shader, &startup, errors_.data()) != VM_OK) return false;
   for (uint32_t i = 0; i < count_; ++i) {
     if (isFailure(errors_[i])) openBlocks_ |= 1u << i / DerivativeRecord::kFragments;
+    results_[i].error = errors_[i];
+    results_[i].colour = fragments_[i].colour();
+    results_[i].depth = fragments_[i].depth();
   }
   return !isAlone_;
 }
@@ -177,7 +183,14 @@ BatchAnswer TileRunner::answerLookup(const BatchLookupRequest* request) {
   const BatchRequest& group = request->group;
   TileRunner& tile = tileOf(group);
   tile.noteGroup(group);
+  // As a rule all ask for the same texture.
+  std::optional<uint64_t> sampler;
+  const Texture* texture = nullptr;
   forEach(group, [&](uint32_t i) {
+    if (sampler != request->samplers[i]) {
+      sampler = request->samplers[i];
+      texture = tile.inputs_.texture(*sampler);
+    }
     float coords[kValueWords];
     for (uint32_t w = 0; w < kValueWords; ++w) {
       coords[w] = std::bit_cast<float>(request->coords[w * group.stride + i]);
@@ -191,7 +204,7 @@ BatchAnswer TileRunner::answerLookup(const BatchLookupRequest* request) {
                                   hasExtra ? request->extra[i] : 0,
                                   hasExtra ? 1u : 0u,
                                   0};
-    const std::array<float, 4> colour = lookUpIn(tile.inputs_, single);
+    const std::array<float, 4> colour = lookUpIn(texture, single);
     for (uint32_t w = 0; w < kValueWords; ++w) {
       group.words[w * group.stride + i] = std::bit_cast<uint32_t>(colour[w]);
     }

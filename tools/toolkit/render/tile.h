@@ -39,8 +39,12 @@ class TileRunner {
   // Whether the block must be run by a QuadRunner instead: a fragment has failed, or its fragments
   // did not come to all derivatives together.
   bool isOpen(uint32_t block) const { return (openBlocks_ >> block & 1) != 0; }
-  VmError error(uint32_t fragment) const { return errors_[fragment]; }
-  const FragmentHost& host(uint32_t fragment) const { return fragments_[fragment]; }
+  // Of a block that is not open.
+  std::span<const FragmentResult, DerivativeRecord::kFragments> results(uint32_t block) const {
+    return std::span(results_)
+        .subspan(size_t{block} * DerivativeRecord::kFragments)
+        .first<DerivativeRecord::kFragments>();
+  }
 
  private:
   struct Fragment : FragmentHost {
@@ -68,6 +72,7 @@ class TileRunner {
   std::deque<Fragment> fragments_;
   std::array<uint64_t, kFragments> userData_;
   std::array<VmError, kFragments> errors_;
+  std::array<FragmentResult, kFragments> results_;
   uint32_t count_ = 0;
   uint32_t openBlocks_ = 0;
   uint32_t derivatives_ = 0;  // requests in this run
