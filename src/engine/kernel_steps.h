@@ -118,18 +118,76 @@ Step compareAndLoop(ENGINE_STATE) {
   ENGINE_GO(objectAt<Record>(record->c));
 }
 
-// The second operation on the first one's result; scalarB: the first one's b is a scalar.
+// Back to a branch at the loop's start, which is at c: compares at once, a and b as the branch. d
+// as of timeStep().
+template <class K>
+Step jumpAndTest(ENGINE_STATE) {
+  if (--machine.timeLimit.ticksLeft == 0) ENGINE_STAY(timeStep);
+  const auto* branch = objectAt<Record>(record->c);
+  if (!comparisonHolds<K, 0>(record, word, vector, scalar)) ENGINE_GO(branch->target);
+  ENGINE_GO(branch + 1);
+}
+
+// Word a and 1, to d.
+template <class K>
+auto countUp(const Record* record) {
+  using T = typename K::Argument;
+  using Increment = std::conditional_t<std::is_same_v<T, float>, IncF, IncI>;
+  const auto count = Increment{}(loadScalar<typename Increment::Argument>(record->a));
+  std::memcpy(record->d, &count, sizeof count);
+  return static_cast<T>(count);
+}
+
+// An increment, and what the next record does with its result: jumpAndTest() or compareAndLoop().
+template <class K>
+Step countAndTest(ENGINE_STATE) {
+  const auto count = countUp<K>(record);
+  ++record;
+  if (--machine.timeLimit.ticksLeft == 0) ENGINE_STAY(timeStep);
+  const auto* branch = objectAt<Record>(record->c);
+  if (K{}(count, loadScalar<typename K::Argument>(record->b)) == 0) ENGINE_GO(branch->target);
+  ENGINE_GO(branch + 1);
+}
+template <class K>
+Step countAndLoop(ENGINE_STATE) {
+  const auto count = countUp<K>(record);
+  ++record;
+  if (K{}(count, loadScalar<typename K::Argument>(record->b)) == 0) ENGINE_GO(record->target);
+  if (--machine.timeLimit.ticksLeft == 0) ENGINE_STAY(timeStep);
+  ENGINE_GO(objectAt<Record>(record->c));
+}
+
+// DIV_I by 2 to the power b, from 1 to 30: there are no shifts among the instructions, so shaders
+// divide.
+struct DivByPowerI : Kernel<int32_t(int32_t, int32_t)> {
+  template <class I>
+  I operator()(I a, I b) const {
+    const I belowZero = (a >> 31) & (((I{} + 1) << b) - 1);
+    return (a + belowZero) >> b;
+  }
+};
+
+// The second operation on the first one's result; scalarB: the first one's b is a scalar. c, if the
+// second operation has two operands, is its right one, or left when swapped. Integers: form 3 is of
+// a and c.
 template <class First, bool scalarB, class Second, bool swapped, uint32_t n, unsigned form,
           bool stores>
 Step pairStep(ENGINE_STATE) {
-  const auto a = operand<float, n, false, (form & 1) != 0>(record->a, word, vector, scalar);
-  const auto b = operand<float, n, scalarB, (form & 2) != 0>(record->b, word, vector, scalar);
-  const auto c = operand<float, n, false, false>(record->c, word, vector, scalar);
+  using T = typename First::Argument;
+  using U = typename Second::Argument;
+  constexpr bool cInRegister = form == 3 && registerOf<T>() == Register::Word;
+  constexpr bool bInRegister = (form & 2) != 0 && !cInRegister;
+  const auto a = operand<T, n, false, (form & 1) != 0>(record->a, word, vector, scalar);
+  const auto b = operand<T, n, scalarB, bInRegister>(record->b, word, vector, scalar);
   const auto inner = applyOperands<First, n>(a, b);
-  if constexpr (swapped) {
-    keepResult<n, stores>(record, applyOperands<Second, n>(c, inner), word, vector, scalar);
+  if constexpr (Second::kOperands == 1) {
+    keepResult<n, stores>(record, applyOperands<Second, n>(static_cast<U>(inner)), word, vector,
+                          scalar);
   } else {
-    keepResult<n, stores>(record, applyOperands<Second, n>(inner, c), word, vector, scalar);
+    const auto c = operand<U, n, false, cInRegister>(record->c, word, vector, scalar);
+    const auto left = swapped ? c : static_cast<decltype(c)>(inner);
+    const auto right = swapped ? static_cast<decltype(c)>(inner) : c;
+    keepResult<n, stores>(record, applyOperands<Second, n>(left, right), word, vector, scalar);
   }
   ENGINE_NEXT;
 }

@@ -1,7 +1,5 @@
 #include "engine/kernel_table.h"
 
-#include <array>
-
 #include "engine/kernel_steps.h"
 #include "instructions/opcode_info.h"
 
@@ -98,6 +96,9 @@ consteval void addBranches(KernelForms& forms) {
   forms.loops[1] = &compareAndLoop<K, 1>;
   forms.loops[2] = &compareAndLoop<K, 2>;
   forms.loops[3] = &compareAndLoop<K, 3>;
+  forms.jumpsAndTests = &jumpAndTest<K>;
+  forms.countsAndTests = &countAndTest<K>;
+  forms.countsAndLoops = &countAndLoop<K>;
 }
 
 template <class K>
@@ -105,6 +106,12 @@ consteval KernelForms scalarBinary() {
   KernelForms forms = describe<K>(2, 0);
   addBinaryForms<K, 1, 0>(forms);
   addBranches<K>(forms);
+  return forms;
+}
+
+consteval KernelForms shiftOnly() {
+  KernelForms forms = describe<DivByPowerI>(2, 0);
+  addBinaryForms<DivByPowerI, 1, 0>(forms);
   return forms;
 }
 
@@ -214,87 +221,13 @@ constexpr KernelForms kKernelForms[] = {
 static_assert(std::size(kKernelForms) == kOpcodeCount);
 
 constexpr KernelForms kScaleForms = binaryVS<MulF>();
-
-// Pairs -------------------------------------------------------------------------------------------
-
-using PairForms = std::array<StepPair, 4>;
-using PairCounts = std::array<PairForms, 3>;   // one, two, and three or four components
-using PairOrders = std::array<PairCounts, 2>;  // as written, swapped
-using PairSeconds = std::array<PairOrders, 4>;
-
-template <class First, bool scalarB, class Second, bool swapped, uint32_t n, unsigned form>
-consteval StepPair pairOf() {
-  return {&pairStep<First, scalarB, Second, swapped, n, form, false>,
-          &pairStep<First, scalarB, Second, swapped, n, form, true>};
-}
-
-template <class First, bool scalarB, class Second, bool swapped, uint32_t n>
-consteval PairForms pairForms() {
-  return {pairOf<First, scalarB, Second, swapped, n, 0>(),
-          pairOf<First, scalarB, Second, swapped, n, 1>(),
-          pairOf<First, scalarB, Second, swapped, n, 2>(),
-          pairOf<First, scalarB, Second, swapped, n, 3>()};
-}
-
-template <class First, bool scalarB, class Second, bool swapped>
-consteval PairCounts pairCounts() {
-  return {pairForms<First, false, Second, swapped, 1>(),
-          pairForms<First, scalarB, Second, swapped, 2>(),
-          pairForms<First, scalarB, Second, swapped, 4>()};
-}
-
-template <class First, bool scalarB, class Second>
-consteval PairOrders pairOrders() {
-  return {pairCounts<First, scalarB, Second, false>(), pairCounts<First, scalarB, Second, true>()};
-}
-
-template <class First, bool scalarB>
-consteval PairSeconds pairSeconds() {
-  return {pairOrders<First, scalarB, AddF>(), pairOrders<First, scalarB, SubF>(),
-          pairOrders<First, scalarB, MulF>(), pairOrders<First, scalarB, DivF>()};
-}
-
-constexpr std::array<PairSeconds, 4> kPairs = {
-    pairSeconds<AddF, false>(), pairSeconds<SubF, false>(), pairSeconds<MulF, false>(),
-    pairSeconds<MulF, true>()};
-
-constexpr unsigned kNoPair = 4;
-
-unsigned pairSecond(unsigned opcode) {
-  switch (static_cast<Opcode>(opcode)) {
-    case Opcode::ADD_F:
-      return 0;
-    case Opcode::SUB_F:
-      return 1;
-    case Opcode::MUL_F:
-    case Opcode::COMP_MUL_F:
-      return 2;
-    case Opcode::DIV_F:
-      return 3;
-    default:
-      return kNoPair;
-  }
-}
-
-unsigned pairFirst(unsigned operation) {
-  if (operation == kScaleOperation) return 3;
-  const unsigned row = pairSecond(operation);
-  return row < 3 ? row : kNoPair;
-}
+constexpr KernelForms kShiftForms = shiftOnly();
 
 }  // namespace
 
-bool isPairable(unsigned first, unsigned second) {
-  return pairFirst(first) != kNoPair && pairSecond(second) != kNoPair;
+const KernelForms& kernelForms(unsigned operation) {
+  if (operation < kOpcodeCount) return kKernelForms[operation];
+  return operation == kScaleOperation ? kScaleForms : kShiftForms;
 }
-
-StepPair pairSteps(unsigned first, unsigned second, bool swapped, uint32_t n, unsigned form) {
-  const uint32_t count = n < 3 ? n - 1 : 2;
-  return kPairs[pairFirst(first)][pairSecond(second)][swapped ? 1 : 0][count][form];
-}
-
-const KernelForms& scaleForms() { return kScaleForms; }
-
-const KernelForms& kernelForms(unsigned opcode) { return kKernelForms[opcode]; }
 
 }  // namespace shadermachine::engine

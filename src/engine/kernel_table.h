@@ -21,6 +21,11 @@ struct KernelForms {
   // Comparisons of one component, by form.
   RecordHandler branches[4];
   RecordHandler loops[4];
+  // Comparisons in loops: a jump back to one with its operands in memory; an increment before that
+  // jump; an increment before a comparison of what it gives that closes the loop.
+  RecordHandler jumpsAndTests;
+  RecordHandler countsAndTests;
+  RecordHandler countsAndLoops;
 };
 
 struct StepPair {
@@ -28,17 +33,23 @@ struct StepPair {
   RecordHandler store;  // stores it too
 };
 
-// An operation besides the opcodes: the product of a vector and a scalar at b.
+// Operations besides the opcodes: the product of a vector and a scalar at b, and the quotient of
+// one integer and 2 to the power at b.
 inline constexpr unsigned kScaleOperation = 256;
-const KernelForms& scaleForms();
+inline constexpr unsigned kShiftOperation = 257;
 
-// A sum, difference, product or quotient of the result of a sum, difference or product, n
-// components each: the first operation's operands and form as usual, the other operand of the
-// second at c. swapped: c is the second operation's left operand.
-bool isPairable(unsigned first, unsigned second);
+// pair_table.cpp: two operations in one record, the second on the first one's result, n components
+// each. Floats: a sum, difference, product or quotient of a sum, difference or product. Integers
+// and bits, of one component: sums, differences, products, XOR and AND of each other and of shifts,
+// and what they give as a float. The first operation's operands and form as usual, the other
+// operand of the second at c. swapped: c is the second operation's left operand. Integers have one
+// form less and kFirstAndOther: the first one's left operand and the second one's other are the
+// same value, in the register.
+inline constexpr unsigned kFirstAndOther = 3;
+bool isPairable(unsigned first, unsigned second, uint32_t n);
 StepPair pairSteps(unsigned first, unsigned second, bool swapped, uint32_t n, unsigned form);
 
-// Indexed by opcode.
-const KernelForms& kernelForms(unsigned opcode);
+// By opcode, or one of the operations above.
+const KernelForms& kernelForms(unsigned operation);
 
 }  // namespace shadermachine::engine

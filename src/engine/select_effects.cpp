@@ -94,6 +94,7 @@ void Selector::selectBranch(const Operation& branch) {
   if (fuses) {
     index = comparison_;
     records_[index].run = branchForm_;
+    compared_[index] = comparedOpcode_;
     held = {kNone, 0, 0, false};
     lastBranch_ = index;
   } else {

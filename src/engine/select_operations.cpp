@@ -1,12 +1,27 @@
 // Records of operations on values: arithmetic, functions, products, constructors, parts.
 
 #include <algorithm>
+#include <bit>
 
 #include "engine/selector.h"
 #include "instructions/operand_shapes.h"
 
 namespace shadermachine::engine {
 namespace {
+
+bool isIntegerPower(uint32_t word) {
+  return std::has_single_bit(word) && static_cast<int32_t>(word) > 1;
+}
+
+// A power of 2 whose reciprocal is a normal number too: a quotient is then a product, to the bit.
+bool isFloatPower(uint32_t word) {
+  const uint32_t exponent = (word >> 23) & 255;
+  return (word & 0x007FFFFF) == 0 && exponent != 0 && exponent < 254;
+}
+
+uint32_t reciprocal(uint32_t word) {
+  return std::bit_cast<uint32_t>(1.0f / std::bit_cast<float>(word));
+}
 
 bool isProduct(const Operation& operation) {
   return operation.kind == Kind::Operate &&
@@ -55,14 +70,49 @@ bool Selector::joins(const Operation& user, uint32_t i, Value value) const {
   if (inner.opcode == Opcode::DOT) return user.opcode == Opcode::MAX && user.n == 1 && i == 0;
   // A splat that the inner operation has taken along makes it a scaling; there is no record for
   // four operations.
-  auto first = static_cast<unsigned>(inner.opcode);
+  unsigned first = numberOf(inner);
   const uint32_t operands = operandCount(inner);
   for (uint32_t k = 0; k < operands; ++k) {
     if (!values_[inner.in[k].value].joined) continue;
     if (!isSplat(operation(inner.in[k].value))) return false;
     first = kScaleOperation;
   }
-  return inner.n == user.n && isPairable(first, static_cast<unsigned>(user.opcode));
+  return inner.n == user.n && isPairable(first, numberOf(user), user.n);
+}
+
+// The operation's number among those that records have. Divisions by constants are something
+// cheaper where that gives the same bits.
+unsigned Selector::numberOf(const Operation& operation) const {
+  const auto number = static_cast<unsigned>(operation.opcode);
+  const bool divides = operation.opcode == Opcode::DIV_I || operation.opcode == Opcode::DIV_F ||
+                       operation.opcode == Opcode::DIV_VS_F;
+  if (!divides) return number;
+  const Operation& divisor = this->operation(operation.in[1].value);
+  if (divisor.kind != Kind::Constant) return number;
+  const uint32_t* words = form_.constantWords(divisor, operation.in[1].first);
+  if (operation.opcode == Opcode::DIV_VS_F) return operation.n > 1 ? kScaleOperation : number;
+  if (operation.opcode == Opcode::DIV_I) {
+    return operation.n == 1 && isIntegerPower(*words) ? kShiftOperation : number;
+  }
+  const bool arePowers = std::all_of(words, words + operation.n, isFloatPower);
+  return arePowers ? static_cast<unsigned>(Opcode::MUL_F) : number;
+}
+
+// An operand of a kernel, in memory: what the constant divisor has become, if it has.
+const uint32_t* Selector::kernelOperand(const Operation& operation, uint32_t i) {
+  const unsigned number = numberOf(operation);
+  const Operand given = operation.in[i];
+  if (i != 1 || number == static_cast<unsigned>(operation.opcode)) return memory(given);
+  const uint32_t n = number == static_cast<unsigned>(Opcode::MUL_F) ? operation.n : 1;
+  // Three components are read as four words.
+  auto* words = arena_.allocate<uint32_t>(4);
+  if (words == nullptr) return memory(given);  // the selection has failed
+  const uint32_t* divisor = form_.constantWords(this->operation(given.value), given.first);
+  for (uint32_t w = 0; w < n; ++w) {
+    words[w] = number == kShiftOperation ? static_cast<uint32_t>(std::countr_zero(divisor[w]))
+                                         : reciprocal(divisor[w]);
+  }
+  return words;
 }
 
 bool Selector::selectJoined(const Operation& operation) {
@@ -106,7 +156,7 @@ unsigned Selector::scaleOperands(const Operation& operation, uint32_t splat, Rec
 void Selector::selectScale(const Operation& operation, uint32_t splat) {
   Record record = {};
   const unsigned form = scaleOperands(operation, splat, record);
-  const RecordHandler* steps = scaleForms().steps[operation.n - 1][form];
+  const RecordHandler* steps = kernelForms(kScaleOperation).steps[operation.n - 1][form];
   produce(record, {steps[0], steps[1]}, Register::Vector);
 }
 
@@ -119,32 +169,50 @@ void Selector::selectDotMax(const Operation& operation) {
   produce(record, dotMaxSteps(product.n, form), Register::Scalar);
 }
 
+// Whether the pair's other operand is in the register too, as a of the first operation.
+bool Selector::readsTwice(const Operation& first, Operand other) const {
+  const Register argument = kernelForms(static_cast<unsigned>(first.opcode)).argument;
+  return argument == Register::Word && other == first.in[0] && inRegister(other, argument, 1);
+}
+
+// The first operation's operands. No register changes when a record is made to store what it leaves
+// there, so operands can be asked for in any order.
+unsigned Selector::pairOperands(const Operation& first, Record& record) {
+  for (uint32_t k = 0; k < 2; ++k) {
+    if (values_[first.in[k].value].joined) return scaleOperands(first, k, record);
+  }
+  const Register argument = kernelForms(static_cast<unsigned>(first.opcode)).argument;
+  const Register where = first.n == 1 ? argument : Register::Vector;
+  const uint32_t** addresses[2] = {&record.a, &record.b};
+  unsigned form = 0;
+  for (uint32_t k = 0; k < 2; ++k) {
+    const bool hasForm = form == 0 || where != Register::Word;
+    if (hasForm && inRegister(first.in[k], where, first.n)) {
+      form |= 1u << k;
+    } else {
+      *addresses[k] = kernelOperand(first, k);
+    }
+  }
+  return form;
+}
+
 void Selector::selectPair(const Operation& operation, uint32_t inner) {
   const Operation& first = this->operation(operation.in[inner].value);
   const uint32_t n = operation.n;
-  const Register where = n == 1 ? Register::Scalar : Register::Vector;
+  const bool isScale = values_[first.in[0].value].joined || values_[first.in[1].value].joined;
   Record record = {};
-  // Before the first operation's registers are looked at: settling changes no register.
-  record.c = memory(operation.in[1 - inner]);
-  auto number = static_cast<unsigned>(first.opcode);
   unsigned form = 0;
-  for (uint32_t k = 0; k < 2; ++k) {
-    if (!values_[first.in[k].value].joined) continue;
-    number = kScaleOperation;
-    form = scaleOperands(first, k, record);
+  if (operandCount(operation) == 2 && readsTwice(first, operation.in[1 - inner])) {
+    form = kFirstAndOther;
+    record.b = kernelOperand(first, 1);
+  } else {
+    if (operandCount(operation) == 2) record.c = kernelOperand(operation, 1 - inner);
+    form = pairOperands(first, record);
   }
-  if (number != kScaleOperation) {
-    const uint32_t** addresses[2] = {&record.a, &record.b};
-    for (uint32_t k = 0; k < 2; ++k) {
-      if (inRegister(first.in[k], where, n)) {
-        form |= 1u << k;
-      } else {
-        *addresses[k] = memory(first.in[k]);
-      }
-    }
-  }
-  produce(record, pairSteps(number, static_cast<unsigned>(operation.opcode), inner == 1, n, form),
-          where);
+  const Register result =
+      n == 1 ? kernelForms(static_cast<unsigned>(operation.opcode)).result : Register::Vector;
+  const unsigned number = isScale ? kScaleOperation : numberOf(first);
+  produce(record, pairSteps(number, numberOf(operation), inner == 1, n, form), result);
 }
 
 // Arithmetic and functions ------------------------------------------------------------------------
@@ -162,7 +230,8 @@ void Selector::selectOperate(const Operation& operation) {
 }
 
 void Selector::selectKernel(const Operation& operation) {
-  const KernelForms& forms = kernelForms(static_cast<unsigned>(operation.opcode));
+  const unsigned number = numberOf(operation);
+  const KernelForms& forms = kernelForms(number);
   const uint32_t n = operation.n;
   const uint32_t operands = forms.operands;
   Record record = {};
@@ -179,7 +248,7 @@ void Selector::selectKernel(const Operation& operation) {
     } else {
       // No instruction on values has more than three operands.
       // NOLINTNEXTLINE(clang-analyzer-core.NullDereference)
-      *addresses[i] = memory(operation.in[i]);
+      *addresses[i] = kernelOperand(operation, i);
     }
   }
   const Register result = forms.singleWord ? Register::Word
@@ -192,6 +261,7 @@ void Selector::selectKernel(const Operation& operation) {
     comparison_ = records_.size() - 1;
     branchForm_ = forms.branches[form];
     loopForm_ = forms.loops[form];
+    comparedOpcode_ = number;
   }
 }
 

@@ -297,6 +297,7 @@ uint32_t Selector::emit(const Record& record) {
   records_.append(record);
   origins_.append(now_);
   storing_.append(nullptr);
+  compared_.append(kNone);
   return records_.size() - 1;
 }
 
@@ -430,7 +431,7 @@ const Record* Selector::select() {
 // Jumps get the addresses of their targets.
 const Record* Selector::link() {
   if (records_.failed() || origins_.failed() || storing_.failed() || blockStarts_.failed() ||
-      links_.failed() || arena_.failed()) {
+      compared_.failed() || links_.failed() || arena_.failed()) {
     return nullptr;
   }
   Record* records = arena_.allocate<Record>(records_.size());
@@ -438,14 +439,39 @@ const Record* Selector::link() {
   std::memcpy(static_cast<void*>(records), records_.data(), records_.size() * sizeof(Record));
   for (uint32_t i = 0; i < links_.size(); ++i) {
     const Link& link = links_[i];
-    const Record* to = records + blockStarts_[form_.order[link.target]];
+    const uint32_t start = blockStarts_[form_.order[link.target]];
+    const Record* to = records + start;
     if (link.back) {
       records[link.record].c = reinterpret_cast<const uint32_t*>(to);
+      shortenLoop(records, link.record, start);
     } else {
       records[link.record].target = to;
     }
   }
   return records;
+}
+
+// A jump back to a comparison compares at once; an increment before a jump back jumps itself. The
+// records that are passed over stay as they are: others may jump to them.
+void Selector::shortenLoop(Record* records, uint32_t jump, uint32_t start) const {
+  Record& back = records[jump];
+  const bool tests = compared_[jump] == kNone;
+  const uint32_t opcode = compared_[tests ? start : jump];
+  if (opcode == kNone) return;
+  const KernelForms& forms = kernelForms(opcode);
+  if (tests) {
+    back.run = forms.jumpsAndTests;
+    // A block's first record has its operands in memory.
+    back.a = records[start].a;
+    back.b = records[start].b;
+  }
+  if (jump == 0) return;
+  Record& count = records[jump - 1];
+  const Opcode increment = forms.argument == Register::Word ? Opcode::INC_I : Opcode::INC_F;
+  const bool increments = count.run == kernelForms(static_cast<unsigned>(increment)).steps[0][0][1];
+  // The increment's register is the comparison's left operand, or its place.
+  const bool isCompared = tests ? count.d == back.a : back.run == forms.loops[1];
+  if (increments && isCompared) count.run = tests ? forms.countsAndTests : forms.countsAndLoops;
 }
 
 }  // namespace shadermachine::engine

@@ -106,9 +106,13 @@ class Selector {
   // select_operations.cpp
   void selectOperate(const Operation& operation);
   void selectKernel(const Operation& operation);
+  unsigned numberOf(const Operation& operation) const;
+  const uint32_t* kernelOperand(const Operation& operation, uint32_t i);
   bool selectJoined(const Operation& operation);
   void selectScale(const Operation& operation, uint32_t splat);
   unsigned scaleOperands(const Operation& operation, uint32_t splat, Record& record);
+  bool readsTwice(const Operation& first, Operand other) const;
+  unsigned pairOperands(const Operation& first, Record& record);
   void selectPair(const Operation& operation, uint32_t inner);
   void selectDotMax(const Operation& operation);
   unsigned vectorOperands(const Operation& operation, Record& record);
@@ -143,6 +147,7 @@ class Selector {
   void selectEnd(const Operation& operation);
   bool takeIndex(Operand index, Record& record);
   const Record* link();
+  void shortenLoop(Record* records, uint32_t jump, uint32_t start) const;
 
   const form::Form& form_;
   form::Arena& arena_;
@@ -152,6 +157,8 @@ class Selector {
   form::Array<Record> records_;
   form::Array<uint32_t> origins_;
   form::Array<RecordHandler> storing_;  // per record: its storing form
+  form::Array<uint32_t>
+      compared_;  // per record: the opcode of a comparison that branches, or kNone
   form::Array<uint32_t> blockStarts_;
   form::Array<Link> links_;
   uint32_t* scratchPlaces_ = nullptr;
@@ -165,6 +172,7 @@ class Selector {
   uint32_t skipUntil_ = 0;              // operations that a record before has taken along
   RecordHandler branchForm_ = nullptr;  // of the last record, when it is a comparison
   RecordHandler loopForm_ = nullptr;
+  uint32_t comparedOpcode_ = kNone;
   uint32_t comparison_ = kNone;  // that record
   uint32_t lastBranch_ = kNone;  // a comparison that has become a branch
 };
