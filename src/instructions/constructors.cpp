@@ -20,6 +20,7 @@ bool fetchCounts(Machine& machine, uint32_t components, CountList& list) {
   bool valid = list.length <= components;
   for (uint32_t i = 0; i < list.length; ++i) {
     const uint8_t count = fetchU8(machine);
+    // Read to the end all the same: the run then ends behind the whole instruction.
     if (count > kMaxCount) valid = false;
     if (valid) list.counts[i] = count;
   }
@@ -39,6 +40,8 @@ ValueSlot& resultSlot(Machine& machine, const CountList& list) {
 // reach keep what the first operand's slot held.
 void fillComponents(Machine& machine, const CountList& list, uint32_t components) {
   uint32_t* result = resultSlot(machine, list).value.words;
+  // The result grows over the first operand, whose words are copied onto themselves before any
+  // others follow.
   uint32_t filled = 0;
   for (uint32_t i = 0; i < list.length; ++i) {
     const uint32_t* source = operand(machine, list, i).value.words;

@@ -58,6 +58,7 @@ void swizzle(Machine& machine) {
   fetchU8(machine);
   uint32_t n;
   const bool valid = fetchCount(machine, kMaxSwizzle, n);
+  // Fetched even where the count is refused: the run then ends behind the whole instruction.
   const uint32_t mask = fetchU8(machine);
   if (!valid) return;
   ValueSlot& slot = topSlot(machine);
@@ -71,6 +72,8 @@ void vectorElement(Machine& machine) {
   const uint32_t n = fetchU8(machine);
   if (!checkIndex(machine, index, n, VM_COMPONENT_COUNT)) return;
   uint32_t* words = topSlot(machine).value.words;
+  // The index is taken only by a read that succeeds: a run that ends here leaves its stack as it
+  // was.
   words[0] = words[index];
   --machine.indexTop;
 }
@@ -80,6 +83,7 @@ void matrixColumn(Machine& machine) {
   const uint32_t n = fetchU8(machine);
   if (!checkIndex(machine, index, n, kMaxDimension)) return;
   uint32_t* words = topSlot(machine).value.words;
+  // Column 0 is in place, and a copy must not overlap itself.
   if (index > 0) std::memcpy(words, words + static_cast<uint32_t>(index) * n, n * sizeof(uint32_t));
   --machine.indexTop;
 }
@@ -95,6 +99,7 @@ void arrayElement(Machine& machine) {
     if (info == nullptr) return stopRun(machine, VM_ERR_INVALID_SHADER);
     size = info->size;
   }
+  // By what the block holds and not by what a table says, so that no read leaves the block.
   const uint32_t count = view.data == nullptr || size == 0 ? 0 : view.size / size;
   if (index < 0 || static_cast<uint32_t>(index) >= count) {
     return stopRun(machine, VM_ERR_INDEX_OUT_OF_BOUNDS);

@@ -49,6 +49,7 @@ class PartWalk {
     const bool ofVector = part_.count == 0 && isVectorType(part_.type);
     if (ofVector && pattern_.isPending()) {
       dropped_ = index >= kMaxSelectors;
+      // Masked, since the store may have been dropped by the line before.
       index = pattern_.selector(index & (kMaxSelectors - 1));
       pattern_ = SwizzlePattern();
     }
@@ -91,6 +92,7 @@ class PartWalk {
 };
 
 void popValue(Machine& machine) {
+  // Only the slot tells whether its value is a view: a store is not told the type of what it takes.
   if (topSlot(machine).view.data != nullptr) {
     popRelease(machine);
   } else {

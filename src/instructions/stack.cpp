@@ -153,6 +153,7 @@ void push1F(Machine& machine) { pushWord(machine, kOneF); }
 
 void dup(Machine& machine) {
   ValueSlot* slot = pushSlot(machine);
+  // Not counted: both slots name the one reference that the value holds.
   if (slot != nullptr) *slot = topSlot(machine, 1);
 }
 
@@ -164,6 +165,7 @@ void swapTop(Machine& machine) {
 
 void makeUnique(Machine& machine) {
   BlockView& view = topSlot(machine).view;
+  // Where the frame has no slot topSlot() has ended the run already, and its code must stay.
   if (machine.runState == VM_RUN_STOPPING || blockRefCount(&view) == 1) return;
   if (!chargeBytes(machine, view.size)) return;
   BlockView copy;

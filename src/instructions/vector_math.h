@@ -66,6 +66,7 @@ template <class F>
 void faceforwardVector(F* result, const F* normal, const F* incident, const F* reference,
                        uint32_t n) {
   const F d = dotProduct(reference, incident, n);
+  // A difference and no change of sign: 0.0 gives 0.0.
   for (uint32_t i = 0; i < n; ++i) result[i] = d < 0.0f ? normal[i] : 0.0f - normal[i];
 }
 

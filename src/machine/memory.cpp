@@ -43,6 +43,7 @@ bool freePiece(Machine& machine) {
 // Takes a spare block of the size, if one of the newest has it.
 BlockHead* takeSpare(Machine& machine, uint32_t size) {
   BlockHead** link = &machine.spareBlocks;
+  // Only at the newest: a long list must not make every block slow to get.
   for (uint32_t i = 0; i < kSparesLookedAt && *link != nullptr; ++i, link = &(*link)->next) {
     BlockHead* const head = *link;
     if (head->size != size) continue;
@@ -75,6 +76,7 @@ BlockHead* newBlock(Machine& machine, uint32_t size, bool zeroed) {
 
 bool reserveMemory(Machine& machine, uint64_t bytes) {
   const uint64_t limit = machine.memory.limit - memoryForTranslations(machine.memory);
+  // Written so that nothing wraps, whatever size is asked for.
   while (bytes > limit || machine.blockBytes > limit - bytes) {
     if (!freePiece(machine)) return false;
   }

@@ -52,6 +52,7 @@ void beginState(Machine& machine, const StartupInfo& startup, uint32_t sameShade
 void sweepStack(Machine& machine) {
   const CallFrame& frame = currentFrame(machine);
   ValueSlot* const end = frame.locals + frame.top + 1;
+  // Most shaders have no block: to see that costs less than to look at slot after slot.
   uintptr_t any = 0;
 #pragma GCC unroll 4
   for (const ValueSlot* slot = machine.stack; slot < end; ++slot) {

@@ -12,6 +12,7 @@ bool sameView(const Slot& a, const Slot& b) {
 
 bool mergeInline(Slot& into, const Slot& from) {
   bool changed = false;
+  // Whatever changes, less is known than before: that is what ends the search over loops.
   if (from.words < into.words) {
     into.words = from.words;
     changed = true;
@@ -95,12 +96,15 @@ void AbstractStack::swap() {
 }
 
 void AbstractStack::set(uint32_t k, Slot slot) {
+  // A value that is put here has no twin yet, and a reference is named by its lowest position.
   slot.reference = static_cast<uint16_t>(slots_.size() - 1 - k);
   below(k) = slot;
 }
 
 bool AbstractStack::hasTwin(uint32_t k) const {
   const uint16_t reference = below(k).reference;
+  // The lowest twin gives the name: another name means that one lies below, the same name that
+  // others may lie above.
   if (reference != slots_.size() - 1 - k) return true;
   return std::any_of(slots_.end() - k, slots_.end(), [&](const Slot& other) {
     return other.isView() && other.reference == reference;

@@ -77,6 +77,8 @@ void AccessPath::stepIntoMatrix(std::optional<int32_t> index) {
 }
 
 void AccessPath::checkBound(std::optional<int32_t> index, uint32_t bound, const char* noun) {
+  // The first step that leaves its part drops the store; what the later ones would do is of no
+  // account.
   if (index && static_cast<uint32_t>(*index) >= bound && dropped_.empty()) {
     dropped_ = text("index ", *index, " is outside the ", bound, ' ', noun);
   }
@@ -106,6 +108,7 @@ std::string AccessPath::dropReason() const {
 }
 
 bool AccessPaths::step(std::optional<int32_t> index, bool isPosition) {
+  // Made anew from those before: each may end here, or go on in two ways.
   std::vector<AccessPath> before;
   before.swap(strays_);
   for (AccessPath& stray : before) {

@@ -92,6 +92,7 @@ CallGraph::CallGraph(const std::vector<DecodedFunction>& functions)
       const bool isCall = instruction.opcode == Opcode::CALL && instruction.isSound;
       if (isCall) callees.push_back(instruction.operands[0]);
     }
+    // Each once: callers are looked at again whenever what a callee returns becomes known.
     std::sort(callees.begin(), callees.end());
     callees.erase(std::unique(callees.begin(), callees.end()), callees.end());
     for (uint32_t callee : callees) callers_[callee].push_back(caller);

@@ -34,6 +34,7 @@ class FunctionDecoder {
     Instruction next = {};
     while (next.end < function_.codeLength) {
       if (!decodeInstruction(code, next.end, function_.codeLength, next)) {
+        // Where another instruction would begin, nobody can know.
         return reportUndecodable(code[next.end], next.end);
       }
       decoded_.instructions.push_back(next);

@@ -31,6 +31,7 @@ void constructStruct(Step& step) {
   }
   const uint32_t n = info->memberCount;
   if (!step.needDepth(n)) return;
+  // The first member was pushed first and lies deepest.
   for (uint32_t i = 0; i < n; ++i) step.needValueOf(n - 1 - i, info->members[i]);
   construct(step, n, viewSlot(static_cast<TypeCode>(type), 0));
 }
@@ -51,6 +52,7 @@ void constructArray(Step& step) {
 }
 
 void equalAggregates(Step& step) {
+  // The comparison releases both, so that neither may be named a second time.
   for (uint32_t k = 0; k < 2; ++k) {
     step.needView(k);
     step.needSole(k);
@@ -75,6 +77,7 @@ void structField(Step& step) {
     step.error(step.program.types.structureName(type), " has no member ", number);
     return step.stack.set(0, unknownSlot());
   }
+  // Taking a part ends the reference to the whole.
   step.needView(0, static_cast<TypeCode>(type), 0);
   step.needSole(0);
   step.stack.set(0, step.slotOf(info->members[number]));
@@ -135,6 +138,7 @@ void storeByStack(Step& step, const VarInfo& variable) {
   if (!step.needDepth(n + 1)) return;
   AccessPaths paths(step.program.types, variable);
   bool isFollowed = true;
+  // The index on top is applied first.
   for (uint32_t k = 0; k < n; ++k) {
     step.needWords(k, 1);
     const Slot& index = step.stack.below(k);

@@ -31,6 +31,7 @@ ReturnSummary inlineSummary(uint32_t words) {
 
 void finishReturn(Step& step, const ReturnSummary& summary) {
   const ReturnSummary& known = step.program.returns[step.functionIndex];
+  // Known before anything is reported: errors are told in a walk after the search has ended.
   if (known.isMixed && known.disagreesWith(summary)) {
     step.error("returns ", describe(step.program.types, summary),
                ", another return of the function ", describe(step.program.types, known));

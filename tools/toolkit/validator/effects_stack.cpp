@@ -84,6 +84,7 @@ void popN(Step& step) {
 }
 
 void popReleaseTop(Step& step) {
+  // A twin would go on naming a block that may be gone.
   step.needSole(0);
   step.stack.drop(1);
 }
@@ -102,6 +103,7 @@ void dup(Step& step) {
 void swapTop(Step& step) { step.stack.swap(); }
 
 void makeUnique(Step& step) {
+  // Whether a twin would name the copy or the original depends on who else holds the block.
   step.needView(0);
   step.needSole(0);
 }

@@ -63,6 +63,7 @@ void FunctionFlow::report(Diagnostics& diagnostics, FunctionFacts& facts) {
 }
 
 void FunctionFlow::walkBlock(uint32_t index, Budget* budget, Reporting* reporting) {
+  // A copy: other paths may lead here later and are compared with what holds at the start.
   AbstractStack stack = blocks_[blockAt_[index]].stack;
   const uint32_t locals = program_.shader.functions[function_]->localCount;
   for (;;) {
@@ -74,11 +75,13 @@ void FunctionFlow::walkBlock(uint32_t index, Budget* budget, Reporting* reportin
     Step step(program_, function_, instruction, stack,
               reporting == nullptr ? nullptr : &reporting->diagnostics);
     step.apply();
+    // While searching only: a report must find what was known when the search ended.
     if (budget != nullptr) summary_.mergeWith(step.returned);
     if (reporting != nullptr) {
       uint32_t& maximum = reporting->facts.maximumDepth;
       maximum = std::max(maximum, locals + stack.size());
     }
+    // Before the end is looked at: a jump ends the way on, but not the way to its target.
     if (instruction.target != kNoTarget) {
       flowTo(instruction.target, stack, instruction, budget, reporting);
     }

@@ -107,6 +107,7 @@ void Step::write(uint32_t k, uint32_t words) {
   Slot& slot = stack.below(k);
   if (slot.isView()) return stack.set(k, unknownSlot());  // reported by needWords()
   if (!slot.isInline()) return;
+  // Fewer words may be written than there were; those behind them stay defined.
   slot.words = static_cast<uint8_t>(std::max<uint32_t>(slot.words, words));
   slot.constant.reset();
   slot.isPosition = false;
