@@ -313,6 +313,18 @@ TEST(Renderer, SamplesAreAveragedByTheirAlpha) {
   EXPECT_NEAR(pixel[3], 0.5f, 0.01f);
 }
 
+TEST(Renderer, SamplesBelongToTheirPixels) {
+  const BuiltShader shader = showing("", "LOAD_GLOBAL uv", 2);
+  RenderSettings settings = sized(4, 4);
+  settings.samples = 3;
+  const RenderResult result = Renderer(shader.view()).render(settings);
+  for (uint32_t i = 0; i < 16; ++i) {
+    const Pixel pixel = pixelAt(result, i % 4, i / 4);
+    EXPECT_EQ(static_cast<uint32_t>(4 * pixel[0]), i % 4);
+    EXPECT_EQ(static_cast<uint32_t>(4 * pixel[1]), 3 - i / 4);
+  }
+}
+
 TEST(Renderer, VaryingsOfTheHost) {
   const BuiltShader shader = showing(".global vec2 slope host\n", "LOAD_GLOBAL slope", 2);
   Renderer renderer(shader.view());
