@@ -162,8 +162,8 @@ std::vector<VmError> runBatch(const CompiledShader& shader, uint32_t seed,
 }  // namespace
 
 tools::BuiltShader batchProgram(uint32_t seed) {
-  constexpr size_t kProgramBytes = 800;
-  const auto bytes = randomBytes(seed, kProgramBytes);
+  constexpr size_t kBatchProgramBytes = 800;
+  const auto bytes = randomBytes(seed, kBatchProgramBytes);
   Choices choices(bytes);
   return generateProgram(choices, {.hidesNanBits = true,
                                    .ends = true,

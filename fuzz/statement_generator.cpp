@@ -4,7 +4,7 @@
 namespace shadermachine::fuzz {
 namespace {
 
-constexpr uint32_t kDeepest = 3;
+constexpr uint32_t kDeepestStatement = 3;
 constexpr uint32_t kExpressionDepth = 1;
 
 bool isVector(TypeCode code) { return code >= VM_TYPE_VEC2 && code <= VM_TYPE_BVEC4; }
@@ -40,10 +40,10 @@ void Generator::statement(uint32_t depth) {
     case 7:
       return assignPart();
     case 8:
-      if (depth < kDeepest) return branch(depth);
+      if (depth < kDeepestStatement) return branch(depth);
       return assign();
     case 9:
-      if (depth < kDeepest) return loop(depth);
+      if (depth < kDeepestStatement) return loop(depth);
       return assign();
     case 10:
       return callForEffect();
@@ -223,7 +223,7 @@ void Generator::shuffleStack() {
 void Generator::aggregateTricks() {
   const Type type = anyAggregate();
   aggregate(type, kExpressionDepth);
-  if (choices_.oneIn(3)) statement(kDeepest);
+  if (choices_.oneIn(3)) statement(kDeepestStatement);
   switch (choices_.below(4)) {
     case 0:
       code_->emit(VM_OP_MAKE_UNIQUE);

@@ -1,10 +1,2 @@
-# For Debian's cross compilers and its packages of the other architecture; tests run under qemu.
-set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR aarch64)
-set(target aarch64-linux-gnu)
-set(CMAKE_C_COMPILER ${target}-gcc)
-set(CMAKE_CXX_COMPILER ${target}-g++)
-set(CMAKE_LIBRARY_ARCHITECTURE ${target})
-set(CMAKE_CROSSCOMPILING_EMULATOR qemu-aarch64-static -L /usr/${target})
-set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
-set(ENV{PKG_CONFIG_LIBDIR} /usr/lib/${target}/pkgconfig:/usr/share/pkgconfig)
+include(${CMAKE_CURRENT_LIST_DIR}/linux-gnu.cmake)

@@ -29,7 +29,6 @@ class RowSelector {
               const RowFunctions& functions, RowProgram& program)
       : form_(form),
         decoder_(decoder),
-        machine_(machine),
         shader_(*machine.shader),
         functions_(functions),
         program_(program),
@@ -270,7 +269,6 @@ class RowSelector {
 
   const form::Form& form_;
   form::Decoder& decoder_;  // is told of the structure types that the program is made from
-  const Machine& machine_;
   const CompiledShader& shader_;
   const RowFunctions& functions_;
   RowProgram& program_;

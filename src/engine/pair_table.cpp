@@ -50,7 +50,7 @@ consteval PairSeconds pairSeconds() {
           pairOrders<First, scalarB, MulF>(), pairOrders<First, scalarB, DivF>()};
 }
 
-constexpr std::array<PairSeconds, 4> kPairs = {
+constexpr std::array<PairSeconds, 4> kPairKernels = {
     pairSeconds<AddF, false>(), pairSeconds<SubF, false>(), pairSeconds<MulF, false>(),
     pairSeconds<MulF, true>()};
 
@@ -138,7 +138,7 @@ StepPair pairSteps(unsigned first, unsigned second, bool swapped, uint32_t n, un
     return kWordPairs[wordFirst(first)][row][form];
   }
   const uint32_t count = n < 3 ? n - 1 : 2;
-  return kPairs[pairFirst(first)][pairSecond(second)][swapped ? 1 : 0][count][form];
+  return kPairKernels[pairFirst(first)][pairSecond(second)][swapped ? 1 : 0][count][form];
 }
 
 }  // namespace shadermachine::engine

@@ -6,8 +6,6 @@
 namespace shadermachine {
 namespace {
 
-constexpr uint32_t kInlineBytes = VM_COMPONENT_COUNT * sizeof(uint32_t);
-
 uint32_t smaller(uint32_t a, uint32_t b) { return a < b ? a : b; }
 
 // Copies an operand into its place and, for an aggregate, drops the operand's reference: only

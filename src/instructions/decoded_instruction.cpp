@@ -9,10 +9,6 @@ uint32_t littleEndian(const uint8_t* bytes, unsigned width) {
   return value;
 }
 
-constexpr bool isList(OperandKind kind) {
-  return kind == OperandKind::CountList || kind == OperandKind::Path;
-}
-
 }  // namespace
 
 bool decodeInstruction(const uint8_t* code, uint32_t pc, uint32_t length,

@@ -8,8 +8,6 @@ namespace shadermachine {
 namespace {
 
 constexpr uint32_t kMaxSwizzle = 4;
-constexpr uint32_t kMaxDimension = 4;
-constexpr uint32_t kInlineBytes = VM_COMPONENT_COUNT * sizeof(uint32_t);
 
 // Replaces T by `size` bytes at `offset` of the viewed block, as an inline value.
 void takeInlinePart(ValueSlot& slot, BlockView view, uint32_t offset, uint32_t size) {

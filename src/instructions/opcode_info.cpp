@@ -25,22 +25,20 @@ consteval bool rowsAreInOrder() {
 static_assert(sizeof(kRowNumbers) / sizeof(kRowNumbers[0]) == kOpcodeCount);
 static_assert(rowsAreInOrder());
 
-constexpr bool isList(OperandKind kind) {
-  return kind == OperandKind::CountList || kind == OperandKind::Path;
-}
-
 }  // namespace
-
-using enum OperandKind;
 
 #define VARIES kVaries
 #define OPCODE(number, mnemonic, handler, operands, pops, pushes, pseudoCode) \
   OpcodeInfo{#mnemonic, operandList operands, pops, pushes, pseudoCode},
-constexpr std::array<OpcodeInfo, kOpcodeCount> kOpcodeTable = {
+consteval std::array<OpcodeInfo, kOpcodeCount> opcodeTable() {
+  using enum OperandKind;
+  return {
 #include "instructions/opcodes.def"
-};
+  };
+}
 #undef OPCODE
 #undef VARIES
+constexpr std::array<OpcodeInfo, kOpcodeCount> kOpcodeTable = opcodeTable();
 
 uint32_t instructionLength(const uint8_t* code, uint32_t available) {
   if (available == 0 || code[0] >= kOpcodeCount) return 0;
@@ -49,7 +47,7 @@ uint32_t instructionLength(const uint8_t* code, uint32_t available) {
   for (OperandKind kind : kOpcodeTable[code[0]].operands) {
     const uint32_t width = operandWidth(kind) * (isList(kind) ? listLength : 1);
     if (width > available - length) return 0;
-    if (kind == OperandCount || kind == PathLength) {
+    if (kind == OperandKind::OperandCount || kind == OperandKind::PathLength) {
       listLength = uint32_t{code[length]} | uint32_t{code[length + 1]} << 8;
     }
     length += width;

@@ -89,6 +89,11 @@ constexpr unsigned operandWidth(OperandKind kind) {
   }
 }
 
+// Whether an earlier operand says how often this one comes.
+constexpr bool isList(OperandKind kind) {
+  return kind == OperandKind::CountList || kind == OperandKind::Path;
+}
+
 // Largest value a count operand may have; 0 for operands without a limit of their own.
 constexpr unsigned operandLimit(OperandKind kind) {
   using enum OperandKind;

@@ -7,8 +7,6 @@
 namespace shadermachine {
 namespace {
 
-constexpr uint32_t kMaxDimension = 4;
-
 using Product = void (*)(float*, const float*, const float*, uint32_t);
 
 void multiply(Machine& machine, Product product, bool resultIsMatrix) {

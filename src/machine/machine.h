@@ -177,9 +177,12 @@ inline bool asksHost(const Machine& machine, const VarInfo& info) {
          (machine.keepsBasicVariables == 0 || !isBasicVar(info));
 }
 
+// Of what a slot holds itself.
+inline constexpr uint32_t kInlineBytes = VM_COMPONENT_COUNT * sizeof(uint32_t);
+inline constexpr uint32_t kMaxDimension = 4;  // of its matrices
+
 // Bytes of a basic variable; a wrong table must not lead outside the slot.
 inline uint32_t inlineByteSize(const VarInfo& info) {
-  constexpr uint32_t kInlineBytes = VM_COMPONENT_COUNT * sizeof(uint32_t);
   return info.byteSize < kInlineBytes ? info.byteSize : kInlineBytes;
 }
 

@@ -13,7 +13,7 @@ using Code = FunctionBuilder;
 
 constexpr uint32_t kMebibyte = 1u << 20;
 
-LocalId floats(Code& code, const char* name, uint32_t mebibytes) {
+LocalId floatArray(Code& code, const char* name, uint32_t mebibytes) {
   return code.addLocal({name, VM_TYPE_FLOAT, mebibytes * (kMebibyte / 4), 0});
 }
 
@@ -48,7 +48,7 @@ constexpr int kRepeats = 400;
 const LongCode kLongCodes[] = {
     {"copies",
      [](Tables&, Code& code) {
-       const LocalId from = floats(code, "from", 16), to = floats(code, "to", 16);
+       const LocalId from = floatArray(code, "from", 16), to = floatArray(code, "to", 16);
        for (int i = 0; i < kRepeats; ++i) {
          code.load(from);
          code.store(to);
@@ -56,7 +56,7 @@ const LongCode kLongCodes[] = {
      }},
     {"clones",
      [](Tables&, Code& code) {
-       const LocalId array = floats(code, "array", 16);
+       const LocalId array = floatArray(code, "array", 16);
        for (int i = 0; i < kRepeats; ++i) {
          code.load(array);
          code.emit(VM_OP_MAKE_UNIQUE);
@@ -65,7 +65,7 @@ const LongCode kLongCodes[] = {
      }},
     {"comparisons",
      [](Tables&, Code& code) {
-       const LocalId a = floats(code, "a", 16), b = floats(code, "b", 16);
+       const LocalId a = floatArray(code, "a", 16), b = floatArray(code, "b", 16);
        for (int i = 0; i < kRepeats; ++i) {
          code.load(a);
          code.load(b);
@@ -115,7 +115,7 @@ INSTANTIATE_TEST_SUITE_P(Codes, LongStraightCode, testing::ValuesIn(kLongCodes),
 BuiltShader recursing(uint32_t mebibytes) {
   return buildShader([&](Tables& tables, Code& code) {
     FunctionBuilder& f = tables.addFunction("f");
-    floats(f, "array", mebibytes);
+    floatArray(f, "array", mebibytes);
     f.call(f.id());
     f.emit(VM_OP_RETURN);
     code.call(f.id());
@@ -172,7 +172,7 @@ TEST(Translation, KeepsWithinTheMemoryLimit) {
 TEST(MemoryLimit, LargeBlocksAreUsedAgain) {
   Rig rig;
   const BuiltShader shader = buildShader([](Tables&, Code& code) {
-    const LocalId array = floats(code, "array", 1);
+    const LocalId array = floatArray(code, "array", 1);
     code.pushFloat(1.0f);
     code.emit(VM_OP_STORE_LOCAL_ELEM_IMM, {array.index, 5});
     code.emit(VM_OP_PUSH_INDEX_IMM, {5});
@@ -181,7 +181,7 @@ TEST(MemoryLimit, LargeBlocksAreUsedAgain) {
     code.emit(VM_OP_ARRAY_ELEMENT, {VM_TYPE_FLOAT});
     code.emit(VM_OP_POP);
     code.emit(VM_OP_PUSH_INDEX_IMM, {5});
-    code.load(floats(code, "zeros", 1));
+    code.load(floatArray(code, "zeros", 1));
     code.emit(VM_OP_ARRAY_ELEMENT, {VM_TYPE_FLOAT});
     probe(code);
     code.emit(VM_OP_RETURN);

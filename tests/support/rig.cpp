@@ -16,40 +16,40 @@ namespace {
 uint64_t widened(int32_t value) { return static_cast<uint64_t>(int64_t{value}); }
 
 // What the host may write, and the fields but for the user data, which every request ends with.
-struct Parts {
+struct RequestParts {
   void* target;
   std::vector<uint64_t> fields;
 };
 
-Parts parts(const tools::Output0Request& r) { return {nullptr, {address(r.words)}}; }
-Parts parts(const tools::Output1Request& r) { return {nullptr, {bits(r.value)}}; }
-Parts parts(const tools::BuiltinRequest& r) {
+RequestParts parts(const tools::Output0Request& r) { return {nullptr, {address(r.words)}}; }
+RequestParts parts(const tools::Output1Request& r) { return {nullptr, {bits(r.value)}}; }
+RequestParts parts(const tools::BuiltinRequest& r) {
   return {r.data, {address(r.data), r.count, widened(r.index)}};
 }
-Parts parts(const LookupRequest& r) {
+RequestParts parts(const LookupRequest& r) {
   return {r.result,
           {address(r.result), r.sampler, address(r.coords), r.kind, r.param, r.extra, r.hasExtra}};
 }
-Parts parts(const HostVariableRequest& r) {
+RequestParts parts(const HostVariableRequest& r) {
   return {r.data, {address(r.data), address(r.varInfo), r.index, r.count, widened(r.element)}};
 }
-Parts parts(const HostOverrideRequestA& r) {
+RequestParts parts(const HostOverrideRequestA& r) {
   return {r.value, {r.word, address(r.value), address(r.record)}};
 }
-Parts parts(const HostFunctionRequest& r) {
+RequestParts parts(const HostFunctionRequest& r) {
   return {r.a, {address(r.a), address(r.b), widened(r.function), address(r.args)}};
 }
-Parts parts(const tools::OverrideBRequest& r) {
+RequestParts parts(const tools::OverrideBRequest& r) {
   return {r.output, {address(r.record->record), r.record->mode}};
 }
-Parts parts(const HostCallRequest267& r) {
+RequestParts parts(const HostCallRequest267& r) {
   return {r.a, {address(r.a), address(r.b), r.word, address(r.block)}};
 }
-Parts parts(const HostCallRequest293& r) { return {r.a, {address(r.a), address(r.b)}}; }
-Parts parts(const HostCallRequest294& r) {
+RequestParts parts(const HostCallRequest293& r) { return {r.a, {address(r.a), address(r.b)}}; }
+RequestParts parts(const HostCallRequest294& r) {
   return {r.a, {address(r.a), address(r.b), r.word1, r.word0}};
 }
-Parts parts(const HostCallRequest297& r) {
+RequestParts parts(const HostCallRequest297& r) {
   return {r.a, {address(r.a), address(r.b), r.word2, r.word1, r.word0}};
 }
 

@@ -12,13 +12,13 @@ using nlohmann::json;
 constexpr size_t kMaxMessage = 16 << 20;
 constexpr size_t kMaxHeader = 4096;
 constexpr size_t kMaxQueued = 10000;
-constexpr int kMaxNesting = 100;
+constexpr int kMaxMessageNesting = 100;
 
 // No object when the text is none, or nested so deeply that walking it would take too much stack.
 json parsed(const std::string& text) {
   bool isDeep = false;
   const auto look = [&isDeep](int depth, json::parse_event_t, json&) {
-    isDeep = isDeep || depth > kMaxNesting;
+    isDeep = isDeep || depth > kMaxMessageNesting;
     return !isDeep;
   };
   json message = json::parse(text, look, false);

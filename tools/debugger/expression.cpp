@@ -14,7 +14,7 @@
 namespace shadermachine::tools {
 namespace {
 
-constexpr unsigned kMaxNesting = 100;
+constexpr unsigned kMaxExpressionNesting = 100;
 
 struct Operator {
   std::string_view text;
@@ -74,7 +74,7 @@ class Evaluator {
 
   DebugValue unary() {
     // All recursion comes through here.
-    if (++nesting_ > kMaxNesting) fail("nested too deeply");
+    if (++nesting_ > kMaxExpressionNesting) fail("nested too deeply");
     DebugValue value;
     if (accept("-")) {
       value = unary();

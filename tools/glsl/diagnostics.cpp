@@ -1,7 +1,6 @@
 #include "diagnostics.h"
 
 #include <algorithm>
-#include <cctype>
 #include <cstdlib>
 #include <sstream>
 
@@ -27,8 +26,6 @@ namespace {
 // Each message keeps its line, and a source may be one line of nothing but errors.
 constexpr size_t kMaxMessages = 100;
 constexpr size_t kMaxLineBytes = size_t{1} << 20;  // of all together, but the first one's
-
-bool isWordCharacter(char c) { return c == '_' || std::isalnum(static_cast<unsigned char>(c)); }
 
 // Where the word stands alone in the line; 0 where it does not.
 int columnOf(std::string_view line, std::string_view word) {

@@ -14,6 +14,10 @@
 
 namespace shadermachine::tools::glsl {
 
+constexpr bool isWordCharacter(char c) {
+  return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_';
+}
+
 // Something that the instruction set cannot carry, or this compiler does not know.
 struct Unsupported : std::runtime_error {
   Unsupported(const TSourceLoc& where, const std::string& reason)

@@ -12,10 +12,6 @@ namespace {
 
 constexpr std::string_view kBlanks = " \t\v\f";
 
-bool isWordCharacter(char c) {
-  return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_';
-}
-
 // Comments become blanks, so that places stay where they are.
 std::string withoutComments(std::string text) {
   for (size_t i = 0; i + 1 < text.size(); ++i) {

@@ -1,6 +1,5 @@
 // What keys do, and what stands over the picture.
 #include <algorithm>
-#include <cmath>
 #include <cstdarg>
 #include <cstdio>
 
@@ -41,10 +40,6 @@ enum Key : uint32_t {
   kPlus = 187,
   kMinus = 189,
 };
-
-uint32_t byteOf(float value) {
-  return static_cast<uint32_t>(std::lround((value > 0 ? std::min(value, 1.0f) : 0) * 255));
-}
 
 [[gnu::format(printf, 1, 2)]] std::string formatted(const char* format, ...) {
   char text[200];
@@ -164,7 +159,7 @@ std::string View::pickText() const {
   const float* const c = picture.pixel(pick_->x, pick_->y);
   std::string text =
       formatted("pixel (%u, %u): %.6g %.6g %.6g %.6g  #%02x%02x%02x", pick_->x, pick_->y, c[0],
-                c[1], c[2], c[3], byteOf(c[0]), byteOf(c[1]), byteOf(c[2]));
+                c[1], c[2], c[3], quantize(c[0]), quantize(c[1]), quantize(c[2]));
   return isSharp() ? text : text + ", of a larger one";
 }
 

@@ -10,18 +10,14 @@ int floorOf(int value, int divisor) {
   return value >= 0 ? value / divisor : -((-value + divisor - 1) / divisor);
 }
 
-uint8_t byteOf(float value) {
-  return static_cast<uint8_t>(std::lround((value > 0 ? std::min(value, 1.0f) : 0) * 255));
-}
-
 void blend(const float* colour, uint32_t x, uint32_t y, uint8_t* to) {
   const float board = ((x / 8 + y / 8) & 1) != 0 ? 0.4f : 0.3f;
   const float alpha = colour[3] > 0 ? std::min(colour[3], 1.0f) : 0;
   for (size_t i = 0; i < 3; ++i) {
     // No product with an infinity where nothing of it is to be seen.
-    to[i] = byteOf(alpha >= 1  ? colour[i]
-                   : alpha > 0 ? board + (colour[i] - board) * alpha
-                               : board);
+    to[i] = quantize(alpha >= 1  ? colour[i]
+                     : alpha > 0 ? board + (colour[i] - board) * alpha
+                                 : board);
   }
 }
 

@@ -10,7 +10,7 @@
 namespace shadermachine::tools::assembly {
 namespace {
 
-constexpr size_t kMaxEntries = 65535;
+constexpr size_t kMaxNumbered = 65535;
 constexpr size_t kMaxStructs = 32768;
 
 // Reports the first entry that does not fit.
@@ -25,19 +25,19 @@ bool fits(Scope& scope, const std::vector<Entry>& entries, size_t limit, const c
 // Before anything is declared: the builder throws where a table is full, and numbers have 16 bits.
 bool tablesFit(Scope& scope, const ShaderSyntax& syntax) {
   bool good = fits(scope, syntax.structs, kMaxStructs, "structures") &&
-              fits(scope, syntax.globals, kMaxEntries, "globals") &&
-              fits(scope, syntax.functions, kMaxEntries, "functions");
-  if (syntax.declarations.size() > kMaxEntries) {
-    scope.error(syntax.declarations[kMaxEntries], "too many functions");
+              fits(scope, syntax.globals, kMaxNumbered, "globals") &&
+              fits(scope, syntax.functions, kMaxNumbered, "functions");
+  if (syntax.declarations.size() > kMaxNumbered) {
+    scope.error(syntax.declarations[kMaxNumbered], "too many functions");
     good = false;
   }
   for (const StructSyntax& structure : syntax.structs) {
-    good = good && fits(scope, structure.members, kMaxEntries, "members");
+    good = good && fits(scope, structure.members, kMaxNumbered, "members");
   }
   for (const FunctionSyntax& function : syntax.functions) {
     // The room for locals is what parameters leave; it is computed only where these fit.
-    good = good && fits(scope, function.params, kMaxEntries, "parameters") &&
-           fits(scope, function.locals, kMaxEntries - function.params.size(), "locals");
+    good = good && fits(scope, function.params, kMaxNumbered, "parameters") &&
+           fits(scope, function.locals, kMaxNumbered - function.params.size(), "locals");
   }
   return good;
 }
@@ -146,7 +146,7 @@ bool declareFunctions(Scope& scope, const ShaderSyntax& syntax) {
       scope.functionIds.push_back({static_cast<uint16_t>(*number)});
       continue;
     }
-    if (scope.functions.size() >= kMaxEntries) {
+    if (scope.functions.size() >= kMaxNumbered) {
       scope.error(function.name, "too many functions");
       return false;
     }

@@ -14,9 +14,9 @@ using Home = SourceVariable::Home;
 
 constexpr size_t kMaxConstantWords = 16;  // what an inline value has
 
-class Arguments {
+class ArgumentReader {
  public:
-  Arguments(Scope& scope, const Token& directive, const std::vector<Token>& tokens)
+  ArgumentReader(Scope& scope, const Token& directive, const std::vector<Token>& tokens)
       : scope_(scope), directive_(directive), tokens_(tokens) {}
 
   uint32_t number(const char* what, uint32_t limit = UINT32_MAX) {
@@ -92,7 +92,7 @@ std::optional<Home> homeNamed(std::string_view word, bool isInFunction) {
 }
 
 // NAME, TYPE, and where the value is.
-std::optional<SourceVariable> readVariable(Scope& scope, Arguments& arguments,
+std::optional<SourceVariable> readVariable(Scope& scope, ArgumentReader& arguments,
                                            const SymbolTable* locals) {
   SourceVariable variable;
   variable.name = arguments.text("the variable's name");
@@ -112,7 +112,7 @@ std::optional<SourceVariable> readVariable(Scope& scope, Arguments& arguments,
   return arguments.finish() ? std::optional(std::move(variable)) : std::nullopt;
 }
 
-void setPosition(SourceContext& context, Arguments& arguments) {
+void setPosition(SourceContext& context, ArgumentReader& arguments) {
   SourcePosition position;
   position.file = arguments.number("the number of a file", UINT16_MAX);
   if (!arguments.atEnd()) {
@@ -125,17 +125,17 @@ void setPosition(SourceContext& context, Arguments& arguments) {
   if (arguments.finish()) context.function.setPosition(position);
 }
 
-void beginStatement(SourceContext& context, Arguments& arguments) {
+void beginStatement(SourceContext& context, ArgumentReader& arguments) {
   setPosition(context, arguments);
   context.function.beginStatement();
 }
 
-void setSignature(SourceContext& context, Arguments& arguments) {
+void setSignature(SourceContext& context, ArgumentReader& arguments) {
   std::string text = arguments.text("the function as its language writes it");
   if (arguments.finish()) context.function.source().signature = std::move(text);
 }
 
-void beginVariable(SourceContext& context, Arguments& arguments) {
+void beginVariable(SourceContext& context, ArgumentReader& arguments) {
   auto variable = readVariable(context.scope, arguments, &context.locals);
   if (!variable) return;
   std::vector<SourceVariable>& variables = context.function.source().variables;
@@ -144,7 +144,7 @@ void beginVariable(SourceContext& context, Arguments& arguments) {
   variables.push_back(std::move(*variable));
 }
 
-void endVariable(SourceContext& context, Arguments& arguments) {
+void endVariable(SourceContext& context, ArgumentReader& arguments) {
   const std::string name = arguments.text("the variable's name");
   if (!arguments.finish()) return;
   std::vector<size_t>& open = context.open[name];
@@ -156,7 +156,7 @@ void endVariable(SourceContext& context, Arguments& arguments) {
 
 struct Directive {
   std::string_view name;
-  void (*apply)(SourceContext&, Arguments&);
+  void (*apply)(SourceContext&, ArgumentReader&);
 };
 
 constexpr Directive kDirectives[] = {
@@ -178,14 +178,14 @@ std::vector<std::string_view> sourceDirectives() {
 }
 
 void applySourceDirective(SourceContext& context, const StatementSyntax& syntax) {
-  Arguments arguments(context.scope, syntax.head, syntax.operands);
+  ArgumentReader arguments(context.scope, syntax.head, syntax.operands);
   for (const Directive& directive : kDirectives) {
     if (directive.name == syntax.head.text) directive.apply(context, arguments);
   }
 }
 
 void addSourceFile(Scope& scope, const std::vector<Token>& arguments) {
-  Arguments reader(scope, arguments[0], arguments);
+  ArgumentReader reader(scope, arguments[0], arguments);
   const uint32_t number = reader.number("a number");
   std::string name = reader.text("the name of the file");
   if (!reader.finish()) return;
@@ -197,7 +197,7 @@ void addSourceFile(Scope& scope, const std::vector<Token>& arguments) {
 }
 
 void addSourceGlobal(Scope& scope, const std::vector<Token>& arguments) {
-  Arguments reader(scope, arguments[0], arguments);
+  ArgumentReader reader(scope, arguments[0], arguments);
   auto variable = readVariable(scope, reader, nullptr);
   if (variable) scope.builder.sources().globals.push_back(std::move(*variable));
 }

@@ -291,12 +291,15 @@ uint32_t threadCount(const RenderSettings& settings) {
 
 }  // namespace
 
+uint8_t quantize(float value) {
+  const float inside = value > 0 ? std::min(value, 1.0f) : 0;
+  return static_cast<uint8_t>(std::lround(inside * 255));
+}
+
 ByteImage quantize(const FloatImage& image) {
   ByteImage result(image.width, image.height);
-  std::ranges::transform(image.rgba, result.rgba.begin(), [](float value) {
-    const float inside = value > 0 ? std::min(value, 1.0f) : 0;
-    return static_cast<uint8_t>(std::lround(inside * 255));
-  });
+  std::ranges::transform(image.rgba, result.rgba.begin(),
+                         [](float value) { return quantize(value); });
   return result;
 }
 

@@ -9,7 +9,7 @@
 namespace shadermachine::tools {
 namespace {
 
-constexpr uint64_t kMaxEntries = uint64_t{1} << 20;
+constexpr uint64_t kMaxAllEntries = uint64_t{1} << 20;
 
 class TableChecks {
  public:
@@ -57,8 +57,8 @@ class TableChecks {
       const ShaderFunction* function = shader_.functions[i];
       if (function != nullptr) entries += function->localCount;
     }
-    if (entries <= kMaxEntries) return true;
-    error("there are ", entries, " globals, members and locals, more than ", kMaxEntries,
+    if (entries <= kMaxAllEntries) return true;
+    error("there are ", entries, " globals, members and locals, more than ", kMaxAllEntries,
           " are not checked");
     return false;
   }

@@ -24,6 +24,7 @@ using FloatImage = Image<float>;
 using ByteImage = Image<uint8_t>;
 
 // Clamps to 0..1 and rounds; NaN becomes 0. No gamma: what a shader writes is what is stored.
+uint8_t quantize(float value);
 ByteImage quantize(const FloatImage& image);
 
 }  // namespace shadermachine::tools
