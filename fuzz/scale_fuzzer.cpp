@@ -12,7 +12,6 @@
 #include <stdexcept>
 #include <vector>
 
-#include "cli/picture_file.h"
 #include "fuzz/arbitrary_host.h"
 #include "fuzz/cost.h"
 #include "fuzz/engine_comparison.h"
@@ -21,6 +20,9 @@
 
 #ifdef FUZZ_GLSL
 #include <shadermachine-tools/glsl.h>
+#endif
+#ifdef SHADERMACHINE_HAVE_PNG
+#include "cli/picture_file.h"
 #endif
 
 using namespace shadermachine;
@@ -39,7 +41,6 @@ constexpr fuzz::Cost kCompiling = {300, 32 * kMebibyte};  // with more, growth d
 constexpr fuzz::Cost kCompilingByte = {0.003, 4000};
 constexpr fuzz::Cost kOther = {1000, 32 * kMebibyte};
 constexpr fuzz::Cost kOtherByte = {0.01, 4000};
-constexpr fuzz::Cost kPictureByte = {0.01, 40000};  // a packed byte may hold thousands of texels
 constexpr fuzz::Cost kInputs = {3000, 400 * kMebibyte};
 constexpr double kAfterTimeout = 100;
 constexpr double kLinearGrowth = 8;  // for four times the source
@@ -97,6 +98,9 @@ void validateSharedTables(fuzz::Choices& choices) {
   std::abort();
 }
 
+#ifdef SHADERMACHINE_HAVE_PNG
+constexpr fuzz::Cost kPictureByte = {0.01, 40000};  // a packed byte may hold thousands of texels
+
 void readPicture(fuzz::Choices& choices) {
   const std::string bytes = fuzz::scalePicture(choices);
   const auto read = [&] {
@@ -108,6 +112,9 @@ void readPicture(fuzz::Choices& choices) {
   const fuzz::Cost allowed = allowedFor(bytes.size(), kOther, kPictureByte);
   if (!isWithin(allowed, "reading a picture", kCompilerStack, read)) std::abort();
 }
+#else
+void readPicture(fuzz::Choices&) {}
+#endif
 
 class Trial {
  public:

@@ -10,6 +10,7 @@ set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
 set(CMAKE_CROSSCOMPILING_EMULATOR /usr/lib/wine/wine64)
+set(ENV{PKG_CONFIG_LIBDIR} /usr/${target}/lib/pkgconfig)
 # The libraries carry the compiler's run-time with them. The tests find it in WINEPATH: linked into
 # them, its allocations would count as the library's.
 set(CMAKE_SHARED_LINKER_FLAGS_INIT -static)

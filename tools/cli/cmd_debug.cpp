@@ -1,7 +1,4 @@
-// The debugger in a terminal: a line editor around debugger/console.h.
-#include <histedit.h>
-#include <unistd.h>
-
+// The debugger in a terminal or an editor.
 #include <atomic>
 #include <csignal>
 #include <cstdio>
@@ -12,8 +9,10 @@
 #include "cli/commands.h"
 #include "cli/files.h"
 #include "cli/input_options.h"
+#include "cli/line_editor.h"
 #include "cli/pixel_option.h"
 #include "cli/project.h"
+#include "cli/system.h"
 #include "debugger/console.h"
 #include "debugger/dap.h"
 
@@ -36,55 +35,6 @@ std::string answerTo(Console& console, const std::string& line) {
   interrupts = 0;
   return console.execute(line);
 }
-
-class LineEditor {
- public:
-  LineEditor()
-      : editor_(el_init("shadermachine", stdin, stdout, stderr), &el_end),
-        history_(history_init(), &history_end) {
-    if (editor_ == nullptr || history_ == nullptr) throw std::bad_alloc();
-    HistEvent event;
-    history(history_.get(), &event, H_SETSIZE, 1000);
-    history(history_.get(), &event, H_SETUNIQUE, 1);
-    el_set(editor_.get(), EL_PROMPT, prompt);
-    el_set(editor_.get(), EL_EDITOR, "emacs");
-    el_set(editor_.get(), EL_SIGNAL, 1);
-    el_set(editor_.get(), EL_HIST, history, history_.get());
-    el_set(editor_.get(), EL_ADDFN, "complete", "complete a command", complete);
-    el_set(editor_.get(), EL_BIND, "^I", "complete", nullptr);
-  }
-
-  // False at the end of the input.
-  bool read(std::string& line) {
-    int length = 0;
-    const char* text = el_gets(editor_.get(), &length);
-    if (text == nullptr || length <= 0) return false;
-    line.assign(text, static_cast<size_t>(length));
-    while (line.ends_with('\n')) line.pop_back();
-    HistEvent event;
-    if (!line.empty()) history(history_.get(), &event, H_ENTER, line.c_str());
-    return true;
-  }
-
- private:
-  static char* prompt(EditLine*) {
-    static char text[] = "(debug) ";
-    return text;
-  }
-
-  static unsigned char complete(EditLine* editor, int) {
-    const LineInfo* line = el_line(editor);
-    const std::string begin(line->buffer, line->cursor);
-    const std::vector<std::string> names = Console::completions(begin);
-    if (names.size() != 1 || el_insertstr(editor, names[0].c_str() + begin.size()) != 0) {
-      return CC_ERROR;
-    }
-    return CC_REFRESH;
-  }
-
-  std::unique_ptr<EditLine, decltype(&el_end)> editor_;
-  std::unique_ptr<History, decltype(&history_end)> history_;
-};
 
 // Commands from a script are shown before their answers, so that the output reads as a session.
 void runScript(Console& console, std::istream& script) {
@@ -132,7 +82,7 @@ int debugInTerminal(const DebugOptions& options) {
   if (!options.script.empty()) {
     std::istringstream script(readText(options.script));
     runScript(console, script);
-  } else if (isatty(STDIN_FILENO) == 0) {
+  } else if (!isTerminal(stdin)) {
     runScript(console, std::cin);
   } else {
     runTerminal(console);

@@ -1,5 +1,4 @@
 #include <shadermachine-tools/passes.h>
-#include <unistd.h>
 
 #include <charconv>
 #include <chrono>
@@ -13,6 +12,7 @@
 #include "cli/picture_file.h"
 #include "cli/progress_bar.h"
 #include "cli/project.h"
+#include "cli/system.h"
 #include "view/file_watch.h"
 
 namespace shadermachine::tools {
@@ -20,7 +20,7 @@ namespace {
 
 struct RenderOptions {
   InputOptions input;
-  std::string output = "out.png";
+  std::string output = std::string("out.") + kUsualFormat;
   std::string format;  // empty: as the output's extension says
   std::string region;  // x,y,WxH; empty: all
   uint32_t samples = 1;
@@ -73,11 +73,11 @@ std::string checkFormat(const std::string& name) {
   return pictureFormat(name) ? "" : "expected " + pictureFormatNames() + ", not " + name;
 }
 
-// Devices and the like have no extension and get PNG.
+// Devices and the like have no extension.
 PictureFormat formatOf(const RenderOptions& options) {
   if (!options.format.empty()) return *pictureFormat(options.format);
   const std::string extension = std::filesystem::path(options.output).extension().string();
-  if (extension.empty()) return PictureFormat::Png;
+  if (extension.empty()) return *pictureFormat(kUsualFormat);
   const auto format = pictureFormat(extension.substr(1));
   if (!format) throw CLI::ValidationError("--output", checkFormat(extension.substr(1)));
   return *format;
@@ -134,9 +134,8 @@ void requireMemory(const RenderSettings& settings) {
   const PixelRegion region =
       settings.region.value_or(PixelRegion{0, 0, settings.frame.width, settings.frame.height});
   const double needed = kBytesPerPixel * region.width * region.height;
-  const double present =
-      static_cast<double>(sysconf(_SC_PHYS_PAGES)) * static_cast<double>(sysconf(_SC_PAGESIZE));
-  if (needed <= present) return;
+  const double present = memoryBytes();
+  if (needed <= present || present == 0) return;
   char text[96];
   std::snprintf(text, sizeof text, "the picture needs %.1f GiB of memory, the machine has %.1f",
                 needed / 0x1p30, present / 0x1p30);

@@ -1,6 +1,4 @@
 // The live window.
-#include <unistd.h>
-
 #include <algorithm>
 #include <atomic>
 #include <cstdio>
@@ -13,6 +11,7 @@
 #include "cli/input_options.h"
 #include "cli/picture_file.h"
 #include "cli/project.h"
+#include "cli/system.h"
 #include "debugger/trace.h"
 #ifdef SHADERMACHINE_HAVE_WINDOW
 #include "view/window.h"
@@ -53,7 +52,7 @@ class TerminalDebugger {
  public:
   void start(const std::string& command) {
     if (isRunning_.exchange(true)) return say("the debugger runs already");
-    const bool hasTerminal = isatty(STDIN_FILENO) != 0;
+    const bool hasTerminal = isTerminal(stdin);
     if (!hasTerminal) {
       isRunning_ = false;
       return say("the debugger needs a terminal: enter the command above in one");

@@ -1,20 +1,13 @@
 #include "cli/files.h"
 
-#include <fcntl.h>
-#include <poll.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <array>
 #include <cerrno>
-#include <csignal>
-#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <iostream>
 #include <memory>
-#include <new>
 #include <utility>
+
+#include "cli/system.h"
 
 namespace shadermachine::tools {
 namespace {
@@ -22,32 +15,6 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr size_t kMaxFileBytes = 1 << 30;
-constexpr std::array kEndingSignals = {SIGHUP, SIGINT, SIGTERM};
-
-// The file that a signal must take along; only one is written at a time. Set while the signals are
-// blocked.
-char unfinished[4096];
-
-extern "C" void removeUnfinished(int signal) {
-  unlink(unfinished);
-  std::signal(signal, SIG_DFL);
-  raise(signal);
-}
-
-// Changes the name that the handler sees, with the handler kept away. An ignored signal stays so.
-void setUnfinished(const std::string& path) {
-  sigset_t signals;
-  sigset_t before;
-  sigemptyset(&signals);
-  for (const int signal : kEndingSignals) sigaddset(&signals, signal);
-  pthread_sigmask(SIG_BLOCK, &signals, &before);
-  unfinished[path.copy(unfinished, sizeof unfinished - 1)] = '\0';
-  for (const int signal : kEndingSignals) {
-    const auto old = std::signal(signal, path.empty() ? SIG_DFL : removeUnfinished);
-    if (old == SIG_IGN) std::signal(signal, SIG_IGN);
-  }
-  pthread_sigmask(SIG_SETMASK, &before, nullptr);
-}
 
 // Where the file is that a chain of symbolic links names, there or not.
 std::string behindLinks(const std::string& path) {
@@ -62,21 +29,6 @@ std::string behindLinks(const std::string& path) {
   return target.string();
 }
 
-// The mode of a new file, as open() would choose it.
-mode_t newFileMode() {
-  const mode_t mask = umask(0);
-  umask(mask);
-  return 0666 & ~mask;
-}
-
-// Only root can keep a foreign owner; for others the file becomes theirs. The owner comes first,
-// since changing it may take permissions away.
-void keepOwnerAndMode(int descriptor, const struct stat* old) {
-  const bool isKept = old != nullptr && fchown(descriptor, old->st_uid, old->st_gid) == 0;
-  const mode_t special = isKept ? 07000 : 0;
-  fchmod(descriptor, old != nullptr ? old->st_mode & (0777 | special) : newFileMode());
-}
-
 }  // namespace
 
 OutputFile::OutputFile(const std::string& path) : path_(path), target_(path) {
@@ -84,20 +36,20 @@ OutputFile::OutputFile(const std::string& path) : path_(path), target_(path) {
     stream_ = stdout;
     return;
   }
-  struct stat status = {};
-  const bool exists = stat(path.c_str(), &status) == 0;
   // Opened by who writes first: a pipe may wait for its reader.
-  if (exists && !S_ISREG(status.st_mode)) return;
+  if (isSpecialFile(path)) return;
   target_ = behindLinks(path);
+  std::error_code error;
+  const bool exists = fs::exists(target_, error);
   // A file that may not be written is not to be replaced either.
-  if (exists && access(target_.c_str(), W_OK) != 0) fail();
-  openBeside(exists ? &status : nullptr);
+  if (exists && !mayWrite(target_)) fail();
+  openBeside(exists);
 }
 
 OutputFile::~OutputFile() {
   if (stream_ != nullptr && stream_ != stdout) std::fclose(stream_);
   if (temporary_.empty()) return;
-  unlink(temporary_.c_str());
+  std::remove(temporary_.c_str());
   setUnfinished("");
 }
 
@@ -107,19 +59,11 @@ std::FILE* OutputFile::stream() {
   return stream_;
 }
 
-void OutputFile::openBeside(const struct stat* old) {
-  const fs::path folder = fs::path(target_).parent_path();
-  std::string name = (folder / ".shadermachine-XXXXXX").string();
-  const int descriptor = mkostemp(name.data(), O_CLOEXEC);
-  if (descriptor < 0) {
-    if (errno == EACCES && old != nullptr) return;
-    fail();
-  }
-  temporary_ = name;
-  setUnfinished(temporary_);
-  keepOwnerAndMode(descriptor, old);
-  stream_ = fdopen(descriptor, "wb");
-  if (stream_ == nullptr) throw std::bad_alloc();
+void OutputFile::openBeside(bool exists) {
+  stream_ = createBeside(target_, temporary_);
+  if (stream_ != nullptr) return;
+  temporary_.clear();
+  if (errno != EACCES || !exists) fail();
 }
 
 void OutputFile::commit() {
@@ -130,7 +74,10 @@ void OutputFile::commit() {
   const bool hadError = std::ferror(stream) != 0;
   if (std::fclose(stream) != 0 || hadError) fail();
   if (temporary_.empty()) return;
-  if (std::rename(temporary_.c_str(), target_.c_str()) != 0) fail();
+  std::error_code error;
+  fs::rename(temporary_, target_, error);  // takes the place of what is there on all systems
+  errno = error.default_error_condition().value();
+  if (error) fail();
   temporary_.clear();
   setUnfinished("");
 }
@@ -168,11 +115,10 @@ bool finishStandardOutput() {
   errno = 0;
   const bool isFlushed = std::fflush(stdout) == 0;
   if (isFlushed && std::ferror(stdout) == 0) return true;
-  pollfd output = {.fd = STDOUT_FILENO, .events = POLLOUT, .revents = 0};
-  const bool readerIsGone = poll(&output, 1, 0) == 1 && (output.revents & POLLERR) != 0;
-  if (!readerIsGone) {
+  const int reason = errno;
+  if (!readerIsGone()) {
     std::fprintf(stderr, "standard output: %s\n",
-                 errno != 0 ? std::strerror(errno) : "cannot be written");
+                 reason != 0 ? std::strerror(reason) : "cannot be written");
   }
   return false;
 }

@@ -1,8 +1,6 @@
 // Files that the program reads and writes, and its standard output.
 #pragma once
 
-#include <sys/stat.h>
-
 #include <cstdio>
 #include <stdexcept>
 #include <string>
@@ -36,7 +34,7 @@ class OutputFile {
   void commit();
 
  private:
-  void openBeside(const struct stat* old);
+  void openBeside(bool exists);
   [[noreturn]] void fail() const;
 
   std::string path_;       // as the user named it

@@ -10,6 +10,7 @@
 #include "cli/commands.h"
 #include "cli/files.h"
 #include "cli/picture_file.h"
+#include "cli/system.h"
 
 using namespace shadermachine::tools;
 
@@ -37,12 +38,7 @@ std::string versionText() {
 #else
   text += "without the live window\n";
 #endif
-#ifdef SHADERMACHINE_HAVE_JPEG
-  text += "reads PNG and JPEG, ";
-#else
-  text += "reads PNG, ";
-#endif
-  return text + "writes " + pictureFormatNames();
+  return text + "reads " + readableFormatNames() + ", writes " + pictureFormatNames();
 }
 
 void addCommands(CLI::App& program, Outcome& outcome) {
@@ -122,6 +118,7 @@ int parseAndRun(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  useBinaryStreams();
   try {
     const int code = parseAndRun(argc, argv);
     return finishStandardOutput() ? code : kBadInput;

@@ -1,7 +1,5 @@
 #include "cli/picture_file.h"
 
-#include <png.h>
-
 #include <cmath>
 #include <stdexcept>
 
@@ -10,46 +8,6 @@ namespace {
 
 // Decoded texels, 4 bytes each; larger files are refused before they are read.
 constexpr uint64_t kMaxTexels = uint64_t{1} << 28;
-
-[[noreturn]] void fail(png_image& png, const std::string& path) {
-  const std::string reason = png.message;
-  png_image_free(&png);
-  throw std::runtime_error(path + ": " + reason);
-}
-
-bool isOpaque(const ByteImage& image) {
-  for (size_t i = 3; i < image.rgba.size(); i += 4) {
-    if (image.rgba[i] != 255) return false;
-  }
-  return true;
-}
-
-template <class T>
-std::vector<T> withoutAlpha(const Image<T>& image) {
-  std::vector<T> rgb;
-  rgb.reserve(image.rgba.size() / 4 * 3);
-  for (size_t i = 0; i < image.rgba.size(); ++i) {
-    if (i % 4 != 3) rgb.push_back(image.rgba[i]);
-  }
-  return rgb;
-}
-
-ByteImage decodePng(const std::string& bytes, const std::string& path) {
-  png_image png = {};
-  png.version = PNG_IMAGE_VERSION;
-  if (png_image_begin_read_from_memory(&png, bytes.data(), bytes.size()) == 0) fail(png, path);
-  try {
-    // 8 texels of one bit in a byte, and 1032 of those in one of the compressed file.
-    requireSize(png.width, png.height, {path, bytes.size(), 8 * 1032});
-  } catch (...) {
-    png_image_free(&png);
-    throw;
-  }
-  png.format = PNG_FORMAT_RGBA;
-  ByteImage image(png.width, png.height);
-  if (png_image_finish_read(&png, nullptr, image.rgba.data(), 0, nullptr) == 0) fail(png, path);
-  return image;
-}
 
 void writePpm(std::FILE* file, const ByteImage& image) {
   const std::vector<uint8_t> rgb = withoutAlpha(image);
@@ -84,7 +42,10 @@ constexpr FormatName kFormats[] = {
 #ifdef SHADERMACHINE_HAVE_EXR
     {"exr", PictureFormat::Exr},
 #endif
-    {"pfm", PictureFormat::Pfm}, {"png", PictureFormat::Png},
+    {"pfm", PictureFormat::Pfm},
+#ifdef SHADERMACHINE_HAVE_PNG
+    {"png", PictureFormat::Png},
+#endif
     {"ppm", PictureFormat::Ppm}, {"raw", PictureFormat::Raw},
 };
 
@@ -113,34 +74,31 @@ std::string pictureFormatNames() {
   return names;
 }
 
+std::string readableFormatNames() {
+  std::string names;
+#ifdef SHADERMACHINE_HAVE_PNG
+  names = "PNG";
+#endif
+#ifdef SHADERMACHINE_HAVE_JPEG
+  names += names.empty() ? "JPEG" : " and JPEG";
+#endif
+  return names.empty() ? "no pictures" : names;
+}
+
 ByteImage readPicture(const std::string& path) { return decodePicture(readText(path), path); }
 
-ByteImage decodePicture(const std::string& bytes, const std::string& path) {
+ByteImage decodePicture([[maybe_unused]] const std::string& bytes, const std::string& path) {
+#ifdef SHADERMACHINE_HAVE_PNG
   if (bytes.starts_with("\x89PNG")) return decodePng(bytes, path);
+#endif
 #ifdef SHADERMACHINE_HAVE_JPEG
   if (bytes.starts_with("\xff\xd8")) return decodeJpeg(bytes, path);
-  throw std::runtime_error(path + ": neither PNG nor JPEG");
-#else
-  throw std::runtime_error(path + ": not PNG");
 #endif
+  throw std::runtime_error(path + ": this build reads " + readableFormatNames());
 }
 
-void writePng(OutputFile& file, const std::string& path, const ByteImage& image) {
-  png_image png = {};
-  png.version = PNG_IMAGE_VERSION;
-  png.width = image.width;
-  png.height = image.height;
-  const bool opaque = isOpaque(image);
-  png.format = opaque ? PNG_FORMAT_RGB : PNG_FORMAT_RGBA;
-  const std::vector<uint8_t> bytes = opaque ? withoutAlpha(image) : image.rgba;
-  const bool isWritten =
-      png_image_write_to_stdio(&png, file.stream(), 0, bytes.data(), 0, nullptr) != 0;
-  // The file's own errors are seen when it is closed.
-  if (!isWritten && std::ferror(file.stream()) == 0) fail(png, path);
-}
-
-void writePicture(OutputFile& file, const std::string& path, const FloatImage& image,
-                  PictureFormat format, float gamma) {
+void writePicture(OutputFile& file, [[maybe_unused]] const std::string& path,
+                  const FloatImage& image, PictureFormat format, float gamma) {
   std::FILE* const stream = file.stream();
   if (format == PictureFormat::Pfm) {
     writePfm(stream, image);
@@ -154,7 +112,9 @@ void writePicture(OutputFile& file, const std::string& path, const FloatImage& i
   }
 #endif
   const ByteImage bytes = quantize(gamma != 1 ? withGamma(image, gamma) : image);
+#ifdef SHADERMACHINE_HAVE_PNG
   if (format == PictureFormat::Png) writePng(file, path, bytes);
+#endif
   if (format == PictureFormat::Ppm) writePpm(stream, bytes);
   if (format == PictureFormat::Raw) std::fwrite(bytes.rgba.data(), 1, bytes.rgba.size(), stream);
 }

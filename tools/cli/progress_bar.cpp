@@ -1,12 +1,11 @@
 #include "cli/progress_bar.h"
 
-#include <sys/ioctl.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
+
+#include "cli/system.h"
 
 namespace shadermachine::tools {
 namespace {
@@ -16,16 +15,15 @@ constexpr size_t kLeastBarWidth = 10;
 constexpr auto kRedraw = std::chrono::milliseconds(100);
 
 // A line that reaches the last column would wrap on some terminals.
-size_t terminalColumns() {
-  winsize size = {};
-  const bool isKnown = ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 1;
-  return isKnown ? size.ws_col - 1u : 79;
+size_t usableColumns() {
+  const size_t columns = terminalColumns();
+  return columns > 1 ? columns - 1 : 79;
 }
 
 }  // namespace
 
 ProgressBar::ProgressBar(std::string title)
-    : title_(std::move(title)), isTerminal_(isatty(STDERR_FILENO) == 1) {}
+    : title_(std::move(title)), isTerminal_(isTerminal(stderr)) {}
 
 ProgressBar::~ProgressBar() {
   if (lastDrawn_ != Clock::time_point()) std::fputs("\r\x1b[K", stderr);
@@ -38,7 +36,7 @@ void ProgressBar::update(uint32_t done, uint32_t total, uint32_t rowWidth) {
   lastDrawn_ = now;
   const std::chrono::duration<double> elapsed = now - start_;
   const std::string line =
-      progressLine(title_, done, total, rowWidth, elapsed.count(), terminalColumns());
+      progressLine(title_, done, total, rowWidth, elapsed.count(), usableColumns());
   std::fprintf(stderr, "\r%s\x1b[K", line.c_str());
   std::fflush(stderr);
 }
