@@ -6,6 +6,7 @@
 #   aarch64    Debian's cross compiler, tests under qemu
 #   riscv64    the same
 #   windows    mingw-w64, tests under wine
+#   program    the program for Windows, which draws the gallery's shaders in assembly under wine
 #   no-engine  plain handlers only
 #   hardened   the flags of Debian's packages, and -fno-plt
 #
@@ -16,7 +17,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/setup.sh
 
-lines=(aarch64 riscv64 windows no-engine hardened)
+lines=(aarch64 riscv64 windows program no-engine hardened)
 [ $# -eq 0 ] || lines=("$@")
 root=$PWD/build/matrix
 mkdir -p "$root"
@@ -72,15 +73,44 @@ riscv64() {
   foreign riscv64 riscv64-linux-gnu &&
     draw riscv64 qemu-riscv64-static -L /usr/riscv64-linux-gnu "$root/riscv64/tests/gallery_tests"
 }
-windows() {
-  local target=x86_64-w64-mingw32
-  require g++-mingw-w64-x86-64-posix:$target-g++-posix wine64:/usr/lib/wine/wine64
+mingw=x86_64-w64-mingw32
+require_mingw() {
+  require g++-mingw-w64-x86-64-posix:$mingw-g++-posix wine64:/usr/lib/wine/wine64
   local runtime
-  runtime=$(dirname "$($target-g++-posix -print-file-name=libstdc++-6.dll)")
-  export WINEPREFIX=$root/wine WINEDEBUG=-all WINEPATH="$runtime;/usr/$target/lib"
+  runtime=$(dirname "$($mingw-g++-posix -print-file-name=libstdc++-6.dll)")
+  export WINEPREFIX=$root/wine WINEDEBUG=-all WINEPATH="$runtime;/usr/$mingw/lib"
   /usr/lib/wine/wine64 wineboot -i
-  foreign windows $target &&
+}
+windows() {
+  require_mingw
+  foreign windows $mingw &&
     draw windows /usr/lib/wine/wine64 "$root/windows/tests/gallery_tests.exe"
+}
+# Packages that are headers alone serve every target.
+program() {
+  require_mingw
+  local prefix=$root/program-prefix folder=$root/program shader options same=0 all=0
+  mkdir -p "$prefix"
+  (cd /usr && cp -r --parents include/CLI include/nlohmann share/cmake/{CLI11,nlohmann_json} "$prefix")
+  cmake -S . -B "$folder" "${common[@]}" -DSHADERMACHINE_BUILD_TOOLS=ON -DCMAKE_UNITY_BUILD=ON \
+    -DSHADERMACHINE_BUILD_TESTS=OFF -DCMAKE_PREFIX_PATH="$prefix" \
+    -DCMAKE_TOOLCHAIN_FILE="$PWD/cmake/toolchains/$mingw.cmake" &&
+    cmake --build "$folder" --parallel "$(nproc)" --target shadermachine-program || return 1
+  build release --target shadermachine-program
+  for shader in examples/gallery/*.sasm; do
+    read -ra options < <(sed -n 's/.*render: //p;' "$shader" | head -n 1; echo)
+    options+=(--size 160x90)
+    build/release/tools/shadermachine render "$shader" -o "$folder/here.raw" "${options[@]}" || return 1
+    all=$((all + 1))
+    # It reads no pictures, which one of the shaders wants.
+    if /usr/lib/wine/wine64 "$folder/tools/shadermachine.exe" render "$shader" \
+      -o build/matrix/program/there.raw "${options[@]}" &&
+      cmp "$folder/here.raw" "$folder/there.raw"; then
+      same=$((same + 1))
+    fi
+  done
+  echo "$same of $all pictures of the program have the bytes that they have here"
+  [ "$same" -gt 0 ]
 }
 no-engine() { try "$root/no-engine" -DSHADERMACHINE_ENGINE=OFF; }
 hardened() {

@@ -38,6 +38,19 @@ const std::regex& channelPattern() {
   return pattern;
 }
 
+LoadedShader compileAssembly(const std::string& text, const std::string& path) {
+  AssemblyResult result = assemble(text, path);
+  if (result.shader) {
+    readSourceTexts(result.shader->sources());
+    return {std::move(*result.shader)};
+  }
+  std::string messages;
+  for (const AssemblyError& error : result.errors) messages += formatError(error, text, path);
+  while (messages.ends_with('\n')) messages.pop_back();
+  throw InputError(messages);
+}
+
+#ifdef SHADERMACHINE_HAVE_GLSL
 // Lines stay where they are.
 std::string withChannelsDeclared(const std::string& text) {
   std::string result;
@@ -53,19 +66,6 @@ std::string withChannelsDeclared(const std::string& text) {
   return result.append(from, text.end());
 }
 
-LoadedShader compileAssembly(const std::string& text, const std::string& path) {
-  AssemblyResult result = assemble(text, path);
-  if (result.shader) {
-    readSourceTexts(result.shader->sources());
-    return {std::move(*result.shader)};
-  }
-  std::string messages;
-  for (const AssemblyError& error : result.errors) messages += formatError(error, text, path);
-  while (messages.ends_with('\n')) messages.pop_back();
-  throw InputError(messages);
-}
-
-#ifdef SHADERMACHINE_HAVE_GLSL
 // Beside the file that asks, then in the folders in their order.
 std::optional<GlslInclude> findInclude(const std::string& name, const std::string& includer,
                                        const std::vector<std::string>& folders) {
