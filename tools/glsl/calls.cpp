@@ -69,6 +69,7 @@ std::vector<std::optional<Target>> FunctionGenerator::outputTargets(
 void FunctionGenerator::callFunction(const FunctionInfo& info, std::span<const Operand> arguments) {
   // Where results go is settled before the call, which may change what the indices are made of.
   const std::vector<std::optional<Target>> targets = outputTargets(info, arguments);
+  // Below the arguments, where the call leaves its result.
   if (returnsValue(info)) code_.emit(VM_OP_PUSH_EMPTY);
   for (size_t i = 0; i < arguments.size(); ++i) passArgument(info, i, arguments[i]);
   code_.call(module_.functionId(info));

@@ -130,6 +130,7 @@ void FunctionGenerator::switchStatement(const TIntermSwitch& node) {
   const TIntermTyped& condition = *node.getCondition()->getAsTyped();
   const Place chosen = newLocal("chosen", valueType(condition));
   value(condition);
+  // In a variable of its own: cases compare with it again, and its expression may have effects.
   store(chosen);
   const Label end = code_.newLabel();
   Label fallback = end;

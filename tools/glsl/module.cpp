@@ -27,6 +27,7 @@ std::optional<BuiltShader> Module::build() {
     start(false);
     analyse();
     generateFunctions();
+    // Which there are, only the code tells, and the entry comes first in it: so all is made twice.
     if (!constants_.empty()) {
       // Now that there are hidden constants, the entry has to fill them.
       start(true);

@@ -8,6 +8,7 @@ void Handles::add(const char* recordedName) {
   std::string handle = recordedName ? recordedName : "";
   if (!assembly::isName(handle) || taken_.contains(handle)) {
     handle = prefix_ + std::to_string(handles_.size());
+    // A recorded name may look like prefix and number of another entry.
     while (taken_.contains(handle)) handle += '_';
   }
   taken_.insert(handle);

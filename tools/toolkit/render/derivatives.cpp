@@ -44,6 +44,7 @@ bool DerivativeRecord::isSettled() const {
   for (unsigned i = 0; i < kFragments; ++i) {
     const Run& now = (*noted_)[i];
     const Run& before = (*answering_)[i];
+    // Another number of calls means that a neighbour took another way, with other values.
     if (now.count != before.count) return false;
     for (size_t k = 0; k < now.count; ++k) {
       if (!isSame(now.calls[k], before.calls[k])) return false;
@@ -62,6 +63,7 @@ DerivativeRecord::Differences DerivativeRecord::answer(const ShaderMachine& mach
   if (noted_ == nullptr || answering_ == nullptr) return result;
   isUsed_ = true;
   Run& run = (*noted_)[fragment_];
+  // Beyond that a derivative is zero: what is noted has a bound, whatever the shader does.
   if (run.count == kMaxCalls) return result;
   const CallFrame& frame = machine.frames[machine.frameIndex];
   Call call = {frame.function, frame.pc, 0, componentsOf(frame), value};

@@ -41,6 +41,7 @@ class Mean {
  public:
   void add(const Colour& colour) {
     ++count_;
+    // Kept as it is: a single fragment is shown to the bit, which a sum divided again would not be.
     if (count_ == 1) first_ = colour;
     for (size_t i = 0; i < 3; ++i) {
       plain_[i] += colour[i];
@@ -158,6 +159,7 @@ class Job {
     const uint32_t step = share.tile == nullptr ? 1 : kTileBlocks;
     while (!isStopped()) {
       const uint32_t pair = nextPair_.fetch_add(step, std::memory_order_relaxed);
+      // Each thread asks once too often; the number has room for that.
       if (pair >= end - first) break;
       // Pairs are given out from the top; their numbers count from the bottom.
       renderPairs(share, end - std::min(pair + step, end - first), end - pair);
@@ -242,6 +244,7 @@ class Job {
       failure.x = x;
       failure.y = y;
       takeFailure(share.failure, failure);
+      // One endless fragment is rarely alone: all of them would take the limit again and again.
       if (result.error == VM_ERR_TIMEOUT) cancelled_.store(true, std::memory_order_relaxed);
     }
     return isDelivered(result) ? result.colour : settings_.background;
