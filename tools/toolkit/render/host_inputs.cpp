@@ -167,6 +167,7 @@ HostInputs::HostInputs(const ShaderView& view) : view_(view) {
     }
     if (info.name == nullptr) continue;
     const std::string_view name = info.name;
+    numbers_.emplace(name, i);
     if (name == "fragCoord") variable.source = Source::FragmentPosition;
     if (std::ranges::count(kUnitPositionNames, name) > 0) variable.source = Source::UnitPosition;
     if (isFrameName(name) || isChannelName(name)) variable.source = Source::Frame;
@@ -198,6 +199,7 @@ void HostInputs::addLeaves(const VarInfo& info, std::vector<Leaf>& leaves) const
     if (variable.type < 0) {
       addComponents(variable.type, offset, leaves);
     } else if (const StructInfo* structure = structureOf(variable.type)) {
+      // The last first: what lies on top of the stack comes next.
       for (uint32_t m = structure->memberCount; m-- > 0;) {
         pending.push_back(all(structure->members[m], offset + structure->members[m].memberOffset));
       }
@@ -218,12 +220,8 @@ void HostInputs::addComponents(TypeCode type, uint32_t offset, std::vector<Leaf>
 }
 
 HostInputs::Variable* HostInputs::find(std::string_view name) {
-  for (Variable& variable : variables_) {
-    if (variable.info != nullptr && variable.info->name != nullptr && name == variable.info->name) {
-      return &variable;
-    }
-  }
-  return nullptr;
+  const auto found = numbers_.find(name);
+  return found == numbers_.end() ? nullptr : &variables_[found->second];
 }
 
 size_t HostInputs::leafCount(const VarInfo& info) const {
@@ -252,6 +250,7 @@ std::string HostInputs::descend(Part& part, VarInfo& info, std::string_view& ste
   const std::string_view step = steps.substr(0, steps.find_first_of("[.", 1));
   steps.remove_prefix(step.size());
   if (step[0] == '[') {
+    // From digits alone: signs and spaces are no part of a place.
     uint32_t index = 0;
     const std::string_view digits = step.ends_with(']') ? step.substr(1, step.size() - 2) : "";
     const char* const end = digits.data() + digits.size();
@@ -326,6 +325,7 @@ std::string HostInputs::setTexture(std::string_view place, Texture texture) {
   if (part.count == 0 || !isSampler(variable.leaves[part.first].type)) {
     return quoted(place) + " is not a sampler";
   }
+  // Once for the texture, not in look-ups, which many threads make at a time.
   texture.smaller = smallerLevels(texture.image);
   uint8_t* const sampler = &variable.bytes[variable.leaves[part.first].offset];
   // A sampler keeps its number, under which another texture takes the place of the first.

@@ -7,6 +7,7 @@
 #include <array>
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <memory>
 #include <span>
 #include <string>
@@ -132,6 +133,7 @@ class HostInputs {
   static void assign(Variable& variable, size_t first, std::span<const double> components);
 
   ShaderView view_;
+  std::map<std::string_view, size_t> numbers_;  // by name; the first of a name
   std::vector<Variable> variables_;  // by global index; info is null unless a host variable
   std::vector<Texture> textures_;
   float width_ = 1;
