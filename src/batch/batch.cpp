@@ -63,6 +63,7 @@ void runInvocations(ShaderBatch& batch, const CompiledShader& shader,
     isOver = isOver || shadermachine::tickTimeLimit(machine.timeLimit);
     batch.invocation = i;
     single.userData = startup.userData[i];
+    // Those that there is no time for do not begin, so that no callback of theirs is called.
     errors[i] =
         isOver ? VmError{VM_ERR_TIMEOUT} : shadermachine::runShaderAnew(machine, shader, single);
     isOver = isOver || errors[i] == VM_ERR_TIMEOUT;
@@ -105,6 +106,7 @@ VmError vmShaderBatchExecuteShader(ShaderBatch* batch, const CompiledShader* sha
                                    const BatchStartupInfo* startup, VmError* errors) {
   const VmError refused = checkArguments(batch, shader, startup, errors);
   if (refused != VM_OK) return refused;
+  // Before the first callback can run: one that calls with this batch is refused.
   batch->isRunning = 1;
   batch->userData = startup->userData;
   ShaderBatch* const outer = shadermachine::batch::exchangeRunning(batch);

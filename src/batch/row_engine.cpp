@@ -82,6 +82,7 @@ RowProgram* makeProgram(ShaderBatch& batch, const CompiledShader& shader) {
   if (memory == nullptr) return nullptr;
   auto* program = std::construct_at(static_cast<RowProgram*>(memory), RowProgram::kMaxBytes);
   form::Arena working(kMaxWorkingBytes);
+  // The decoder and the builder ask a machine, as for a translation, what its host answers.
   batch.machine->shader = &shader;
   form::Decoder decoder(working, *batch.machine);
   const bool isSettled = fillProgram(batch, decoder, working, *program);
@@ -104,6 +105,7 @@ RowProgram* chooseProgram(ShaderBatch& batch, const CompiledShader& shader, uint
   const uint32_t slots = uint32_t{shader.globalCount} + entry.localCount;
   if (slots > static_cast<uint32_t>(batch.machine->stackCapacity)) return nullptr;
   RowProgram* program = findProgram(batch, shader);
+  // By address: a record rebuilt at the same one costs a program too many, nothing else.
   const bool isWorth = count >= kWorthAtOnce || batch.met == &shader;
   batch.met = &shader;
   if (program == nullptr && isWorth) program = makeProgram(batch, shader);
@@ -143,6 +145,7 @@ void runGroups(ShaderBatch& batch, const RowProgram& program, uint32_t count, Vm
     batch.groupCount = std::min(kRowWords, count - first);
     state.errors = errors + first;
     if (chargeTimeLimit(*state.timeLimit, batch.groupCount * kTicksPerInvocation)) return;
+    // A group finds the rows as the one before has left them.
     batch.rowFunctions->clear(program.cleared, program.clearedCount);
     batch.rowFunctions->start(state, ~uint64_t{0} >> (kRowWords - batch.groupCount));
     for (const RowRecord* record = program.first; record != nullptr;) {

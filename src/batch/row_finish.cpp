@@ -33,7 +33,7 @@ bool RowSelector::finish() {
 bool RowSelector::finishRows() {
   form::Arena& arena = program_.arena;
   for (uint32_t i = 0; i < constants_.size(); ++i) {
-    std::fill_n(rowAt(constantRows_[i]), kRowWords, constants_[i]);
+    if (constantRows_[i] != kNone) std::fill_n(rowAt(constantRows_[i]), kRowWords, constants_[i]);
   }
   // Every group begins with globals that are zero, and only those that something stores into can be
   // anything else. Locals have stores or records that clear them.

@@ -77,6 +77,8 @@ inline void setActive(RowState& state, uint64_t invocations) {
   const auto last = static_cast<uint32_t>(63 - std::countl_zero(invocations));
   state.begin = first & ~(kRowLanes - 1);
   state.end = (last & ~(kRowLanes - 1)) + kRowLanes;
+  // Nobody reads the mask while all that have not ended run: what invocations that have ended would
+  // keep is nothing to anybody.
   if (state.isWhole == 0) fillMask(state);
 }
 
@@ -105,6 +107,7 @@ inline void wait(RowState& state, uint32_t join, uint64_t invocations) {
   const uint32_t join = state.lowest;
   running |= state.waiting[join];
   state.waiting[join] = 0;
+  // The next that anybody waits at lies further on: of the bits below this one none is set.
   uint32_t word = join / 64;
   state.joinBits[word] &= ~(uint64_t{1} << join % 64);
   const uint32_t words = (state.joinCount + 63) / 64;
@@ -112,6 +115,7 @@ inline void wait(RowState& state, uint32_t join, uint64_t invocations) {
   state.lowest = word == words
                      ? kNoJoin
                      : word * 64 + static_cast<uint32_t>(std::countr_zero(state.joinBits[word]));
+  // Before setActive(), which fills the mask where it is needed from now on.
   state.isWhole = state.lowest == kNoJoin ? 1 : 0;
   setActive(state, running);
 }
@@ -154,6 +158,7 @@ inline const RowRecord* giveUp(RowState& state) {
 inline const RowRecord* jumpBack(const RowRecord* record, RowState& state) {
   if (tickTimeLimit(*state.timeLimit)) [[unlikely]]
     return giveUp(state);
+  // Over the join there: nobody waits at one further back.
   return record->target + 1;
 }
 
@@ -243,6 +248,7 @@ inline const RowRecord* endOutside(const RowRecord* record, RowState& state, uin
   if (outside == 0) [[likely]]
     return record + 1;
   endInvocations(state, outside, VM_ERR_INDEX_OUT_OF_BOUNDS);
+  // Those who have ended wait nowhere, so that the group may stay whole without them.
   if (outside == state.active) return resume(state);
   setActive(state, state.active & ~outside);
   return record + 1;
@@ -327,6 +333,7 @@ struct PartRows {
     for (uint32_t k = 0; k < path.count; ++k) {
       const RowWords index = loadRow(indices[k], at);
       const RowWords inside = index < path.steps[k].bound ? index : RowWords{};
+      // Gathers read for every lane: index 0 is inside whatever the part is.
       words += inside * (path.steps[k].stride * kRowWords);
     }
     return words;
@@ -345,6 +352,7 @@ const RowRecord* readPart(const RowRecord* record, RowState& state) {
   const uint32_t* const base = record->in[0][0];
   const RowStore<masked> store(state);
   RowRange(state).forEach([&](uint32_t at) {
+    // All words before any is stored: the result may be rows of the part.
     RowWords words[VM_COMPONENT_COUNT];
     if (part.isSame()) {
       const uint32_t* const rows = base + part.sameWord();
@@ -374,6 +382,8 @@ inline const RowRecord* storePart(const RowRecord* record, RowState& state) {
     });
     return record + 1;
   }
+  // One after another: baseline and AVX2 cannot scatter. Each has its own column, so that nobody
+  // reads what another has stored.
   for (uint64_t left = state.active & ~part.outside; left != 0; left &= left - 1) {
     const auto i = static_cast<uint32_t>(std::countr_zero(left));
     uint32_t* const rows = base + part.wordOf(i);

@@ -83,6 +83,7 @@ uint64_t userDataOf(RowState& state, uint32_t i) {
 void answerOneByOne(RowState& state, const HostRequest& request, const VarInfo& info) {
   const VmHostVariableCallback callback = batchOf(state).callbacks.hostVariable;
   if (callback == nullptr) return;
+  // The host finds there what was in the variable before, as in a machine's slot.
   forEachInvocation(state, [&](uint32_t i) {
     Column column = takeColumn(request.answer, i, request.words);
     const HostVariableRequest single = {
@@ -274,6 +275,7 @@ const RowRecord* askForLookup(const RowRecord* record, RowState& state) {
   const VmBatchLookupCallback wide = batch.batchCallbacks.lookup[request.number];
   BatchAnswer answer = VM_BATCH_ONE_BY_ONE;
   if (wide != nullptr) {
+    // Two rows make one entry each; of those who do not take part too, whose words mean nothing.
     uint64_t samplers[kRowWords];
     for (uint32_t i = 0; i < kRowWords; ++i) samplers[i] = samplerOf(request, i);
     const BatchLookupRequest group = {groupOf(state, request.answer, VM_COMPONENT_COUNT),

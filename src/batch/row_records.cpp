@@ -123,12 +123,34 @@ void RowSelector::selectBlock(uint32_t block) {
     blockJoins_[block] = drafts_.size();
     appendJoin();
   }
-  for (uint32_t i = form_.blocks[block].begin; i < form_.blocks[block].end; ++i) {
+  wantedUntil_ = 0;
+  for (uint32_t i = form_.blocks[block].begin; i < form_.blocks[block].end && !isTooMuch(); ++i) {
     now_ = i;
+    const uint32_t before = operandCount();
     selectOperation(i);
     expire(i);
+    if (info_[i].lastUse != kNone) wantedUntil_ = std::max(wantedUntil_, info_[i].lastUse);
+    if (operandCount() - looked_ >= kOperandsPerLook) appendLook();
+    isOverTime_ = isOverTime_ || watch_.isOverAfter(1 + operandCount() - before);
   }
   flushCopies();
+}
+
+// Those of copies that are not a record yet included.
+uint32_t RowSelector::operandCount() const {
+  return operands_.size() + copiesTo_.size() + copiesFrom_.size();
+}
+
+bool RowSelector::isTooMuch() const {
+  return isOverTime_ || rowCount_ > kMaxRows || drafts_.size() > kMaxRecords ||
+         operandCount() > kMaxOperands;
+}
+
+// The form looks at the clock by its operations, of which one may be thousands of rows.
+void RowSelector::appendLook() {
+  flushCopies();
+  append(draft(functions_.clock));
+  looked_ = operands_.size();
 }
 
 void RowSelector::selectOperation(uint32_t i) {
@@ -245,9 +267,7 @@ uint32_t RowSelector::loopBehind(uint32_t block) const {
 bool RowSelector::selectLoopBranch(uint32_t i) {
   const uint32_t target = loopBehind(form_.order[form_.operations[i].block]);
   if (target == kNone || target > block_) return false;
-  for (uint32_t v = form_.blocks[block_].begin; v < i; ++v) {
-    if (info_[v].lastUse != kNone && info_[v].lastUse > i) return false;
-  }
+  if (wantedUntil_ > i) return false;
   Draft branch = draft(functions_.loopBranch);
   branch.in[0] = listOperand(form_.operations[i].in[0], 1);
   branch.target = target;

@@ -197,6 +197,8 @@ bool RowSelector::resolveBlock(const form::Block& block) {
     held_[s] = entries_[block_] == nullptr ? Reference{} : entries_[block_][s];
   }
   for (now_ = block.begin; now_ < block.end; ++now_) {
+    // Some operations look at all slots that may hold a reference.
+    if (watch_.isOverAfter(1 + trackedSlots_.size())) return false;
     info_[now_].references = references_.size();
     if (!isKnown(form_.operations[now_]) || !resolve(form_.operations[now_])) return false;
   }

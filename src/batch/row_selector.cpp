@@ -87,8 +87,9 @@ bool RowSelector::select() {
     lookBack(b);
     placeWords(b);
     selectBlock(b);
+    if (isTooMuch()) return true;
   }
-  return rowCount_ > kMaxRows || finish();
+  return finish();
 }
 
 bool RowSelector::prepare() {
@@ -97,7 +98,7 @@ bool RowSelector::prepare() {
   info_ = working_.allocate<Info>(count);
   placeWords_ = working_.allocate<PlaceWord>(words);
   blockJoins_ = working_.allocate<uint32_t>(form_.blocks.size());
-  if (working_.failed()) return false;
+  if (working_.failed() || !listConstants()) return false;
   for (size_t w = 0; w < words; ++w) placeWords_[w] = {kNone, kNone, kNone, 0, false, false};
   for (uint32_t b = 0; b < form_.blocks.size(); ++b) blockJoins_[b] = kNone;
   for (uint32_t i = 0; i < count; ++i) {
@@ -179,13 +180,26 @@ uint32_t RowSelector::rowOf(Operand value) {
   return row;
 }
 
+// All words that constantRow() can be asked for, sorted: a shader may have very many, and choose
+// them.
+bool RowSelector::listConstants() {
+  constants_.append(0);
+  for (uint32_t i = 0; i < form_.constants.size(); ++i) constants_.append(form_.constants[i]);
+  if (constants_.failed()) return false;
+  uint32_t* const first = constants_.data();
+  std::sort(first, first + constants_.size());
+  const auto count = static_cast<uint32_t>(std::unique(first, first + constants_.size()) - first);
+  while (constants_.size() > count) constants_.removeLast();
+  for (uint32_t i = 0; i < count; ++i) constantRows_.append(kNone);
+  return !constantRows_.failed();
+}
+
 uint32_t RowSelector::constantRow(uint32_t word) {
-  for (uint32_t i = 0; i < constants_.size(); ++i) {
-    if (constants_[i] == word) return constantRows_[i];
-  }
-  constants_.append(word);
-  constantRows_.append(rowCount_);
-  return rowCount_++;
+  const uint32_t* const first = constants_.data();
+  const uint32_t* const found = std::lower_bound(first, first + constants_.size(), word);
+  uint32_t& row = constantRows_[static_cast<uint32_t>(found - first)];
+  if (row == kNone) row = rowCount_++;
+  return row;
 }
 
 uint32_t RowSelector::runWordRow(uint32_t offset) {

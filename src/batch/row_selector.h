@@ -15,6 +15,7 @@
 #include "batch/row_program.h"
 #include "form/decode.h"
 #include "form/form.h"
+#include "form/passes.h"
 #include "instructions/access_path.h"
 #include "instructions/decoded_instruction.h"
 #include "machine/machine.h"
@@ -32,7 +33,8 @@ class RowSelector {
         shader_(*machine.shader),
         functions_(functions),
         program_(program),
-        working_(RowProgram::kMaxBytes) {}
+        working_(RowProgram::kMaxBytes),
+        watch_(machine.timeLimit) {}
   RowSelector(const RowSelector&) = delete;
   RowSelector& operator=(const RowSelector&) = delete;
 
@@ -54,7 +56,13 @@ class RowSelector {
   using Operand = form::Operand;
   using Place = form::Place;
   static constexpr uint32_t kNone = UINT32_MAX;
+  // A program that needs more of anything is left to the machine: one copy of an aggregate names
+  // thousands of rows.
   static constexpr uint32_t kMaxRows = 16384;
+  static constexpr uint32_t kMaxRecords = 1u << 19;
+  static constexpr uint32_t kMaxOperands = 1u << 21;
+  // Of records between two that look at the clock: some tens of microseconds.
+  static constexpr uint32_t kOperandsPerLook = 8192;
   static constexpr uint32_t kSlotBytes = form::kPlaceWords * sizeof(uint32_t);
 
   // About an operation.
@@ -153,6 +161,7 @@ class RowSelector {
   uint32_t knownRowOf(Operand value) const;
   uint32_t placeRow(Place place, uint32_t word);
   uint32_t slotRows(Place place);
+  bool listConstants();
   uint32_t constantRow(uint32_t word);
   uint32_t runWordRow(uint32_t offset);
 
@@ -228,6 +237,9 @@ class RowSelector {
 
   // row_records.cpp: the records
   void selectBlock(uint32_t block);
+  uint32_t operandCount() const;
+  bool isTooMuch() const;
+  void appendLook();
   void selectOperation(uint32_t i);
   void selectOperate(uint32_t i);
   bool isConstant(Operand value, uint32_t words) const;
@@ -286,8 +298,8 @@ class RowSelector {
   form::Array<uint32_t> rows_;  // of values' words; kNone: not decided
   form::Array<uint32_t> operands_;  // rows by record
   form::Array<uint32_t> spareRows_;
-  form::Array<uint32_t> constants_;     // words, and
-  form::Array<uint32_t> constantRows_;  // their rows
+  form::Array<uint32_t> constants_;     // words in order, and
+  form::Array<uint32_t> constantRows_;  // their rows; kNone: nobody has named it
   form::Array<uint32_t> runWords_;      // offsets, and
   form::Array<uint32_t> runWordRows_;
   form::Array<uint32_t> copiesTo_;
@@ -296,6 +308,7 @@ class RowSelector {
   form::Array<RequestRows> requests_;
   form::Array<RowPath> paths_;
   form::Array<StoredPart> parts_;
+  form::Watch watch_;
   uint32_t rowCount_ = 0;
   uint32_t joinCount_ = 0;
   uint32_t block_ = 0;
@@ -303,6 +316,9 @@ class RowSelector {
   uint32_t barrier_ = 0;       // the last operation at which invocations can leave the block, + 1
   uint32_t lastMade_ = kNone;  // value of the record before
   uint32_t firstUnknown_ = 0;
+  uint32_t wantedUntil_ = 0;  // last use of any value that the block has made so far
+  uint32_t looked_ = 0;       // operands before the last look at the clock
+  bool isOverTime_ = false;
   bool haveAllCome_ = false;  // to the operation that is looked at, and once only
 };
 

@@ -8,8 +8,7 @@
 //  - An operand's or result's component is a row anywhere. The result of a component may be the row
 //    of the same component of an operand, or of one that only components before it read.
 //  - Only the invocations with the lowest position run; the others wait at joins, which are
-//  numbered
-//    in the order of the records.
+//    numbered in the order of the records.
 #pragma once
 
 #include <cstdint>

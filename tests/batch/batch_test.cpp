@@ -342,6 +342,37 @@ TEST_F(BatchTest, BasicVariablesWithoutACallbackKeepTheirValues) {
 
 uint32_t groups = 0;
 
+BatchCallbacks countingGroups() {
+  BatchCallbacks wide = {};
+  wide.hostVariable = [](const BatchVariableRequest* request) {
+    ++groups;
+    return giveWays(request);
+  };
+  return wide;
+}
+
+// One whole copy names thousands of rows: many would take hundreds of megabytes.
+TEST_F(BatchTest, ProgramsOfTooManyRowsAreLeftToTheMachine) {
+  const BatchCallbacks wide = countingGroups();
+  for (const uint32_t copies : {1u, 300u}) {
+    std::string source = R"(
+.global int way host
+.entry main
+.function main
+  .local float a[4096]
+  .local float b[4096]
+  LOAD_GLOBAL way
+  POP
+)";
+    for (uint32_t i = 0; i < copies; ++i) source += "LOAD_LOCAL a\nSTORE_LOCAL b\n";
+    const tools::BuiltShader shader = assembled((source + "RETURN\n.end\n").c_str());
+    const BatchPtr batch = makeBatch(&kCallbacks, &wide);
+    groups = 0;
+    EXPECT_EQ(run(batch.get(), std::vector<uint64_t>(64), 0, shader.record()), Errors(64, VM_OK));
+    EXPECT_EQ(groups, copies == 1 ? 1u : 64u);
+  }
+}
+
 // To look at the code that no invocation runs takes many times as long as the first call may.
 TEST_F(BatchTest, AProgramThatTookTooLongIsNotMadeAgain) {
   std::string source = R"(
@@ -357,11 +388,7 @@ long:
 )";
   for (uint32_t i = 0; i < 50000; ++i) source += "PUSH_0\nPOP\n";
   const tools::BuiltShader shader = assembled((source + "RETURN\n.end\n").c_str());
-  BatchCallbacks wide = {};
-  wide.hostVariable = [](const BatchVariableRequest* request) {
-    ++groups;
-    return giveWays(request);
-  };
+  const BatchCallbacks wide = countingGroups();
   const BatchPtr batch = makeBatch(&kCallbacks, &wide);
   const std::vector<uint64_t> ways(64, 1);
   run(batch.get(), ways, 1, shader.record());
