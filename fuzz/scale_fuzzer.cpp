@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <memory>
 #include <stdexcept>
 #include <vector>
 
@@ -20,6 +21,9 @@
 
 #ifdef FUZZ_GLSL
 #include <shadermachine-tools/glsl.h>
+#endif
+#ifdef SHADERMACHINE_HAVE_BATCH
+#include <shadermachine/batch.h>
 #endif
 #ifdef SHADERMACHINE_HAVE_PNG
 #include "cli/picture_file.h"
@@ -45,6 +49,7 @@ constexpr fuzz::Cost kInputs = {3000, 400 * kMebibyte};
 constexpr double kAfterTimeout = 100;
 constexpr double kLinearGrowth = 8;  // for four times the source
 constexpr uint64_t kMachineLimit = 64 * kMebibyte;
+constexpr uint64_t kBatchBytes = 400 * kMebibyte;  // its machine's limit, and a program's making
 constexpr uint32_t kTimeout = 5;
 
 fuzz::Cost allowedFor(size_t length, fuzz::Cost once = kOther, fuzz::Cost perByte = kOtherByte) {
@@ -142,6 +147,7 @@ class Trial {
     if (!isValid) return;
     within(kInputs, "making the inputs", kSmallStack, [&] { makeInputs(); });
     runWithinLimits();
+    runBatch();
   }
 
  private:
@@ -201,6 +207,31 @@ class Trial {
     const fuzz::Comparison comparison = fuzz::compareRuns(*shader_->record(), 1);
     if (!comparison.difference.empty()) fail(comparison.difference.c_str());
   }
+
+#ifdef SHADERMACHINE_HAVE_BATCH
+  // With one host for all: which of its answers an invocation gets does not matter here.
+  void runBatch() const {
+    const BatchCreateInfo info = {&fuzz::ArbitraryHost::callbacks(), nullptr};
+    const std::unique_ptr<ShaderBatch, VmError (*)(ShaderBatch*)> batch(vmShaderBatchCreate(&info),
+                                                                        &vmShaderBatchDestroy);
+    fuzz::ArbitraryHost host(1);
+    host.mostWords = 1000;
+    const std::vector<uint64_t> hosts(VM_BATCH_GROUP_LIMIT, host.startup(kTimeout).userData);
+    std::vector<VmError> ends(hosts.size());
+    const BatchStartupInfo startup = {.count = VM_BATCH_GROUP_LIMIT,
+                                      .timeout = kTimeout,
+                                      .userData = hosts.data(),
+                                      .builtin258 = 0,
+                                      .builtin281 = 0,
+                                      .builtin282 = 0,
+                                      .builtin285 = 0};
+    within({kTimeout + kAfterTimeout, kBatchBytes}, "running a batch", kSmallStack, [&] {
+      vmShaderBatchExecuteShader(batch.get(), shader_->record(), &startup, ends.data());
+    });
+  }
+#else
+  void runBatch() const {}
+#endif
 
   void within(fuzz::Cost limit, const char* what, size_t stack,
               const std::function<void()>& work) const {

@@ -24,6 +24,9 @@ constexpr Pattern kAssembly[] = {
      "LOAD_LOCAL a\nSTORE_LOCAL a\n", "LOAD_GLOBAL g\nSTORE_GLOBAL g\n",
      "LOAD_LOCAL a\nLOAD_LOCAL b\nEQ_AGG\nPOP\nLOAD_GLOBAL g\nMAKE_UNIQUE\nPOP_RELEASE\n",
      "RETURN\n.end\n"},
+    {".function f\n.local float a[4096]\n.local float b[4096]\n", "LOAD_LOCAL a\nSTORE_LOCAL b\n",
+     "LOAD_LOCAL a\nLOAD_LOCAL b\nEQ_AGG\nPOP\n", "LOAD_LOCAL b\nSTORE_LOCAL a\n",
+     "RETURN\n.end\n"},
     {".global int i host\n.global vec4 v\n.output0 v\n.function f\n.local mat4 m[3]\n"
      ".local vec4 w[$d]\n",
      "LOAD_GLOBAL i\nCTOR_VEC4_A 1\nPUSH_U32 $x\nSTORE_GLOBAL_ELEM v, 1\n",
