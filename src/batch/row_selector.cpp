@@ -62,22 +62,6 @@ bool RowSelector::leads(const RowRecord& record) const {
   return drafts_[static_cast<uint32_t>(&record - program_.first)].target != kNone;
 }
 
-bool RowSelector::isPlaceRow(const uint32_t* row, Place& place, uint32_t& word) const {
-  const auto number = static_cast<uint32_t>((row - program_.rows) / kRowWords);
-  for (uint32_t a = 0; a < aggregates_.size(); ++a) {
-    const Aggregate& aggregate = aggregates_[a];
-    place = aggregate.place;
-    word = number - aggregate.row;
-    if (number >= aggregate.row && word < aggregate.bytes / kRowWordBytes) return true;
-  }
-  for (place = 0; place < form_.slotCount; ++place) {
-    for (word = 0; word < form::kPlaceWords; ++word) {
-      if (placeWords_[place * form::kPlaceWords + word].row == number) return true;
-    }
-  }
-  return false;
-}
-
 bool RowSelector::select() {
   if (!prepare()) return false;
   const bool isKnown = hasKnownOutputs() && resolveReferences();

@@ -48,8 +48,24 @@ class RowSelector {
   uint32_t firstUnknown() const { return firstUnknown_; }
   // Whether it may go on at its target.
   bool leads(const RowRecord& record) const;
-  // Which word of which place a row is; false for rows of values and constants.
-  bool isPlaceRow(const uint32_t* row, form::Place& place, uint32_t& word) const;
+  uint32_t rowCount() const { return rowCount_; }
+  // The rows of words of variables and temporaries: calls the function with row, place and word. A
+  // row may come twice; the first time counts.
+  template <class Function>
+  void forEachPlaceRow(Function function) const {
+    for (uint32_t a = 0; a < aggregates_.size(); ++a) {
+      const Aggregate& aggregate = aggregates_[a];
+      for (uint32_t w = 0; w < aggregate.bytes / kRowWordBytes; ++w) {
+        function(aggregate.row + w, aggregate.place, w);
+      }
+    }
+    for (Place place = 0; place < form_.slotCount; ++place) {
+      for (uint32_t w = 0; w < form::kPlaceWords; ++w) {
+        const uint32_t row = placeWords_[place * form::kPlaceWords + w].row;
+        if (row != kNone) function(row, place, w);
+      }
+    }
+  }
 
  private:
   using Operation = form::Operation;

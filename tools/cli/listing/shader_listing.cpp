@@ -59,15 +59,17 @@ std::string recordsText(const Machine& machine, const form::Form& form,
 
 #ifdef SHADERMACHINE_HAVE_BATCH
 
-// Words of variables and temporaries by their names, other rows by their numbers.
-std::string rowText(const batch::RowSelector& selector, const batch::RowProgram& program,
-                    const uint32_t* row) {
-  form::Place place = 0;
-  uint32_t word = 0;
-  if (selector.isPlaceRow(row, place, word)) {
-    return "s" + std::to_string(place) + (word == 0 ? "" : "." + std::to_string(word));
+// Of all rows: words of variables and temporaries by their names, others by their numbers.
+std::vector<std::string> rowNames(const batch::RowSelector& selector) {
+  std::vector<std::string> names(selector.rowCount());
+  selector.forEachPlaceRow([&names](uint32_t row, form::Place place, uint32_t word) {
+    if (!names[row].empty()) return;
+    names[row] = "s" + std::to_string(place) + (word == 0 ? "" : "." + std::to_string(word));
+  });
+  for (size_t row = 0; row < names.size(); ++row) {
+    if (names[row].empty()) names[row] = "r" + std::to_string(row);
   }
-  return "r" + std::to_string((row - program.rows) / batch::kRowWords);
+  return names;
 }
 
 std::string batchText(const form::Form& form, form::Decoder& decoder, Machine& machine) {
@@ -77,10 +79,14 @@ std::string batchText(const form::Form& form, form::Decoder& decoder, Machine& m
   if (!selector.select()) throw std::bad_alloc();
   if (program.first == nullptr) {
     const uint32_t i = selector.firstUnknown();
-    const std::string why =
-        i < form.operations.size() ? ": " + operationText(form, form.operations[i]) : "";
-    return "invocations run one by one" + why + "\n";
+    const std::string why = i < form.operations.size() ? operationText(form, form.operations[i])
+                                                       : "the program would be too large";
+    return "invocations run one by one: " + why + "\n";
   }
+  const std::vector<std::string> names = rowNames(selector);
+  const auto rowText = [&](const uint32_t* row) {
+    return names[static_cast<size_t>(row - program.rows) / batch::kRowWords];
+  };
   std::ostringstream out;
   for (uint32_t i = 0; i < program.recordCount; ++i) {
     const batch::RowRecord& record = program.first[i];
@@ -93,13 +99,17 @@ std::string batchText(const form::Form& form, form::Decoder& decoder, Machine& m
     const bool copies = record.run == functions.copy.masked;
     const bool leads = selector.leads(record);
     const form::Operation& operation = form.operations[origin];
+    if (record.run == functions.clock && operation.kind != form::Kind::Clock) {
+      out << "clock\n";
+      continue;
+    }
     if (operation.words > 0 && !copies) out << "%" << origin << " = ";
     out << (copies ? "copy" : operationText(form, operation));
     if (leads) out << " -> join " << record.target->join;
     const uint32_t results = copies ? record.n : leads ? 0 : operation.words;
     for (uint32_t w = 0; record.result != nullptr && w < results; ++w) {
-      out << (w == 0 ? "  | " : ", ") << rowText(selector, program, record.result[w]);
-      if (copies) out << "=" << rowText(selector, program, record.in[0][w]);
+      out << (w == 0 ? "  | " : ", ") << rowText(record.result[w]);
+      if (copies) out << "=" << rowText(record.in[0][w]);
     }
     out << "\n";
   }
