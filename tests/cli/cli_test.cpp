@@ -22,7 +22,7 @@ struct Outcome {
 };
 
 Outcome run(const std::string& arguments) {
-  FILE* pipe = popen(("{ " SHADERMACHINE_PROGRAM " " + arguments + "; } 2>&1").c_str(), "r");
+  FILE* pipe = popen(("{ '" SHADERMACHINE_PROGRAM "' " + arguments + "; } 2>&1").c_str(), "r");
   if (pipe == nullptr) return {-1, "popen failed"};
   std::string output;
   char buffer[4096];
@@ -180,7 +180,8 @@ TEST_F(Cli, FilesAreReplacedAsAWhole) {
   EXPECT_TRUE(fs::is_symlink("link.png"));
   EXPECT_EQ(fs::status("old.png").permissions(), fs::perms::owner_all);
   // Files may not grow: the shell's limit is in blocks of 512 or 1,024 bytes.
-  const std::string limited = "ulimit -f 1; trap '' XFSZ; exec " SHADERMACHINE_PROGRAM
+  const std::string limited = "ulimit -f 1; trap '' XFSZ; exec '" SHADERMACHINE_PROGRAM
+                              "'"
                               " render good.sasm --size 256x256 -o old.png";
   EXPECT_NE(std::system(("sh -c \"" + limited + "\" 2>log").c_str()), 0);
   EXPECT_TRUE(readFile("log").ends_with("old.png: File too large\n"));
