@@ -1,7 +1,11 @@
 #include "debugger/dap_stream.h"
 
 #include <charconv>
+#include <condition_variable>
 #include <cstring>
+#include <deque>
+#include <mutex>
+#include <thread>
 #include <utility>
 
 namespace shadermachine::tools {
@@ -27,33 +31,48 @@ json parsed(const std::string& text) {
 
 }  // namespace
 
-DapStream::DapStream(std::FILE* input, std::FILE* output, std::function<void(const json&)> urgent)
-    : input_(input), output_(output), urgent_(std::move(urgent)), reader_([this] { readAll(); }) {}
+class DapStream::Inbox {
+ public:
+  Inbox(std::FILE* input, std::function<void(const json&)> urgent)
+      : input_(input), urgent_(std::move(urgent)) {}
 
-// A reader that still waits for a client that says nothing more ends with the process.
-DapStream::~DapStream() {
-  bool isOver = false;
-  {
+  void readAll();
+  std::optional<json> next();
+  bool isBroken() {
     const std::lock_guard lock(mutex_);
-    isOver = isAtEnd_;
+    return isBroken_;
   }
-  if (isOver) {
-    reader_.join();
-  } else {
-    reader_.detach();
+  // Nobody asks any more, and whom `urgent` would tell may be gone.
+  void abandon() {
+    const std::lock_guard lock(mutex_);
+    isAbandoned_ = true;
   }
-}
 
-std::optional<std::string> DapStream::readMessage() {
+ private:
+  struct Text {
+    std::optional<std::string> text;  // empty at the end of the input
+    bool isBroken = false;
+  };
+  Text readMessage();
+
+  std::FILE* input_;
+
+  std::mutex mutex_;  // guards what follows
+  std::function<void(const json&)> urgent_;
+  std::condition_variable arrived_;
+  std::deque<json> messages_;
+  bool isAtEnd_ = false;
+  bool isBroken_ = false;
+  bool isAbandoned_ = false;
+};
+
+DapStream::Inbox::Text DapStream::Inbox::readMessage() {
   size_t length = 0;
   bool hasLength = false;
   std::string line;
   for (size_t read = 0; read < kMaxHeader; ++read) {
     const int c = std::fgetc(input_);
-    if (c == EOF) {
-      isBroken_ = read > 0;
-      return std::nullopt;
-    }
+    if (c == EOF) return {std::nullopt, read > 0};
     if (c != '\n') {
       if (c != '\r') line += static_cast<char>(c);
       continue;
@@ -62,7 +81,7 @@ std::optional<std::string> DapStream::readMessage() {
       if (!hasLength || length > kMaxMessage) break;
       std::string body(length, '\0');
       if (std::fread(body.data(), 1, length, input_) != length) break;
-      return body;
+      return {std::move(body)};
     }
     constexpr std::string_view kLength = "Content-Length: ";
     if (line.starts_with(kLength)) {
@@ -72,18 +91,18 @@ std::optional<std::string> DapStream::readMessage() {
     }
     line.clear();
   }
-  isBroken_ = true;
-  return std::nullopt;
+  return {std::nullopt, true};
 }
 
-void DapStream::readAll() {
+void DapStream::Inbox::readAll() {
   while (true) {
-    const std::optional<std::string> text = readMessage();
-    json message = text ? parsed(*text) : json();
+    const Text read = readMessage();
+    json message = read.text ? parsed(*read.text) : json();
     const bool isMessage = message.is_object();
-    if (isMessage) urgent_(message);
     const std::lock_guard lock(mutex_);
-    isBroken_ = isBroken_ || (text && !isMessage) || messages_.size() >= kMaxQueued;
+    if (isAbandoned_) return;
+    if (isMessage) urgent_(message);
+    isBroken_ = read.isBroken || (read.text && !isMessage) || messages_.size() >= kMaxQueued;
     isAtEnd_ = !isMessage || isBroken_;
     if (!isAtEnd_) messages_.push_back(std::move(message));
     arrived_.notify_one();
@@ -91,7 +110,7 @@ void DapStream::readAll() {
   }
 }
 
-std::optional<json> DapStream::next() {
+std::optional<json> DapStream::Inbox::next() {
   std::unique_lock lock(mutex_);
   arrived_.wait(lock, [this] { return !messages_.empty() || isAtEnd_; });
   if (messages_.empty()) return std::nullopt;
@@ -99,6 +118,18 @@ std::optional<json> DapStream::next() {
   messages_.pop_front();
   return message;
 }
+
+// The thread ends with the input, or with the process when the client says nothing more.
+DapStream::DapStream(std::FILE* input, std::FILE* output, std::function<void(const json&)> urgent)
+    : output_(output), inbox_(std::make_shared<Inbox>(input, std::move(urgent))) {
+  std::thread([inbox = inbox_] { inbox->readAll(); }).detach();
+}
+
+DapStream::~DapStream() { inbox_->abandon(); }
+
+std::optional<json> DapStream::next() { return inbox_->next(); }
+
+bool DapStream::isBroken() const { return inbox_->isBroken(); }
 
 void DapStream::send(json message) {
   message["seq"] = ++sequence_;
